@@ -1,0 +1,69 @@
+# The kinds of targets that the folders define.
+
+add_library(ampora_options INTERFACE)
+target_include_directories(ampora_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(ampora_options INTERFACE -Wall -Wextra -Werror)
+if(WIN32)
+  target_compile_definitions(ampora_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00)
+endif()
+if(AMPORA_SANITIZE)
+  target_compile_options(ampora_options INTERFACE -fsanitize=${AMPORA_SANITIZE} -fno-omit-frame-pointer
+                                                 -fno-sanitize-recover=all)
+  target_link_options(ampora_options INTERFACE -fsanitize=${AMPORA_SANITIZE})
+endif()
+
+# ampora_layer(NAME SOURCES ... [LINK ...]): one layer's library. It uses the platform functions without choosing the
+# backend: the program does, by its property AMPORA_PLATFORM.
+function(ampora_layer name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PUBLIC ampora_options ${arg_LINK}
+                                       "$<LINK_ONLY:$<TARGET_PROPERTY:AMPORA_PLATFORM>>")
+endfunction()
+
+# ampora_program(NAME SOURCES ... [LINK ...]): a program on the native platform.
+function(ampora_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  set_target_properties(${name} PROPERTIES AMPORA_PLATFORM ampora_platform_native)
+  target_link_libraries(${name} PRIVATE ${arg_LINK} ampora_platform_native)
+endfunction()
+
+# ampora_test(NAME SOURCES ... LINK ... [PLATFORM target]): a test program, one CTest test a case. It runs on the
+# simulated machine unless PLATFORM names another backend.
+function(ampora_test name)
+  cmake_parse_arguments(arg "" "PLATFORM;TIMEOUT" "SOURCES;LINK" ${ARGN})
+  if(NOT arg_PLATFORM)
+    set(arg_PLATFORM ampora_platform_sim)
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 60)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  set_target_properties(${name} PROPERTIES AMPORA_PLATFORM ${arg_PLATFORM})
+  if(arg_PLATFORM STREQUAL ampora_platform_sim)
+    target_link_libraries(${name} PRIVATE ampora_testing_sim)
+  endif()
+  target_link_libraries(${name} PRIVATE ${arg_LINK} ${arg_PLATFORM} GTest::gmock ampora_testing)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}." PROPERTIES TIMEOUT ${arg_TIMEOUT})
+endfunction()
+
+# Fails when a *_test.cpp belongs to no target: a test that nobody builds proves nothing.
+function(ampora_check_test_files)
+  file(GLOB_RECURSE test_files RELATIVE "${PROJECT_SOURCE_DIR}" CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/*_test.cpp")
+  list(FILTER test_files EXCLUDE REGEX "^build/")
+  set(listed)
+  foreach(folder platform config reader data fetch engine app ctl server testing)
+    get_property(targets DIRECTORY "${PROJECT_SOURCE_DIR}/${folder}" PROPERTY BUILDSYSTEM_TARGETS)
+    foreach(target ${targets})
+      get_target_property(sources ${target} SOURCES)
+      foreach(source ${sources})
+        list(APPEND listed "${folder}/${source}")
+      endforeach()
+    endforeach()
+  endforeach()
+  list(REMOVE_ITEM test_files ${listed})
+  if(test_files)
+    message(WARNING "Test files in no target: ${test_files}")
+  endif()
+endfunction()

@@ -1,0 +1,35 @@
+# Libraries that are not ours. Header-only ones are seen through a folder of links, so that the Windows compiler finds
+# them without looking into the native compiler's include folder.
+set(header_links "${CMAKE_BINARY_DIR}/headers")
+file(MAKE_DIRECTORY "${header_links}")
+foreach(library fmt boost)
+  if(NOT EXISTS "/usr/include/${library}")
+    message(FATAL_ERROR "The ${library} headers are missing: run scripts/setup.sh")
+  endif()
+  file(CREATE_LINK "/usr/include/${library}" "${header_links}/${library}" SYMBOLIC)
+endforeach()
+
+# Wide formatted text (platform/Text.h).
+add_library(ampora_fmt INTERFACE)
+target_include_directories(ampora_fmt SYSTEM INTERFACE "${header_links}")
+target_compile_definitions(ampora_fmt INTERFACE FMT_HEADER_ONLY)
+
+# HTTP over sockets, header-only: the report server and the tests' server.
+add_library(ampora_beast INTERFACE)
+target_include_directories(ampora_beast SYSTEM INTERFACE "${header_links}")
+target_compile_definitions(ampora_beast INTERFACE BOOST_ALL_NO_LIB BOOST_ERROR_CODE_HEADER_ONLY)
+find_package(Threads REQUIRED)
+target_link_libraries(ampora_beast INTERFACE Threads::Threads)
+if(WIN32)
+  target_compile_definitions(ampora_beast INTERFACE _WIN32_WINNT=0x0A00)
+  target_link_libraries(ampora_beast INTERFACE ws2_32 mswsock)
+else()
+  find_package(CURL REQUIRED)
+  find_package(LibXml2 REQUIRED)
+endif()
+
+# Tests, from the sources that Debian ships for every compiler.
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+set(gtest_force_shared_crt ON CACHE BOOL "" FORCE)
+add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
+include(GoogleTest)

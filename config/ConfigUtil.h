@@ -1,0 +1,46 @@
+// The program's settings.
+#pragma once
+
+#include "platform/Settings.h"
+#include "platform/Types.h"
+
+// Reads the settings below "Software\Halvex\AmporaSrv". Each value is looked for in the per-user hive first, then in
+// the machine-wide one, and counts only as a REG_DWORD of four bytes (text: REG_SZ); otherwise the default applies.
+// Every getter reads anew at each call. None fails, logs or takes a lock; any thread.
+class CConfigUtil {
+public:
+    // strKeyPath: the key to read from, below the hive's root.
+    explicit CConfigUtil(CString strKeyPath);
+    virtual ~CConfigUtil();
+
+    // "LogLevel": bits of g_dwLogLevel (TraceLog.h). Default 0.
+    static DWORD GetLogLevel();
+    // "Enable" of the main key: the master switch of updating. Looked for in the machine-wide hive alone, so that no
+    // user can override it. Default off.
+    static bool IsUpdateEnable();
+    // "Enable" of a site's key. siteIndex: site number. Default on.
+    static bool IsSiteEnable(int siteIndex);
+    // "SupportDataType" of a site's key: mask of data type codes. siteIndex: site number; defaultMask: when not set.
+    static DWORD GetSupportDataType(int siteIndex, DWORD defaultMask);
+    // "Interval", "IntervalMin", "IntervalMax", minutes, as stored: neither checked nor put in order. Each value may
+    // come from another hive. Defaults 30, -15, 15.
+    static void GetIntervalSetting(LONG& interval, LONG& minimum, LONG& maximum);
+    // "FixedClock" (hour of day), "FixedClockMin", "FixedClockMax" (minutes), as stored. Each value may come from
+    // another hive. Defaults 9, 0, 30.
+    static void GetFixedClockSetting(LONG& clock, LONG& minimum, LONG& maximum);
+    // "ApiHost": host or host:port of the report API. Default "127.0.0.1:8470"; an empty text counts as not set.
+    static CString GetApiHost();
+
+private:
+    // Offers the values of this name, from hive firstHive on, to accept (bool(const platform::SettingsValue&)) until it
+    // takes one. Whether it took one.
+    template <class Accept>
+    bool Query(const wchar_t* valueName, platform::Hive firstHive, Accept accept) const;
+
+    // False, value untouched, when no hive from firstHive on has it.
+    bool QueryDWORD(const wchar_t* valueName, platform::Hive firstHive, DWORD& value) const;
+    LONG QueryNumber(const wchar_t* valueName, LONG defaultValue) const;
+    void QueryText(const wchar_t* valueName, CString& value) const;
+
+    CString m_strKeyPath;
+};

@@ -1,0 +1,29 @@
+// Checked conversion of local calendar times to time values and back.
+#pragma once
+
+#include "platform/Types.h"
+
+#include <stdexcept>
+
+// A date that cannot be converted.
+class COleException : public std::runtime_error {
+public:
+    explicit COleException(HRESULT code) : std::runtime_error("OLE exception"), m_sc(code) {}
+    HRESULT Code() const { return m_sc; }
+
+private:
+    HRESULT m_sc;
+};
+
+// Status codes that TimeFromCalendar throws.
+inline constexpr HRESULT kInvalidDatePart = static_cast<HRESULT>(0x80004005);
+inline constexpr HRESULT kDateConversionFailed = static_cast<HRESULT>(0x80070057);
+
+// Seconds since 1970-01-01 00:00:00 UTC of a local calendar time, daylight saving left to the system; milliseconds and
+// day of week are not looked at. Throws COleException: kInvalidDatePart for a year below 1900, a month outside 1 to 12,
+// a day outside 1 to 31, an hour above 23, a minute or second above 59; kDateConversionFailed when the time lies
+// before 1970-01-01 00:00:00 UTC or after the year 3000. Any thread.
+std::int64_t TimeFromCalendar(const SYSTEMTIME& local);
+
+// The local calendar time of a time value, milliseconds 0; all zero when it cannot be converted. Any thread.
+SYSTEMTIME CalendarFromTime(std::int64_t time);

@@ -1,0 +1,69 @@
+// HTTP in the three steps of the system's internet layer: session, connection, request.
+//
+// A session and what was opened from it belong to one thread at a time. Connections are kept alive within a session and
+// used again. The system's own limits apply (Linux: 60 s to connect, 30 s without a byte end a transfer as failed, at
+// most 10 redirects and to http only); proxies as the system has them set (Linux: from the environment).
+#pragma once
+
+#include "platform/Types.h"
+
+#include <memory>
+#include <stdexcept>
+
+namespace platform {
+
+// Bits that QueryConnectedState reports. Source: Windows SDK, wininet.h.
+inline constexpr DWORD kConnectionModem = 1;
+inline constexpr DWORD kConnectionLan = 2;
+inline constexpr DWORD kConnectionProxy = 4;
+inline constexpr DWORD kConnectionOffline = 32;
+
+// A fault of the internet layer.
+class CInternetException : public std::runtime_error {
+public:
+    explicit CInternetException(DWORD code) : std::runtime_error("internet exception"), m_code(code) {}
+    // The system's error number: Windows' own, or the HTTP library's.
+    DWORD Code() const { return m_code; }
+
+private:
+    DWORD m_code;
+};
+
+// Whether the machine is on line. *flags: the bits above, 0 when nothing is known; must not be null. FALSE also when no
+// connection is active at all. Any thread.
+BOOL QueryConnectedState(DWORD* flags);
+
+class CHttpSession;
+class CHttpConnection;
+class CHttpRequest;
+using HttpSessionPtr = std::shared_ptr<CHttpSession>;
+using HttpConnectionPtr = std::shared_ptr<CHttpConnection>;
+using HttpRequestPtr = std::shared_ptr<CHttpRequest>;
+
+// Opens a session with the system's proxy settings. agent: sent as User-Agent; context: handed to the system only.
+// Null on failure. The session ends with CloseHttpSession or its last reference.
+HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD context);
+
+// Closes the session and its kept connections; nothing opened from it may be used afterwards. Null: does nothing.
+void CloseHttpSession(const HttpSessionPtr& session);
+
+// Names the server to talk to; the network is not touched yet. server: host name or address, not empty; port: 1 to
+// 65535. Null on failure; may throw CInternetException.
+HttpConnectionPtr OpenHttpConnection(const HttpSessionPtr& session, const CString& server, WORD port);
+
+// Prepares a GET request (HTTP/1.1; existing connections may be used, nothing is written to a cache). object: path and
+// query as they go on the wire, empty for "/". Null on failure; may throw CInternetException.
+HttpRequestPtr OpenHttpRequest(const HttpConnectionPtr& connection, const CString& object, DWORD context);
+
+// Sends the request, follows redirects and receives the answer's header. FALSE when there is none: refused, timed out,
+// closed, not HTTP, redirected too often. May throw CInternetException.
+BOOL SendHttpRequest(const HttpRequestPtr& request);
+
+// The answer's status code, after a successful send. FALSE on failure; may throw CInternetException.
+BOOL QueryHttpStatusCode(const HttpRequestPtr& request, DWORD* status);
+
+// Reads up to size bytes of the body, content as sent (no decompression), waiting for at least one. 0 at the body's
+// end. Throws CInternetException when the transfer breaks, times out or ends before its declared length.
+std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_t size);
+
+} // namespace platform

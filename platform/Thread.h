@@ -1,0 +1,34 @@
+// Threads, their identifiers and their COM apartment.
+#pragma once
+
+#include "platform/Types.h"
+
+#include <memory>
+
+namespace platform {
+
+// A started thread. Dropping the last reference lets go of the thread; it never ends or stops it.
+class CThread;
+using ThreadPtr = std::shared_ptr<CThread>;
+
+// The thread's procedure; its result is the thread's exit code.
+using ThreadEntry = DWORD (*)(void* argument);
+
+// Starts a thread that calls entry(argument) at once. argument: handed through, may be null, stays the caller's.
+// Null, with the last error set, when the thread cannot be created. Any thread.
+ThreadPtr StartThread(ThreadEntry entry, void* argument);
+
+// Waits until the thread has ended, at most timeoutMs (INFINITE: without limit). WAIT_OBJECT_0 when it has ended,
+// WAIT_TIMEOUT when not, WAIT_FAILED with last error 6 for null. Any thread but the one waited for.
+DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs);
+
+// The calling process's and thread's identifiers, as the system shows them. Any thread.
+DWORD CurrentProcessIdentifier();
+DWORD CurrentThreadIdentifier();
+
+// Enters a single-threaded COM apartment on the calling thread, which the DOM needs (Dom.h); leaves it again. Calls
+// pair. Nothing to do off Windows.
+void EnterApartment();
+void LeaveApartment();
+
+} // namespace platform

@@ -1,0 +1,143 @@
+#include "platform/Text.h"
+
+#include <fmt/args.h>
+#include <fmt/printf.h>
+
+namespace platform {
+
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+void AppendWide(std::wstring& text, char32_t character)
+{
+    if (sizeof(wchar_t) == 2 && character > 0xFFFF) {
+        character -= 0x10000;
+        text.push_back(static_cast<wchar_t>(0xD800 + (character >> 10)));
+        text.push_back(static_cast<wchar_t>(0xDC00 + (character & 0x3FF)));
+        return;
+    }
+    text.push_back(static_cast<wchar_t>(character));
+}
+
+void AppendUtf8(std::string& bytes, char32_t character)
+{
+    if (character < 0x80) {
+        bytes.push_back(static_cast<char>(character));
+        return;
+    }
+    const int trailing = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
+    constexpr unsigned char kLead[] = {0, 0xC0, 0xE0, 0xF0};
+    bytes.push_back(static_cast<char>(kLead[trailing] | (character >> (6 * trailing))));
+    for (int shift = 6 * (trailing - 1); shift >= 0; shift -= 6) {
+        bytes.push_back(static_cast<char>(0x80 | ((character >> shift) & 0x3F)));
+    }
+}
+
+// What a lead byte promises: the number of trailing bytes and the range of the first of them, which rules out overlong
+// forms, surrogates and values above U+10FFFF (Unicode Standard, table 3-7).
+struct Lead {
+    int trailing;
+    unsigned char firstLow;
+    unsigned char firstHigh;
+};
+
+Lead LeadOf(unsigned char byte)
+{
+    if (byte >= 0xC2 && byte <= 0xDF) {
+        return {1, 0x80, 0xBF};
+    }
+    if (byte >= 0xE0 && byte <= 0xEF) {
+        return {2, static_cast<unsigned char>(byte == 0xE0 ? 0xA0 : 0x80),
+                static_cast<unsigned char>(byte == 0xED ? 0x9F : 0xBF)};
+    }
+    if (byte >= 0xF0 && byte <= 0xF4) {
+        return {3, static_cast<unsigned char>(byte == 0xF0 ? 0x90 : 0x80),
+                static_cast<unsigned char>(byte == 0xF4 ? 0x8F : 0xBF)};
+    }
+    return {0, 0, 0};
+}
+
+// Decodes the character at position, which is no ASCII character, and moves position behind it or behind the
+// ill-formed sequence.
+char32_t DecodeOne(std::string_view bytes, std::size_t& position)
+{
+    const auto first = static_cast<unsigned char>(bytes[position++]);
+    const Lead lead = LeadOf(first);
+    if (lead.trailing == 0) {
+        return kReplacement;
+    }
+    char32_t character = first & (0x3FU >> lead.trailing);
+    unsigned char low = lead.firstLow;
+    unsigned char high = lead.firstHigh;
+    for (int i = 0; i < lead.trailing; ++i) {
+        if (position == bytes.size()) {
+            return kReplacement;
+        }
+        const auto byte = static_cast<unsigned char>(bytes[position]);
+        if (byte < low || byte > high) {
+            return kReplacement;
+        }
+        character = (character << 6) | (byte & 0x3F);
+        ++position;
+        low = 0x80;
+        high = 0xBF;
+    }
+    return character;
+}
+
+// The character at position, surrogate pairs joined; moves position behind it.
+char32_t WideCharacterAt(std::wstring_view text, std::size_t& position)
+{
+    const auto unit = static_cast<char32_t>(text[position++]) & (sizeof(wchar_t) == 2 ? 0xFFFFU : 0xFFFFFFFFU);
+    if (unit < 0xD800 || (unit > 0xDFFF && unit <= 0x10FFFF)) {
+        return unit;
+    }
+    if (sizeof(wchar_t) == 2 && unit <= 0xDBFF && position < text.size()) {
+        const auto low = static_cast<char32_t>(text[position]) & 0xFFFFU;
+        if (low >= 0xDC00 && low <= 0xDFFF) {
+            ++position;
+            return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+        }
+    }
+    return kReplacement;
+}
+
+} // namespace
+
+std::wstring FormatTextV(std::wstring_view format, std::span<const TextArgument> arguments)
+{
+    fmt::dynamic_format_arg_store<fmt::wprintf_context> store;
+    for (const TextArgument& argument : arguments) {
+        std::visit([&store](const auto& value) { store.push_back(value); }, argument.Get());
+    }
+    return fmt::vsprintf(format, fmt::basic_format_args<fmt::wprintf_context>(store));
+}
+
+std::wstring DecodeUtf8(std::string_view bytes)
+{
+    std::wstring text;
+    text.reserve(bytes.size());
+    for (std::size_t position = 0; position < bytes.size();) {
+        const auto byte = static_cast<unsigned char>(bytes[position]);
+        if (byte < 0x80) {
+            text.push_back(static_cast<wchar_t>(byte));
+            ++position;
+            continue;
+        }
+        AppendWide(text, DecodeOne(bytes, position));
+    }
+    return text;
+}
+
+std::string EncodeUtf8(std::wstring_view text)
+{
+    std::string bytes;
+    bytes.reserve(text.size());
+    for (std::size_t position = 0; position < text.size();) {
+        AppendUtf8(bytes, WideCharacterAt(text, position));
+    }
+    return bytes;
+}
+
+} // namespace platform

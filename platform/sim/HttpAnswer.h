@@ -1,0 +1,44 @@
+// What a test's HTTP server gets and gives, simulated or on loopback.
+#pragma once
+
+#include "platform/Types.h"
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace platform::sim {
+
+// What goes wrong with an answer.
+enum class HttpFault {
+    kNone,
+    kRefused,     // no connection (simulated machine only; elsewhere use a port where nobody listens)
+    kClosedEarly, // the connection ends before any answer
+    kGarbage,     // bytes that are not HTTP
+    kStalled,     // no answer at all, the connection stays open
+    kStalledBody, // header and half of the body, then nothing, the connection stays open
+    kShortBody,   // header with the whole length, half of the body, then the connection ends
+    kReset,       // header and half of the body, then the connection is reset
+};
+
+struct HttpAnswer {
+    DWORD status = 200;
+    std::string body = {};
+    std::vector<std::pair<std::string, std::string>> headers = {}; // beyond Content-Length
+    bool chunked = false;                                          // transfer in chunks, without Content-Length
+    HttpFault fault = HttpFault::kNone;
+    DWORD latencyMs = 0; // before the first byte
+};
+
+struct HttpExchange {
+    std::string method;
+    std::string target;      // path and query as on the wire
+    std::string host;        // Host header
+    std::string agent;       // User-Agent header
+    unsigned connection = 0; // number of the connection it came over, from 1
+};
+
+using HttpHandler = std::function<HttpAnswer(const HttpExchange&)>;
+
+} // namespace platform::sim

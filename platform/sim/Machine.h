@@ -1,0 +1,164 @@
+// The simulated machine: the platform of tests. Time passes only when every thread waits, faults come when asked for,
+// and the same test runs the same way every time.
+//
+// Threads are real, but only one runs at a time. It runs until it waits (Sync.h, Thread.h, CriticalSection.h, HTTP
+// latency); then the next ready one goes on, in the order in which they became ready. When all wait, the clock moves to
+// the earliest time at which one has to go on. When all wait and none ever has to, the program reports the deadlock and
+// ends with a failure.
+#pragma once
+
+#include "platform/Settings.h"
+#include "platform/sim/HttpAnswer.h"
+#include "platform/Types.h"
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace platform::sim {
+
+// Platform calls that can be made to fail.
+enum class Call {
+    kTimeToLocalCalendar,
+    kLocalCalendarToTime,
+    kCalendarToFileTime,
+    kLocalToUtcFileTime,
+    kQuerySettingsValue,
+    kOutputDebugText, // throws std::bad_alloc
+    kStartThread,
+    kCreateNamedMutex,
+    kCreateNamedEvent,
+    kReleaseOwnedMutex,
+    kWaitForOne,
+    kWaitForAny,
+    kMakeTimer,
+    kArmTimer,
+    kDisarmTimer,
+    kInitializeDescriptor,
+    kSetNullDacl,
+    kOpenHttpSession,
+    kOpenHttpConnection,        // null
+    kOpenHttpConnectionThrows,  // CInternetException
+    kOpenHttpRequest,           // null
+    kOpenHttpRequestThrows,     // CInternetException
+    kSendHttpRequest,           // FALSE
+    kSendHttpRequestThrows,     // CInternetException
+    kQueryHttpStatusCode,       // FALSE
+    kQueryHttpStatusCodeThrows, // CInternetException
+    kReadHttpBody,              // CInternetException
+    kCreateDomDocument,
+    kLoadDomText,
+    kLoadDomFile,
+    kGetDomDocumentElement,
+    kGetDomChildNodes,
+    kGetDomItem,
+    kGetDomLength,
+    kGetDomAttributes,
+    kGetDomNodeName, // also of GetDomTagName
+    kGetDomText,
+    kGetDomNamedItem,
+    kGetDomNodeValue,
+    kGetCommonAppDataFolder,
+    kMakeFolder,
+    kOpenForReplace,
+    kWriteFileBytes, // CFileException, nothing written
+    kCount,
+};
+
+// A file or folder of the simulated disk.
+struct SimFile {
+    bool isFolder = false;
+    bool nullDacl = false;                // made with a null DACL
+    std::vector<BYTE> bytes = {};         // content
+    std::vector<std::size_t> writes = {}; // sizes of the writes since the last open
+    bool heldOpen = false;                // another process has it open: cannot be opened for writing
+    bool readOnly = false;                // cannot be opened for writing
+};
+
+// The machine. One exists at a time; its constructor makes it the one that the platform functions work on, its
+// destructor checks that no thread but the caller's is left running. All members may be called from any of its threads.
+// It starts at 2012-07-02 13:00:00.000 local time, UTC+9, on line (LAN), without settings, with an empty disk whose
+// common application-data folder is "C:\ProgramData" with its separator as kPathSeparator ("C:/ProgramData" off
+// Windows), and a web that answers every request with 404 and no body.
+class CMachine {
+public:
+    CMachine();
+    ~CMachine();
+    CMachine(const CMachine&) = delete;
+    CMachine& operator=(const CMachine&) = delete;
+
+    // The machine that exists now; ends the program when there is none.
+    static CMachine& Current();
+
+    // Sets the wall clock; time that passes is counted from there. Relative timers are not moved, absolute ones are.
+    void SetLocalClock(const SYSTEMTIME& local);
+    // Local time minus UTC, in minutes. The wall clock's UTC value stays.
+    void SetUtcOffset(int minutes);
+    // Milliseconds passed since the machine was made.
+    std::int64_t ElapsedMs() const;
+
+    // Lets the other threads run until all of them wait; no time passes.
+    void RunUntilIdle();
+    // Lets the other threads run and timeMs milliseconds pass.
+    void RunFor(std::int64_t timeMs);
+
+    // Settings store.
+    void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value);
+    void PutDword(Hive hive, const CString& keyPath, const CString& valueName, DWORD value);
+    void PutText(Hive hive, const CString& keyPath, const CString& valueName, const CString& text);
+    void RemoveSetting(Hive hive, const CString& keyPath, const CString& valueName);
+
+    // Every debugger output so far, one element a call of OutputDebugText.
+    std::vector<CString> DebugLines() const;
+    void ClearDebugLines();
+
+    // Makes the nth call from now (1: the next) fail with this code, once. Codes are last-error codes; for the DOM
+    // they are COM statuses. Several faults of one call may be set.
+    void FailCall(Call call, unsigned nth, DWORD code);
+    // Makes every call fail until ClearFaults.
+    void FailEvery(Call call, DWORD code);
+    void ClearFaults();
+    // Calls made so far, failed ones included.
+    unsigned CallCount(Call call) const;
+
+    // The web. The handler runs on the requesting thread and may change the machine.
+    void SetHttpHandler(HttpHandler handler);
+    void SetConnectedState(BOOL result, DWORD flags);
+    std::vector<HttpExchange> HttpExchanges() const;
+
+    // The disk. Null when there is no such file; valid until the file is changed.
+    const SimFile* FindFile(const CString& path) const;
+    std::vector<CString> FilePaths() const;
+    void PutFile(const CString& path, SimFile file);
+    void RemoveFile(const CString& path);
+    // Writes beyond this many bytes in total fail with error 112; a fault mid-record writes what still fits.
+    void SetFreeBytes(std::size_t bytes);
+
+    // Acts as another session's copy of the program: takes, and gives back or abandons, a mutex by name; signals an
+    // event by name (FALSE when nobody has it).
+    void OtherProcessAcquiresMutex(const CString& name);
+    void OtherProcessReleasesMutex(const CString& name);
+    void OtherProcessAbandonsMutex(const CString& name);
+    BOOL OtherProcessSetsEvent(const CString& name);
+    // Whether any thread or process owns the mutex.
+    bool IsMutexOwned(const CString& name) const;
+    // Named objects that exist now, and whether one was made with a null DACL.
+    bool NamedObjectExists(const CString& name) const;
+    bool NamedObjectHasNullDacl(const CString& name) const;
+    // Timers that are armed now.
+    unsigned ArmedTimerCount() const;
+
+    // Calls of EnterApartment minus calls of LeaveApartment, over all threads.
+    int ApartmentBalance() const;
+
+private:
+    struct Impl;
+    friend struct MachineAccess;
+    std::unique_ptr<Impl> m_impl;
+};
+
+// Called with every debugger output, for collecting what a test run writes. Null: nobody. Set before threads start.
+using DebugTap = void (*)(const CString& text);
+void SetDebugTap(DebugTap tap);
+
+} // namespace platform::sim
