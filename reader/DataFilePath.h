@@ -3,14 +3,26 @@
 
 #include "platform/Types.h"
 
-// Folder of the data files, below the common application-data folder.
-inline constexpr const wchar_t* kSaveFolderName = L"AmporaSrv";
+// Site numbers of the companies.
+inline constexpr int kSiteTohoku = 2;
+inline constexpr int kSiteTokyo = 3;
+inline constexpr int kSiteChubu = 5;
+inline constexpr int kSiteKansai = 6;
+inline constexpr int kSiteKyushu = 9;
 
-// The word that names a company's files, by site number; null for a number without a company.
+// The word that names a company's files and its reports, by site number; null for a number without a company.
 const wchar_t* FileKeyOfSite(int siteNumber);
 
-// Builds the path of a company's data file of one kind: "folder\key_TTTTTTTT.dat", T the data type code in upper-case
-// hexadecimal, cut to the buffer. buffer: zero-terminated on success. dataType: data type code. When the common folder
-// is unknown the folder part is empty. Creates nothing but, where the system does, the common folder.
+// The folder of the data files, below the common application-data folder; empty when that is unknown. Creates nothing
+// but, where the system does, the common folder. Any thread.
+CString DataFolder();
+
+// The path of a company's data file of one kind in a folder: "folder\key_TTTTTTTT.dat", T the data type code in
+// upper-case hexadecimal, of any length. folder: without a separator at its end. dataType: data type code. Empty for a
+// site number without a company. Any thread.
+CString DataFileIn(const CString& folder, int siteNumber, DWORD dataType);
+
+// The path of a company's data file of one kind in DataFolder, cut to the buffer. buffer: zero-terminated on success.
+// dataType: data type code. When the common folder is unknown the folder part is empty.
 // False with last error 50 and the buffer untouched when the site number has no company. Any thread.
 bool GetFilePath(wchar_t (&buffer)[MAX_PATH], int siteNumber, DWORD dataType);

@@ -1,0 +1,81 @@
+#include "reader/DataFileReader.h"
+
+#include "platform/Files.h"
+#include "platform/Text.h"
+
+#include <cstring>
+
+namespace {
+
+DataFile Faulty(DataFileFault fault, CString reason)
+{
+    DataFile file;
+    file.fault = fault;
+    file.reason = std::move(reason);
+    return file;
+}
+
+DataFile FaultOfRead(DWORD error)
+{
+    switch (error) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+        return Faulty(DataFileFault::kMissing, L"there is no such file");
+    case ERROR_SHARING_VIOLATION:
+        return Faulty(DataFileFault::kHeldByWriter, L"it is being written by another program");
+    default:
+        return Faulty(DataFileFault::kUnreadable, platform::FormatText(L"it cannot be read (error %u)", error));
+    }
+}
+
+// The header, or its first fault.
+DataFile CheckedHeader(const DataFileHeader& header, std::size_t length, DWORD dataType)
+{
+    if (header.version != kDataFileVersion) {
+        return Faulty(DataFileFault::kForeignVersion, platform::FormatText(L"its format version is 0x%08X, not 0x%08X",
+                                                                           header.version, kDataFileVersion));
+    }
+    if (header.dataType != dataType) {
+        return Faulty(DataFileFault::kForeignDataType,
+                      platform::FormatText(L"it holds data type %u, not %u", header.dataType, dataType));
+    }
+    if (header.reserved != 0) {
+        return Faulty(DataFileFault::kForeignReserved,
+                      platform::FormatText(L"its reserved word is 0x%08X, not 0", header.reserved));
+    }
+    const ULONGLONG announced = sizeof(header) + ULONGLONG{header.count} * sizeof(_AmporaOneData);
+    if (announced != length) {
+        return Faulty(DataFileFault::kTorn,
+                      platform::FormatText(L"it has %u bytes, but announces %u records (%u bytes)", length,
+                                           header.count, announced));
+    }
+    DataFile file;
+    file.header = header;
+    return file;
+}
+
+} // namespace
+
+DataFile ParseDataFile(std::span<const BYTE> bytes, DWORD dataType)
+{
+    DataFileHeader header{};
+    if (bytes.size() < sizeof(header)) {
+        return Faulty(DataFileFault::kTooShort, platform::FormatText(L"it has %u bytes, less than a header (%u bytes)",
+                                                                     bytes.size(), sizeof(header)));
+    }
+    std::memcpy(&header, bytes.data(), sizeof(header));
+    DataFile file = CheckedHeader(header, bytes.size(), dataType);
+    if (file.fault == DataFileFault::kNone && header.count != 0) {
+        file.records.resize(header.count);
+        std::memcpy(file.records.data(), bytes.data() + sizeof(header), bytes.size() - sizeof(header));
+    }
+    return file;
+}
+
+DataFile ReadDataFile(const CString& path, DWORD dataType)
+{
+    // One byte more than allowed: the rest of a longer file shows as a length that no count of records has.
+    std::vector<BYTE> bytes;
+    const DWORD error = platform::ReadWholeFile(path, kMaxDataFileBytes + 1, &bytes);
+    return error == ERROR_SUCCESS ? ParseDataFile(bytes, dataType) : FaultOfRead(error);
+}
