@@ -1,0 +1,143 @@
+#include "fetch/AmporaGoolgeSiteConfig.h"
+
+#include "config/ConfigUtil.h"
+#include "config/TraceLog.h"
+#include "data/GSXMLAnalyzer.h"
+#include "fetch/NullDacl.h"
+#include "platform/Files.h"
+#include "platform/LastError.h"
+#include "platform/Text.h"
+#include "reader/DataFilePath.h"
+
+namespace {
+
+// The answer of a source that has no data for the day.
+constexpr DWORD kStatusNoData = 503;
+
+// The two words by which the API names a kind of data.
+struct ReportKind {
+    DWORD dataType;
+    const wchar_t* category;
+    const wchar_t* kind;
+};
+
+constexpr ReportKind kReportKinds[] = {
+    {kInstantUsage, L"usage", L"instant"},     {kActualUsage, L"usage", L"actual"},
+    {kEstimatedUsage, L"usage", L"estimated"}, {kPeakSupply, L"peak", L"supply"},
+    {kPeakDemand, L"peak", L"demand"},
+};
+
+// Null when there is no memory for it.
+std::unique_ptr<CAmporaDataCollection> MakeCollection()
+{
+    try {
+        return std::make_unique<CAmporaDataCollection>();
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+} // namespace
+
+CAmporaGoolgeSiteConfig::CAmporaGoolgeSiteConfig()
+{
+    const CTraceScope scope(L"CAmporaGoolgeSiteConfig::CAmporaGoolgeSiteConfig");
+    m_analyzer = std::make_unique<CGSXMLAnalyzer>();
+    m_analyzer->Initialize();
+}
+
+CAmporaGoolgeSiteConfig::~CAmporaGoolgeSiteConfig()
+{
+    const CTraceScope scope(L"CAmporaGoolgeSiteConfig::~CAmporaGoolgeSiteConfig");
+    m_analyzer->Finalize();
+    m_analyzer.reset();
+}
+
+std::unique_ptr<CAmporaDataCollection> CAmporaGoolgeSiteConfig::AnalyzeData(DWORD /*dataType*/, CString body,
+                                                                            DWORD status)
+{
+    const CTraceScope scope(L"CAmporaGoolgeSiteConfig::AnalyzeData");
+    const CTraceLog log = scope.Log();
+    if (!body.empty()) {
+        try {
+            return m_analyzer->AnalyzeData(std::move(body));
+        } catch (...) {
+            log.Err(L"Analyze Exception!");
+            return nullptr;
+        }
+    }
+    if (status != kStatusNoData) {
+        log.Err(L"Data is Empty");
+        return nullptr;
+    }
+    log.Tra(L"No Data");
+    std::unique_ptr<CAmporaDataCollection> collection = MakeCollection();
+    if (!collection) {
+        log.Err(L"CAmporaDataCollection Allocate Fail!");
+    }
+    // Set in both cases: callers that look at it learn by it that the list is empty for want of data.
+    platform::SetLastErrorCode(ERROR_OUTOFMEMORY);
+    return collection;
+}
+
+CString CAmporaGoolgeSiteConfig::GetURL(CString companyKey, DWORD dataType, SYSTEMTIME day)
+{
+    const CTraceScope scope(L"CAmporaGoolgeSiteConfig::GetURL");
+    for (const ReportKind& report : kReportKinds) {
+        if (report.dataType == dataType) {
+            return platform::FormatText(L"http://%s/%s/%s/%s?date=%04d-%02d-%02d&output=xml", CConfigUtil::GetApiHost(),
+                                        report.category, companyKey, report.kind, day.wYear, day.wMonth, day.wDay);
+        }
+    }
+    return {};
+}
+
+void CAmporaGoolgeSiteConfig::OutData(CString filePath, DWORD dataType, const CAmporaDataCollection* collection,
+                                      SYSTEMTIME writeTime)
+{
+    const CTraceScope scope(L"CAmporaGoolgeSiteConfig::OutData");
+    const CTraceLog log = scope.Log();
+    if (collection == nullptr) {
+        log.Err(L"Param is NULL");
+        return;
+    }
+    const platform::SecurityDescriptorPtr security = MakeNullDacl(log);
+    if (!security) {
+        return;
+    }
+    const platform::OutputFilePtr file = platform::OpenForReplace(filePath, security.get());
+    if (!file) {
+        log.Err(L"Open Fail.");
+        return;
+    }
+    const auto& records = collection->Records();
+    const DataFileHeader header{kDataFileVersion, dataType, static_cast<DWORD>(records.size()), 0, writeTime};
+    platform::WriteFileBytes(file, &header, sizeof(header));
+    for (const _AmporaOneData& record : records) {
+        platform::WriteFileBytes(file, &record, sizeof(record));
+    }
+}
+
+CString CAmporaGoolgeSiteConfig::GetSaveFolderPath()
+{
+    const CTraceScope scope(L"CAmporaGoolgeSiteConfig::GetSaveFolderPath");
+    const CTraceLog log = scope.Log();
+    const CString path = DataFolder();
+    if (path.empty()) {
+        log.Err(L"Get Common App Folder Fail.");
+        return {};
+    }
+    if (platform::PathExists(path)) {
+        return path;
+    }
+    const platform::SecurityDescriptorPtr security = MakeNullDacl(log);
+    if (!security) {
+        return {};
+    }
+    if (platform::MakeFolder(path, security.get())) {
+        log.Tra(L"Save Folder Created(%s)", path);
+    } else {
+        log.War(L"Save Folder Create Fail");
+    }
+    return path;
+}

@@ -1,0 +1,8 @@
+// The rights of what other users' processes must reach.
+#pragma once
+
+#include "config/TraceLog.h"
+#include "platform/Security.h"
+
+// A new descriptor with a null DACL. Null, traced through log, on failure. Any thread.
+platform::SecurityDescriptorPtr MakeNullDacl(const CTraceLog& log);
