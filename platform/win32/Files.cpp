@@ -1,0 +1,92 @@
+#include "platform/Files.h"
+
+#include "platform/win32/Handle.h"
+#include "platform/win32/SecurityDescriptor.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <shlobj.h>
+
+namespace platform {
+
+const wchar_t* const kPathSeparator = L"\\";
+
+class COutputFile {
+public:
+    explicit COutputFile(win32::CFileHandle&& handle) : m_handle(std::move(handle)) {}
+    HANDLE Handle() const { return m_handle.Get(); }
+
+private:
+    win32::CFileHandle m_handle;
+};
+
+BOOL GetCommonAppDataFolder(CString* folder)
+{
+    folder->clear();
+    std::array<wchar_t, MAX_PATH> path = {};
+    if (!::SHGetSpecialFolderPathW(nullptr, path.data(), CSIDL_COMMON_APPDATA, TRUE)) {
+        return FALSE;
+    }
+    *folder = path.data();
+    return TRUE;
+}
+
+BOOL PathExists(const CString& path) { return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
+
+BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
+{
+    SECURITY_ATTRIBUTES attributes = win32::AttributesOf(security);
+    return ::CreateDirectoryW(path.c_str(), &attributes);
+}
+
+OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* security)
+{
+    SECURITY_ATTRIBUTES attributes = win32::AttributesOf(security);
+    win32::CFileHandle handle(
+        ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, &attributes, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return handle ? std::make_shared<COutputFile>(std::move(handle)) : nullptr;
+}
+
+void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t size)
+{
+    if (size > std::numeric_limits<DWORD>::max()) {
+        throw CFileException(ERROR_INVALID_PARAMETER);
+    }
+    DWORD written = 0;
+    if (!::WriteFile(file->Handle(), bytes, static_cast<DWORD>(size), &written, nullptr)) {
+        throw CFileException(::GetLastError());
+    }
+    if (written != size) {
+        throw CFileException(ERROR_DISK_FULL);
+    }
+}
+
+DWORD ReadWholeFile(const CString& path, std::size_t maxBytes, std::vector<BYTE>* bytes)
+{
+    bytes->clear();
+    const win32::CFileHandle handle(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+    LARGE_INTEGER size = {};
+    if (!handle || !::GetFileSizeEx(handle.Get(), &size)) {
+        return ::GetLastError();
+    }
+    bytes->resize(static_cast<std::size_t>(std::min<ULONGLONG>(static_cast<ULONGLONG>(size.QuadPart), maxBytes)));
+    std::size_t filled = 0;
+    while (filled < bytes->size()) {
+        const auto wanted = static_cast<DWORD>(std::min<std::size_t>(bytes->size() - filled, 1U << 30));
+        DWORD got = 0;
+        if (!::ReadFile(handle.Get(), bytes->data() + filled, wanted, &got, nullptr)) {
+            bytes->clear();
+            return ::GetLastError();
+        }
+        if (got == 0) {
+            break;
+        }
+        filled += got;
+    }
+    bytes->resize(filled);
+    return ERROR_SUCCESS;
+}
+
+} // namespace platform
