@@ -1,0 +1,269 @@
+#include "data/GSXMLAnalyzer.h"
+
+#include "config/TraceLog.h"
+#include "data/Scan.h"
+#include "platform/Clock.h"
+
+namespace {
+
+using platform::DomAttributeMapPtr;
+using platform::DomElementPtr;
+using platform::DomNodeListPtr;
+using platform::DomNodePtr;
+
+constexpr wchar_t kAnalyzeData[] = L"CGSXMLAnalyzer::AnalyzeData";
+
+constexpr wchar_t kRootTag[] = L"power_report";
+constexpr wchar_t kInstantTag[] = L"instant_usage";
+constexpr wchar_t kActualTag[] = L"actual_usage";
+constexpr wchar_t kEstimatedTag[] = L"estimated_usage";
+constexpr wchar_t kPeakSupplyTag[] = L"peak_supply";
+constexpr wchar_t kPeakDemandTag[] = L"peak_demand";
+
+constexpr wchar_t kOtherName[] = L"Tag name invalid";
+
+using AnalyzeTag = BOOL (CGSXMLAnalyzer::*)(const DomNodePtr&, CAmporaDataCollection*);
+
+// An element below the root and who reads it.
+struct TagHandler {
+    const wchar_t* name;
+    AnalyzeTag analyze;
+    const wchar_t* success;
+    const wchar_t* fail;
+};
+
+constexpr TagHandler kHandlers[] = {
+    {kInstantTag, &CGSXMLAnalyzer::AnalyzeInstantTag, L"Instant Tag Success", L"Instant Tag Fail"},
+    {kActualTag, &CGSXMLAnalyzer::AnalyzeActualTag, L"Actual Tag Success", L"Actual Tag Fail"},
+    {kEstimatedTag, &CGSXMLAnalyzer::AnalyzeEstimatedTag, L"Estimated Tag Success", L"Estimated Tag Fail"},
+    {kPeakSupplyTag, &CGSXMLAnalyzer::AnalyzePeakSupplyTag, L"PeakSupply Tag Success", L"PeakSupply Tag Fail"},
+    {kPeakDemandTag, &CGSXMLAnalyzer::AnalyzePeakDemandTag, L"PeakDemand Tag Success", L"PeakDemand Tag Fail"},
+};
+
+// Loads with Load or LoadFile of the parser; null also when that throws.
+template <class LoadCall>
+DomElementPtr LoadGuarded(LoadCall load, const wchar_t* function, const wchar_t* failed)
+{
+    try {
+        return load();
+    } catch (...) {
+        CTraceLog(function).War(failed);
+        return nullptr;
+    }
+}
+
+} // namespace
+
+struct CGSXMLAnalyzer::PeakTexts {
+    const wchar_t* tagName;
+    const wchar_t* childName;
+    const wchar_t* otherChild;
+    const wchar_t* noAttributes;
+};
+
+CGSXMLAnalyzer::CGSXMLAnalyzer() { const CTraceScope scope(L"CGSXMLAnalyzer::CGSXMLAnalyzer"); }
+
+CGSXMLAnalyzer::~CGSXMLAnalyzer() { const CTraceScope scope(L"CGSXMLAnalyzer::~CGSXMLAnalyzer"); }
+
+std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeData(CString strXml)
+{
+    return AnalyzeData(LoadGuarded([&] { return Load(strXml); }, kAnalyzeData, L"Load Exception"));
+}
+
+std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeFile(CString strPath)
+{
+    return AnalyzeData(
+        LoadGuarded([&] { return LoadFile(strPath); }, L"CGSXMLAnalyzer::AnalyzeFile", L"Load File Exception"));
+}
+
+BOOL CGSXMLAnalyzer::AnalyzeInstantTag(const DomNodePtr& node, CAmporaDataCollection* collection)
+{
+    return AnalyzeUsages(L"CGSXMLAnalyzer::AnalyzeInstantTag", node, collection, kInstantTag, kOtherName);
+}
+
+BOOL CGSXMLAnalyzer::AnalyzeActualTag(const DomNodePtr& node, CAmporaDataCollection* collection)
+{
+    return AnalyzeUsages(L"CGSXMLAnalyzer::AnalyzeActualTag", node, collection, kActualTag, L"Tag Name invalid");
+}
+
+BOOL CGSXMLAnalyzer::AnalyzeEstimatedTag(const DomNodePtr& node, CAmporaDataCollection* collection)
+{
+    return AnalyzeUsages(L"CGSXMLAnalyzer::AnalyzeEstimatedTag", node, collection, kEstimatedTag, kOtherName);
+}
+
+BOOL CGSXMLAnalyzer::AnalyzePeakSupplyTag(const DomNodePtr& node, CAmporaDataCollection* collection)
+{
+    return AnalyzePeak(L"CGSXMLAnalyzer::AnalyzePeakSupplyTag", node, collection,
+                       {kPeakSupplyTag, L"supply", L"NOT supply tag", L"NOT supply Attributes"});
+}
+
+BOOL CGSXMLAnalyzer::AnalyzePeakDemandTag(const DomNodePtr& node, CAmporaDataCollection* collection)
+{
+    return AnalyzePeak(L"CGSXMLAnalyzer::AnalyzePeakDemandTag", node, collection,
+                       {kPeakDemandTag, L"demand", L"NOT demand tag", L"NOT demand Attributes"});
+}
+
+std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeData(const DomElementPtr& element)
+{
+    const CTraceScope scope(kAnalyzeData);
+    if (!element || GetTagName(element) != kRootTag) {
+        scope.Log().Err(kOtherName);
+        return nullptr;
+    }
+    const DomNodeListPtr children = GetChildNodes(element);
+    const LONG count = GetChildCount(children);
+    if (count == 0) {
+        return nullptr;
+    }
+    std::unique_ptr<CAmporaDataCollection> collection;
+    try {
+        collection = std::make_unique<CAmporaDataCollection>();
+    } catch (...) {
+        scope.Log().Err(L"Collection Create Fail");
+        return nullptr;
+    }
+    for (LONG index = 0; index < count; ++index) {
+        if (const DomNodePtr child = GetNode(children, index)) {
+            AnalyzeChild(child, collection.get());
+        }
+    }
+    return collection;
+}
+
+BOOL CGSXMLAnalyzer::AnalyzeUsageTag(const DomNodePtr& node, SYSTEMTIME& start, DWORD& durationSeconds,
+                                     ULONGLONG& value)
+{
+    const CTraceScope scope(L"CGSXMLAnalyzer::AnalyzeUsageTag");
+    if (!node || GetTagName(node) != L"usage") {
+        scope.Log().Err(kOtherName);
+        return FALSE;
+    }
+    const DomAttributeMapPtr attributes = GetNodeAttributes(node);
+    if (!attributes) {
+        scope.Log().Err(L"NO Attribute.");
+        return FALSE;
+    }
+    if (!GetAttribue(attributes, L"datetime", start)) {
+        scope.Log().Err(L"NO datetime Attribute.");
+        return FALSE;
+    }
+    CString duration;
+    if (!CXMLParser::GetAttribue(attributes, L"duration", duration)) {
+        scope.Log().Err(L"NO duration Attribute.");
+        return FALSE;
+    }
+    ScanUnsigned(duration, durationSeconds);
+    ScanUnsigned64(GetTagValue(node), value);
+    return TRUE;
+}
+
+BOOL CGSXMLAnalyzer::GetAttribue(const DomAttributeMapPtr& attributes, CString strName, SYSTEMTIME& time)
+{
+    const CTraceScope scope(L"CGSXMLAnalyzer::GetAttribue");
+    CString text;
+    if (!CXMLParser::GetAttribue(attributes, strName, text)) {
+        scope.Log().Err(L"Node Value Get Fail.");
+        return FALSE;
+    }
+    ScanDateTime(text, time);
+    time.wDayOfWeek = 0;
+    time.wMilliseconds = 0;
+
+    // To FILETIME and back fills in the day of week. A time that is not valid leaves the count at 0, the year 1601.
+    FILETIME count{};
+    platform::CalendarToFileTime(&time, &count);
+    platform::FileTimeToCalendar(&count, &time);
+    return TRUE;
+}
+
+BOOL CGSXMLAnalyzer::AnalyzeUsages(const wchar_t* function, const DomNodePtr& node, CAmporaDataCollection* collection,
+                                   const wchar_t* tagName, const wchar_t* otherName)
+{
+    const CTraceScope scope(function);
+    if (!node || GetTagName(node) != tagName) {
+        scope.Log().Err(otherName);
+        return FALSE;
+    }
+    if (collection == nullptr) {
+        scope.Log().Err(L"Parameter is invalid");
+        return FALSE;
+    }
+    const DomNodeListPtr children = GetChildNodes(node);
+    const LONG count = GetChildCount(children);
+    if (count == 0) {
+        scope.Log().War(L"Data Not Set.");
+        return FALSE;
+    }
+    for (LONG index = 0; index < count; ++index) {
+        const DomNodePtr child = GetNode(children, index);
+        SYSTEMTIME start{};
+        DWORD durationSeconds = 0;
+        ULONGLONG value = 0;
+        if (child && AnalyzeUsageTag(child, start, durationSeconds, value)) {
+            collection->AddAmporaData(start, static_cast<LONG>(durationSeconds), value);
+        }
+    }
+    return TRUE;
+}
+
+BOOL CGSXMLAnalyzer::AnalyzePeak(const wchar_t* function, const DomNodePtr& node, CAmporaDataCollection* collection,
+                                 const PeakTexts& texts)
+{
+    const CTraceScope scope(function);
+    const auto fail = [&scope](const wchar_t* message) {
+        scope.Log().Err(message);
+        return FALSE;
+    };
+    if (!node || GetTagName(node) != texts.tagName) {
+        return fail(kOtherName);
+    }
+    if (collection == nullptr) {
+        return fail(L"Parameter is invalid");
+    }
+    const DomNodeListPtr children = GetChildNodes(node);
+    if (GetChildCount(children) == 0) {
+        scope.Log().War(L"Data Not Set.");
+        return FALSE;
+    }
+    const DomNodePtr child = GetNode(children, 0);
+    if (!child) {
+        return FALSE;
+    }
+    if (GetTagName(child) != texts.childName) {
+        return fail(texts.otherChild);
+    }
+    const DomAttributeMapPtr attributes = GetNodeAttributes(child);
+    if (!attributes) {
+        return fail(texts.noAttributes);
+    }
+    SYSTEMTIME start{};
+    SYSTEMTIME end{};
+    ULONGLONG value = 0;
+    if (!GetAttribue(attributes, L"start", start)) {
+        return fail(L"NOT start Attribute");
+    }
+    if (!GetAttribue(attributes, L"end", end)) {
+        return fail(L"NOT end Attribute");
+    }
+    ScanUnsigned64(GetTagValue(child), value);
+    return collection->AddAmporaData(start, end, value);
+}
+
+// Hands a child of the root to its handler and logs the outcome; a failure stops nothing.
+void CGSXMLAnalyzer::AnalyzeChild(const DomNodePtr& child, CAmporaDataCollection* collection)
+{
+    const CTraceLog log(kAnalyzeData);
+    const CString name = GetTagName(child);
+    for (const TagHandler& handler : kHandlers) {
+        if (name != handler.name) {
+            continue;
+        }
+        if ((this->*handler.analyze)(child, collection)) {
+            log.Tra(handler.success);
+        } else {
+            log.Err(handler.fail);
+        }
+        return;
+    }
+    log.War(L"Unknown Tag.(%s)", name);
+}

@@ -1,0 +1,61 @@
+// Loads an XML document and reads its nodes, with a trace line for every failure.
+#pragma once
+
+#include "platform/Dom.h"
+
+#include <stdexcept>
+
+// A failure of the document object model's own machinery.
+class CComException : public std::runtime_error {
+public:
+    explicit CComException(HRESULT code) : std::runtime_error("COM exception"), m_code(code) {}
+    HRESULT Code() const { return m_code; }
+
+private:
+    HRESULT m_code;
+};
+
+// Stateless. An object and the handles it gives belong to one thread, which must be inside an apartment
+// (platform/Thread.h). Handles belong to the caller; a null one means failure. Only Load and LoadFile throw anything
+// but std::bad_alloc.
+class CXMLParser {
+public:
+    CXMLParser();
+    virtual ~CXMLParser();
+    CXMLParser(const CXMLParser&) = delete;
+    CXMLParser& operator=(const CXMLParser&) = delete;
+
+    // For derived classes: called before the first use and after the last one. Initialize is always true here.
+    virtual bool Initialize();
+    virtual void Finalize();
+
+    // Loads a document from text, or from a file as its own declaration encodes it. The root element, which keeps its
+    // document alive, or null when that is no well-formed document. Throws CComException with the status when no
+    // document can be made, E_OUTOFMEMORY when the argument cannot be handed over.
+    platform::DomElementPtr Load(CString strXml);
+    platform::DomElementPtr LoadFile(CString strPath);
+
+    // The children in document order; null on failure or for null.
+    platform::DomNodeListPtr GetChildNodes(const platform::DomNodePtr& node);
+    platform::DomNodeListPtr GetChildNodes(const platform::DomElementPtr& element);
+
+    // The child at index, from 0; null, without a trace line, for an index that has none; null on failure or for null.
+    platform::DomNodePtr GetNode(const platform::DomNodeListPtr& list, LONG index);
+
+    // The attributes; null, without a trace line, for a node that is no element; null on failure or for null.
+    platform::DomAttributeMapPtr GetNodeAttributes(const platform::DomNodePtr& node);
+
+    // The qualified name, such as "#comment" for a comment; empty on failure or for null.
+    CString GetTagName(const platform::DomNodePtr& node);
+    CString GetTagName(const platform::DomElementPtr& element);
+
+    // The text of the node with that of all its descendants; empty on failure or for null.
+    CString GetTagValue(const platform::DomNodePtr& node);
+
+    // The number of children; 0 on failure or for null.
+    LONG GetChildCount(const platform::DomNodeListPtr& list);
+
+    // The text of the attribute of this name. False, value untouched, when there is none, on failure, and for a null
+    // map or an empty name.
+    bool GetAttribue(const platform::DomAttributeMapPtr& attributes, CString strName, CString& value);
+};
