@@ -1,0 +1,3 @@
+#include "app/AmporaSrv.h"
+
+int main() { return RunAmporaSrv(); }

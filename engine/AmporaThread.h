@@ -1,0 +1,68 @@
+// The base of the program's worker thread.
+#pragma once
+
+#include "platform/CriticalSection.h"
+#include "platform/Thread.h"
+
+#include <atomic>
+#include <memory>
+
+// Creates a thread inside a COM apartment, runs the subclass's procedure on it, and lets its owner ask it to end and
+// wait for that.
+//
+// Stop gives up waiting after its time-out, so a thread can outlive it. Two things keep that safe. Every run has an
+// exit flag of its own, so that a following Start never takes back the request to end. And a run keeps the object
+// alive: an object held by a std::shared_ptr is destroyed by whoever lets go of it last, its owner or the ending
+// thread. An object that is not held so must not be destroyed before its thread has ended.
+//
+// Start, Stop and the destructor belong to one owning thread at a time.
+class CAmporaThread : public std::enable_shared_from_this<CAmporaThread> {
+public:
+    CAmporaThread();
+    // Stops a running thread with a wait of 100 ms.
+    virtual ~CAmporaThread();
+    CAmporaThread(const CAmporaThread&) = delete;
+    CAmporaThread& operator=(const CAmporaThread&) = delete;
+
+    // Starts the thread. FALSE, without a message, when it was started already, and when it cannot be created.
+    virtual BOOL Start();
+    // Asks the thread to end, waits for it at most timeoutMs milliseconds and lets go of it in either case. Does
+    // nothing when there is none.
+    virtual void Stop(DWORD timeoutMs);
+    // The thread's work, on the thread. Polls IsExitSet. Exceptions end the thread silently.
+    virtual void ThreadProc() = 0;
+    // Asks the current run to end. Any thread.
+    virtual void SetExit();
+
+    // Waits, at most timeoutMs milliseconds (INFINITE: without limit), until the thread has ended by itself; it is not
+    // asked to. TRUE when it has ended or there is none. Only the owning thread.
+    BOOL WaitForEnd(DWORD timeoutMs) const;
+
+protected:
+    // Whether the calling thread's run, or the latest one when a thread of another kind calls, has been asked to end.
+    // Any thread.
+    bool IsExitSet() const;
+
+    // Entry of the thread. argument: what Start handed over; null is refused. Always 0.
+    static DWORD _CallThreadProc(void* argument);
+
+    // Guards the thread, the exit flag and the subclass's own handles.
+    platform::CCriticalSection m_lock;
+
+private:
+    // One start of the thread.
+    struct Run {
+        const CAmporaThread* owner = nullptr;
+        std::atomic<LONG> exitFlag = 0; // 0 or 1; never goes back to 0
+    };
+    // What a new thread gets.
+    struct Launch {
+        CAmporaThread* object = nullptr;
+        std::shared_ptr<CAmporaThread> keepAlive; // null when the object is not held by a std::shared_ptr
+        std::shared_ptr<Run> run;
+    };
+
+    static thread_local const Run* t_run; // the calling thread's run; null on threads of other kinds
+    platform::ThreadPtr m_thread;         // null when no thread
+    std::shared_ptr<Run> m_run;           // the latest run, never null
+};

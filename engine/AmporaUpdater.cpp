@@ -1,0 +1,271 @@
+#include "engine/AmporaUpdater.h"
+
+#include "config/ConfigUtil.h"
+#include "config/TraceLog.h"
+#include "data/CalendarTime.h"
+#include "engine/AutoLock.h"
+#include "engine/RandomRule.h"
+#include "engine/WaitTableTimer.h"
+#include "fetch/AmporaPowerCompanies.h"
+#include "fetch/NullDacl.h"
+#include "platform/Clock.h"
+
+namespace {
+
+constexpr std::int64_t kHalfDaySeconds = 43200;
+constexpr std::int64_t kDaySeconds = 86400;
+constexpr LONGLONG kRelativeMinute = -600000000; // a relative due time of one minute, in 100-nanosecond units
+constexpr DWORD kFailedWaitPauseMs = 1000;
+
+// The kinds of data in the order of a pass. Usage covers whole days, of which only the pass's window is kept; a peak is
+// one record, which is kept as it is.
+struct Kind {
+    DWORD dataType;
+    bool trim;
+};
+constexpr Kind kKinds[] = {
+    {kInstantUsage, true}, {kActualUsage, true}, {kEstimatedUsage, true}, {kPeakSupply, false}, {kPeakDemand, false},
+};
+
+constexpr wchar_t kUpdateOneName[] = L"CAmporaUpdater::UpdateOnePowerCompany";
+
+} // namespace
+
+CAmporaUpdater::CAmporaUpdater() { const CTraceScope scope(L"CAmporaUpdater::CAmporaUpdater"); }
+
+CAmporaUpdater::~CAmporaUpdater() { const CTraceScope scope(L"CAmporaUpdater::~CAmporaUpdater"); }
+
+CAmporaUpdater::NamedObjects CAmporaUpdater::Objects() const
+{
+    const CAutoLock lock(&m_objectsLock);
+    return m_objects;
+}
+
+void CAmporaUpdater::SetObjects(NamedObjects objects)
+{
+    const CAutoLock lock(&m_objectsLock);
+    m_objects = std::move(objects);
+}
+
+BOOL CAmporaUpdater::Start()
+{
+    const CTraceScope scope(L"CAmporaUpdater::Start");
+    const CAutoLock lock(&m_lock);
+    if (Objects().event) {
+        scope.Log().Tra(L"Already Started");
+        return TRUE;
+    }
+    // Every user's and every session's copy must be able to open them.
+    const platform::SecurityDescriptorPtr everybody = MakeNullDacl(scope.Log());
+    if (!everybody) {
+        return FALSE;
+    }
+    NamedObjects objects;
+    objects.mutex = platform::CreateNamedMutex(kUpdateMutexName, FALSE, everybody.get());
+    if (!objects.mutex) {
+        scope.Log().Err(L"CreateMutex Fail.");
+        return FALSE;
+    }
+    objects.event = platform::CreateNamedEvent(kUpdateEventName, everybody.get());
+    if (!objects.event) {
+        scope.Log().Err(L"CreateEvent Fail.");
+        return FALSE;
+    }
+    SetObjects(std::move(objects));
+    if (!CAmporaThread::Start()) {
+        scope.Log().Err(L"Start Fail.");
+        SetObjects({});
+        return FALSE;
+    }
+    return TRUE;
+}
+
+void CAmporaUpdater::Stop(DWORD timeoutMs)
+{
+    const CTraceScope scope(L"CAmporaUpdater::Stop");
+    const CAutoLock lock(&m_lock);
+    SetExit();
+    if (const NamedObjects objects = Objects(); objects.event) {
+        platform::PulseNamedEvent(objects.event);
+    }
+    CAmporaThread::Stop(timeoutMs);
+    SetObjects({});
+}
+
+void CAmporaUpdater::ThreadProc()
+{
+    const CTraceScope scope(L"CAmporaUpdater::ThreadProc");
+    CAmporaTokyoPowerCompany tokyo;
+    CAmporaTohokuPowerCompany tohoku;
+    CAmporaKansaiPowerCompany kansai;
+    CAmporaChubuPowerCompany chubu;
+    CAmporaKyushuPowerCompany kyushu;
+    CAmporaSiteConfig* const sites[] = {&tokyo, &tohoku, &kansai, &chubu, &kyushu, nullptr};
+    if (IsExitSet()) {
+        scope.Log().Tra(L"Exit...");
+        return;
+    }
+    if (m_initialUpdate) {
+        RunInitialUpdate(scope.Log(), sites);
+        m_initialUpdate = false;
+    }
+    if (IsExitSet()) {
+        scope.Log().Tra(L"Exit...");
+    }
+}
+
+BOOL CAmporaUpdater::RunInitialUpdate(const CTraceLog& log, CAmporaSiteConfig* const* sites)
+{
+    if (!CConfigUtil::IsUpdateEnable()) {
+        return FALSE;
+    }
+    log.Tra(L"Update Flag ON");
+    const BOOL updated = Update(sites);
+    if (updated) {
+        log.Tra(L"Updated");
+    } else {
+        log.War(L"Update Fail.");
+    }
+    return updated;
+}
+
+CAmporaUpdater::Turn CAmporaUpdater::WaitForTurn(const NamedObjects& objects) const
+{
+    Turn turn;
+    const platform::WaitHandle handles[] = {objects.mutex, objects.event};
+    for (DWORD result = WAIT_TIMEOUT; result != WAIT_OBJECT_0;) {
+        result = platform::WaitForAny(handles, INFINITE);
+        // After an abandoned one the mutex is owned, too, and the next wait acquires it again.
+        if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED_0) {
+            ++turn.acquisitions;
+        }
+        if (IsExitSet()) {
+            turn.exit = true;
+            return turn;
+        }
+        if (result == WAIT_FAILED) {
+            // Waiting goes on, but not in a circle without rest.
+            platform::WaitForOne(objects.event, kFailedWaitPauseMs, FALSE);
+        }
+    }
+    return turn;
+}
+
+BOOL CAmporaUpdater::Update(CAmporaSiteConfig* const* sites)
+{
+    const CTraceScope scope(L"CAmporaUpdater::Update");
+    const NamedObjects objects = Objects();
+    Turn turn;
+    if (objects.mutex) {
+        turn = WaitForTurn(objects);
+    }
+    if (turn.exit) {
+        // A mutex acquired at this moment is left to be abandoned by the ending thread.
+        scope.Log().Tra(L"Exit Signal.");
+        return FALSE;
+    }
+    BOOL result = TRUE;
+    try {
+        SYSTEMTIME now{};
+        platform::ReadLocalClock(&now);
+        const std::int64_t time = TimeFromCalendar(now);
+        const SYSTEMTIME start = CalendarFromTime(time - kHalfDaySeconds);
+        const SYSTEMTIME end = CalendarFromTime(time + kHalfDaySeconds);
+        for (; *sites != nullptr; ++sites) {
+            UpdateOnePowerCompany(&m_httpClient, *sites, start, end);
+            if (IsExitSet()) {
+                result = FALSE;
+                scope.Log().Tra(L"Exit Flag ON");
+                break;
+            }
+        }
+    } catch (...) { // NOLINT(bugprone-empty-catch): a pass that fails changes nothing in the schedule
+    }
+    for (; turn.acquisitions > 0; --turn.acquisitions) {
+        platform::ReleaseOwnedMutex(objects.mutex);
+    }
+    return result;
+}
+
+void CAmporaUpdater::UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSiteConfig* site, const SYSTEMTIME& start,
+                                           const SYSTEMTIME& end)
+{
+    const CTraceScope scope(kUpdateOneName);
+    if (site == nullptr) {
+        scope.Log().Err(L"Invalid Parameter");
+        return;
+    }
+    for (const Kind& kind : kKinds) {
+        if (IsExitSet()) {
+            return;
+        }
+        try {
+            const std::unique_ptr<CAmporaDataCollection> merged = FetchDays(*client, *site, kind.dataType, start, end);
+            if (IsExitSet()) {
+                scope.Log().Tra(L"Exit Flag on");
+                return;
+            }
+            if (merged) {
+                SYSTEMTIME writeTime{};
+                platform::ReadLocalClock(&writeTime);
+                if (kind.trim) {
+                    merged->AdjustData(start, end);
+                }
+                site->OutData(kind.dataType, merged.get(), writeTime);
+            }
+        } catch (...) { // NOLINT(bugprone-empty-catch): one kind's fault leaves the others as they are
+        }
+    }
+}
+
+std::unique_ptr<CAmporaDataCollection> CAmporaUpdater::FetchDays(CAmporaHttpClient& client, CAmporaSiteConfig& site,
+                                                                 DWORD dataType, const SYSTEMTIME& start,
+                                                                 const SYSTEMTIME& end) const
+{
+    const CTraceLog log(kUpdateOneName);
+    std::unique_ptr<CAmporaDataCollection> merged;
+    std::int64_t day = TimeFromCalendar(start);
+    const std::int64_t last = TimeFromCalendar(end);
+    for (; day <= last && !IsExitSet(); day += kDaySeconds) {
+        const CString url = site.GetURL(dataType, CalendarFromTime(day));
+        if (url.empty()) {
+            log.Tra(L"Get URL Empty. Skip");
+            continue;
+        }
+        CString body;
+        DWORD status = 0;
+        const BOOL received = client.GetData(url, body, status);
+        if (IsExitSet()) {
+            log.Tra(L"Exit Flag on");
+            break;
+        }
+        if (!received) {
+            log.Err(L"Get Data Fail");
+            continue;
+        }
+        std::unique_ptr<CAmporaDataCollection> records = site.AnalyzeData(dataType, std::move(body), status);
+        if (!records) {
+            log.Err(L"Analyze Error");
+        } else if (!merged) {
+            merged = std::move(records);
+        } else {
+            merged->AddAmporaData(records.get());
+        }
+    }
+    return merged;
+}
+
+BOOL CAmporaUpdater::SetIntervalUpdate(CWaitTableTimer* timer)
+{
+    const CTraceScope scope(L"CAmporaUpdater::SetIntervalUpdate");
+    LONG interval = 0;
+    LONG minimum = 0;
+    LONG maximum = 0;
+    CConfigUtil::GetIntervalSetting(interval, minimum, maximum);
+    scope.Log().Tra(L"Interval:%dmin, Rand:%dmin - %dmin", interval, minimum, maximum);
+    const LONGLONG minutes = static_cast<LONGLONG>(DrawRandomMinutes(minimum, maximum)) + interval;
+    scope.Log().Tra(L"Set Interval:%dmin", minutes);
+    LARGE_INTEGER dueTime{};
+    dueTime.QuadPart = minutes * kRelativeMinute;
+    return timer->Start(&dueTime);
+}

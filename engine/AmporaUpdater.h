@@ -1,0 +1,69 @@
+// The updater: its worker thread, the objects it shares with other processes, and the update pass.
+#pragma once
+
+#include "engine/AmporaThread.h"
+#include "fetch/AmporaHttpClient.h"
+#include "fetch/AmporaSiteConfig.h"
+#include "platform/Sync.h"
+
+class CTraceLog;
+class CWaitTableTimer;
+
+// Names of the objects that other processes can open. The mutex keeps the passes of all copies on the machine apart;
+// the event, one per session, wakes the worker.
+inline constexpr wchar_t kUpdateMutexName[] = L"Global\\AmporaSrvUpdateMutex";
+inline constexpr wchar_t kUpdateEventName[] = L"AmporaSrvUpdateEvent";
+
+// Start and Stop belong to the owning thread, the update operations to the worker thread. To be held by a
+// std::shared_ptr wherever the worker may outlive a Stop (AmporaThread.h).
+class CAmporaUpdater : public CAmporaThread {
+public:
+    CAmporaUpdater();
+    ~CAmporaUpdater() override;
+
+    // Creates the named objects and the worker. TRUE when running, also when it already was; FALSE, with nothing left
+    // open, on failure.
+    BOOL Start() override;
+    // Asks the worker to end, wakes it, waits at most timeoutMs milliseconds and closes the named objects; a worker
+    // that takes longer keeps its own references to them.
+    void Stop(DWORD timeoutMs) override;
+    // The worker's procedure: one update pass at the first start in the life of this object, when updating is enabled.
+    void ThreadProc() override;
+
+    // One pass over all sites. sites: ends with a null entry. Waits until no other copy's pass runs. TRUE when every
+    // site was handled, whatever came of it; FALSE when the exit flag stopped it.
+    virtual BOOL Update(CAmporaSiteConfig* const* sites);
+    // Arms the timer for the next pass: the interval of the settings plus random minutes. timer: not null. Whether it
+    // was armed.
+    virtual BOOL SetIntervalUpdate(CWaitTableTimer* timer);
+    // Fetches, analyzes and stores all kinds of data of one site for the days of start and end (local times). client:
+    // not null; site: null is refused. Never throws.
+    virtual void UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSiteConfig* site, const SYSTEMTIME& start,
+                                       const SYSTEMTIME& end);
+
+private:
+    // The objects shared with other processes; both null when stopped.
+    struct NamedObjects {
+        platform::WaitHandle mutex;
+        platform::WaitHandle event;
+    };
+    NamedObjects Objects() const;
+    void SetObjects(NamedObjects objects);
+
+    // Outcome of waiting for the mutex: how often it was acquired, which is more than once after an abandoned one.
+    struct Turn {
+        bool exit = false;
+        int acquisitions = 0;
+    };
+    Turn WaitForTurn(const NamedObjects& objects) const;
+    // The records of all days of one kind in one list; null when no day gave any.
+    std::unique_ptr<CAmporaDataCollection> FetchDays(CAmporaHttpClient& client, CAmporaSiteConfig& site, DWORD dataType,
+                                                     const SYSTEMTIME& start, const SYSTEMTIME& end) const;
+    // The pass at the first start. Whether it was made and handled every site.
+    BOOL RunInitialUpdate(const CTraceLog& log, CAmporaSiteConfig* const* sites);
+
+    mutable platform::CCriticalSection m_objectsLock; // guards m_objects, held for moments only
+    NamedObjects m_objects;
+    CAmporaHttpClient m_httpClient;
+    std::atomic<bool> m_initialUpdate = true; // cleared by the first run, never set again
+};

@@ -1,0 +1,27 @@
+// The program's one random rule: minutes drawn between two bounds.
+#pragma once
+
+#include "platform/Types.h"
+
+// The generator of the classic C runtime of Windows, so that every system draws the same numbers from the same seed.
+class CRandomGenerator {
+public:
+    explicit CRandomGenerator(std::uint32_t seed) : m_state(seed) {}
+    // The next number, 0 to 32767.
+    int Next()
+    {
+        m_state = m_state * 214013 + 2531011;
+        return static_cast<int>((m_state >> 16) & 0x7FFF);
+    }
+
+private:
+    std::uint32_t m_state;
+};
+
+// The minutes that a drawn number gives. draw: 0 to 32767; minimum, maximum: minutes, swapped when reversed.
+// draw x (high - low) / 32768 + low in double precision, truncated toward zero: the upper bound itself is drawn only
+// when both are equal, and a negative bound only by a draw of 0.
+LONG RandomMinutes(int draw, LONG minimum, LONG maximum);
+
+// Draws from the process's generator, which is seeded with the current time at its first use. Only the worker thread.
+LONG DrawRandomMinutes(LONG minimum, LONG maximum);
