@@ -1,0 +1,175 @@
+#include "server/ReportRouter.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <iomanip>
+#include <optional>
+#include <sstream>
+
+namespace reportd {
+namespace {
+
+struct CompanyWord {
+    std::string_view word;
+    Company company;
+};
+constexpr std::array kCompanies = {
+    CompanyWord{"tokyo", Company::kTokyo},   CompanyWord{"tohoku", Company::kTohoku},
+    CompanyWord{"chubu", Company::kChubu},   CompanyWord{"kansai", Company::kKansai},
+    CompanyWord{"kyushu", Company::kKyushu},
+};
+
+struct KindWords {
+    std::string_view category; // first word of the path
+    std::string_view word;     // its last word
+    ReportKind kind;
+    std::string_view element; // below the document's root
+    std::string_view item;    // below that, one a record
+};
+constexpr std::array kKinds = {
+    KindWords{"usage", "instant", ReportKind::kInstantUsage, "instant_usage", "usage"},
+    KindWords{"usage", "actual", ReportKind::kActualUsage, "actual_usage", "usage"},
+    KindWords{"usage", "estimated", ReportKind::kEstimatedUsage, "estimated_usage", "usage"},
+    KindWords{"peak", "supply", ReportKind::kPeakSupply, "peak_supply", "supply"},
+    KindWords{"peak", "demand", ReportKind::kPeakDemand, "peak_demand", "demand"},
+};
+
+// What a target asks for.
+struct ReportRequest {
+    Company company;
+    const KindWords* kind;
+    std::chrono::year_month_day date;
+};
+
+// Takes the text up to the separator, and the separator, off the front; all of it when there is no separator.
+std::string_view TakeUpTo(std::string_view& text, char separator)
+{
+    const std::size_t length = std::min(text.find(separator), text.size());
+    const std::string_view taken = text.substr(0, length);
+    text.remove_prefix(std::min(length + 1, text.size()));
+    return taken;
+}
+
+// A number of exactly so many decimal digits, off the front.
+std::optional<int> TakeNumber(std::string_view& text, std::size_t digits)
+{
+    const std::string_view number = text.substr(0, digits);
+    int value = 0;
+    if (number.size() != digits ||
+        !std::all_of(number.begin(), number.end(), [](char c) { return c >= '0' && c <= '9'; }) ||
+        std::from_chars(number.data(), number.data() + number.size(), value).ec != std::errc()) {
+        return {};
+    }
+    text.remove_prefix(digits);
+    return value;
+}
+
+bool TakeWord(std::string_view& text, std::string_view word)
+{
+    if (!text.starts_with(word)) {
+        return false;
+    }
+    text.remove_prefix(word.size());
+    return true;
+}
+
+// "date=YYYY-MM-DD&output=xml", and a day that the calendar has.
+std::optional<std::chrono::year_month_day> ParseQuery(std::string_view query)
+{
+    if (!TakeWord(query, "date=")) {
+        return {};
+    }
+    const std::optional<int> year = TakeNumber(query, 4);
+    const bool afterYear = TakeWord(query, "-");
+    const std::optional<int> month = TakeNumber(query, 2);
+    const bool afterMonth = TakeWord(query, "-");
+    const std::optional<int> day = TakeNumber(query, 2);
+    if (!year || !afterYear || !month || !afterMonth || !day || query != "&output=xml") {
+        return {};
+    }
+    const std::chrono::year_month_day date{std::chrono::year{*year}, std::chrono::month{static_cast<unsigned>(*month)},
+                                           std::chrono::day{static_cast<unsigned>(*day)}};
+    return date.ok() ? std::optional(date) : std::nullopt;
+}
+
+std::optional<ReportRequest> ParseTarget(std::string_view target)
+{
+    if (!TakeWord(target, "/")) {
+        return {};
+    }
+    std::string_view path = TakeUpTo(target, '?');
+    const std::string_view category = TakeUpTo(path, '/');
+    const std::string_view companyWord = TakeUpTo(path, '/');
+    const std::string_view kindWord = path;
+    const auto* company = std::find_if(kCompanies.begin(), kCompanies.end(),
+                                       [&](const CompanyWord& entry) { return entry.word == companyWord; });
+    const auto* kind = std::find_if(kKinds.begin(), kKinds.end(), [&](const KindWords& entry) {
+        return entry.category == category && entry.word == kindWord;
+    });
+    const std::optional<std::chrono::year_month_day> date = ParseQuery(target);
+    if (company == kCompanies.end() || kind == kKinds.end() || !date) {
+        return {};
+    }
+    return ReportRequest{company->company, kind, *date};
+}
+
+// 2012-07-02T13:00:00
+void PutTime(std::ostream& stream, LocalTime time)
+{
+    const auto day = std::chrono::floor<std::chrono::days>(time);
+    const std::chrono::year_month_day date{day};
+    const std::chrono::hh_mm_ss clock{time - day};
+    stream << std::setfill('0') << std::setw(4) << static_cast<int>(date.year()) << '-' << std::setw(2)
+           << static_cast<unsigned>(date.month()) << '-' << std::setw(2) << static_cast<unsigned>(date.day()) << 'T'
+           << std::setw(2) << clock.hours().count() << ':' << std::setw(2) << clock.minutes().count() << ':'
+           << std::setw(2) << clock.seconds().count();
+}
+
+void PutRecord(std::ostream& stream, const KindWords& kind, const ReportRecord& record)
+{
+    stream << "    <" << kind.item;
+    if (kind.category == "usage") {
+        stream << " datetime=\"";
+        PutTime(stream, record.start);
+        stream << "\" duration=\"" << (record.end - record.start).count();
+    } else {
+        stream << " start=\"";
+        PutTime(stream, record.start);
+        stream << "\" end=\"";
+        PutTime(stream, record.end);
+    }
+    stream << "\">" << record.value << "</" << kind.item << ">\n";
+}
+
+std::string FormatReport(const KindWords& kind, const std::vector<ReportRecord>& records)
+{
+    std::ostringstream stream;
+    stream.imbue(std::locale::classic());
+    stream << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<power_report>\n  <" << kind.element << ">\n";
+    for (const ReportRecord& record : records) {
+        PutRecord(stream, kind, record);
+    }
+    stream << "  </" << kind.element << ">\n</power_report>\n";
+    return stream.str();
+}
+
+} // namespace
+
+ReportAnswer AnswerReportRequest(std::string_view method, std::string_view target, LocalTime now)
+{
+    if (method != "GET") {
+        return {.status = 405};
+    }
+    const std::optional<ReportRequest> request = ParseTarget(target);
+    if (!request) {
+        return {.status = 404};
+    }
+    const std::vector<ReportRecord> records = SampleRecords(request->company, request->kind->kind, request->date, now);
+    if (records.empty()) {
+        return {.status = 503};
+    }
+    return {.status = 200, .body = FormatReport(*request->kind, records)};
+}
+
+} // namespace reportd

@@ -1,0 +1,157 @@
+#include "server/ReportServer.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/http.hpp>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
+#include <csignal>
+#include <optional>
+#include <sstream>
+
+namespace reportd {
+namespace {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+using asio::ip::tcp;
+using boost::system::error_code;
+
+constexpr std::chrono::seconds kSilenceLimit{30};
+constexpr std::uint32_t kHeaderLimitBytes = 8 * 1024;
+constexpr std::uint64_t kBodyLimitBytes = 64 * 1024;
+
+// One connection. It owns itself through the operations that it waits for and goes when there is none.
+class CReportConnection : public std::enable_shared_from_this<CReportConnection> {
+public:
+    CReportConnection(tcp::socket&& socket, const LocalClock& clock) : m_stream(std::move(socket)), m_clock(clock) {}
+
+    void ReadRequest()
+    {
+        m_parser.emplace();
+        m_parser->header_limit(kHeaderLimitBytes);
+        m_parser->body_limit(kBodyLimitBytes);
+        m_stream.expires_after(kSilenceLimit);
+        http::async_read(m_stream, m_buffer, *m_parser, [self = shared_from_this()](error_code error, std::size_t) {
+            if (!error) {
+                self->WriteAnswer();
+            } else {
+                self->Close();
+            }
+        });
+    }
+
+private:
+    void WriteAnswer()
+    {
+        const http::request<http::string_body>& request = m_parser->get();
+        ReportAnswer report = AnswerReportRequest(request.method_string(), request.target(), m_clock());
+        m_answer = http::response<http::string_body>(http::int_to_status(report.status), request.version());
+        m_answer.set(http::field::server, "ampora-reportd/" AMPORA_VERSION);
+        m_answer.set("X-Ampora-Source", "sample");
+        if (report.status == 200) {
+            m_answer.set(http::field::content_type, "application/xml; charset=utf-8");
+        } else if (report.status == 405) {
+            m_answer.set(http::field::allow, "GET");
+        }
+        m_answer.keep_alive(request.keep_alive());
+        m_answer.body() = std::move(report.body);
+        m_answer.prepare_payload();
+        m_stream.expires_after(kSilenceLimit);
+        http::async_write(m_stream, m_answer, [self = shared_from_this()](error_code error, std::size_t) {
+            if (!error && self->m_answer.keep_alive()) {
+                self->ReadRequest();
+            } else {
+                self->Close();
+            }
+        });
+    }
+
+    void Close()
+    {
+        // The client may be gone already: nothing is left to be told.
+        error_code ignored;
+        m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
+    }
+
+    beast::tcp_stream m_stream;
+    const LocalClock& m_clock;
+    beast::flat_buffer m_buffer;
+    std::optional<http::request_parser<http::string_body>> m_parser;
+    http::response<http::string_body> m_answer;
+};
+
+} // namespace
+
+struct CReportServer::Impl {
+    Impl(const std::string& address, unsigned short port, LocalClock&& localClock)
+        : clock(std::move(localClock)), acceptor(context, tcp::endpoint(asio::ip::make_address(address), port)),
+          signals(context)
+    {
+    }
+
+    void Accept()
+    {
+        acceptor.async_accept([this](error_code error, tcp::socket socket) {
+            if (!error) {
+                std::make_shared<CReportConnection>(std::move(socket), clock)->ReadRequest();
+            }
+            if (error != asio::error::operation_aborted) {
+                Accept();
+            }
+        });
+    }
+
+    LocalClock clock;
+    asio::io_context context{1}; // one thread runs it
+    tcp::acceptor acceptor;
+    asio::signal_set signals;
+};
+
+LocalTime ReadSystemClock()
+{
+    using boost::posix_time::ptime;
+    static const ptime epoch(boost::gregorian::date(1970, 1, 1));
+    const auto passed = boost::posix_time::second_clock::local_time() - epoch;
+    return LocalTime(std::chrono::seconds(passed.total_seconds()));
+}
+
+CReportServer::CReportServer(const std::string& address, unsigned short port, LocalClock clock)
+    : m_impl(std::make_unique<Impl>(address, port, std::move(clock)))
+{
+}
+
+CReportServer::~CReportServer() = default;
+
+std::string CReportServer::Endpoint() const
+{
+    std::ostringstream text;
+    text << m_impl->acceptor.local_endpoint();
+    return text.str();
+}
+
+unsigned short CReportServer::Port() const { return m_impl->acceptor.local_endpoint().port(); }
+
+void CReportServer::StopOnSignals()
+{
+    m_impl->signals.add(SIGINT);
+    m_impl->signals.add(SIGTERM);
+    m_impl->signals.async_wait([this](error_code error, int) {
+        if (!error) {
+            Stop();
+        }
+    });
+}
+
+void CReportServer::Run()
+{
+    m_impl->Accept();
+    m_impl->context.run();
+}
+
+void CReportServer::Stop() { m_impl->context.stop(); }
+
+} // namespace reportd

@@ -1,0 +1,46 @@
+// HTTP/1.1 server of the reports.
+#pragma once
+
+#include "server/ReportRouter.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace reportd {
+
+// The local wall clock; called for every request, on the thread that runs the server.
+using LocalClock = std::function<LocalTime()>;
+LocalTime ReadSystemClock();
+
+// Serves reports over kept-alive connections. A connection that stays silent for 30 seconds is closed, so is one whose
+// request has a header of more than 8 KiB or a body of more than 64 KiB. Every answer names the source of its data in
+// the header field X-Ampora-Source.
+class CReportServer {
+public:
+    // Listens from now on, but answers only in Run. address: numeric IPv4 or IPv6 address; port: 0 for any free one.
+    // Throws std::runtime_error (boost::system::system_error) when it cannot listen there.
+    CReportServer(const std::string& address, unsigned short port, LocalClock clock = ReadSystemClock);
+    ~CReportServer();
+    CReportServer(const CReportServer&) = delete;
+    CReportServer& operator=(const CReportServer&) = delete;
+
+    // Where it listens, the port that was chosen included: "127.0.0.1:8470", "[::1]:8470".
+    std::string Endpoint() const;
+    unsigned short Port() const;
+
+    // Makes SIGINT and SIGTERM call Stop. Before Run, at most once.
+    void StopOnSignals();
+
+    // Answers requests on the calling thread until Stop; once only.
+    void Run();
+
+    // Ends Run, present or to come; open connections are dropped. Any thread.
+    void Stop();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+} // namespace reportd

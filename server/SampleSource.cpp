@@ -1,0 +1,144 @@
+#include "server/SampleSource.h"
+
+#include <algorithm>
+#include <array>
+
+namespace reportd {
+namespace {
+
+using std::chrono::days;
+using std::chrono::local_days;
+using std::chrono::minutes;
+
+constexpr minutes kInstantLength{5};
+constexpr minutes kHour{60};
+
+// Integers only, so that every compiler computes the same values. Shares are in thousandths.
+constexpr std::int64_t kWhole = 1000;
+
+// Usage in a year's highest hour, by Company.
+constexpr std::array<std::int64_t, 5> kHighestMegawatts = {50000, 13500, 25500, 27500, 16000};
+// Of the year's highest, January first: high in summer (cooling) and winter (heating).
+constexpr std::array<std::int64_t, 12> kMonthShares = {930, 930, 850, 780, 750, 820, 960, 980, 880, 770, 800, 900};
+// Of the day's highest, at each full hour from 0 o'clock on.
+constexpr std::array<std::int64_t, 24> kHourShares = {680, 640, 615, 600, 595, 605, 650, 730, 830, 905, 945, 965,
+                                                      930, 975, 990, 985, 965, 960, 955, 930, 890, 840, 785, 730};
+
+// A number from -range to range that looks random and depends on the arguments alone (SplitMix64's finish).
+std::int64_t Scatter(Company company, local_days day, std::int64_t slot, std::int64_t range)
+{
+    std::uint64_t bits = static_cast<std::uint64_t>(day.time_since_epoch().count()) * 10000U +
+                         static_cast<std::uint64_t>(company) * 1000U + static_cast<std::uint64_t>(slot);
+    bits += 0x9E3779B97F4A7C15U;
+    bits = (bits ^ (bits >> 30U)) * 0xBF58476D1CE4E5B9U;
+    bits = (bits ^ (bits >> 27U)) * 0x94D049BB133111EBU;
+    bits ^= bits >> 31U;
+    return static_cast<std::int64_t>(bits % static_cast<std::uint64_t>(2 * range + 1)) - range;
+}
+
+std::int64_t HighestOfDay(Company company, local_days day)
+{
+    const std::chrono::year_month_day date{day};
+    const std::chrono::weekday weekday{day};
+    std::int64_t weekdayShare = kWhole;
+    if (weekday == std::chrono::Saturday) {
+        weekdayShare = 900;
+    } else if (weekday == std::chrono::Sunday) {
+        weekdayShare = 860;
+    }
+    return kHighestMegawatts.at(static_cast<std::size_t>(company)) *
+           kMonthShares.at(static_cast<unsigned>(date.month()) - 1) / kWhole * weekdayShare / kWhole;
+}
+
+// Usage as expected at a minute of the day, on the line between the full hours around it.
+std::int64_t ExpectedAt(Company company, local_days day, minutes minute)
+{
+    const auto hour = static_cast<std::size_t>(minute / kHour);
+    const std::int64_t into = (minute % kHour).count();
+    const std::int64_t share =
+        (kHourShares.at(hour) * (kHour.count() - into) + kHourShares.at((hour + 1) % kHourShares.size()) * into) /
+        kHour.count();
+    return HighestOfDay(company, day) * share / kWhole;
+}
+
+// Usage as measured: up to 2 % off for the whole day's weather, up to 1 % more for the moment.
+std::int64_t MeasuredAt(Company company, local_days day, minutes minute)
+{
+    constexpr std::int64_t kWeatherSlot = 999;
+    const std::int64_t share =
+        kWhole + Scatter(company, day, kWeatherSlot, 20) + Scatter(company, day, minute / kInstantLength, 10);
+    return ExpectedAt(company, day, minute) * share / kWhole;
+}
+
+std::int64_t MeanMeasured(Company company, local_days day, minutes from)
+{
+    std::int64_t sum = 0;
+    for (minutes minute = from; minute < from + kHour; minute += kInstantLength) {
+        sum += MeasuredAt(company, day, minute);
+    }
+    return sum / (kHour / kInstantLength);
+}
+
+ReportRecord MakeRecord(local_days day, minutes from, minutes length, std::int64_t value)
+{
+    return {day + from, day + from + length, static_cast<std::uint64_t>(value)};
+}
+
+// One record an interval, from the start of the day up to the last interval that ended by now.
+template <class Value>
+std::vector<ReportRecord> UsageRecords(local_days day, minutes length, LocalTime now, Value value)
+{
+    std::vector<ReportRecord> records;
+    for (minutes from{0}; from < days{1} && day + from + length <= now; from += length) {
+        records.push_back(MakeRecord(day, from, length, value(from)));
+    }
+    return records;
+}
+
+std::vector<ReportRecord> EstimatedRecords(Company company, local_days day)
+{
+    return UsageRecords(day, kHour, day + days{1},
+                        [&](minutes from) { return ExpectedAt(company, day, from + kHour / 2); });
+}
+
+ReportRecord PeakRecord(Company company, local_days day)
+{
+    const std::vector<ReportRecord> hours = EstimatedRecords(company, day);
+    return *std::max_element(hours.begin(), hours.end(),
+                             [](const ReportRecord& a, const ReportRecord& b) { return a.value < b.value; });
+}
+
+// The reserve lies between 8 and 14 % of the demand.
+ReportRecord SupplyRecord(Company company, local_days day)
+{
+    constexpr std::int64_t kReserveSlot = 998;
+    ReportRecord record = PeakRecord(company, day);
+    record.value = record.value * static_cast<std::uint64_t>(1110 + Scatter(company, day, kReserveSlot, 30)) / kWhole;
+    return record;
+}
+
+} // namespace
+
+std::vector<ReportRecord> SampleRecords(Company company, ReportKind kind, std::chrono::year_month_day date,
+                                        LocalTime now)
+{
+    const local_days day{date};
+    if (date < kFirstSampleDay || day > std::chrono::floor<days>(now) + days{1}) {
+        return {};
+    }
+    switch (kind) {
+    case ReportKind::kInstantUsage:
+        return UsageRecords(day, kInstantLength, now, [&](minutes from) { return MeasuredAt(company, day, from); });
+    case ReportKind::kActualUsage:
+        return UsageRecords(day, kHour, now, [&](minutes from) { return MeanMeasured(company, day, from); });
+    case ReportKind::kEstimatedUsage:
+        return EstimatedRecords(company, day);
+    case ReportKind::kPeakSupply:
+        return {SupplyRecord(company, day)};
+    case ReportKind::kPeakDemand:
+        return {PeakRecord(company, day)};
+    }
+    return {};
+}
+
+} // namespace reportd
