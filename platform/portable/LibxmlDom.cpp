@@ -1,0 +1,338 @@
+// The document object model on libxml2, made to behave as MSXML does. libxml2 is the parser inside wine's MSXML too, so
+// limits (256 levels, 10 MB of text in one node, amplification by entities) come out the same by themselves; this file
+// adds the rest: which text is dropped, how it is trimmed, what may stand before and behind the document.
+#include "platform/portable/RealDom.h"
+#include "platform/Text.h"
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+#include <libxml/tree.h>
+#include <limits>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace platform {
+
+// Every handle shares the tree and so keeps it alive.
+using XmlTree = std::shared_ptr<xmlDoc>;
+
+class CDomDocument {
+public:
+    XmlTree tree; // null: nothing loaded
+};
+
+class CDomElement {
+public:
+    XmlTree tree;
+    const xmlNode* node;
+};
+
+class CDomNode {
+public:
+    XmlTree tree;
+    const xmlNode* node; // an attribute too: the two structures begin alike
+};
+
+class CDomNodeList {
+public:
+    XmlTree tree;
+    std::vector<const xmlNode*> nodes;
+};
+
+class CDomAttributeMap {
+public:
+    XmlTree tree;
+    const xmlNode* element;
+};
+
+namespace {
+
+struct FreeParser {
+    void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
+};
+using ParserPtr = std::unique_ptr<xmlParserCtxt, FreeParser>;
+
+struct FreeXml {
+    void operator()(xmlChar* text) const { xmlFree(text); }
+};
+using XmlTextPtr = std::unique_ptr<xmlChar, FreeXml>;
+
+std::string_view View(const xmlChar* text)
+{
+    return text == nullptr ? std::string_view() : std::string_view(reinterpret_cast<const char*>(text));
+}
+
+constexpr std::string_view kWhiteSpace = " \t\r\n";
+
+bool IsBlank(std::string_view text) { return text.find_first_not_of(kWhiteSpace) == std::string_view::npos; }
+
+// Whether white space counts inside this element: xml:space of the nearest element that has it, declared defaults
+// included.
+bool PreservesSpace(const xmlNode* node) { return xmlNodeGetSpacePreserve(node) == 1; }
+
+// MSXML does not list text of white space alone. The nodes stay in the tree, because they still separate words.
+bool IsDropped(const xmlNode* node, bool preserve)
+{
+    return !preserve && node->type == XML_TEXT_NODE && IsBlank(View(node->content));
+}
+
+// Refuses what a document refers to outside itself.
+xmlParserInput* ResolveNothing(void*, const xmlChar*, const xmlChar*) { return nullptr; }
+
+// Parses bytes; encoding null: as they say themselves. Null when they are no well-formed document.
+XmlTree Parse(std::string_view bytes, const char* encoding)
+{
+    if (bytes.empty() || bytes.size() > std::numeric_limits<int>::max()) {
+        return nullptr;
+    }
+    const ParserPtr parser(xmlNewParserCtxt());
+    if (!parser) {
+        throw std::bad_alloc();
+    }
+    parser->sax->resolveEntity = ResolveNothing;
+    const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+    xmlDoc* tree =
+        xmlCtxtReadMemory(parser.get(), bytes.data(), static_cast<int>(bytes.size()), nullptr, encoding, options);
+    return tree == nullptr ? nullptr : XmlTree(tree, xmlFreeDoc);
+}
+
+// One piece after the other of an element's text, and where what may not be trimmed begins and ends.
+struct CollectedText {
+    std::string bytes = {};
+    std::size_t first = std::string::npos;
+    std::size_t end = 0;
+
+    void AddTrimmable(std::string_view piece)
+    {
+        const std::size_t from = piece.find_first_not_of(kWhiteSpace);
+        if (from != std::string_view::npos) {
+            Keep(bytes.size() + from, bytes.size() + piece.find_last_not_of(kWhiteSpace) + 1);
+        }
+        bytes += piece;
+    }
+    void AddWhole(std::string_view piece)
+    {
+        Keep(bytes.size(), bytes.size() + piece.size());
+        bytes += piece;
+    }
+    std::string_view Trimmed() const
+    {
+        return first == std::string::npos ? std::string_view() : std::string_view(bytes).substr(first, end - first);
+    }
+
+private:
+    void Keep(std::size_t from, std::size_t to)
+    {
+        first = std::min(first, from);
+        end = to;
+    }
+};
+
+// Depth is bounded by the parser's own limit.
+void CollectText(const xmlNode* parent, CollectedText* text)
+{
+    const bool preserve = PreservesSpace(parent);
+    for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
+        switch (child->type) {
+        case XML_ELEMENT_NODE:
+            CollectText(child, text);
+            break;
+        case XML_TEXT_NODE:
+            text->AddTrimmable(IsDropped(child, preserve) ? std::string_view(" ") : View(child->content));
+            break;
+        case XML_CDATA_SECTION_NODE:
+            text->AddWhole(View(child->content));
+            break;
+        case XML_ENTITY_REF_NODE:
+            text->AddTrimmable(View(XmlTextPtr(xmlNodeGetContent(child)).get()));
+            break;
+        default:
+            break;
+        }
+    }
+}
+
+HRESULT ListChildren(const XmlTree& tree, const xmlNode* parent, DomNodeListPtr* list)
+{
+    auto result = std::make_shared<CDomNodeList>();
+    result->tree = tree;
+    // What an entity reference stands for is not listed below it.
+    const xmlNode* child = parent->type == XML_ENTITY_REF_NODE ? nullptr : parent->children;
+    const bool preserve = child != nullptr && PreservesSpace(parent);
+    for (; child != nullptr; child = child->next) {
+        if (!IsDropped(child, preserve)) {
+            result->nodes.push_back(child);
+        }
+    }
+    *list = std::move(result);
+    return S_OK;
+}
+
+std::string QualifiedName(const xmlNode* node)
+{
+    std::string name;
+    const bool mayHavePrefix = node->type == XML_ELEMENT_NODE || node->type == XML_ATTRIBUTE_NODE;
+    if (mayHavePrefix && node->ns != nullptr && node->ns->prefix != nullptr) {
+        name.append(View(node->ns->prefix)).append(":");
+    }
+    return name.append(View(node->name));
+}
+
+std::string NodeName(const xmlNode* node)
+{
+    switch (node->type) {
+    case XML_TEXT_NODE:
+        return "#text";
+    case XML_CDATA_SECTION_NODE:
+        return "#cdata-section";
+    case XML_COMMENT_NODE:
+        return "#comment";
+    default:
+        return QualifiedName(node);
+    }
+}
+
+CString Content(const xmlNode* node) { return DecodeUtf8(View(XmlTextPtr(xmlNodeGetContent(node)).get())); }
+
+} // namespace
+
+namespace real_dom {
+
+HRESULT CreateDomDocument(DomDocumentPtr* document)
+{
+    *document = std::make_shared<CDomDocument>();
+    return S_OK;
+}
+
+HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
+{
+    document->tree = Parse(EncodeUtf8(xml), "UTF-8");
+    *loaded = document->tree != nullptr;
+    return *loaded ? S_OK : S_FALSE;
+}
+
+HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)
+{
+    document->tree = nullptr;
+    std::ifstream file(std::filesystem::path(EncodeUtf8(path)), std::ios::binary);
+    if (file) {
+        const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        document->tree = Parse(bytes, nullptr);
+    }
+    *loaded = document->tree != nullptr;
+    return *loaded ? S_OK : S_FALSE;
+}
+
+HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* element)
+{
+    element->reset();
+    if (!document->tree) {
+        return E_FAIL;
+    }
+    *element = std::make_shared<CDomElement>(CDomElement{document->tree, xmlDocGetRootElement(document->tree.get())});
+    return S_OK;
+}
+
+HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list)
+{
+    return ListChildren(node->tree, node->node, list);
+}
+
+HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list)
+{
+    return ListChildren(element->tree, element->node, list);
+}
+
+HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
+{
+    node->reset();
+    if (index < 0 || static_cast<std::size_t>(index) >= list->nodes.size()) {
+        return S_FALSE;
+    }
+    *node = std::make_shared<CDomNode>(CDomNode{list->tree, list->nodes[static_cast<std::size_t>(index)]});
+    return S_OK;
+}
+
+HRESULT GetDomLength(const DomNodeListPtr& list, LONG* length)
+{
+    *length = static_cast<LONG>(list->nodes.size());
+    return S_OK;
+}
+
+HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
+{
+    attributes->reset();
+    if (node->node->type != XML_ELEMENT_NODE) {
+        return S_FALSE;
+    }
+    *attributes = std::make_shared<CDomAttributeMap>(CDomAttributeMap{node->tree, node->node});
+    return S_OK;
+}
+
+HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
+{
+    *name = DecodeUtf8(NodeName(node->node));
+    return S_OK;
+}
+
+HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
+{
+    *name = DecodeUtf8(QualifiedName(element->node));
+    return S_OK;
+}
+
+HRESULT GetDomText(const DomNodePtr& node, CString* text)
+{
+    CollectedText collected;
+    switch (node->node->type) {
+    case XML_ELEMENT_NODE:
+        CollectText(node->node, &collected);
+        *text = DecodeUtf8(PreservesSpace(node->node) ? collected.bytes : collected.Trimmed());
+        break;
+    case XML_TEXT_NODE:
+        collected.AddTrimmable(View(node->node->content));
+        *text = DecodeUtf8(collected.Trimmed());
+        break;
+    case XML_ENTITY_REF_NODE:
+        text->clear();
+        break;
+    default:
+        *text = Content(node->node);
+        break;
+    }
+    return S_OK;
+}
+
+HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& name, DomNodePtr* attribute)
+{
+    attribute->reset();
+    const std::string wanted = EncodeUtf8(name);
+    for (const xmlAttr* each = attributes->element->properties; each != nullptr; each = each->next) {
+        const auto* node = reinterpret_cast<const xmlNode*>(each);
+        if (QualifiedName(node) == wanted) {
+            *attribute = std::make_shared<CDomNode>(CDomNode{attributes->tree, node});
+            return S_OK;
+        }
+    }
+    return S_FALSE;
+}
+
+HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
+{
+    if (node->node->type == XML_ELEMENT_NODE || node->node->type == XML_ENTITY_REF_NODE) {
+        value->clear();
+        return S_FALSE;
+    }
+    *value = Content(node->node);
+    return S_OK;
+}
+
+} // namespace real_dom
+
+} // namespace platform

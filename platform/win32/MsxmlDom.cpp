@@ -1,0 +1,260 @@
+// The document object model on MSXML, through COM.
+#include "platform/portable/RealDom.h"
+
+#include <msxml.h>
+#include <new>
+#include <oleauto.h>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace platform {
+
+namespace {
+
+struct ReleaseInterface {
+    void operator()(IUnknown* object) const { object->Release(); }
+};
+template <class Interface>
+using ComPtr = std::unique_ptr<Interface, ReleaseInterface>;
+
+struct FreeBstr {
+    void operator()(OLECHAR* text) const { SysFreeString(text); }
+};
+using BstrPtr = std::unique_ptr<OLECHAR, FreeBstr>;
+
+class CVariant {
+public:
+    CVariant() { VariantInit(&m_value); }
+    ~CVariant() { VariantClear(&m_value); }
+    CVariant(const CVariant&) = delete;
+    CVariant& operator=(const CVariant&) = delete;
+    VARIANT* Get() { return &m_value; }
+
+private:
+    VARIANT m_value;
+};
+
+BstrPtr MakeBstr(std::wstring_view text)
+{
+    BstrPtr copy(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
+    if (!copy) {
+        throw std::bad_alloc();
+    }
+    return copy;
+}
+
+CString TextOf(BSTR text) { return text == nullptr ? CString() : CString(text, SysStringLen(text)); }
+
+// A COM call that gives success without an object means: there is none.
+HRESULT FailureIfNull(HRESULT status, const void* object)
+{
+    return SUCCEEDED(status) && object == nullptr ? E_FAIL : status;
+}
+
+} // namespace
+
+// Every interface pointer of MSXML keeps its document alive, so the handles need to hold no more than that.
+class CDomDocument {
+public:
+    ComPtr<IXMLDOMDocument> object;
+};
+
+class CDomElement {
+public:
+    ComPtr<IXMLDOMElement> object;
+};
+
+class CDomNode {
+public:
+    ComPtr<IXMLDOMNode> object;
+};
+
+// The nodes themselves, not MSXML's list: that one walks from its first node for every index.
+class CDomNodeList {
+public:
+    std::vector<DomNodePtr> nodes;
+};
+
+class CDomAttributeMap {
+public:
+    ComPtr<IXMLDOMNamedNodeMap> object;
+};
+
+namespace {
+
+// Puts an interface pointer, or nothing, into a new handle.
+template <class Handle, class Interface>
+std::shared_ptr<Handle> Wrap(Interface* object)
+{
+    ComPtr<Interface> owner(object);
+    if (!owner) {
+        return nullptr;
+    }
+    auto handle = std::make_shared<Handle>();
+    handle->object = std::move(owner);
+    return handle;
+}
+
+HRESULT ListChildren(IXMLDOMNode* parent, DomNodeListPtr* list)
+{
+    list->reset();
+    auto result = std::make_shared<CDomNodeList>();
+    IXMLDOMNode* next = nullptr;
+    HRESULT status = parent->get_firstChild(&next);
+    while (SUCCEEDED(status) && next != nullptr) {
+        DomNodePtr child = Wrap<CDomNode>(std::exchange(next, nullptr));
+        status = child->object->get_nextSibling(&next);
+        result->nodes.push_back(std::move(child));
+    }
+    if (FAILED(status)) {
+        return status;
+    }
+    *list = std::move(result);
+    return S_OK;
+}
+
+// Reads a text property.
+template <class Interface>
+HRESULT ReadText(Interface* object, HRESULT (STDMETHODCALLTYPE Interface::*property)(BSTR*), CString* text)
+{
+    text->clear();
+    BSTR value = nullptr;
+    const HRESULT status = (object->*property)(&value);
+    const BstrPtr owner(value);
+    if (SUCCEEDED(status)) {
+        *text = TextOf(value);
+    }
+    return status;
+}
+
+} // namespace
+
+namespace real_dom {
+
+HRESULT CreateDomDocument(DomDocumentPtr* document)
+{
+    document->reset();
+    CLSID type;
+    HRESULT status = CLSIDFromProgID(L"MSXML.DOMDocument", &type);
+    if (FAILED(status)) {
+        return status;
+    }
+    void* object = nullptr;
+    status = CoCreateInstance(type, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument, &object);
+    if (FAILED(status)) {
+        return status;
+    }
+    *document = Wrap<CDomDocument>(static_cast<IXMLDOMDocument*>(object));
+    if (!*document) {
+        return E_POINTER;
+    }
+    // MSXML would otherwise load in the background, check against a document type and fetch what that refers to.
+    (*document)->object->put_async(VARIANT_FALSE);
+    (*document)->object->put_validateOnParse(VARIANT_FALSE);
+    (*document)->object->put_resolveExternals(VARIANT_FALSE);
+    return S_OK;
+}
+
+HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
+{
+    *loaded = false;
+    const BstrPtr text = MakeBstr(xml);
+    VARIANT_BOOL successful = VARIANT_FALSE;
+    const HRESULT status = document->object->loadXML(text.get(), &successful);
+    *loaded = SUCCEEDED(status) && successful != VARIANT_FALSE;
+    return status;
+}
+
+HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)
+{
+    *loaded = false;
+    CVariant source;
+    source.Get()->vt = VT_BSTR;
+    source.Get()->bstrVal = MakeBstr(path).release();
+    VARIANT_BOOL successful = VARIANT_FALSE;
+    const HRESULT status = document->object->load(*source.Get(), &successful);
+    *loaded = SUCCEEDED(status) && successful != VARIANT_FALSE;
+    return status;
+}
+
+HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* element)
+{
+    IXMLDOMElement* root = nullptr;
+    const HRESULT status = document->object->get_documentElement(&root);
+    *element = Wrap<CDomElement>(root);
+    return FailureIfNull(status, root);
+}
+
+HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list)
+{
+    return ListChildren(node->object.get(), list);
+}
+
+HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list)
+{
+    return ListChildren(element->object.get(), list);
+}
+
+HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
+{
+    node->reset();
+    if (index < 0 || static_cast<std::size_t>(index) >= list->nodes.size()) {
+        return S_FALSE;
+    }
+    *node = list->nodes[static_cast<std::size_t>(index)];
+    return S_OK;
+}
+
+HRESULT GetDomLength(const DomNodeListPtr& list, LONG* length)
+{
+    *length = static_cast<LONG>(list->nodes.size());
+    return S_OK;
+}
+
+HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
+{
+    IXMLDOMNamedNodeMap* map = nullptr;
+    const HRESULT status = node->object->get_attributes(&map);
+    *attributes = Wrap<CDomAttributeMap>(map);
+    return status;
+}
+
+HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
+{
+    return ReadText(node->object.get(), &IXMLDOMNode::get_nodeName, name);
+}
+
+HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
+{
+    return ReadText(element->object.get(), &IXMLDOMElement::get_tagName, name);
+}
+
+HRESULT GetDomText(const DomNodePtr& node, CString* text)
+{
+    return ReadText(node->object.get(), &IXMLDOMNode::get_text, text);
+}
+
+HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& name, DomNodePtr* attribute)
+{
+    const BstrPtr key = MakeBstr(name);
+    IXMLDOMNode* item = nullptr;
+    const HRESULT status = attributes->object->getNamedItem(key.get(), &item);
+    *attribute = Wrap<CDomNode>(item);
+    return status;
+}
+
+HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
+{
+    value->clear();
+    CVariant content;
+    const HRESULT status = node->object->get_nodeValue(content.Get());
+    if (SUCCEEDED(status) && SUCCEEDED(VariantChangeType(content.Get(), content.Get(), 0, VT_BSTR))) {
+        *value = TextOf(content.Get()->bstrVal);
+    }
+    return status;
+}
+
+} // namespace real_dom
+
+} // namespace platform
