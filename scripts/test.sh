@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# Runs the parts named, in order, whatever becomes of the one before:
+#   checks                                  layout, layers, repository rules, static analysis
+#   linux | linux-asan | linux-tsan | linux-coverage | windows   build that preset, test it, check its trace messages
+# Ends with the test runner's closing lines of each part. Exit status 1 when anything failed.
+set -uo pipefail
+cd "$(dirname "$0")/.."
+mkdir -p build
+
+closing=$(mktemp)
+wine_started=
+on_exit() {
+  [ -z "$wine_started" ] || scripts/wine.sh stop
+  rm -f "$closing"
+}
+trap on_exit EXIT
+trap 'exit 1' INT TERM
+
+failed=()
+# step NAME COMMAND...: announces and runs the command, remembers its failure.
+step() {
+  local name=$1
+  shift
+  printf '\n== %s\n' "$name"
+  if "$@"; then return 0; fi
+  failed+=("$name")
+  return 1
+}
+
+build() {
+  cmake --preset "$1" >"build/$1-configure.log" 2>&1 || { cat "build/$1-configure.log"; return 1; }
+  cmake --build --preset "$1" -- --quiet
+}
+
+# Each test process leaves the trace lines that it saw in this folder.
+run_tests() {
+  local preset=$1
+  export AMPORA_TRACE_COLLECT=$PWD/build/$preset/trace-messages
+  rm -rf "$AMPORA_TRACE_COLLECT"
+  mkdir "$AMPORA_TRACE_COLLECT"
+  ctest --preset "$preset" -j2 --no-tests=error 2>&1 | tee "build/$preset/ctest.log"
+  local status=${PIPESTATUS[0]}
+  { echo "$preset:"; sed -n '/% tests passed/,$p' "build/$preset/ctest.log"; } >>"$closing"
+  return "$status"
+}
+
+start_wine() {
+  wine_started=yes
+  scripts/wine.sh start
+}
+
+run_checks() {
+  step "checks of the checks" scripts/test-checks
+  step "layout" scripts/check-format
+  step "layers" scripts/check-layers
+  step "repository rules" scripts/check-repository
+  if step "linux build" build linux; then step "static analysis" scripts/check-tidy; fi
+}
+
+run_preset() {
+  step "$1 build" build "$1" || return
+  if [ "$1" = windows ]; then step "wine" start_wine || return; fi
+  step "$1 tests" run_tests "$1"
+  step "$1 trace messages" scripts/check-trace-messages "build/$1/trace-messages"
+}
+
+for part in "$@"; do
+  case $part in
+    checks) run_checks ;;
+    linux | linux-asan | linux-tsan | linux-coverage | windows) run_preset "$part" ;;
+    *) echo "test.sh: unknown part $part" >&2; failed+=("$part") ;;
+  esac
+done
+
+printf '\n'
+for name in "${failed[@]}"; do echo "FAILED: $name"; done
+cat "$closing"
+[ "${#failed[@]}" -eq 0 ]
