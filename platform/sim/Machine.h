@@ -75,6 +75,8 @@ struct SimFile {
     bool readOnly = false;                // cannot be opened for writing
 };
 
+struct MachineState;
+
 // The machine. One exists at a time; its constructor makes it the one that the platform functions work on, its
 // destructor checks that no thread but the caller's is left running. All members may be called from any of its threads.
 // It starts at 2012-07-02 13:00:00.000 local time, UTC+9, on line (LAN), without settings, with an empty disk whose
@@ -124,12 +126,16 @@ public:
     // The web. The handler runs on the requesting thread and may change the machine.
     void SetHttpHandler(HttpHandler handler);
     void SetConnectedState(BOOL result, DWORD flags);
+    // The requests that reached the web so far; a refused one did not.
     std::vector<HttpExchange> HttpExchanges() const;
 
-    // The disk. Null when there is no such file; valid until the file is changed.
+    // The disk. Null when there is no such file or folder; valid until it is put anew or removed.
     const SimFile* FindFile(const CString& path) const;
+    // All files, without the folders, sorted.
     std::vector<CString> FilePaths() const;
+    // Puts a file or folder in the place of what has this path, and makes the folders that lead there.
     void PutFile(const CString& path, SimFile file);
+    // Removes a file, or a folder with what is in it.
     void RemoveFile(const CString& path);
     // Writes beyond this many bytes in total fail with error 112; a fault mid-record writes what still fits.
     void SetFreeBytes(std::size_t bytes);
@@ -152,9 +158,8 @@ public:
     int ApartmentBalance() const;
 
 private:
-    struct Impl;
-    friend struct MachineAccess;
-    std::unique_ptr<Impl> m_impl;
+    friend MachineState& Machine();
+    std::unique_ptr<MachineState> m_state;
 };
 
 // Called with every debugger output, for collecting what a test run writes. Null: nobody. Set before threads start.

@@ -1,0 +1,37 @@
+#include "platform/sim/Faults.h"
+
+#include "platform/sim/Scheduler.h"
+
+#include <algorithm>
+
+namespace platform::sim {
+
+void CFaults::FailCall(Call call, unsigned nth, DWORD code)
+{
+    if (nth == 0) {
+        EndProgram("FailCall counts from 1");
+    }
+    CallFaults& faults = Of(call);
+    faults.once.push_back({faults.count + nth, code});
+}
+
+void CFaults::FailEvery(Call call, DWORD code) { Of(call).every = code; }
+
+void CFaults::Clear()
+{
+    for (CallFaults& faults : m_calls) {
+        faults.once.clear();
+        faults.every.reset();
+    }
+}
+
+std::optional<DWORD> CFaults::Take(Call call)
+{
+    CallFaults& faults = Of(call);
+    ++faults.count;
+    const auto due = std::find_if(faults.once.begin(), faults.once.end(),
+                                  [&](const Once& fault) { return fault.atCount == faults.count; });
+    return due != faults.once.end() ? std::optional(due->code) : faults.every;
+}
+
+} // namespace platform::sim

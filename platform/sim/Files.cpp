@@ -1,0 +1,204 @@
+#include "platform/Files.h"
+
+#include "platform/LastError.h"
+#include "platform/sim/MachineState.h"
+#include "platform/sim/SecurityDescriptor.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace platform {
+
+using sim::Call;
+using sim::DiskEntry;
+
+namespace {
+
+constexpr wchar_t kSeparator[] = {static_cast<wchar_t>(std::filesystem::path::preferred_separator), 0};
+
+std::shared_ptr<DiskEntry> EntryAt(const CString& path)
+{
+    const auto& disk = sim::Machine().disk;
+    const auto found = disk.find(path);
+    return found == disk.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<DiskEntry> AddEntry(const CString& path, sim::SimFile file)
+{
+    return sim::Machine().disk[path] = std::make_shared<DiskEntry>(DiskEntry{std::move(file), false});
+}
+
+// Why a file cannot be opened for writing; ERROR_SUCCESS when it can. entry: null for a new file.
+DWORD OpenError(const CString& path, const DiskEntry* entry)
+{
+    if (!sim::Machine().FolderExists(sim::MachineState::FolderOf(path))) {
+        return ERROR_PATH_NOT_FOUND;
+    }
+    if (entry == nullptr) {
+        return ERROR_SUCCESS;
+    }
+    if (entry->file.isFolder || entry->file.readOnly) {
+        return ERROR_ACCESS_DENIED;
+    }
+    return entry->file.heldOpen || entry->isOpen ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
+}
+
+} // namespace
+
+const wchar_t* const kPathSeparator = kSeparator;
+
+class COutputFile {
+public:
+    explicit COutputFile(std::shared_ptr<DiskEntry> entry) : m_entry(std::move(entry)) { m_entry->isOpen = true; }
+    ~COutputFile() { m_entry->isOpen = false; }
+    COutputFile(const COutputFile&) = delete;
+    COutputFile& operator=(const COutputFile&) = delete;
+
+    sim::SimFile& File() const { return m_entry->file; }
+
+private:
+    std::shared_ptr<DiskEntry> m_entry;
+};
+
+BOOL GetCommonAppDataFolder(CString* folder)
+{
+    folder->clear();
+    if (sim::FailsByFault(Call::kGetCommonAppDataFolder)) {
+        return FALSE;
+    }
+    *folder = CString(L"C:") + kPathSeparator + L"ProgramData";
+    if (EntryAt(*folder) == nullptr) {
+        AddEntry(*folder, {.isFolder = true});
+    }
+    return TRUE;
+}
+
+BOOL PathExists(const CString& path) { return EntryAt(path) != nullptr; }
+
+BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
+{
+    if (sim::FailsByFault(Call::kMakeFolder)) {
+        return FALSE;
+    }
+    if (PathExists(path)) {
+        SetLastErrorCode(ERROR_ALREADY_EXISTS);
+        return FALSE;
+    }
+    if (!sim::Machine().FolderExists(sim::MachineState::FolderOf(path))) {
+        SetLastErrorCode(ERROR_PATH_NOT_FOUND);
+        return FALSE;
+    }
+    AddEntry(path, {.isFolder = true, .nullDacl = security->hasNullDacl});
+    return TRUE;
+}
+
+OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* security)
+{
+    if (sim::FailsByFault(Call::kOpenForReplace)) {
+        return nullptr;
+    }
+    std::shared_ptr<DiskEntry> entry = EntryAt(path);
+    const DWORD error = OpenError(path, entry.get());
+    if (error != ERROR_SUCCESS) {
+        SetLastErrorCode(error);
+        return nullptr;
+    }
+    if (entry == nullptr) {
+        entry = AddEntry(path, {.nullDacl = security->hasNullDacl});
+    }
+    entry->file.bytes.clear();
+    entry->file.writes.clear();
+    return std::make_shared<COutputFile>(std::move(entry));
+}
+
+void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t size)
+{
+    if (const auto code = sim::Machine().faults.Take(Call::kWriteFileBytes)) {
+        throw CFileException(*code);
+    }
+    std::size_t& freeBytes = sim::Machine().freeBytes;
+    const std::size_t fitting = std::min(size, freeBytes);
+    freeBytes -= fitting;
+    const auto* first = static_cast<const BYTE*>(bytes);
+    file->File().bytes.insert(file->File().bytes.end(), first, first + fitting);
+    file->File().writes.push_back(fitting);
+    if (fitting < size) {
+        throw CFileException(ERROR_DISK_FULL);
+    }
+}
+
+DWORD ReadWholeFile(const CString& path, std::size_t maxBytes, std::vector<BYTE>* bytes)
+{
+    bytes->clear();
+    const std::shared_ptr<DiskEntry> entry = EntryAt(path);
+    if (entry == nullptr) {
+        const bool folderExists = sim::Machine().FolderExists(sim::MachineState::FolderOf(path));
+        return folderExists ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
+    }
+    if (entry->file.isFolder) {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (entry->isOpen) {
+        return ERROR_SHARING_VIOLATION;
+    }
+    const std::vector<BYTE>& content = entry->file.bytes;
+    const std::size_t size = std::min(maxBytes, content.size());
+    bytes->assign(content.begin(), content.begin() + static_cast<std::ptrdiff_t>(size));
+    return ERROR_SUCCESS;
+}
+
+} // namespace platform
+
+namespace platform::sim {
+
+CString MachineState::FolderOf(const CString& path)
+{
+    const std::size_t separator = path.rfind(kPathSeparator);
+    return separator == CString::npos ? CString() : path.substr(0, separator);
+}
+
+bool MachineState::FolderExists(const CString& path) const
+{
+    if (path.find(kPathSeparator) == CString::npos) {
+        return true;
+    }
+    const auto found = disk.find(path);
+    return found != disk.end() && found->second->file.isFolder;
+}
+
+const SimFile* CMachine::FindFile(const CString& path) const
+{
+    const auto found = m_state->disk.find(path);
+    return found == m_state->disk.end() ? nullptr : &found->second->file;
+}
+
+std::vector<CString> CMachine::FilePaths() const
+{
+    std::vector<CString> paths;
+    for (const auto& [path, entry] : m_state->disk) {
+        if (!entry->file.isFolder) {
+            paths.push_back(path);
+        }
+    }
+    return paths;
+}
+
+void CMachine::PutFile(const CString& path, SimFile file)
+{
+    for (CString folder = MachineState::FolderOf(path); !m_state->FolderExists(folder);
+         folder = MachineState::FolderOf(folder)) {
+        AddEntry(folder, {.isFolder = true});
+    }
+    AddEntry(path, std::move(file));
+}
+
+void CMachine::RemoveFile(const CString& path)
+{
+    const CString below = path + kPathSeparator;
+    std::erase_if(m_state->disk,
+                  [&](const auto& entry) { return entry.first == path || entry.first.starts_with(below); });
+}
+
+void CMachine::SetFreeBytes(std::size_t bytes) { m_state->freeBytes = bytes; }
+
+} // namespace platform::sim

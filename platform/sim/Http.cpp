@@ -1,0 +1,291 @@
+#include "platform/Http.h"
+
+#include "platform/LastError.h"
+#include "platform/sim/MachineState.h"
+#include "platform/Text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+namespace platform {
+
+using sim::Call;
+using sim::HttpAnswer;
+using sim::HttpFault;
+
+namespace {
+
+// Source: Windows SDK, wininet.h.
+constexpr DWORD kErrorTimeout = 12002;
+constexpr DWORD kErrorCannotConnect = 12029;
+constexpr DWORD kErrorConnectionAborted = 12030;
+constexpr DWORD kErrorConnectionReset = 12031;
+constexpr DWORD kErrorInvalidServerResponse = 12152;
+constexpr DWORD kErrorRedirectFailed = 12156;
+
+constexpr DWORD kSilenceLimitMs = 30'000;
+constexpr int kMaxRedirects = 10;
+constexpr WORD kHttpPort = 80;
+
+} // namespace
+
+class CHttpSession {
+public:
+    std::string agent = {};
+    bool isOpen = true;
+    std::map<std::string, unsigned> keptConnections = {}; // by server and port
+};
+
+class CHttpConnection {
+public:
+    HttpSessionPtr session;
+    std::string host; // server, with its port unless that is 80
+};
+
+class CHttpRequest {
+public:
+    HttpConnectionPtr connection;
+    std::string target;
+    HttpAnswer answer = {};
+    std::size_t bodyRead = 0;
+    std::string answeredBy = {}; // host that sent the answer, after redirects
+};
+
+namespace {
+
+// Where a request goes.
+struct Destination {
+    std::string host;
+    std::string target;
+};
+
+bool EqualsWithoutCase(std::string_view left, std::string_view right)
+{
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
+}
+
+// Where an answer redirects to; null when it does not.
+const std::string* RedirectOf(const HttpAnswer& answer)
+{
+    constexpr DWORD kRedirects[] = {301, 302, 303, 307, 308};
+    if (std::find(std::begin(kRedirects), std::end(kRedirects), answer.status) == std::end(kRedirects)) {
+        return nullptr;
+    }
+    for (const auto& [name, value] : answer.headers) {
+        if (EqualsWithoutCase(name, "Location")) {
+            return &value;
+        }
+    }
+    return nullptr;
+}
+
+// Goes where a Location header says: an http URL, a path from the root or one beside the present. False for another
+// scheme.
+bool Redirect(Destination& destination, std::string location)
+{
+    const std::size_t scheme = location.find("://");
+    if (scheme != std::string::npos) {
+        if (!EqualsWithoutCase(location.substr(0, scheme), "http")) {
+            return false;
+        }
+        location.erase(0, scheme + 3);
+        const std::size_t path = std::min(location.find('/'), location.size());
+        destination = {location.substr(0, path), path == location.size() ? "/" : location.substr(path)};
+    } else if (location.starts_with('/')) {
+        destination.target = location;
+    } else {
+        const std::string path = destination.target.substr(0, destination.target.find('?'));
+        destination.target = path.substr(0, path.rfind('/') + 1) + location;
+    }
+    return true;
+}
+
+void PassTime(DWORD timeMs)
+{
+    if (timeMs > 0) {
+        sim::Machine().scheduler.Wait([] { return std::string("an HTTP answer"); },
+                                      sim::Machine().DeadlineAfter(timeMs));
+    }
+}
+
+// What a fault before the end of the header is for the client; ERROR_SUCCESS when the header arrives.
+DWORD HeaderError(HttpFault fault)
+{
+    switch (fault) {
+    case HttpFault::kRefused:
+        return kErrorCannotConnect;
+    case HttpFault::kClosedEarly:
+        return kErrorConnectionAborted;
+    case HttpFault::kGarbage:
+        return kErrorInvalidServerResponse;
+    case HttpFault::kStalled:
+        return kErrorTimeout;
+    default:
+        return ERROR_SUCCESS;
+    }
+}
+
+DWORD BodyError(HttpFault fault)
+{
+    switch (fault) {
+    case HttpFault::kStalledBody:
+        return kErrorTimeout;
+    case HttpFault::kShortBody:
+        return kErrorConnectionAborted;
+    case HttpFault::kReset:
+        return kErrorConnectionReset;
+    default:
+        return ERROR_SUCCESS;
+    }
+}
+
+// One request and the header of its answer. Returns ERROR_SUCCESS or why there is no header.
+DWORD Exchange(CHttpSession& session, const Destination& destination, HttpAnswer& answer)
+{
+    sim::MachineState& machine = sim::Machine();
+    unsigned connection = session.keptConnections[destination.host];
+    if (connection == 0) {
+        connection = ++machine.httpConnections;
+        session.keptConnections[destination.host] = connection;
+    }
+    const sim::HttpExchange exchange{"GET", destination.target, destination.host, session.agent, connection};
+    // A copy: the handler may put another in its place.
+    const sim::HttpHandler handler = machine.httpHandler;
+    answer = handler(exchange);
+    if (answer.fault != HttpFault::kRefused) {
+        machine.httpExchanges.push_back(exchange);
+    }
+    DWORD error = HeaderError(answer.fault);
+    if (error == kErrorTimeout || answer.latencyMs > kSilenceLimitMs) {
+        PassTime(kSilenceLimitMs);
+        error = kErrorTimeout;
+    } else {
+        PassTime(answer.latencyMs);
+    }
+    if (error != ERROR_SUCCESS) {
+        session.keptConnections.erase(destination.host);
+    }
+    return error;
+}
+
+// A call that has a fault for its failure and one for its exception. Whether it has to fail; throws for the other.
+bool FailsOrThrows(Call failing, Call throwing)
+{
+    if (const auto code = sim::Machine().faults.Take(throwing)) {
+        throw CInternetException(*code);
+    }
+    return sim::FailsByFault(failing);
+}
+
+bool IsOpen(const CHttpSession& session)
+{
+    if (!session.isOpen) {
+        SetLastErrorCode(ERROR_INVALID_HANDLE);
+    }
+    return session.isOpen;
+}
+
+} // namespace
+
+BOOL QueryConnectedState(DWORD* flags)
+{
+    *flags = sim::Machine().connectedFlags;
+    return sim::Machine().connectedResult;
+}
+
+HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD /*context*/)
+{
+    if (sim::FailsByFault(Call::kOpenHttpSession)) {
+        return nullptr;
+    }
+    auto session = std::make_shared<CHttpSession>();
+    session->agent = EncodeUtf8(agent);
+    return session;
+}
+
+void CloseHttpSession(const HttpSessionPtr& session)
+{
+    if (session != nullptr) {
+        session->isOpen = false;
+        session->keptConnections.clear();
+    }
+}
+
+HttpConnectionPtr OpenHttpConnection(const HttpSessionPtr& session, const CString& server, WORD port)
+{
+    if (FailsOrThrows(Call::kOpenHttpConnection, Call::kOpenHttpConnectionThrows) || !IsOpen(*session)) {
+        return nullptr;
+    }
+    const std::string portText = port == kHttpPort ? "" : ":" + std::to_string(port);
+    return std::make_shared<CHttpConnection>(CHttpConnection{session, EncodeUtf8(server) + portText});
+}
+
+HttpRequestPtr OpenHttpRequest(const HttpConnectionPtr& connection, const CString& object, DWORD /*context*/)
+{
+    if (FailsOrThrows(Call::kOpenHttpRequest, Call::kOpenHttpRequestThrows) || !IsOpen(*connection->session)) {
+        return nullptr;
+    }
+    return std::make_shared<CHttpRequest>(CHttpRequest{connection, object.empty() ? "/" : EncodeUtf8(object)});
+}
+
+BOOL SendHttpRequest(const HttpRequestPtr& request)
+{
+    CHttpSession& session = *request->connection->session;
+    if (FailsOrThrows(Call::kSendHttpRequest, Call::kSendHttpRequestThrows) || !IsOpen(session)) {
+        return FALSE;
+    }
+    Destination destination{request->connection->host, request->target};
+    for (int redirects = 0; redirects <= kMaxRedirects; ++redirects) {
+        const DWORD error = Exchange(session, destination, request->answer);
+        if (error != ERROR_SUCCESS) {
+            SetLastErrorCode(error);
+            return FALSE;
+        }
+        const std::string* location = RedirectOf(request->answer);
+        if (location == nullptr) {
+            request->answeredBy = destination.host;
+            return TRUE;
+        }
+        if (!Redirect(destination, *location)) {
+            break;
+        }
+    }
+    SetLastErrorCode(kErrorRedirectFailed);
+    return FALSE;
+}
+
+BOOL QueryHttpStatusCode(const HttpRequestPtr& request, DWORD* status)
+{
+    if (FailsOrThrows(Call::kQueryHttpStatusCode, Call::kQueryHttpStatusCodeThrows)) {
+        return FALSE;
+    }
+    if (request->answeredBy.empty()) {
+        SetLastErrorCode(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    *status = request->answer.status;
+    return TRUE;
+}
+
+std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_t size)
+{
+    if (const auto code = sim::Machine().faults.Take(Call::kReadHttpBody)) {
+        throw CInternetException(*code);
+    }
+    const std::string& body = request->answer.body;
+    const DWORD error = BodyError(request->answer.fault);
+    const std::size_t available = error == ERROR_SUCCESS ? body.size() : body.size() / 2;
+    const std::size_t read = std::min(size, available - request->bodyRead);
+    std::memcpy(buffer, body.data() + request->bodyRead, read);
+    request->bodyRead += read;
+    if (read == 0 && size > 0 && error != ERROR_SUCCESS) {
+        PassTime(error == kErrorTimeout ? kSilenceLimitMs : 0);
+        request->connection->session->keptConnections.erase(request->answeredBy);
+        throw CInternetException(error);
+    }
+    return read;
+}
+
+} // namespace platform

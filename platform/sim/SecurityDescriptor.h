@@ -1,0 +1,13 @@
+// The simulated machine's security descriptor.
+#pragma once
+
+#include "platform/Security.h"
+
+namespace platform {
+
+class CSecurityDescriptor {
+public:
+    bool hasNullDacl = false;
+};
+
+} // namespace platform

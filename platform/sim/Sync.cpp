@@ -1,0 +1,203 @@
+#include "platform/Sync.h"
+
+#include "platform/LastError.h"
+#include "platform/sim/MachineState.h"
+#include "platform/sim/SecurityDescriptor.h"
+
+#include <utility>
+
+namespace platform {
+
+using sim::Call;
+
+namespace {
+
+// Windows refuses to wait for more at once. Source: Windows SDK, winnt.h (MAXIMUM_WAIT_OBJECTS).
+constexpr std::size_t kMaxWaitObjects = 64;
+
+WaitHandle OpenObject(bool isMutex, const wchar_t* name, const CSecurityDescriptor* security, bool* existed)
+{
+    const bool nullDacl = security != nullptr && security->hasNullDacl;
+    WaitHandle handle = sim::Machine().objects.Open(isMutex, name, nullDacl, existed);
+    SetLastErrorCode(handle == nullptr ? ERROR_INVALID_HANDLE : *existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    return handle;
+}
+
+// The object behind a handle of this kind; null, with last error 6, when it is none.
+sim::KernelObject* ObjectOf(const WaitHandle& handle, bool isMutex)
+{
+    if (handle == nullptr || handle->Object()->isMutex != isMutex) {
+        SetLastErrorCode(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return handle->Object().get();
+}
+
+DWORD WaitForObjects(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertable)
+{
+    sim::MachineState& machine = sim::Machine();
+    sim::ObjectWait wait{{}, &sim::CScheduler::Self().context, alertable};
+    for (const WaitHandle& object : objects) {
+        if (object == nullptr) {
+            SetLastErrorCode(ERROR_INVALID_HANDLE);
+            return WAIT_FAILED;
+        }
+        wait.objects.push_back(object->Object());
+    }
+    DWORD result = machine.objects.TryTake(wait);
+    if (result != WAIT_TIMEOUT) {
+        return result;
+    }
+    if (alertable && machine.timers.RunDueRoutines()) {
+        return WAIT_IO_COMPLETION;
+    }
+    if (timeoutMs == 0) {
+        return WAIT_TIMEOUT;
+    }
+    result = machine.objects.Wait(wait, machine.DeadlineAfter(timeoutMs));
+    if (result == WAIT_IO_COMPLETION) {
+        machine.timers.RunDueRoutines();
+    }
+    return result;
+}
+
+} // namespace
+
+WaitHandle CreateNamedMutex(const wchar_t* name, BOOL initialOwner, const CSecurityDescriptor* security)
+{
+    if (sim::FailsByFault(Call::kCreateNamedMutex)) {
+        return nullptr;
+    }
+    bool existed = false;
+    WaitHandle mutex = OpenObject(true, name, security, &existed);
+    if (mutex != nullptr && !existed && initialOwner) {
+        sim::Machine().objects.TryTake({{mutex->Object()}, &sim::CScheduler::Self().context, false});
+    }
+    return mutex;
+}
+
+BOOL ReleaseOwnedMutex(const WaitHandle& mutex)
+{
+    if (sim::FailsByFault(Call::kReleaseOwnedMutex)) {
+        return FALSE;
+    }
+    sim::KernelObject* object = ObjectOf(mutex, true);
+    if (object == nullptr) {
+        return FALSE;
+    }
+    if (!sim::Machine().objects.Release(*object, sim::CScheduler::Self().context)) {
+        SetLastErrorCode(ERROR_NOT_OWNER);
+        return FALSE;
+    }
+    return TRUE;
+}
+
+WaitHandle CreateNamedEvent(const wchar_t* name, const CSecurityDescriptor* security)
+{
+    if (sim::FailsByFault(Call::kCreateNamedEvent)) {
+        return nullptr;
+    }
+    bool existed = false;
+    return OpenObject(false, name, security, &existed);
+}
+
+BOOL SetNamedEvent(const WaitHandle& event)
+{
+    sim::KernelObject* object = ObjectOf(event, false);
+    if (object == nullptr) {
+        return FALSE;
+    }
+    sim::Machine().objects.SetEvent(*object);
+    return TRUE;
+}
+
+BOOL PulseNamedEvent(const WaitHandle& event)
+{
+    sim::KernelObject* object = ObjectOf(event, false);
+    if (object == nullptr) {
+        return FALSE;
+    }
+    sim::Machine().objects.PulseEvent(*object);
+    return TRUE;
+}
+
+DWORD WaitForOne(const WaitHandle& object, DWORD timeoutMs, BOOL alertable)
+{
+    if (sim::FailsByFault(Call::kWaitForOne)) {
+        return WAIT_FAILED;
+    }
+    return WaitForObjects(std::span(&object, 1), timeoutMs, alertable != FALSE);
+}
+
+DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs)
+{
+    if (sim::FailsByFault(Call::kWaitForAny)) {
+        return WAIT_FAILED;
+    }
+    if (objects.empty() || objects.size() > kMaxWaitObjects) {
+        SetLastErrorCode(ERROR_INVALID_PARAMETER);
+        return WAIT_FAILED;
+    }
+    return WaitForObjects(objects, timeoutMs, false);
+}
+
+} // namespace platform
+
+namespace platform::sim {
+
+void CMachine::OtherProcessAcquiresMutex(const CString& name)
+{
+    bool existed = false;
+    WaitHandle& handle = m_state->otherHandles[name];
+    handle = m_state->objects.Open(true, name, false, &existed);
+    if (handle == nullptr) {
+        EndProgram("another process cannot acquire what is an event");
+    }
+    const ObjectWait wait{{handle->Object()}, &m_state->otherProcess, false};
+    if (m_state->objects.TryTake(wait) == WAIT_TIMEOUT) {
+        m_state->objects.Wait(wait, kNever);
+    }
+}
+
+void CMachine::OtherProcessReleasesMutex(const CString& name)
+{
+    const WaitHandle handle = std::exchange(m_state->otherHandles[name], nullptr);
+    if (handle == nullptr || !m_state->objects.Release(*handle->Object(), m_state->otherProcess)) {
+        EndProgram("another process releases a mutex that it does not own");
+    }
+}
+
+void CMachine::OtherProcessAbandonsMutex(const CString& name)
+{
+    const WaitHandle handle = std::exchange(m_state->otherHandles[name], nullptr);
+    if (handle == nullptr || handle->Object()->owner != &m_state->otherProcess) {
+        EndProgram("another process abandons a mutex that it does not own");
+    }
+    m_state->objects.Abandon(*handle->Object());
+}
+
+BOOL CMachine::OtherProcessSetsEvent(const CString& name)
+{
+    const KernelObjectPtr event = m_state->objects.Find(name);
+    if (event == nullptr || event->isMutex) {
+        return FALSE;
+    }
+    m_state->objects.SetEvent(*event);
+    return TRUE;
+}
+
+bool CMachine::IsMutexOwned(const CString& name) const
+{
+    const KernelObjectPtr mutex = m_state->objects.Find(name);
+    return mutex != nullptr && mutex->owner != nullptr;
+}
+
+bool CMachine::NamedObjectExists(const CString& name) const { return m_state->objects.Find(name) != nullptr; }
+
+bool CMachine::NamedObjectHasNullDacl(const CString& name) const
+{
+    const KernelObjectPtr object = m_state->objects.Find(name);
+    return object != nullptr && object->nullDacl;
+}
+
+} // namespace platform::sim
