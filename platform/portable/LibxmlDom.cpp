@@ -102,60 +102,92 @@ XmlTree Parse(std::string_view bytes, const char* encoding)
     return tree == nullptr ? nullptr : XmlTree(tree, xmlFreeDoc);
 }
 
-// One piece after the other of an element's text, and where what may not be trimmed begins and ends.
-struct CollectedText {
-    std::string bytes = {};
-    std::size_t first = std::string::npos;
-    std::size_t end = 0;
+// The text of an element's content, piece by piece.
+//
+// White space that is not listed still parts words: it counts as one space between two pieces, however much there is of
+// it, and as nothing before the first piece of an element.
+class CTextPieces {
+public:
+    // White space that is not listed.
+    void AddGap() { m_gap = true; }
 
-    void AddTrimmable(std::string_view piece)
+    // A piece of which trimmed, a part of it, may not be cut away at the ends.
+    void Add(std::string_view piece, std::string_view trimmed)
     {
-        const std::size_t from = piece.find_first_not_of(kWhiteSpace);
-        if (from != std::string_view::npos) {
-            Keep(bytes.size() + from, bytes.size() + piece.find_last_not_of(kWhiteSpace) + 1);
+        if (m_gap && !IsEmpty()) {
+            m_text += ' ';
         }
-        bytes += piece;
+        m_gap = false;
+        if (!trimmed.empty() || piece.empty()) {
+            m_first = std::min(m_first, m_text.size() + static_cast<std::size_t>(trimmed.data() - piece.data()));
+            m_end = m_text.size() + static_cast<std::size_t>(trimmed.data() - piece.data()) + trimmed.size();
+        }
+        m_text += piece;
     }
-    void AddWhole(std::string_view piece)
+
+    // All of a child element.
+    void Add(const CTextPieces& child)
     {
-        Keep(bytes.size(), bytes.size() + piece.size());
-        bytes += piece;
+        if (!child.IsEmpty()) {
+            Add(child.Whole(), child.Trimmed());
+        }
+        m_gap = m_gap || child.m_gap;
     }
+
+    bool IsEmpty() const { return m_text.empty(); }
+    std::string_view Whole() const { return m_text; }
     std::string_view Trimmed() const
     {
-        return first == std::string::npos ? std::string_view() : std::string_view(bytes).substr(first, end - first);
+        return m_first < m_end ? Whole().substr(m_first, m_end - m_first) : Whole().substr(0, 0);
     }
 
 private:
-    void Keep(std::size_t from, std::size_t to)
-    {
-        first = std::min(first, from);
-        end = to;
-    }
+    std::string m_text = {};
+    std::size_t m_first = std::string::npos;
+    std::size_t m_end = 0;
+    bool m_gap = false;
 };
 
-// Depth is bounded by the parser's own limit.
-void CollectText(const xmlNode* parent, CollectedText* text)
+std::string_view Trimmed(std::string_view text)
 {
-    const bool preserve = PreservesSpace(parent);
+    const std::size_t first = text.find_first_not_of(kWhiteSpace);
+    return first == std::string_view::npos ? text.substr(0, 0)
+                                           : text.substr(first, text.find_last_not_of(kWhiteSpace) + 1 - first);
+}
+
+// What an entity stands for: text and nothing else, without white space between elements.
+void CollectEntityText(const xmlNode* parent, std::string* text)
+{
     for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
-        switch (child->type) {
-        case XML_ELEMENT_NODE:
-            CollectText(child, text);
-            break;
-        case XML_TEXT_NODE:
-            text->AddTrimmable(IsDropped(child, preserve) ? std::string_view(" ") : View(child->content));
-            break;
-        case XML_CDATA_SECTION_NODE:
-            text->AddWhole(View(child->content));
-            break;
-        case XML_ENTITY_REF_NODE:
-            text->AddTrimmable(View(XmlTextPtr(xmlNodeGetContent(child)).get()));
-            break;
-        default:
-            break;
+        if (child->type == XML_CDATA_SECTION_NODE || (child->type == XML_TEXT_NODE && !IsDropped(child, false))) {
+            *text += View(child->content);
+        } else if (child->type == XML_ELEMENT_NODE || child->type == XML_ENTITY_REF_NODE) {
+            CollectEntityText(child, text);
         }
     }
+}
+
+// Depth is bounded by the parser's own limit.
+CTextPieces CollectText(const xmlNode* parent)
+{
+    CTextPieces pieces;
+    const bool preserve = PreservesSpace(parent);
+    for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
+        if (IsDropped(child, preserve)) {
+            pieces.AddGap();
+        } else if (child->type == XML_TEXT_NODE) {
+            pieces.Add(View(child->content), Trimmed(View(child->content)));
+        } else if (child->type == XML_CDATA_SECTION_NODE) {
+            pieces.Add(View(child->content), View(child->content));
+        } else if (child->type == XML_ELEMENT_NODE) {
+            pieces.Add(CollectText(child));
+        } else if (child->type == XML_ENTITY_REF_NODE) {
+            std::string text;
+            CollectEntityText(child, &text);
+            pieces.Add(text, Trimmed(text));
+        }
+    }
+    return pieces;
 }
 
 HRESULT ListChildren(const XmlTree& tree, const xmlNode* parent, DomNodeListPtr* list)
@@ -203,6 +235,10 @@ CString Content(const xmlNode* node) { return DecodeUtf8(View(XmlTextPtr(xmlNode
 } // namespace
 
 namespace real_dom {
+
+void EnterApartment() {}
+
+void LeaveApartment() {}
 
 HRESULT CreateDomDocument(DomDocumentPtr* document)
 {
@@ -289,15 +325,14 @@ HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
 
 HRESULT GetDomText(const DomNodePtr& node, CString* text)
 {
-    CollectedText collected;
     switch (node->node->type) {
-    case XML_ELEMENT_NODE:
-        CollectText(node->node, &collected);
-        *text = DecodeUtf8(PreservesSpace(node->node) ? collected.bytes : collected.Trimmed());
+    case XML_ELEMENT_NODE: {
+        const CTextPieces pieces = CollectText(node->node);
+        *text = DecodeUtf8(PreservesSpace(node->node) ? pieces.Whole() : pieces.Trimmed());
         break;
+    }
     case XML_TEXT_NODE:
-        collected.AddTrimmable(View(node->node->content));
-        *text = DecodeUtf8(collected.Trimmed());
+        *text = DecodeUtf8(Trimmed(View(node->node->content)));
         break;
     case XML_ENTITY_REF_NODE:
         text->clear();

@@ -6,6 +6,10 @@
 
 namespace platform::real_dom {
 
+// What EnterApartment and LeaveApartment of Thread.h do for the DOM's sake.
+void EnterApartment();
+void LeaveApartment();
+
 HRESULT CreateDomDocument(DomDocumentPtr* document);
 HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded);
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded);

@@ -1,6 +1,7 @@
 #include "platform/Thread.h"
 
 #include "platform/LastError.h"
+#include "platform/portable/RealDom.h"
 #include "platform/sim/MachineState.h"
 
 #include <system_error>
@@ -54,8 +55,16 @@ DWORD CurrentProcessIdentifier() { return sim::CScheduler::Self().context.proces
 
 DWORD CurrentThreadIdentifier() { return sim::CScheduler::Self().context.threadId; }
 
-void EnterApartment() { ++sim::Machine().apartmentBalance; }
+void EnterApartment()
+{
+    ++sim::Machine().apartmentBalance;
+    real_dom::EnterApartment();
+}
 
-void LeaveApartment() { --sim::Machine().apartmentBalance; }
+void LeaveApartment()
+{
+    --sim::Machine().apartmentBalance;
+    real_dom::LeaveApartment();
+}
 
 } // namespace platform

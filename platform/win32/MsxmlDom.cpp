@@ -132,6 +132,10 @@ HRESULT ReadText(Interface* object, HRESULT (STDMETHODCALLTYPE Interface::*prope
 
 namespace real_dom {
 
+void EnterApartment() { static_cast<void>(CoInitialize(nullptr)); }
+
+void LeaveApartment() { CoUninitialize(); }
+
 HRESULT CreateDomDocument(DomDocumentPtr* document)
 {
     document->reset();
