@@ -46,13 +46,14 @@ CString DataFileIn(const CString& folder, int siteNumber, DWORD dataType)
     return platform::FormatText(L"%s%s%s_%08X.dat", folder, platform::kPathSeparator, key, dataType);
 }
 
+void CutPath(const CString& path, wchar_t (&buffer)[MAX_PATH]) { buffer[path.copy(buffer, MAX_PATH - 1)] = L'\0'; }
+
 bool GetFilePath(wchar_t (&buffer)[MAX_PATH], int siteNumber, DWORD dataType)
 {
     if (FileKeyOfSite(siteNumber) == nullptr) {
         platform::SetLastErrorCode(ERROR_NOT_SUPPORTED);
         return false;
     }
-    const CString path = DataFileIn(DataFolder(), siteNumber, dataType);
-    buffer[path.copy(buffer, MAX_PATH - 1)] = L'\0';
+    CutPath(DataFileIn(DataFolder(), siteNumber, dataType), buffer);
     return true;
 }

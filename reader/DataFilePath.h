@@ -22,6 +22,9 @@ CString DataFolder();
 // site number without a company. Any thread.
 CString DataFileIn(const CString& folder, int siteNumber, DWORD dataType);
 
+// Copies a path into a buffer, cut to it. buffer: zero-terminated. Any thread.
+void CutPath(const CString& path, wchar_t (&buffer)[MAX_PATH]);
+
 // The path of a company's data file of one kind in DataFolder, cut to the buffer. buffer: zero-terminated on success.
 // dataType: data type code. When the common folder is unknown the folder part is empty.
 // False with last error 50 and the buffer untouched when the site number has no company. Any thread.
