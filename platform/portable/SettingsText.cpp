@@ -1,17 +1,14 @@
+#include "platform/portable/Utf16.h"
 #include "platform/Settings.h"
-#include "platform/Text.h"
 
 namespace platform {
 
 CString TextOfSetting(const SettingsValue& value)
 {
-    CString text;
-    for (std::size_t i = 0; i + 1 < value.data.size(); i += 2) {
-        const auto unit = static_cast<wchar_t>(value.data[i] | (value.data[i + 1] << 8));
-        if (unit == 0) {
-            break;
-        }
-        text.push_back(unit);
+    CString text = portable::DecodeUtf16(value.data);
+    const std::size_t end = text.find(L'\0');
+    if (end != CString::npos) {
+        text.resize(end);
     }
     return text;
 }

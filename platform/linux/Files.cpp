@@ -1,0 +1,166 @@
+#include "platform/Files.h"
+
+#include "platform/LastError.h"
+#include "platform/linux/Environment.h"
+#include "platform/linux/ErrorCode.h"
+#include "platform/linux/FileBytes.h"
+#include "platform/linux/SecurityDescriptor.h"
+#include "platform/Text.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+namespace platform {
+
+const wchar_t* const kPathSeparator = L"/";
+
+class COutputFile {
+public:
+    native::CFileDescriptor m_descriptor;
+};
+
+namespace {
+
+using native::CFileDescriptor;
+
+// How often a file that somebody takes away between two looks is looked for again.
+constexpr int kOpenAttempts = 100;
+
+constexpr int kOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+
+// The path in the file system's own form. Empty, which no file has, when it holds a zero.
+std::string NativePath(const CString& path)
+{
+    return path.find(L'\0') == CString::npos ? EncodeUtf8(path) : std::string();
+}
+
+// Opens for writing, made when missing, an existing file as it is. None, with errno set, on failure.
+CFileDescriptor OpenOrMakeFile(const std::string& path, bool forAll)
+{
+    for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
+        CFileDescriptor file(::open(path.c_str(), O_WRONLY | kOpenFlags));
+        if (file || errno != ENOENT) {
+            return file;
+        }
+        file = CFileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | kOpenFlags, native::kFilePrivate));
+        if (file) {
+            // A file system without rights is no obstacle.
+            if (forAll && ::fchmod(file.Get(), native::kFileForAll) != 0 && errno != EPERM) {
+                return CFileDescriptor();
+            }
+            return file;
+        }
+        if (errno != EEXIST) {
+            return file;
+        }
+    }
+    return CFileDescriptor();
+}
+
+// Refuses everything but a regular file and one that others use. The error code.
+DWORD LockRegularFile(const CFileDescriptor& file, int operation)
+{
+    if (!native::IsRegularFile(file)) {
+        return ERROR_ACCESS_DENIED;
+    }
+    if (::flock(file.Get(), operation | LOCK_NB) != 0) {
+        return errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : native::ErrorCodeOf(errno);
+    }
+    return ERROR_SUCCESS;
+}
+
+// The code for a file or folder that could not be made: what is missing then is the folder around it.
+DWORD CodeOfMaking(int error) { return error == ENOENT ? ERROR_PATH_NOT_FOUND : native::ErrorCodeOf(error); }
+
+} // namespace
+
+BOOL GetCommonAppDataFolder(CString* folder)
+{
+    folder->clear();
+    const std::string path = native::FolderFromEnvironment("AMPORA_COMMON_APPDATA", "/var/lib");
+    struct stat status = {};
+    if ((::mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) || ::stat(path.c_str(), &status) != 0 ||
+        !S_ISDIR(status.st_mode)) {
+        return FALSE;
+    }
+    *folder = DecodeUtf8(path);
+    return TRUE;
+}
+
+BOOL PathExists(const CString& path)
+{
+    struct stat status = {};
+    return ::lstat(NativePath(path).c_str(), &status) == 0;
+}
+
+BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
+{
+    const std::string nativePath = NativePath(path);
+    if (::mkdir(nativePath.c_str(), native::kFolderPrivate) != 0) {
+        SetLastErrorCode(CodeOfMaking(errno));
+        return FALSE;
+    }
+    if (native::IsOpenToAll(security)) {
+        const CFileDescriptor folder(::open(nativePath.c_str(), O_RDONLY | O_DIRECTORY | kOpenFlags));
+        if (!folder || (::fchmod(folder.Get(), native::kFolderForAll) != 0 && errno != EPERM)) {
+            native::SetLastErrorFrom(errno);
+            return FALSE;
+        }
+    }
+    return TRUE;
+}
+
+OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* security)
+{
+    CFileDescriptor file = OpenOrMakeFile(NativePath(path), native::IsOpenToAll(security));
+    if (!file) {
+        SetLastErrorCode(CodeOfMaking(errno));
+        return nullptr;
+    }
+    DWORD code = LockRegularFile(file, LOCK_EX);
+    // Only with the lock, for a reader may be in the middle of the old content.
+    if (code == ERROR_SUCCESS && ::ftruncate(file.Get(), 0) != 0) {
+        code = native::ErrorCodeOf(errno);
+    }
+    if (code != ERROR_SUCCESS) {
+        SetLastErrorCode(code);
+        return nullptr;
+    }
+    return std::make_shared<COutputFile>(std::move(file));
+}
+
+void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t size)
+{
+    ssize_t written = 0;
+    do {
+        written = ::write(file->m_descriptor.Get(), bytes, size);
+    } while (written < 0 && errno == EINTR);
+    if (written < 0) {
+        throw CFileException(native::ErrorCodeOf(errno) == ERROR_DISK_FULL ? ERROR_DISK_FULL : ERROR_WRITE_FAULT);
+    }
+    // A regular file takes less than it is given only when there is no room for the rest.
+    if (static_cast<std::size_t>(written) != size) {
+        throw CFileException(ERROR_DISK_FULL);
+    }
+}
+
+DWORD ReadWholeFile(const CString& path, std::size_t maxBytes, std::vector<BYTE>* bytes)
+{
+    bytes->clear();
+    const CFileDescriptor file(::open(NativePath(path).c_str(), O_RDONLY | kOpenFlags));
+    if (!file) {
+        return native::ErrorCodeOf(errno);
+    }
+    DWORD code = LockRegularFile(file, LOCK_SH);
+    if (code == ERROR_SUCCESS) {
+        code = native::ReadBytes(file, maxBytes, bytes);
+    }
+    if (code != ERROR_SUCCESS) {
+        bytes->clear();
+    }
+    return code;
+}
+
+} // namespace platform

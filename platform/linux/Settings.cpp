@@ -1,0 +1,57 @@
+#include "platform/Settings.h"
+
+#include "platform/linux/Environment.h"
+#include "platform/linux/FileBytes.h"
+#include "platform/linux/RegFile.h"
+
+#include <fcntl.h>
+
+namespace platform {
+
+namespace {
+
+// A longer file is none of settings and counts as missing, in bytes.
+constexpr std::size_t kMaxFileSize = 16U << 20;
+
+constexpr char kFileBelowFolder[] = "/AmporaSrv/settings.reg";
+
+// The first folder in $XDG_CONFIG_DIRS, which separates them by colons.
+std::string MachineFolder()
+{
+    const std::string folders = native::FolderFromEnvironment("XDG_CONFIG_DIRS", "/etc/xdg");
+    return folders.substr(0, folders.find(':'));
+}
+
+std::string UserFolder()
+{
+    const std::string home = native::FolderFromEnvironment("HOME", {});
+    return native::FolderFromEnvironment("XDG_CONFIG_HOME", home.empty() ? home : home + "/.config");
+}
+
+// The whole file. Empty when there is none, it cannot be read or is too long.
+std::vector<BYTE> ReadSettingsFile(const std::string& folder)
+{
+    std::vector<BYTE> bytes;
+    if (folder.empty()) {
+        return bytes;
+    }
+    // Not to block on what is no regular file is why the open does not.
+    const native::CFileDescriptor file(::open((folder + kFileBelowFolder).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file || !native::IsRegularFile(file) || native::ReadBytes(file, kMaxFileSize + 1, &bytes) != ERROR_SUCCESS ||
+        bytes.size() > kMaxFileSize) {
+        bytes.clear();
+    }
+    return bytes;
+}
+
+} // namespace
+
+BOOL QuerySettingsValue(Hive hive, const CString& keyPath, const wchar_t* valueName, SettingsValue* value)
+{
+    const bool perUser = hive == Hive::kPerUser;
+    const std::vector<BYTE> bytes = ReadSettingsFile(perUser ? UserFolder() : MachineFolder());
+    const CString root = perUser ? L"HKEY_CURRENT_USER\\" : L"HKEY_LOCAL_MACHINE\\";
+    return native::FindRegValue(bytes, root + keyPath, valueName, value) ? TRUE : FALSE;
+}
+
+} // namespace platform

@@ -1,0 +1,145 @@
+#include "platform/linux/Waiting.h"
+
+#include "platform/Clock.h"
+#include "platform/linux/ErrorCode.h"
+#include "platform/linux/Mutex.h"
+#include "platform/portable/FileTime.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <sys/eventfd.h>
+
+namespace platform {
+
+namespace native {
+
+constinit std::mutex g_dispatcher;
+
+CThreadState& CThreadState::Current()
+{
+    thread_local CThreadState state;
+    return state;
+}
+
+void CThreadState::End()
+{
+    const std::lock_guard lock(g_dispatcher);
+    while (!m_ownedMutexes.empty()) {
+        m_ownedMutexes.back()->Abandon();
+    }
+    while (!m_armedTimers.empty()) {
+        m_armedTimers.back()->Detach();
+    }
+}
+
+bool CThreadState::PrepareWake()
+{
+    if (!m_wake) {
+        m_wake = CFileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        if (!m_wake) {
+            SetLastErrorFrom(errno);
+        }
+    }
+    return static_cast<bool>(m_wake);
+}
+
+void CThreadState::Wake() { ::eventfd_write(m_wake.Get(), 1); }
+
+void CThreadState::ClearWake()
+{
+    eventfd_t count = 0;
+    ::eventfd_read(m_wake.Get(), &count);
+}
+
+bool CThreadState::FindDueTimers()
+{
+    for (CTimer* timer : m_armedTimers) {
+        std::uint64_t expirations = 0;
+        if (::read(timer->m_armed, &expirations, sizeof(expirations)) == sizeof(expirations)) {
+            timer->m_isDue = true;
+        }
+    }
+    return std::ranges::any_of(m_armedTimers, &CTimer::m_isDue);
+}
+
+void CThreadState::RunDueTimers(std::unique_lock<std::mutex>& lock)
+{
+    const FILETIME now = portable::FileTimeOf(
+        static_cast<std::uint64_t>(ReadTime() * portable::kUnitsPerSecond + portable::kUnixEpochCount));
+    // A routine may arm, disarm and close timers, so each round looks at the list anew.
+    for (;;) {
+        const auto due = std::ranges::find_if(m_armedTimers, &CTimer::m_isDue);
+        if (due == m_armedTimers.end()) {
+            return;
+        }
+        const TimerRoutine routine = (*due)->m_routine;
+        void* const argument = (*due)->m_argument;
+        (*due)->Detach();
+        lock.unlock();
+        routine(argument, now.dwLowDateTime, now.dwHighDateTime);
+        lock.lock();
+    }
+}
+
+Deadline DeadlineAfter(DWORD timeoutMs)
+{
+    if (timeoutMs == INFINITE) {
+        return std::nullopt;
+    }
+    return std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+}
+
+bool Poll(std::vector<pollfd>& descriptors, const Deadline& deadline)
+{
+    timespec rest = {};
+    if (deadline) {
+        using namespace std::chrono;
+        const auto left = std::max(nanoseconds(0), nanoseconds(*deadline - steady_clock::now()));
+        rest.tv_sec = duration_cast<seconds>(left).count();
+        rest.tv_nsec = (left % seconds(1)).count();
+    }
+    if (::ppoll(descriptors.data(), descriptors.size(), deadline ? &rest : nullptr, nullptr) < 0 && errno != EINTR) {
+        SetLastErrorFrom(errno);
+        return false;
+    }
+    return true;
+}
+
+} // namespace native
+
+std::deque<CWaitObject::Entry>::const_iterator CWaitObject::FirstEntry() const
+{
+    return std::ranges::find_if(m_waits, [](const Entry& entry) { return !entry.wait->ended; });
+}
+
+native::CThreadState* CWaitObject::FirstWaiting() const
+{
+    const auto first = FirstEntry();
+    return first == m_waits.end() ? nullptr : &first->wait->thread;
+}
+
+void CWaitObject::EndFirstWait(DWORD status)
+{
+    const Entry& entry = *FirstEntry();
+    entry.wait->ended = true;
+    entry.wait->result = status + entry.index;
+    entry.wait->thread.Wake();
+}
+
+CTimer::~CTimer()
+{
+    const std::lock_guard lock(native::g_dispatcher);
+    Detach();
+}
+
+void CTimer::Detach()
+{
+    if (m_thread != nullptr) {
+        std::erase(m_thread->m_armedTimers, this);
+    }
+    m_thread = nullptr;
+    m_isDue = false;
+}
+
+} // namespace platform

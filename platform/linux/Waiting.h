@@ -1,0 +1,149 @@
+// How threads wait: for named objects (Sync.cpp) and for their own timers (Timer.cpp).
+//
+// One lock, the dispatcher, guards the state of all wait objects, timers and waits of the process. A thread that waits
+// is entered in every object that it waits for and then sleeps in one poll of its own event descriptor, the files of
+// the events (other processes write to them) and its timers, without time-out unless its caller gave one. Whoever
+// signals an object ends the wait of a thread entered in it there and then, under the dispatcher: it names the result
+// and wakes that thread. So every signal goes to exactly one thread, and nothing ever looks again and again.
+#pragma once
+
+#include "platform/linux/FileDescriptor.h"
+#include "platform/Sync.h"
+#include "platform/Timer.h"
+
+#include <chrono>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <poll.h>
+#include <vector>
+
+namespace platform {
+
+class CWaitObject;
+
+namespace native {
+
+class CMutex;
+
+// Held for moments only, never while something is waited for.
+extern constinit std::mutex g_dispatcher;
+
+// What a thread owns and has armed. All of it under the dispatcher.
+class CThreadState {
+public:
+    // The calling thread's.
+    static CThreadState& Current();
+
+    CThreadState() = default;
+    // At a thread's end; End() may have been called before.
+    ~CThreadState() { End(); }
+    CThreadState(const CThreadState&) = delete;
+    CThreadState& operator=(const CThreadState&) = delete;
+
+    // Abandons the mutexes that the thread owns and disarms its timers. Dispatcher not held.
+    void End();
+
+    // Makes what Wake works on. False, with the last error set, on failure.
+    bool PrepareWake();
+    // Ends the poll of the thread's wait, also one that it has not begun yet. Any thread.
+    void Wake();
+    void ClearWake();
+
+    // Sees which timers have fallen due; whether one has. Then RunDueTimers runs their routines, on this thread and
+    // with the dispatcher, which lock holds, let go meanwhile.
+    bool FindDueTimers();
+    void RunDueTimers(std::unique_lock<std::mutex>& lock);
+
+    CFileDescriptor m_wake; // event descriptor, readable after Wake
+    std::vector<CMutex*> m_ownedMutexes;
+    std::vector<CTimer*> m_armedTimers;
+};
+
+// One thread's wait in progress. Ended once: by whoever signals one of its objects, or by the thread itself.
+struct Wait {
+    CThreadState& thread;
+    bool ended = false;
+    DWORD result = WAIT_TIMEOUT; // once ended
+};
+
+} // namespace native
+
+// A named mutex or event. All members under the dispatcher, but the destructor, which must not hold it.
+class CWaitObject {
+public:
+    CWaitObject() = default;
+    virtual ~CWaitObject() = default;
+    CWaitObject(const CWaitObject&) = delete;
+    CWaitObject& operator=(const CWaitObject&) = delete;
+
+    // Takes the object for the calling thread if it is signalled now: WAIT_OBJECT_0 or WAIT_ABANDONED_0. Otherwise
+    // WAIT_TIMEOUT, or WAIT_FAILED with the last error set.
+    virtual DWORD TryTake(native::CThreadState& thread) = 0;
+    // Sees to it that the entered waits are ended when the object becomes signalled. False, with the last error set, on
+    // failure.
+    virtual bool Watch() { return true; }
+    // A descriptor that becomes readable when it is worth trying again, -1 for none.
+    virtual int WatchedDescriptor() const { return -1; }
+
+    // Enters a wait; index: of the object among those waited for. Removes all its entries.
+    void Enter(native::Wait& wait, DWORD index) { m_waits.push_back({&wait, index}); }
+    void Remove(const native::Wait& wait)
+    {
+        std::erase_if(m_waits, [&wait](const Entry& entry) { return entry.wait == &wait; });
+    }
+
+protected:
+    // The thread of the wait that was entered first and has not ended; null for none.
+    native::CThreadState* FirstWaiting() const;
+    // Ends that wait with status plus the index. There must be one.
+    void EndFirstWait(DWORD status);
+
+private:
+    struct Entry {
+        native::Wait* wait;
+        DWORD index;
+    };
+    std::deque<Entry>::const_iterator FirstEntry() const;
+
+    std::deque<Entry> m_waits;
+};
+
+// A timer. All members under the dispatcher, but the destructor, which must not hold it.
+class CTimer {
+public:
+    CTimer(native::CFileDescriptor relative, native::CFileDescriptor absolute)
+        : m_relative(std::move(relative)), m_absolute(std::move(absolute))
+    {
+    }
+    ~CTimer();
+    CTimer(const CTimer&) = delete;
+    CTimer& operator=(const CTimer&) = delete;
+
+    // Takes the timer off its thread's list.
+    void Detach();
+
+    native::CFileDescriptor m_relative; // on the monotonic clock
+    native::CFileDescriptor m_absolute; // on the wall clock
+    int m_armed = -1;                   // whichever of them is armed
+    native::CThreadState* m_thread = nullptr;
+    TimerRoutine m_routine = nullptr;
+    void* m_argument = nullptr;
+    bool m_isDue = false; // the routine is to run
+};
+
+namespace native {
+
+// When a wait gives up; none for never.
+using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+
+// timeoutMs from now; INFINITE: never.
+Deadline DeadlineAfter(DWORD timeoutMs);
+
+// Sleeps until a descriptor is readable, the deadline has come or a signal was handled. False, with the last error set,
+// on failure.
+bool Poll(std::vector<pollfd>& descriptors, const Deadline& deadline);
+
+} // namespace native
+
+} // namespace platform
