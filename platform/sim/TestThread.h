@@ -1,0 +1,24 @@
+// Threads from lambdas, for tests on the simulated machine.
+#pragma once
+
+#include "platform/Thread.h"
+
+#include <functional>
+#include <utility>
+
+namespace platform::sim {
+
+// Starts a thread that runs body.
+inline ThreadPtr StartBody(std::function<void()> body)
+{
+    auto* handedOver = new std::function<void()>(std::move(body));
+    return StartThread(
+        [](void* argument) -> DWORD {
+            const std::unique_ptr<std::function<void()>> owned(static_cast<std::function<void()>*>(argument));
+            (*owned)();
+            return 0;
+        },
+        handedOver);
+}
+
+} // namespace platform::sim
