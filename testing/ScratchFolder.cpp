@@ -1,0 +1,31 @@
+#include "testing/ScratchFolder.h"
+
+#include <fstream>
+#include <random>
+
+namespace testing_support {
+
+CScratchFolder::CScratchFolder()
+{
+    std::random_device random;
+    do {
+        m_path = std::filesystem::temp_directory_path() / ("ampora-test-" + std::to_string(random()));
+    } while (!std::filesystem::create_directory(m_path));
+}
+
+CScratchFolder::~CScratchFolder()
+{
+    std::error_code ignored; // a test's result does not depend on what it leaves behind
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+std::filesystem::path CScratchFolder::Write(const std::string& name, const std::string& bytes) const
+{
+    std::filesystem::path path = m_path / name;
+    std::ofstream file(path, std::ios::binary);
+    file.exceptions(std::ios::failbit | std::ios::badbit);
+    file << bytes;
+    return path;
+}
+
+} // namespace testing_support
