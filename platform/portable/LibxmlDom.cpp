@@ -85,21 +85,98 @@ bool IsDropped(const xmlNode* node, bool preserve)
 // Refuses what a document refers to outside itself.
 xmlParserInput* ResolveNothing(void*, const xmlChar*, const xmlChar*) { return nullptr; }
 
-// Parses bytes; encoding null: as they say themselves. Null when they are no well-formed document.
-XmlTree Parse(std::string_view bytes, const char* encoding)
+// While it lives, the calling thread's parser errors go nowhere: some would else reach standard error whatever the
+// parser's own options say.
+class CQuietErrors {
+public:
+    CQuietErrors() : m_handler(xmlStructuredError), m_context(xmlStructuredErrorContext)
+    {
+        xmlSetStructuredErrorFunc(nullptr, [](void*, xmlError*) {});
+    }
+    ~CQuietErrors() { xmlSetStructuredErrorFunc(m_context, m_handler); }
+    CQuietErrors(const CQuietErrors&) = delete;
+    CQuietErrors& operator=(const CQuietErrors&) = delete;
+
+private:
+    xmlStructuredErrorFunc m_handler;
+    void* m_context;
+};
+
+struct ParsedDocument {
+    XmlTree tree;         // null: no well-formed document
+    std::string encoding; // declared; empty when there is no declaration or it says UTF-8 or UTF-16
+};
+
+// Parses bytes; encoding null: as they say themselves.
+ParsedDocument Parse(std::string_view bytes, const char* encoding)
 {
     if (bytes.empty() || bytes.size() > std::numeric_limits<int>::max()) {
-        return nullptr;
+        return {};
     }
+    const CQuietErrors quiet;
     const ParserPtr parser(xmlNewParserCtxt());
     if (!parser) {
         throw std::bad_alloc();
     }
+    // The plain interface, without which prefixes that nobody declared would be treated differently.
+    const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_SAX1;
     parser->sax->resolveEntity = ResolveNothing;
-    const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
     xmlDoc* tree =
         xmlCtxtReadMemory(parser.get(), bytes.data(), static_cast<int>(bytes.size()), nullptr, encoding, options);
-    return tree == nullptr ? nullptr : XmlTree(tree, xmlFreeDoc);
+    if (tree == nullptr) {
+        return {};
+    }
+    ParsedDocument document{XmlTree(tree, xmlFreeDoc), {}};
+    if (parser->input != nullptr) {
+        document.encoding = View(parser->input->encoding);
+    }
+    return document;
+}
+
+// What MSXML skips before a document in wide text: the white space of the system, which is more than that of XML.
+bool IsSkippedBefore(wchar_t character)
+{
+    constexpr std::wstring_view kSkipped = L"\t\n\v\f\r \x85\xA0\x1680\x2000\x2001\x2002\x2003\x2004\x2005\x2006"
+                                           L"\x2007\x2008\x2009\x200A\x2028\x2029\x202F\x205F\x3000";
+    return kSkipped.find(character) != std::wstring_view::npos;
+}
+
+// The part of a wide text that MSXML looks at: up to the first zero character, without white space and a byte order
+// mark before the document. (The parser passes over one more mark, here as there.)
+std::wstring_view DocumentPart(std::wstring_view text)
+{
+    constexpr wchar_t kByteOrderMark = 0xFEFF;
+    text = text.substr(0, text.find(L'\0'));
+    while (!text.empty() && IsSkippedBefore(text.front())) {
+        text.remove_prefix(1);
+    }
+    if (!text.empty() && text.front() == kByteOrderMark) {
+        text.remove_prefix(1);
+    }
+    return text;
+}
+
+// Encodings that wide text may declare, with no effect, in capitals. Others are refused, as they cannot be switched to.
+bool MayBeDeclaredInWideText(std::string_view encoding)
+{
+    static constexpr std::string_view kKnown[] = {
+        "ASCII",        "GBK",          "HTML",         "ISO-8859-1",   "ISO-8859-10",  "ISO-8859-11",
+        "ISO-8859-13",  "ISO-8859-14",  "ISO-8859-15",  "ISO-8859-16",  "ISO-8859-2",   "ISO-8859-3",
+        "ISO-8859-4",   "ISO-8859-5",   "ISO-8859-6",   "ISO-8859-7",   "ISO-8859-8",   "ISO-8859-9",
+        "ISO-LATIN-1",  "ISO-LATIN-2",  "US-ASCII",     "UTF-16",       "UTF-16BE",     "UTF-16LE",
+        "UTF-8",        "UTF16",        "UTF8",         "WINDOWS-1250", "WINDOWS-1251", "WINDOWS-1252",
+        "WINDOWS-1253", "WINDOWS-1254", "WINDOWS-1255", "WINDOWS-1256", "WINDOWS-1257", "WINDOWS-1258",
+    };
+    std::string capitals(encoding);
+    std::transform(capitals.begin(), capitals.end(), capitals.begin(),
+                   [](char each) { return each >= 'a' && each <= 'z' ? static_cast<char>(each - 'a' + 'A') : each; });
+    return encoding.empty() || std::find(std::begin(kKnown), std::end(kKnown), capitals) != std::end(kKnown);
+}
+
+bool IsCharacter(wchar_t unit)
+{
+    const auto character = static_cast<char32_t>(unit);
+    return character < 0xD800 || (character > 0xDFFF && character <= 0x10FFFF);
 }
 
 // The text of an element's content, piece by piece.
@@ -155,10 +232,15 @@ std::string_view Trimmed(std::string_view text)
                                            : text.substr(first, text.find_last_not_of(kWhiteSpace) + 1 - first);
 }
 
-// What an entity stands for: text and nothing else, without white space between elements.
+// What an entity reference stands for: the text and nothing else, without white space between elements.
 void CollectEntityText(const xmlNode* parent, std::string* text)
 {
     for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
+        if (child->type == XML_ENTITY_DECL) {
+            // The child of a reference is the declaration itself, whose neighbours are other declarations.
+            CollectEntityText(child, text);
+            return;
+        }
         if (child->type == XML_CDATA_SECTION_NODE || (child->type == XML_TEXT_NODE && !IsDropped(child, false))) {
             *text += View(child->content);
         } else if (child->type == XML_ELEMENT_NODE || child->type == XML_ENTITY_REF_NODE) {
@@ -248,7 +330,15 @@ HRESULT CreateDomDocument(DomDocumentPtr* document)
 
 HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
 {
-    document->tree = Parse(EncodeUtf8(xml), "UTF-8");
+    document->tree = nullptr;
+    const std::wstring_view part = DocumentPart(xml);
+    // Encoding would replace what is no character.
+    if (std::all_of(part.begin(), part.end(), IsCharacter)) {
+        ParsedDocument parsed = Parse(EncodeUtf8(part), "UTF-8");
+        if (MayBeDeclaredInWideText(parsed.encoding)) {
+            document->tree = std::move(parsed.tree);
+        }
+    }
     *loaded = document->tree != nullptr;
     return *loaded ? S_OK : S_FALSE;
 }
@@ -259,7 +349,7 @@ HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* l
     std::ifstream file(std::filesystem::path(EncodeUtf8(path)), std::ios::binary);
     if (file) {
         const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-        document->tree = Parse(bytes, nullptr);
+        document->tree = Parse(bytes, nullptr).tree;
     }
     *loaded = document->tree != nullptr;
     return *loaded ? S_OK : S_FALSE;
