@@ -1,0 +1,276 @@
+#include "ctl/Control.h"
+
+#include "platform/Files.h"
+#include "platform/sim/Machine.h"
+#include "platform/Text.h"
+#include "reader/DataFileFormat.h"
+#include "reader/DataFilePath.h"
+
+#include <cstring>
+#include <gmock/gmock.h>
+#include <sstream>
+
+namespace {
+
+using platform::sim::Call;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr SYSTEMTIME kWriteTime{2012, 7, 1, 2, 13, 30, 5, 500};
+
+_AmporaOneData Record(ULONGLONG value, const SYSTEMTIME& start, const SYSTEMTIME& end) { return {value, start, end}; }
+
+// A record of five minutes on 2012-07-02.
+_AmporaOneData FiveMinutes(ULONGLONG value, WORD hour, WORD minute)
+{
+    return Record(value, {2012, 7, 1, 2, hour, minute, 0, 0},
+                  {2012, 7, 1, 2, hour, static_cast<WORD>(minute + 5), 0, 0});
+}
+
+std::vector<BYTE> FileOf(DWORD dataType, const std::vector<_AmporaOneData>& records,
+                         const SYSTEMTIME& writeTime = kWriteTime)
+{
+    const DataFileHeader header{kDataFileVersion, dataType, static_cast<DWORD>(records.size()), 0, writeTime};
+    std::vector<BYTE> bytes(sizeof(header) + records.size() * sizeof(_AmporaOneData));
+    std::memcpy(bytes.data(), &header, sizeof(header));
+    if (!records.empty()) {
+        std::memcpy(bytes.data() + sizeof(header), records.data(), bytes.size() - sizeof(header));
+    }
+    return bytes;
+}
+
+class Control : public testing::Test {
+protected:
+    // Runs the program and keeps what it wrote.
+    int Run(const std::vector<CString>& arguments)
+    {
+        std::ostringstream out;
+        std::ostringstream err;
+        const int exitCode = RunControl(arguments, out, err);
+        m_out = out.str();
+        m_err = err.str();
+        return exitCode;
+    }
+
+    void Put(int siteNumber, DWORD dataType, std::vector<BYTE> bytes)
+    {
+        m_machine.PutFile(DataFileIn(DataFolder(), siteNumber, dataType), {.bytes = std::move(bytes)});
+    }
+
+    // What the program says about one file.
+    std::string Complaint(int siteNumber, DWORD dataType, const std::string& reason)
+    {
+        return "amporactl: " + platform::EncodeUtf8(DataFileIn(DataFolder(), siteNumber, dataType)) + ": " + reason +
+               "\n";
+    }
+
+    platform::sim::CMachine m_machine;
+    std::string m_out;
+    std::string m_err;
+};
+
+// Command line.
+
+TEST_F(Control, HelpPrintsTheUsage)
+{
+    for (const wchar_t* option : {L"--help", L"-h"}) {
+        EXPECT_EQ(Run({option}), 0);
+        EXPECT_THAT(m_out, StartsWith("usage: amporactl show [--folder DIR]\n"));
+        EXPECT_EQ(m_err, "");
+    }
+}
+
+TEST_F(Control, VersionPrintsNameAndVersion)
+{
+    EXPECT_EQ(Run({L"--version"}), 0);
+    EXPECT_EQ(m_out, "amporactl " AMPORA_VERSION "\n");
+    EXPECT_EQ(m_err, "");
+}
+
+TEST_F(Control, HelpAndVersionWinOverACommand)
+{
+    EXPECT_EQ(Run({L"show", L"--help"}), 0);
+    EXPECT_THAT(m_out, StartsWith("usage: "));
+    EXPECT_EQ(Run({L"show", L"--version"}), 0);
+    EXPECT_THAT(m_out, StartsWith("amporactl "));
+}
+
+TEST_F(Control, CommandLineThatIsNotUnderstoodGivesTheUsageOnStandardError)
+{
+    const std::pair<std::vector<CString>, std::string> cases[] = {
+        {{}, "no command given"},
+        {{L"--folder", L"x"}, "no command given"},
+        {{L"list"}, "unknown argument 'list'"},
+        {{L"Show"}, "unknown argument 'Show'"},
+        {{L"show", L"show"}, "unknown argument 'show'"},
+        {{L"show", L"tokyo"}, "unknown argument 'tokyo'"},
+        {{L"show", L"--all"}, "unknown argument '--all'"},
+        {{L""}, "unknown argument ''"},
+        {{L"\x6771\x4EAC"}, "unknown argument '\xE6\x9D\xB1\xE4\xBA\xAC'"},
+        {{L"show", L"--folder"}, "--folder needs the name of a folder"},
+        {{L"show", L"--folder", L""}, "--folder needs the name of a folder"},
+    };
+    for (const auto& [arguments, problem] : cases) {
+        EXPECT_EQ(Run(arguments), 2);
+        EXPECT_EQ(m_out, "");
+        EXPECT_THAT(m_err, StartsWith("amporactl: " + problem + "\n\nusage: amporactl show"));
+    }
+}
+
+// The table.
+
+TEST_F(Control, ShowsAFile)
+{
+    Put(kSiteTokyo, kInstantUsage, FileOf(kInstantUsage, {FiveMinutes(3999, 12, 50), FiveMinutes(4000, 13, 0)}));
+    EXPECT_EQ(Run({L"show"}), 0);
+    EXPECT_EQ(
+        m_out,
+        "COMPANY  KIND           RECORDS  FIRST PERIOD              LAST PERIOD               NEWEST VALUE  WRITTEN\n"
+        "Tokyo    instant usage        2  2012-07-02 12:50 - 12:55  2012-07-02 13:00 - 13:05          4000  "
+        "2012-07-02 13:30:05\n");
+    EXPECT_EQ(m_err, "");
+}
+
+TEST_F(Control, ShowsCompaniesAndKindsInTheirOrder)
+{
+    for (const int siteNumber : {kSiteTohoku, kSiteTokyo, kSiteChubu, kSiteKansai, kSiteKyushu}) {
+        for (const DWORD dataType : {kInstantUsage, kActualUsage, kEstimatedUsage, kPeakSupply, kPeakDemand}) {
+            Put(siteNumber, dataType, FileOf(dataType, {}));
+        }
+    }
+    EXPECT_EQ(Run({L"show"}), 0);
+    std::istringstream lines(m_out);
+    std::string line;
+    std::getline(lines, line);
+    for (const std::string company : {"Tokyo", "Tohoku", "Chubu", "Kansai", "Kyushu"}) {
+        for (const std::string kind :
+             {"instant usage", "actual usage", "estimated usage", "peak supply", "peak demand"}) {
+            ASSERT_TRUE(std::getline(lines, line));
+            EXPECT_THAT(line, StartsWith(company + std::string(9 - company.size(), ' ') + kind + " "));
+        }
+    }
+    EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(Control, ShowsAFileWithoutRecords)
+{
+    Put(kSiteChubu, kPeakDemand, FileOf(kPeakDemand, {}));
+    EXPECT_EQ(Run({L"show"}), 0);
+    EXPECT_EQ(m_out, "COMPANY  KIND         RECORDS  FIRST PERIOD  LAST PERIOD  NEWEST VALUE  WRITTEN\n"
+                     "Chubu    peak demand        0  -             -                       -  2012-07-02 13:30:05\n");
+}
+
+TEST_F(Control, FirstAndLastPeriodFollowTimeAndNotTheOrderOfTheFile)
+{
+    Put(kSiteTokyo, kActualUsage,
+        FileOf(kActualUsage, {FiveMinutes(2, 13, 0), FiveMinutes(3, 14, 0), FiveMinutes(1, 12, 0)}));
+    EXPECT_EQ(Run({L"show"}), 0);
+    EXPECT_THAT(m_out, HasSubstr("3  2012-07-02 12:00 - 12:05  2012-07-02 14:00 - 14:05             3  "));
+}
+
+TEST_F(Control, PeriodOverMidnightNamesBothDays)
+{
+    Put(kSiteKansai, kActualUsage,
+        FileOf(kActualUsage, {Record(1, {2012, 7, 1, 2, 23, 0, 0, 0}, {2012, 7, 2, 3, 0, 0, 0, 0})}));
+    EXPECT_EQ(Run({L"show"}), 0);
+    EXPECT_THAT(m_out, HasSubstr("1  2012-07-02 23:00 - 2012-07-03 00:00  "));
+}
+
+TEST_F(Control, TimesThatAreNotKnownAreCalledSo)
+{
+    Put(kSiteKyushu, kInstantUsage,
+        FileOf(kInstantUsage, {Record(7, {}, {2012, 7, 1, 2, 13, 0, 0, 0}), FiveMinutes(8, 13, 0)}, SYSTEMTIME{}));
+    EXPECT_EQ(Run({L"show"}), 0);
+    EXPECT_THAT(m_out, HasSubstr("2  unknown - 2012-07-02 13:00  2012-07-02 13:00 - 13:05             8  unknown\n"));
+}
+
+TEST_F(Control, ShowsTheLargestValue)
+{
+    Put(kSiteTokyo, kPeakSupply, FileOf(kPeakSupply, {FiveMinutes(0xFFFFFFFFFFFFFFFF, 0, 0)}));
+    EXPECT_EQ(Run({L"show"}), 0);
+    EXPECT_THAT(m_out, HasSubstr("  18446744073709551615  "));
+}
+
+TEST_F(Control, FilesOfOtherNamesAreNotLookedAt)
+{
+    Put(kSiteTokyo, kPeakSupply, FileOf(kPeakSupply, {}));
+    m_machine.PutFile(DataFolder() + platform::kPathSeparator + L"osaka_00000001.dat", {.bytes = {1}});
+    m_machine.PutFile(DataFileIn(DataFolder(), kSiteTokyo, 32), {.bytes = {1}});
+    EXPECT_EQ(Run({L"show"}), 0);
+    EXPECT_EQ(m_err, "");
+}
+
+// Folders.
+
+TEST_F(Control, NoDataFilesIsAFailureThatNamesTheFolder)
+{
+    EXPECT_EQ(Run({L"show"}), 1);
+    EXPECT_EQ(m_out, "");
+    EXPECT_EQ(m_err, "amporactl: no data files in " + platform::EncodeUtf8(DataFolder()) + "\n");
+}
+
+TEST_F(Control, LooksIntoAnotherFolder)
+{
+    const CString folder = CString(L"C:") + platform::kPathSeparator + L"\x96FB\x529B";
+    m_machine.PutFile(DataFileIn(folder, kSiteTokyo, kPeakSupply), {.bytes = FileOf(kPeakSupply, {})});
+    EXPECT_EQ(Run({L"show"}), 1);
+    EXPECT_EQ(Run({L"show", L"--folder", folder}), 0);
+    EXPECT_THAT(m_out, HasSubstr("Tokyo    peak supply"));
+    EXPECT_EQ(Run({L"--folder", folder, L"show"}), 0);
+    m_machine.RemoveFile(folder);
+    EXPECT_EQ(Run({L"show", L"--folder", folder}), 1);
+    EXPECT_THAT(m_err, testing::EndsWith("\xE9\x9B\xBB\xE5\x8A\x9B\n"));
+}
+
+TEST_F(Control, UnknownCommonFolderIsAFailure)
+{
+    m_machine.FailEvery(Call::kGetCommonAppDataFolder, ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(Run({L"show"}), 1);
+    EXPECT_EQ(m_err, "amporactl: the common application-data folder is unknown; name one with --folder\n");
+}
+
+// Faulty files: one line each, and the others are shown all the same.
+
+TEST_F(Control, FaultyFilesAreNamedWithTheirReason)
+{
+    std::vector<BYTE> torn = FileOf(kActualUsage, {FiveMinutes(1, 12, 0), FiveMinutes(2, 13, 0)});
+    torn.resize(100);
+    std::vector<BYTE> foreign = FileOf(kEstimatedUsage, {});
+    foreign[2] = 2;
+    Put(kSiteTokyo, kInstantUsage, {1, 2, 3});
+    Put(kSiteTokyo, kActualUsage, torn);
+    Put(kSiteTohoku, kEstimatedUsage, foreign);
+    Put(kSiteKansai, kPeakSupply, FileOf(kPeakDemand, {}));
+    Put(kSiteKyushu, kPeakDemand, FileOf(kPeakDemand, {FiveMinutes(5, 14, 0)}));
+    EXPECT_EQ(Run({L"show"}), 1);
+    EXPECT_EQ(m_err, Complaint(kSiteTokyo, kInstantUsage, "it has 3 bytes, less than a header (32 bytes)") +
+                         Complaint(kSiteTokyo, kActualUsage, "it has 100 bytes, but announces 2 records (112 bytes)") +
+                         Complaint(kSiteTohoku, kEstimatedUsage, "its format version is 0x00020000, not 0x00010000") +
+                         Complaint(kSiteKansai, kPeakSupply, "it holds data type 16, not 8"));
+    EXPECT_EQ(
+        m_out,
+        "COMPANY  KIND         RECORDS  FIRST PERIOD              LAST PERIOD               NEWEST VALUE  WRITTEN\n"
+        "Kyushu   peak demand        1  2012-07-02 14:00 - 14:05  2012-07-02 14:00 - 14:05             5  "
+        "2012-07-02 13:30:05\n");
+}
+
+TEST_F(Control, FaultyFileAloneGivesNoTable)
+{
+    Put(kSiteTokyo, kInstantUsage, {});
+    EXPECT_EQ(Run({L"show"}), 1);
+    EXPECT_EQ(m_out, "");
+    EXPECT_EQ(m_err, Complaint(kSiteTokyo, kInstantUsage, "it has 0 bytes, less than a header (32 bytes)"));
+}
+
+TEST_F(Control, FileThatIsBeingWrittenIsNamed)
+{
+    m_machine.PutFile(DataFolder(), {.isFolder = true});
+    const platform::SecurityDescriptorPtr security = platform::InitializeDescriptor();
+    const platform::OutputFilePtr writer =
+        platform::OpenForReplace(DataFileIn(DataFolder(), kSiteChubu, kActualUsage), security.get());
+    ASSERT_TRUE(writer);
+    EXPECT_EQ(Run({L"show"}), 1);
+    EXPECT_EQ(m_err, Complaint(kSiteChubu, kActualUsage, "it is being written by another program"));
+}
+
+} // namespace

@@ -1,0 +1,486 @@
+#include "fetch/AmporaGoolgeSiteConfig.h"
+
+#include "platform/Files.h"
+#include "platform/LastError.h"
+#include "reader/DataFilePath.h"
+#include "testing/FailingMemory.h"
+#include "testing/MachineTest.h"
+#include "testing/Reports.h"
+#include "testing/SlotOrder.h"
+#include "testing/Trace.h"
+
+#include <gmock/gmock.h>
+#include <memory>
+
+namespace {
+
+using platform::sim::Call;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing_support::TraceLine;
+using testing_support::TraceLines;
+using testing_support::TraceMessages;
+
+constexpr SYSTEMTIME kDay{2012, 7, 4, 5, 23, 59, 58, 999};
+constexpr SYSTEMTIME kWriteTime{2012, 7, 1, 2, 13, 30, 15, 500};
+
+// A site of nobody's: no operation of its own does anything.
+class CPlainSite : public CAmporaGoolgeSiteConfig {
+public:
+    using CAmporaGoolgeSiteConfig::GetURL;
+    using CAmporaGoolgeSiteConfig::OutData;
+    CString GetURL(DWORD, SYSTEMTIME) override { return {}; }
+    void OutData(DWORD, const CAmporaDataCollection*, SYSTEMTIME) override {}
+};
+
+CString Wide(const std::string& text) { return platform::DecodeUtf8(text); }
+
+TraceLine Message(const char* level, const std::string& function, const std::string& message)
+{
+    return {level, "CAmporaGoolgeSiteConfig::" + function, message};
+}
+
+class AmporaGoolgeSiteConfig : public testing_support::CMachineTest {
+protected:
+    AmporaGoolgeSiteConfig() { m_machine.ClearDebugLines(); }
+
+    std::unique_ptr<CAmporaDataCollection> Analyze(const CString& body, DWORD status)
+    {
+        platform::SetLastErrorCode(ERROR_SUCCESS);
+        return m_site->AnalyzeData(kActualUsage, body, status);
+    }
+
+    std::unique_ptr<CAmporaGoolgeSiteConfig> m_site = std::make_unique<CPlainSite>();
+};
+
+// The table of virtual operations.
+
+TEST(AmporaSiteConfigSlots, FollowTheirOrder)
+{
+    EXPECT_EQ(testing_support::SlotOf(&CAmporaSiteConfig::GetURL), 1);
+    EXPECT_EQ(testing_support::SlotOf(&CAmporaSiteConfig::AnalyzeData), 2);
+    EXPECT_EQ(testing_support::SlotOf(&CAmporaSiteConfig::OutData), 3);
+}
+
+TEST(AmporaGoolgeSiteConfigSlots, FollowTheirOrder)
+{
+    using Site = CAmporaGoolgeSiteConfig;
+    EXPECT_EQ(testing_support::SlotOf(&Site::AnalyzeData), 2);
+    EXPECT_EQ(testing_support::SlotOf<Site>(static_cast<CString (Site::*)(CString, DWORD, SYSTEMTIME)>(&Site::GetURL)),
+              4);
+    EXPECT_EQ(
+        testing_support::SlotOf<Site>(
+            static_cast<void (Site::*)(CString, DWORD, const CAmporaDataCollection*, SYSTEMTIME)>(&Site::OutData)),
+        5);
+    EXPECT_EQ(testing_support::SlotOf(&Site::GetSaveFolderPath), -1);
+}
+
+// Life.
+
+TEST_F(AmporaGoolgeSiteConfig, ConstructorMakesTheAnalyzerInsideItsScope)
+{
+    const CPlainSite site;
+    std::vector<TraceLine> lines = TraceLines();
+    ASSERT_GE(lines.size(), 4U);
+    EXPECT_EQ(lines[0], (TraceLine{"TRA", "CAmporaSiteConfig::CAmporaSiteConfig", "Enter"}));
+    EXPECT_EQ(lines[1], (TraceLine{"TRA", "CAmporaSiteConfig::CAmporaSiteConfig", "Leave"}));
+    EXPECT_EQ(lines[2], Message("TRA", "CAmporaGoolgeSiteConfig", "Enter"));
+    EXPECT_EQ(lines.back(), Message("TRA", "CAmporaGoolgeSiteConfig", "Leave"));
+    EXPECT_THAT(lines, Contains(TraceLine{"TRA", "CGSXMLAnalyzer::CGSXMLAnalyzer", "Enter"}).Times(1));
+    EXPECT_THAT(lines, Contains(TraceLine{"TRA", "CXMLParser::Initialize", "Enter"}).Times(1));
+    EXPECT_TRUE(testing_support::TraceScopesBalance(lines));
+}
+
+TEST_F(AmporaGoolgeSiteConfig, DestructorDeletesTheAnalyzerInsideItsScope)
+{
+    m_site.reset();
+    std::vector<TraceLine> lines = TraceLines();
+    ASSERT_GE(lines.size(), 4U);
+    EXPECT_EQ(lines.front(), Message("TRA", "~CAmporaGoolgeSiteConfig", "Enter"));
+    const auto finalized = std::find(lines.begin(), lines.end(), TraceLine{"TRA", "CXMLParser::Finalize", "Enter"});
+    const auto deleted =
+        std::find(lines.begin(), lines.end(), TraceLine{"TRA", "CGSXMLAnalyzer::~CGSXMLAnalyzer", "Enter"});
+    ASSERT_NE(finalized, lines.end());
+    ASSERT_NE(deleted, lines.end());
+    EXPECT_LT(finalized, deleted);
+    const std::size_t count = lines.size();
+    EXPECT_EQ(lines[count - 3], Message("TRA", "~CAmporaGoolgeSiteConfig", "Leave"));
+    EXPECT_EQ(lines[count - 2], (TraceLine{"TRA", "CAmporaSiteConfig::~CAmporaSiteConfig", "Enter"}));
+    EXPECT_EQ(lines[count - 1], (TraceLine{"TRA", "CAmporaSiteConfig::~CAmporaSiteConfig", "Leave"}));
+    EXPECT_TRUE(testing_support::TraceScopesBalance(lines));
+}
+
+// The URL builder.
+
+TEST_F(AmporaGoolgeSiteConfig, UrlNamesCategoryCompanyKindAndDay)
+{
+    const CString host = L"http://127.0.0.1:8470";
+    const CString query = L"?date=2012-07-05&output=xml";
+    EXPECT_EQ(m_site->GetURL(L"K", 1, kDay), host + L"/usage/K/instant" + query);
+    EXPECT_EQ(m_site->GetURL(L"K", 2, kDay), host + L"/usage/K/actual" + query);
+    EXPECT_EQ(m_site->GetURL(L"K", 4, kDay), host + L"/usage/K/estimated" + query);
+    EXPECT_EQ(m_site->GetURL(L"K", 8, kDay), host + L"/peak/K/supply" + query);
+    EXPECT_EQ(m_site->GetURL(L"kansai", 16, kDay), host + L"/peak/kansai/demand" + query);
+    EXPECT_THAT(TraceMessages(), IsEmpty());
+}
+
+TEST_F(AmporaGoolgeSiteConfig, UrlPadsYearMonthAndDay)
+{
+    EXPECT_EQ(m_site->GetURL(L"K", 1, {987, 1, 0, 2, 0, 0, 0, 0}),
+              L"http://127.0.0.1:8470/usage/K/instant?date=0987-01-02&output=xml");
+    EXPECT_EQ(m_site->GetURL(L"K", 1, {30827, 12, 0, 31, 0, 0, 0, 0}),
+              L"http://127.0.0.1:8470/usage/K/instant?date=30827-12-31&output=xml");
+}
+
+TEST_F(AmporaGoolgeSiteConfig, UrlNamesTheHostOfTheSettings)
+{
+    m_machine.PutText(platform::Hive::kPerUser, L"Software\\Halvex\\AmporaSrv", L"ApiHost", L"api.example:81");
+    EXPECT_EQ(m_site->GetURL(L"K", 8, kDay), L"http://api.example:81/peak/K/supply?date=2012-07-05&output=xml");
+}
+
+TEST_F(AmporaGoolgeSiteConfig, UrlIsEmptyForAnUnknownDataTypeWithoutAMessage)
+{
+    for (const DWORD dataType : {0U, 3U, 5U, 24U, 31U, 32U, 0x80000000U}) {
+        EXPECT_EQ(m_site->GetURL(L"K", dataType, kDay), L"") << dataType;
+    }
+    EXPECT_THAT(TraceMessages(), IsEmpty());
+    EXPECT_EQ(TraceLines().front(), Message("TRA", "GetURL", "Enter"));
+    EXPECT_EQ(TraceLines().back(), Message("TRA", "GetURL", "Leave"));
+}
+
+// Analysis.
+
+TEST_F(AmporaGoolgeSiteConfig, ReportBecomesRecords)
+{
+    const auto collection =
+        Analyze(Wide(testing_support::UsageReport(2, {{}, {.datetime = "2012-07-02T13:05:00"}})), 200);
+    ASSERT_TRUE(collection);
+    EXPECT_EQ(collection->Records().size(), 2U);
+    EXPECT_EQ(collection->Records().front().ullValue, 4000U);
+    EXPECT_EQ(platform::GetLastErrorCode(), ERROR_SUCCESS);
+}
+
+TEST_F(AmporaGoolgeSiteConfig, StatusOfAReportDoesNotMatter)
+{
+    EXPECT_TRUE(Analyze(Wide(testing_support::UsageReport(2, {{}})), 503));
+    EXPECT_TRUE(Analyze(Wide(testing_support::UsageReport(2, {{}})), 0));
+}
+
+TEST_F(AmporaGoolgeSiteConfig, TextThatIsNoReportGivesNull)
+{
+    EXPECT_FALSE(Analyze(L"<html/>", 200));
+    EXPECT_EQ(TraceMessages().back(), (TraceLine{"ERR", "CGSXMLAnalyzer::AnalyzeData", "Tag name invalid"}));
+}
+
+TEST_F(AmporaGoolgeSiteConfig, ExceptionOfTheAnalyzerIsTraced)
+{
+    // A start before the epoch cannot be converted.
+    EXPECT_FALSE(Analyze(Wide(testing_support::UsageReport(2, {{.datetime = "1950-01-01T00:00:00"}})), 200));
+    EXPECT_EQ(TraceMessages().back(), Message("ERR", "AnalyzeData", "Analyze Exception!"));
+    EXPECT_EQ(TraceLines().back(), Message("TRA", "AnalyzeData", "Leave"));
+}
+
+TEST_F(AmporaGoolgeSiteConfig, GoesOnAfterAnException)
+{
+    EXPECT_FALSE(Analyze(Wide(testing_support::UsageReport(2, {{.datetime = "1950-01-01T00:00:00"}})), 200));
+    EXPECT_TRUE(Analyze(Wide(testing_support::UsageReport(2, {{}})), 200));
+}
+
+TEST_F(AmporaGoolgeSiteConfig, EmptyBodyIsAFailure)
+{
+    for (const DWORD status : {0U, 200U, 204U, 404U, 500U, 502U, 504U}) {
+        m_machine.ClearDebugLines();
+        EXPECT_FALSE(Analyze(L"", status)) << status;
+        EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "AnalyzeData", "Data is Empty")));
+        EXPECT_EQ(platform::GetLastErrorCode(), ERROR_SUCCESS);
+    }
+}
+
+TEST_F(AmporaGoolgeSiteConfig, EmptyBodyWithStatus503IsAnEmptyListAndLastError14)
+{
+    const auto collection = Analyze(L"", 503);
+    ASSERT_TRUE(collection);
+    EXPECT_TRUE(collection->Records().empty());
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("TRA", "AnalyzeData", "No Data")));
+    EXPECT_EQ(platform::GetLastErrorCode(), 14U);
+}
+
+TEST_F(AmporaGoolgeSiteConfig, ListThatCannotBeAllocatedIsTraced)
+{
+    // Trace lines allocate as well; each allocation fails once, until it was the list's.
+    int nullResults = 0;
+    bool hasFailed = true;
+    for (unsigned nth = 1; hasFailed && nth < 1000; ++nth) {
+        m_machine.ClearDebugLines();
+        platform::SetLastErrorCode(ERROR_SUCCESS);
+        std::unique_ptr<CAmporaDataCollection> collection;
+        {
+            const testing_support::CFailingMemory failing(nth);
+            collection = m_site->AnalyzeData(kActualUsage, CString(), 503);
+            hasFailed = failing.HasFailed();
+        }
+        EXPECT_EQ(platform::GetLastErrorCode(), 14U);
+        if (!collection) {
+            ++nullResults;
+            EXPECT_THAT(TraceMessages(),
+                        ElementsAre(Message("TRA", "AnalyzeData", "No Data"),
+                                    Message("ERR", "AnalyzeData", "CAmporaDataCollection Allocate Fail!")));
+        }
+    }
+    EXPECT_FALSE(hasFailed);
+    EXPECT_EQ(nullResults, 1);
+}
+
+// The save folder.
+
+TEST_F(AmporaGoolgeSiteConfig, SaveFolderIsCreatedForEverybody)
+{
+    EXPECT_EQ(m_site->GetSaveFolderPath(), DataFolder());
+    const platform::sim::SimFile* const folder = m_machine.FindFile(DataFolder());
+    ASSERT_TRUE(folder);
+    EXPECT_TRUE(folder->isFolder);
+    EXPECT_TRUE(folder->nullDacl);
+    const std::string path = platform::EncodeUtf8(DataFolder());
+    EXPECT_THAT(TraceLines(), ElementsAre(Message("TRA", "GetSaveFolderPath", "Enter"),
+                                          Message("TRA", "GetSaveFolderPath", "Save Folder Created(" + path + ")"),
+                                          Message("TRA", "GetSaveFolderPath", "Leave")));
+}
+
+TEST_F(AmporaGoolgeSiteConfig, SaveFolderThatExistsIsLeftAlone)
+{
+    m_machine.PutFile(DataFolder(), {.isFolder = true});
+    EXPECT_EQ(m_site->GetSaveFolderPath(), DataFolder());
+    EXPECT_FALSE(m_machine.FindFile(DataFolder())->nullDacl);
+    EXPECT_EQ(m_machine.CallCount(Call::kMakeFolder), 0U);
+    EXPECT_THAT(TraceMessages(), IsEmpty());
+}
+
+TEST_F(AmporaGoolgeSiteConfig, FileInPlaceOfTheSaveFolderCountsAsTheFolder)
+{
+    m_machine.PutFile(DataFolder(), {.bytes = {1, 2, 3}});
+    EXPECT_EQ(m_site->GetSaveFolderPath(), DataFolder());
+    EXPECT_EQ(m_machine.CallCount(Call::kMakeFolder), 0U);
+    EXPECT_THAT(TraceMessages(), IsEmpty());
+}
+
+TEST_F(AmporaGoolgeSiteConfig, UnknownCommonFolderGivesNoSaveFolder)
+{
+    m_machine.FailCall(Call::kGetCommonAppDataFolder, 1, ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(m_site->GetSaveFolderPath(), L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "GetSaveFolderPath", "Get Common App Folder Fail.")));
+}
+
+TEST_F(AmporaGoolgeSiteConfig, SaveFolderWithoutADescriptorIsNotCreated)
+{
+    m_machine.FailCall(Call::kInitializeDescriptor, 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(m_site->GetSaveFolderPath(), L"");
+    EXPECT_THAT(TraceMessages(),
+                ElementsAre(Message("ERR", "GetSaveFolderPath", "InitializeSecurityDescriptor Fail.")));
+    EXPECT_FALSE(m_machine.FindFile(DataFolder()));
+}
+
+TEST_F(AmporaGoolgeSiteConfig, SaveFolderWithoutADaclIsNotCreated)
+{
+    m_machine.FailCall(Call::kSetNullDacl, 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(m_site->GetSaveFolderPath(), L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "GetSaveFolderPath", "SetSecurityDescriptorDacl Fail.")));
+    EXPECT_FALSE(m_machine.FindFile(DataFolder()));
+}
+
+TEST_F(AmporaGoolgeSiteConfig, SaveFolderThatCannotBeCreatedIsGivenAllTheSame)
+{
+    m_machine.FailCall(Call::kMakeFolder, 1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(m_site->GetSaveFolderPath(), DataFolder());
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("WAR", "GetSaveFolderPath", "Save Folder Create Fail")));
+}
+
+// The file writer.
+
+// Two records of actual usage, byte for byte.
+const std::vector<BYTE> kGolden = {
+    0x00, 0x00, 0x01, 0x00,                         // version 0x00010000
+    0x02, 0x00, 0x00, 0x00,                         // data type 2
+    0x02, 0x00, 0x00, 0x00,                         // 2 records
+    0x00, 0x00, 0x00, 0x00,                         // reserved
+    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012, month 7, Monday, day 2
+    0x0D, 0x00, 0x1E, 0x00, 0x0F, 0x00, 0xF4, 0x01, // 13:30:15.500
+    0xEF, 0xCD, 0xAB, 0x89, 0x67, 0x45, 0x23, 0x01, // 0x0123456789ABCDEF
+    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
+    0x0C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 12:00
+    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
+    0x0D, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 13:00
+    0xA0, 0x0F, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 4000
+    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
+    0x0B, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 11:00
+    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // no end
+    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, //
+};
+
+constexpr SYSTEMTIME kEleven{2012, 7, 1, 2, 11, 0, 0, 0};
+constexpr SYSTEMTIME kTwelve{2012, 7, 1, 2, 12, 0, 0, 0};
+constexpr SYSTEMTIME kThirteen{2012, 7, 1, 2, 13, 0, 0, 0};
+
+class OutData : public AmporaGoolgeSiteConfig {
+protected:
+    OutData()
+    {
+        m_machine.PutFile(DataFolder(), {.isFolder = true});
+        // Not in the order of time: the file keeps that of the list.
+        m_collection.AddAmporaData(kTwelve, kThirteen, 0x0123456789ABCDEF);
+        m_collection.AddAmporaData(kEleven, SYSTEMTIME{}, 4000);
+        m_machine.ClearDebugLines();
+    }
+
+    void Write() { m_site->OutData(m_path, kActualUsage, &m_collection, kWriteTime); }
+
+    std::vector<BYTE> Content() const { return m_machine.FindFile(m_path)->bytes; }
+
+    CString m_path = DataFileIn(DataFolder(), kSiteTokyo, kActualUsage);
+    const std::vector<BYTE> m_old = std::vector<BYTE>(500, 0x55);
+    CAmporaDataCollection m_collection;
+};
+
+TEST_F(OutData, WritesTheFileByteForByte)
+{
+    Write();
+    EXPECT_EQ(Content(), kGolden);
+    EXPECT_TRUE(m_machine.FindFile(m_path)->nullDacl);
+    EXPECT_THAT(TraceLines(), ElementsAre(Message("TRA", "OutData", "Enter"), Message("TRA", "OutData", "Leave")));
+}
+
+TEST_F(OutData, WritesHeaderAndEachRecordInOneWriteOfItsOwn)
+{
+    Write();
+    EXPECT_THAT(m_machine.FindFile(m_path)->writes, ElementsAre(32U, 40U, 40U));
+}
+
+TEST_F(OutData, EmptyListGivesAHeaderOnly)
+{
+    const CAmporaDataCollection empty;
+    m_site->OutData(m_path, kPeakDemand, &empty, kWriteTime);
+    std::vector<BYTE> expected(kGolden.begin(), kGolden.begin() + 32);
+    expected[4] = 16;
+    expected[8] = 0;
+    EXPECT_EQ(Content(), expected);
+}
+
+TEST_F(OutData, ReplacesALongerFile)
+{
+    m_machine.PutFile(m_path, {.bytes = m_old});
+    Write();
+    EXPECT_EQ(Content(), kGolden);
+}
+
+TEST_F(OutData, WritingTwiceDoesNotGrowTheFile)
+{
+    Write();
+    Write();
+    EXPECT_EQ(Content(), kGolden);
+}
+
+TEST_F(OutData, NullListTouchesNoFile)
+{
+    m_machine.PutFile(m_path, {.bytes = m_old});
+    m_site->OutData(m_path, kActualUsage, nullptr, kWriteTime);
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Param is NULL")));
+    EXPECT_EQ(Content(), m_old);
+    EXPECT_EQ(m_machine.CallCount(Call::kOpenForReplace), 0U);
+}
+
+TEST_F(OutData, WithoutADescriptorTouchesNoFile)
+{
+    m_machine.PutFile(m_path, {.bytes = m_old});
+    m_machine.FailCall(Call::kInitializeDescriptor, 1, ERROR_ACCESS_DENIED);
+    Write();
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "InitializeSecurityDescriptor Fail.")));
+    EXPECT_EQ(Content(), m_old);
+    EXPECT_EQ(m_machine.CallCount(Call::kOpenForReplace), 0U);
+}
+
+TEST_F(OutData, WithoutADaclTouchesNoFile)
+{
+    m_machine.PutFile(m_path, {.bytes = m_old});
+    m_machine.FailCall(Call::kSetNullDacl, 1, ERROR_ACCESS_DENIED);
+    Write();
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "SetSecurityDescriptorDacl Fail.")));
+    EXPECT_EQ(Content(), m_old);
+    EXPECT_EQ(m_machine.CallCount(Call::kOpenForReplace), 0U);
+}
+
+TEST_F(OutData, FileThatAReaderHoldsOpenStaysAsItWas)
+{
+    m_machine.PutFile(m_path, {.bytes = m_old, .heldOpen = true});
+    Write();
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Open Fail.")));
+    EXPECT_EQ(Content(), m_old);
+}
+
+TEST_F(OutData, ReadOnlyFileStaysAsItWas)
+{
+    m_machine.PutFile(m_path, {.bytes = m_old, .readOnly = true});
+    Write();
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Open Fail.")));
+    EXPECT_EQ(Content(), m_old);
+}
+
+TEST_F(OutData, MissingFolderIsAFailedOpen)
+{
+    m_machine.RemoveFile(DataFolder());
+    Write();
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Open Fail.")));
+    EXPECT_FALSE(m_machine.FindFile(m_path));
+}
+
+TEST_F(OutData, FileInPlaceOfTheFolderIsAFailedOpen)
+{
+    m_machine.RemoveFile(DataFolder());
+    m_machine.PutFile(DataFolder(), {.bytes = m_old});
+    Write();
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Open Fail.")));
+    EXPECT_EQ(m_machine.FindFile(DataFolder())->bytes, m_old);
+}
+
+// Failing writes leave as exceptions.
+
+TEST_F(OutData, FailedWriteOfTheHeaderReachesTheCaller)
+{
+    m_machine.FailCall(Call::kWriteFileBytes, 1, ERROR_WRITE_FAULT);
+    EXPECT_THROW(Write(), platform::CFileException);
+    EXPECT_TRUE(Content().empty());
+    EXPECT_THAT(TraceLines(), ElementsAre(Message("TRA", "OutData", "Enter"), Message("TRA", "OutData", "Leave")));
+}
+
+TEST_F(OutData, FailedWriteOfARecordReachesTheCaller)
+{
+    m_machine.FailCall(Call::kWriteFileBytes, 3, ERROR_WRITE_FAULT);
+    EXPECT_THROW(Write(), platform::CFileException);
+    EXPECT_EQ(Content(), std::vector<BYTE>(kGolden.begin(), kGolden.begin() + 72));
+}
+
+TEST_F(OutData, FullDiskCutsTheFileWhereItFillsUp)
+{
+    for (const std::size_t freeBytes : {0U, 20U, 32U, 50U, 72U, 111U}) {
+        m_machine.SetFreeBytes(freeBytes);
+        try {
+            Write();
+            ADD_FAILURE() << freeBytes;
+        } catch (const platform::CFileException& exception) {
+            EXPECT_EQ(exception.Code(), 112U);
+        }
+        EXPECT_EQ(Content(), std::vector<BYTE>(kGolden.begin(), kGolden.begin() + freeBytes));
+    }
+}
+
+TEST_F(OutData, FileIsClosedAfterAFailedWrite)
+{
+    m_machine.FailCall(Call::kWriteFileBytes, 2, ERROR_WRITE_FAULT);
+    EXPECT_THROW(Write(), platform::CFileException);
+    std::vector<BYTE> bytes;
+    EXPECT_EQ(platform::ReadWholeFile(m_path, 1000, &bytes), ERROR_SUCCESS);
+    Write();
+    EXPECT_EQ(Content(), kGolden);
+    EXPECT_THAT(TraceMessages(), IsEmpty());
+}
+
+} // namespace
