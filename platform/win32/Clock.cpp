@@ -9,6 +9,9 @@ namespace {
 // 3000-12-31 23:59:59 UTC, the last time value that the C runtime's local-time functions take.
 constexpr std::int64_t kLastTime = 32535215999;
 
+// The last year of which every moment has a FILETIME.
+constexpr WORD kLastYear = 30827;
+
 } // namespace
 
 void ReadLocalClock(SYSTEMTIME* now) { ::GetLocalTime(now); }
@@ -17,9 +20,12 @@ std::int64_t ReadTime() { return ::_time64(nullptr); }
 
 BOOL CalendarToFileTime(const SYSTEMTIME* calendar, FILETIME* fileTime)
 {
-    // The system leaves its result undefined when it fails.
     FILETIME converted = {};
-    if (!::SystemTimeToFileTime(calendar, &converted)) {
+    SYSTEMTIME back = {};
+    // Not every implementation refuses a day beyond its month or a year that is too late by itself.
+    if (!::SystemTimeToFileTime(calendar, &converted) || !::FileTimeToSystemTime(&converted, &back) ||
+        calendar->wDay != back.wDay || calendar->wYear > kLastYear) {
+        ::SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     *fileTime = converted;
@@ -28,6 +34,7 @@ BOOL CalendarToFileTime(const SYSTEMTIME* calendar, FILETIME* fileTime)
 
 BOOL FileTimeToCalendar(const FILETIME* fileTime, SYSTEMTIME* calendar)
 {
+    // The system leaves its result undefined when it fails.
     SYSTEMTIME converted = {};
     if (!::FileTimeToSystemTime(fileTime, &converted)) {
         return FALSE;

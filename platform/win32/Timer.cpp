@@ -69,7 +69,14 @@ void CALLBACK RunRoutine(void* number, DWORD low, DWORD high)
 class CTimer {
 public:
     CTimer() = default;
-    ~CTimer() { ArmedRoutines().Remove(m_routine); }
+    ~CTimer()
+    {
+        ArmedRoutines().Remove(m_routine);
+        // Closing alone may leave a due call behind, which would still end the thread's next wait.
+        if (m_handle) {
+            ::CancelWaitableTimer(m_handle.Get());
+        }
+    }
     CTimer(const CTimer&) = delete;
     CTimer& operator=(const CTimer&) = delete;
 

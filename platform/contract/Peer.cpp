@@ -1,0 +1,69 @@
+// The other process of the contract tests, on a native backend. Takes one command a line from standard input and
+// answers each with a line, "1" for success or "0". NAME is UTF-8.
+//
+//   acquire NAME   takes the mutex at once, creating it when there is none
+//   release NAME   gives it back and closes it
+//   set NAME       sets the event, unless nobody has it
+//
+// Ends, with what it has taken, when standard input closes.
+#include "platform/LastError.h"
+#include "platform/Sync.h"
+#include "platform/Text.h"
+
+#include <iostream>
+#include <map>
+#include <string>
+
+using namespace platform;
+
+namespace {
+
+std::map<std::string, WaitHandle>& Mutexes()
+{
+    static std::map<std::string, WaitHandle> mutexes;
+    return mutexes;
+}
+
+bool Acquire(const std::string& name)
+{
+    const WaitHandle mutex = CreateNamedMutex(DecodeUtf8(name).c_str(), FALSE, nullptr);
+    if (!mutex || WaitForOne(mutex, 0, FALSE) != WAIT_OBJECT_0) {
+        return false;
+    }
+    Mutexes()[name] = mutex;
+    return true;
+}
+
+bool Release(const std::string& name)
+{
+    const auto taken = Mutexes().extract(name);
+    return taken && ReleaseOwnedMutex(taken.mapped());
+}
+
+bool Set(const std::string& name)
+{
+    const WaitHandle event = CreateNamedEvent(DecodeUtf8(name).c_str(), nullptr);
+    return event && GetLastErrorCode() == ERROR_ALREADY_EXISTS && SetNamedEvent(event);
+}
+
+bool Do(const std::string& command, const std::string& name)
+{
+    if (command == "acquire") {
+        return Acquire(name);
+    }
+    if (command == "release") {
+        return Release(name);
+    }
+    return command == "set" && Set(name);
+}
+
+} // namespace
+
+int main()
+{
+    for (std::string line; std::getline(std::cin, line);) {
+        const std::size_t space = line.find(' ');
+        const bool done = space != std::string::npos && Do(line.substr(0, space), line.substr(space + 1));
+        std::cout << (done ? "1" : "0") << std::endl;
+    }
+}
