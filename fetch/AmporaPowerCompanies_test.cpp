@@ -28,9 +28,17 @@ std::unique_ptr<CAmporaGoolgeSiteConfig> Make()
     return std::make_unique<Company>();
 }
 
+// The same company under a number that the table of file keys does not know.
+template <const PowerCompany& Company>
+constexpr PowerCompany kWithoutFileKey{
+    4, Company.defaultMask, Company.constructorName, Company.destructorName, Company.getUrlName, Company.outDataName};
+
+using MakeSite = std::unique_ptr<CAmporaGoolgeSiteConfig> (*)();
+
 struct CompanyCase {
     const char* className;
-    std::unique_ptr<CAmporaGoolgeSiteConfig> (*make)();
+    MakeSite make;
+    MakeSite makeWithoutFileKey;
     const wchar_t* key;
     int siteNumber;
     std::vector<DWORD> defaultDataTypes;
@@ -39,11 +47,36 @@ struct CompanyCase {
 void PrintTo(const CompanyCase& company, std::ostream* stream) { *stream << company.className; }
 
 const CompanyCase kCompanies[] = {
-    {"CAmporaTokyoPowerCompany", Make<CAmporaTokyoPowerCompany>, L"tokyo", 3, {1, 2, 4, 8, 16}},
-    {"CAmporaTohokuPowerCompany", Make<CAmporaTohokuPowerCompany>, L"tohoku", 2, {1, 2, 4, 8, 16}},
-    {"CAmporaChubuPowerCompany", Make<CAmporaChubuPowerCompany>, L"chubu", 5, {2, 8, 16}},
-    {"CAmporaKansaiPowerCompany", Make<CAmporaKansaiPowerCompany>, L"kansai", 6, {1, 2, 4, 8, 16}},
-    {"CAmporaKyushuPowerCompany", Make<CAmporaKyushuPowerCompany>, L"kyushu", 9, {1, 8, 16}},
+    {"CAmporaTokyoPowerCompany",
+     Make<CAmporaTokyoPowerCompany>,
+     Make<CPowerCompany<kWithoutFileKey<kTokyoPowerCompany>>>,
+     L"tokyo",
+     3,
+     {1, 2, 4, 8, 16}},
+    {"CAmporaTohokuPowerCompany",
+     Make<CAmporaTohokuPowerCompany>,
+     Make<CPowerCompany<kWithoutFileKey<kTohokuPowerCompany>>>,
+     L"tohoku",
+     2,
+     {1, 2, 4, 8, 16}},
+    {"CAmporaChubuPowerCompany",
+     Make<CAmporaChubuPowerCompany>,
+     Make<CPowerCompany<kWithoutFileKey<kChubuPowerCompany>>>,
+     L"chubu",
+     5,
+     {2, 8, 16}},
+    {"CAmporaKansaiPowerCompany",
+     Make<CAmporaKansaiPowerCompany>,
+     Make<CPowerCompany<kWithoutFileKey<kKansaiPowerCompany>>>,
+     L"kansai",
+     6,
+     {1, 2, 4, 8, 16}},
+    {"CAmporaKyushuPowerCompany",
+     Make<CAmporaKyushuPowerCompany>,
+     Make<CPowerCompany<kWithoutFileKey<kKyushuPowerCompany>>>,
+     L"kyushu",
+     9,
+     {1, 8, 16}},
 };
 
 class CompanyTest : public testing_support::CMachineTest {
@@ -231,24 +264,13 @@ TEST_P(EachPowerCompany, FolderThatIsUnknownTheSecondTimeLeavesTheFolderPartEmpt
                 ElementsAre(CString(platform::kPathSeparator) + GetParam().key + L"_00000008.dat"));
 }
 
-using PowerCompanies = CompanyTest;
-
-// A company that the table of file keys does not know.
-constexpr PowerCompany kUnknownCompany{4,
-                                       31,
-                                       kTokyoPowerCompany.constructorName,
-                                       kTokyoPowerCompany.destructorName,
-                                       kTokyoPowerCompany.getUrlName,
-                                       kTokyoPowerCompany.outDataName};
-
-TEST_F(PowerCompanies, SiteWithoutAFileKeyWritesNothing)
+TEST_P(EachPowerCompany, WithoutAFileKeyWritesNothing)
 {
-    CPowerCompany<kUnknownCompany> site;
     m_machine.PutFile(DataFolder(), {.isFolder = true});
+    m_site = GetParam().makeWithoutFileKey();
     m_machine.ClearDebugLines();
-    site.OutData(8, &m_collection, kWriteTime);
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(TraceLine{"ERR", "CAmporaTokyoPowerCompany::OutData", "Save File Path Get Fail."}));
+    m_site->OutData(8, &m_collection, kWriteTime);
+    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Save File Path Get Fail.")));
     EXPECT_THAT(m_machine.FilePaths(), IsEmpty());
 }
 

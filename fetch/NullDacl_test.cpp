@@ -14,7 +14,7 @@ using testing::IsEmpty;
 using testing_support::TraceLine;
 using testing_support::TraceMessages;
 
-constexpr CTraceLog kLog(L"CCaller::Call");
+constexpr CTraceLog kLog(L"Test::Caller");
 
 class NullDacl : public testing_support::CMachineTest {};
 
@@ -31,7 +31,7 @@ TEST_F(NullDacl, FailedInitializationIsTracedUnderTheCallersName)
 {
     m_machine.FailCall(Call::kInitializeDescriptor, 1, ERROR_ACCESS_DENIED);
     EXPECT_FALSE(MakeNullDacl(kLog));
-    EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"ERR", "CCaller::Call", "InitializeSecurityDescriptor Fail."}));
+    EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"ERR", "Test::Caller", "InitializeSecurityDescriptor Fail."}));
     EXPECT_EQ(m_machine.CallCount(Call::kSetNullDacl), 0U);
 }
 
@@ -39,7 +39,7 @@ TEST_F(NullDacl, FailedDaclIsTracedUnderTheCallersName)
 {
     m_machine.FailCall(Call::kSetNullDacl, 1, ERROR_ACCESS_DENIED);
     EXPECT_FALSE(MakeNullDacl(kLog));
-    EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"ERR", "CCaller::Call", "SetSecurityDescriptorDacl Fail."}));
+    EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"ERR", "Test::Caller", "SetSecurityDescriptorDacl Fail."}));
 }
 
 } // namespace

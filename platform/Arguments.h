@@ -1,0 +1,14 @@
+// The command line of this process. The simulated machine has none: tests call what the program's entry calls.
+#pragma once
+
+#include "platform/Types.h"
+
+#include <vector>
+
+namespace platform {
+
+// The arguments of the command line, without the program's name. argc, argv: what main got; looked at only where they
+// hold the whole text (Linux: UTF-8), not where they have lost characters (Windows). Any thread.
+std::vector<CString> ProgramArguments(int argc, const char* const* argv);
+
+} // namespace platform
