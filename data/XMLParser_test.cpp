@@ -1,0 +1,514 @@
+#include "data/XMLParser.h"
+
+#include "testing/FailingMemory.h"
+#include "testing/MachineTest.h"
+#include "testing/Reports.h"
+#include "testing/ScratchFolder.h"
+#include "testing/SlotOrder.h"
+#include "testing/Trace.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using platform::DomAttributeMapPtr;
+using platform::DomElementPtr;
+using platform::DomNodeListPtr;
+using platform::DomNodePtr;
+using platform::sim::Call;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing_support::NamedReport;
+using testing_support::SlotOf;
+using testing_support::TraceLine;
+using testing_support::TraceLines;
+using testing_support::TraceMessages;
+
+constexpr auto kFault = static_cast<DWORD>(E_INVALIDARG);
+
+TraceLine Line(const char* level, const char* operation, const char* message)
+{
+    return {level, std::string("CXMLParser::") + operation, message};
+}
+
+class XMLParser : public testing_support::CMachineTest {
+protected:
+    // The root element of a text; the trace starts anew after it.
+    DomElementPtr Root(const char* xml)
+    {
+        DomElementPtr root = m_parser.Load(platform::DecodeUtf8(xml));
+        EXPECT_TRUE(root) << xml;
+        m_machine.ClearDebugLines();
+        return root;
+    }
+    // The first child of the root element of a text.
+    DomNodePtr FirstChild(const char* xml)
+    {
+        DomNodePtr child = m_parser.GetNode(m_parser.GetChildNodes(Root(xml)), 0);
+        EXPECT_TRUE(child) << xml;
+        m_machine.ClearDebugLines();
+        return child;
+    }
+    // The attributes of the first child.
+    DomAttributeMapPtr Attributes(const char* xml)
+    {
+        DomAttributeMapPtr attributes = m_parser.GetNodeAttributes(FirstChild(xml));
+        EXPECT_TRUE(attributes) << xml;
+        m_machine.ClearDebugLines();
+        return attributes;
+    }
+    // The status that Load throws; S_OK when it throws nothing.
+    HRESULT LoadStatus()
+    {
+        try {
+            m_parser.Load(L"<a/>");
+            return S_OK;
+        } catch (const CComException& exception) {
+            return exception.Code();
+        }
+    }
+
+    CXMLParser m_parser;
+};
+
+TEST_F(XMLParser, SlotsKeepTheirOrder)
+{
+    EXPECT_EQ(SlotOf(&CXMLParser::Initialize), 1);
+    EXPECT_EQ(SlotOf(&CXMLParser::Finalize), 2);
+    EXPECT_EQ(SlotOf(&CXMLParser::Load), -1);
+    EXPECT_EQ(SlotOf(&CXMLParser::LoadFile), -1);
+    EXPECT_EQ(SlotOf(&CXMLParser::GetNode), -1);
+    EXPECT_EQ(SlotOf(&CXMLParser::GetNodeAttributes), -1);
+    EXPECT_EQ(SlotOf(&CXMLParser::GetTagValue), -1);
+    EXPECT_EQ(SlotOf(&CXMLParser::GetChildCount), -1);
+    EXPECT_EQ(SlotOf(&CXMLParser::GetAttribue), -1);
+    static_assert(sizeof(CXMLParser) == sizeof(void*)); // no members but the table
+}
+
+TEST_F(XMLParser, EveryOperationTracesItsScope)
+{
+    const DomNodePtr node = FirstChild("<r><a b='1'>x</a></r>");
+    const DomElementPtr root = Root("<r><a/></r>");
+    const DomNodeListPtr list = m_parser.GetChildNodes(root);
+    const DomAttributeMapPtr attributes = m_parser.GetNodeAttributes(node);
+    m_machine.ClearDebugLines();
+
+    CString value;
+    const auto construct = [] { const CXMLParser parser; };
+    const std::pair<const char*, std::function<void()>> operations[] = {
+        {"Initialize", [&] { EXPECT_TRUE(m_parser.Initialize()); }},
+        {"Finalize", [&] { m_parser.Finalize(); }},
+        {"Load", [&] { m_parser.Load(L"<a/>"); }},
+        {"LoadFile", [&] { m_parser.LoadFile(L""); }},
+        {"GetChildNodes", [&] { m_parser.GetChildNodes(node); }},
+        {"GetChildNodes", [&] { m_parser.GetChildNodes(root); }},
+        {"GetNode", [&] { m_parser.GetNode(list, 0); }},
+        {"GetNodeAttributes", [&] { m_parser.GetNodeAttributes(node); }},
+        {"GetTagName", [&] { m_parser.GetTagName(node); }},
+        {"GetTagName", [&] { m_parser.GetTagName(root); }},
+        {"GetTagValue", [&] { m_parser.GetTagValue(node); }},
+        {"GetChildCount", [&] { m_parser.GetChildCount(list); }},
+        {"GetAttribue", [&] { m_parser.GetAttribue(attributes, L"b", value); }},
+    };
+    for (const auto& [name, operation] : operations) {
+        m_machine.ClearDebugLines();
+        operation();
+        const std::vector<TraceLine> lines = TraceLines();
+        ASSERT_GE(lines.size(), 2U) << name;
+        EXPECT_EQ(lines.front(), Line("TRA", name, "Enter"));
+        EXPECT_EQ(lines.back(), Line("TRA", name, "Leave"));
+    }
+    m_machine.ClearDebugLines();
+    construct();
+    EXPECT_THAT(TraceLines(), ElementsAre(Line("TRA", "CXMLParser", "Enter"), Line("TRA", "CXMLParser", "Leave"),
+                                          Line("TRA", "~CXMLParser", "Enter"), Line("TRA", "~CXMLParser", "Leave")));
+}
+
+TEST_F(XMLParser, LoadGivesTheRootElement)
+{
+    const DomElementPtr root = Root("<?xml version='1.0' encoding='UTF-8'?><!-- before --><power_report/>");
+    EXPECT_EQ(m_parser.GetTagName(root), L"power_report");
+}
+
+TEST_F(XMLParser, AnElementOutlivesTheParserThatLoadedIt)
+{
+    DomElementPtr root;
+    {
+        CXMLParser parser;
+        root = parser.Load(L"<r><a>text</a></r>");
+    }
+    const DomNodePtr child = m_parser.GetNode(m_parser.GetChildNodes(root), 0);
+    root.reset();
+    EXPECT_EQ(m_parser.GetTagValue(child), L"text");
+}
+
+TEST_F(XMLParser, LoadingAnotherDocumentLeavesEarlierHandlesAlone)
+{
+    const DomElementPtr first = Root("<first/>");
+    Root("<second/>");
+    EXPECT_EQ(m_parser.GetTagName(first), L"first");
+}
+
+TEST_F(XMLParser, CreationFailureOfTheDocumentIsThrown)
+{
+    m_machine.FailCall(Call::kCreateDomDocument, 1, static_cast<DWORD>(E_FAIL));
+    EXPECT_EQ(LoadStatus(), E_FAIL);
+    m_machine.FailCall(Call::kCreateDomDocument, 1, 0x80040154); // class not registered
+    EXPECT_EQ(LoadStatus(), static_cast<HRESULT>(0x80040154));
+    EXPECT_EQ(LoadStatus(), S_OK);
+    EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
+    EXPECT_EQ(testing_support::CountTrace("ERR", "CXMLParser::Load", "XML Load fail.(0x08X)"), 0);
+}
+
+TEST_F(XMLParser, AMissingInterfaceOfTheDocumentIsThrownAsNullPointer)
+{
+    m_machine.FailCall(Call::kCreateDomDocument, 1, static_cast<DWORD>(E_NOINTERFACE));
+    EXPECT_EQ(LoadStatus(), E_POINTER);
+}
+
+TEST_F(XMLParser, ASuccessfulCreationWithoutDocumentIsThrownAsNullPointer)
+{
+    m_machine.FailCall(Call::kCreateDomDocument, 1, static_cast<DWORD>(S_FALSE));
+    EXPECT_EQ(LoadStatus(), E_POINTER);
+}
+
+TEST_F(XMLParser, LoadFileThrowsLikeLoad)
+{
+    m_machine.FailCall(Call::kCreateDomDocument, 1, static_cast<DWORD>(E_FAIL));
+    EXPECT_THROW(m_parser.LoadFile(L"report.xml"), CComException);
+}
+
+TEST_F(XMLParser, RunningOutOfMemoryForTheTextIsThrownAsStatus)
+{
+    const CString xml = L"<a>" + CString(1000, L'x') + L"</a>";
+    g_dwLogLevel = 0;
+    bool thrown = false;
+    bool failed = true;
+    for (unsigned nth = 1; failed; ++nth) {
+        ASSERT_LT(nth, 1000U);
+        CString copy = xml;
+        const testing_support::CFailingMemory memory(nth);
+        try {
+            m_parser.Load(std::move(copy));
+        } catch (const CComException& exception) {
+            thrown = true;
+            EXPECT_EQ(exception.Code(), E_OUTOFMEMORY);
+        } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): making the document or the exception
+        }
+        failed = memory.HasFailed();
+    }
+    EXPECT_TRUE(thrown);
+}
+
+TEST_F(XMLParser, AFailingLoadIsTracedAndGivesNull)
+{
+    m_machine.FailCall(Call::kLoadDomText, 1, kFault);
+    EXPECT_FALSE(m_parser.Load(L"<a/>"));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "Load", "XML Load fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, AFailingLoadOfAFileIsTracedAndGivesNull)
+{
+    const testing_support::CScratchFolder folder;
+    const CString path = folder.Write("report.xml", "<a/>").wstring();
+    m_machine.FailCall(Call::kLoadDomFile, 1, kFault);
+    EXPECT_FALSE(m_parser.LoadFile(path));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "LoadFile", "XML Load File fail.(0x08X)")));
+    EXPECT_TRUE(m_parser.LoadFile(path));
+}
+
+TEST_F(XMLParser, AMissingRootElementIsTracedAndGivesNull)
+{
+    m_machine.FailCall(Call::kGetDomDocumentElement, 1, kFault);
+    EXPECT_FALSE(m_parser.Load(L"<a/>"));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "Load", "XML Document Element get fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, AMissingRootElementOfAFileIsTracedAndGivesNull)
+{
+    const testing_support::CScratchFolder folder;
+    m_machine.FailCall(Call::kGetDomDocumentElement, 1, kFault);
+    EXPECT_FALSE(m_parser.LoadFile(folder.Write("report.xml", "<a/>").wstring()));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "LoadFile", "XML Document Element get fail.(0x08X)")));
+}
+
+class XMLParserUnloadable : public XMLParser, public testing::WithParamInterface<NamedReport> {};
+
+TEST_P(XMLParserUnloadable, GivesNullWithoutException)
+{
+    EXPECT_FALSE(m_parser.Load(platform::DecodeUtf8(GetParam().xml)));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "Load", "XML Load fail.(0x08X)")));
+}
+
+TEST_P(XMLParserUnloadable, GivesNullWithoutExceptionFromAFile)
+{
+    const testing_support::CScratchFolder folder;
+    EXPECT_FALSE(m_parser.LoadFile(folder.Write("report.xml", GetParam().xml).wstring()));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "LoadFile", "XML Load File fail.(0x08X)")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, XMLParserUnloadable, testing::ValuesIn(testing_support::UnloadableReports()),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_F(XMLParser, LoadFileReadsAFileInItsOwnEncoding)
+{
+    const testing_support::CScratchFolder folder;
+    const std::string latin = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><r><a>\xE9</a></r>";
+    const DomElementPtr root = m_parser.LoadFile(folder.Write("latin.xml", latin).wstring());
+    ASSERT_TRUE(root);
+    EXPECT_EQ(m_parser.GetTagValue(m_parser.GetNode(m_parser.GetChildNodes(root), 0)), L"\u00E9");
+}
+
+TEST_F(XMLParser, LoadFileOfAMissingFileGivesNull)
+{
+    const testing_support::CScratchFolder folder;
+    EXPECT_FALSE(m_parser.LoadFile((folder.Path() / "none.xml").wstring()));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "LoadFile", "XML Load File fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, ChildrenComeInDocumentOrder)
+{
+    const DomNodeListPtr list = m_parser.GetChildNodes(Root("<r> <b/> <!-- c --> <a/>text<?pi x?></r>"));
+    EXPECT_EQ(m_parser.GetChildCount(list), 5);
+    std::vector<CString> names;
+    for (LONG i = 0; i < 5; ++i) {
+        names.push_back(m_parser.GetTagName(m_parser.GetNode(list, i)));
+    }
+    EXPECT_THAT(names, ElementsAre(L"b", L"#comment", L"a", L"#text", L"pi"));
+}
+
+TEST_F(XMLParser, ChildNodesOfANullNode)
+{
+    EXPECT_FALSE(m_parser.GetChildNodes(DomNodePtr()));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildNodes", "Node Parameter NULL.")));
+}
+
+TEST_F(XMLParser, ChildNodesOfANullElement)
+{
+    EXPECT_FALSE(m_parser.GetChildNodes(DomElementPtr()));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildNodes", "Doc Element Parameter NULL.")));
+}
+
+TEST_F(XMLParser, ChildNodesOfANodeThatFail)
+{
+    const DomNodePtr node = FirstChild("<r><a/></r>");
+    m_machine.FailCall(Call::kGetDomChildNodes, 1, kFault);
+    EXPECT_FALSE(m_parser.GetChildNodes(node));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildNodes", "ChildNode get fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, ChildNodesOfAnElementThatFail)
+{
+    const DomElementPtr root = Root("<r><a/></r>");
+    m_machine.FailCall(Call::kGetDomChildNodes, 1, kFault);
+    EXPECT_FALSE(m_parser.GetChildNodes(root));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildNodes", "ChildNode get fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, ANodeOfANullList)
+{
+    EXPECT_FALSE(m_parser.GetNode(DomNodeListPtr(), 0));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetNode", "Node Parameter NULL.")));
+}
+
+TEST_F(XMLParser, ANodeThatFails)
+{
+    const DomNodeListPtr list = m_parser.GetChildNodes(Root("<r><a/></r>"));
+    m_machine.FailCall(Call::kGetDomItem, 1, kFault);
+    EXPECT_FALSE(m_parser.GetNode(list, 0));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetNode", "Node get fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, AnIndexOutsideTheListGivesNullSilently)
+{
+    const DomNodeListPtr list = m_parser.GetChildNodes(Root("<r><a/><b/></r>"));
+    for (const LONG index : {LONG{2}, LONG{3}, LONG{-1}, LONG{0x7FFFFFFF}}) {
+        EXPECT_FALSE(m_parser.GetNode(list, index)) << index;
+    }
+    EXPECT_THAT(TraceMessages(), IsEmpty());
+    EXPECT_TRUE(m_parser.GetNode(list, 1));
+}
+
+TEST_F(XMLParser, AttributesOfANullNode)
+{
+    EXPECT_FALSE(m_parser.GetNodeAttributes(DomNodePtr()));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetNodeAttributes", "Node Parameter NULL.")));
+}
+
+TEST_F(XMLParser, AttributesThatFail)
+{
+    const DomNodePtr node = FirstChild("<r><a/></r>");
+    m_machine.FailCall(Call::kGetDomAttributes, 1, kFault);
+    EXPECT_FALSE(m_parser.GetNodeAttributes(node));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetNodeAttributes", "Attribute get fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, ANodeThatIsNoElementHasNoAttributesSilently)
+{
+    const DomNodePtr comment = FirstChild("<r><!-- c --></r>");
+    EXPECT_FALSE(m_parser.GetNodeAttributes(comment));
+    EXPECT_THAT(TraceMessages(), IsEmpty());
+}
+
+TEST_F(XMLParser, AnElementWithoutAttributesHasAnEmptyMap)
+{
+    EXPECT_TRUE(m_parser.GetNodeAttributes(FirstChild("<r><a/></r>")));
+}
+
+TEST_F(XMLParser, TagNameOfANullNode)
+{
+    EXPECT_EQ(m_parser.GetTagName(DomNodePtr()), L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagName", "Node Parameter NULL.")));
+}
+
+TEST_F(XMLParser, TagNameOfANullElement)
+{
+    EXPECT_EQ(m_parser.GetTagName(DomElementPtr()), L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagName", "Doc Element Parameter NULL.")));
+}
+
+TEST_F(XMLParser, TagNameOfANodeThatFails)
+{
+    const DomNodePtr node = FirstChild("<r><a/></r>");
+    m_machine.FailCall(Call::kGetDomNodeName, 1, kFault);
+    EXPECT_EQ(m_parser.GetTagName(node), L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagName", "Tag Name get fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, TagNameOfAnElementThatFails)
+{
+    const DomElementPtr root = Root("<r/>");
+    m_machine.FailCall(Call::kGetDomNodeName, 1, kFault);
+    EXPECT_EQ(m_parser.GetTagName(root), L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagName", "Tag Name get fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, TagNamesAreTracedInQuotes)
+{
+    EXPECT_EQ(m_parser.GetTagName(Root("<r/>")), L"r");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagName", "TagName is \"r\"")));
+    EXPECT_EQ(m_parser.GetTagName(FirstChild("<r><x:a xmlns:x='u'/></r>")), L"x:a");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagName", "TagName is \"x:a\"")));
+}
+
+TEST_F(XMLParser, TagValueOfANullNode)
+{
+    EXPECT_EQ(m_parser.GetTagValue(DomNodePtr()), L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagValue", "Node Parameter NULL.")));
+}
+
+TEST_F(XMLParser, TagValueThatFails)
+{
+    const DomNodePtr node = FirstChild("<r><a>1</a></r>");
+    m_machine.FailCall(Call::kGetDomText, 1, kFault);
+    EXPECT_EQ(m_parser.GetTagValue(node), L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagValue", "Tag Value get fail.(0x08X)")));
+}
+
+TEST_F(XMLParser, TagValueIsTheTextOfAllNestedElements)
+{
+    EXPECT_EQ(m_parser.GetTagValue(FirstChild("<r><a>1<b>2<c>3</c></b>4<!-- no --></a></r>")), L"1234");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagValue", "TagValue is \"1234\"")));
+}
+
+TEST_F(XMLParser, TagValueOfAnEmptyElementIsEmptyAndTraced)
+{
+    EXPECT_EQ(m_parser.GetTagValue(FirstChild("<r><a/></r>")), L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagValue", "TagValue is \"\"")));
+}
+
+TEST_F(XMLParser, APercentSignOfADocumentIsTracedAsItIs)
+{
+    EXPECT_EQ(m_parser.GetTagValue(FirstChild("<r><a>95%s</a></r>")), L"95%s");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagValue", "TagValue is \"95%s\"")));
+}
+
+TEST_F(XMLParser, ChildCountOfANullListIsZeroWithoutTraceLine)
+{
+    EXPECT_EQ(m_parser.GetChildCount(DomNodeListPtr()), 0);
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildCount", "Node Parameter NULL.")));
+}
+
+TEST_F(XMLParser, ChildCountThatFailsIsZeroWithTraceLine)
+{
+    const DomNodeListPtr list = m_parser.GetChildNodes(Root("<r><a/></r>"));
+    m_machine.FailCall(Call::kGetDomLength, 1, kFault);
+    EXPECT_EQ(m_parser.GetChildCount(list), 0);
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildCount", "ChildName Count get fail.(0x08X)"),
+                                             Line("TRA", "GetChildCount", "ChildNode Count is 0")));
+}
+
+TEST_F(XMLParser, ChildCountIsTraced)
+{
+    EXPECT_EQ(m_parser.GetChildCount(m_parser.GetChildNodes(Root("<r><a/><b/></r>"))), 2);
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetChildCount", "ChildNode Count is 2")));
+    EXPECT_EQ(m_parser.GetChildCount(m_parser.GetChildNodes(Root("<r> \n </r>"))), 0);
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetChildCount", "ChildNode Count is 0")));
+}
+
+TEST_F(XMLParser, AttributeOfANullMap)
+{
+    CString value = L"before";
+    EXPECT_FALSE(m_parser.GetAttribue(DomAttributeMapPtr(), L"b", value));
+    EXPECT_EQ(value, L"before");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetAttribue", "Node Parameter NULL or AttrName Empty.")));
+}
+
+TEST_F(XMLParser, AttributeOfAnEmptyName)
+{
+    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
+    CString value = L"before";
+    EXPECT_FALSE(m_parser.GetAttribue(attributes, L"", value));
+    EXPECT_EQ(value, L"before");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetAttribue", "Node Parameter NULL or AttrName Empty.")));
+}
+
+TEST_F(XMLParser, AttributeWhoseSearchFailsShowsTheStatus)
+{
+    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
+    m_machine.FailCall(Call::kGetDomNamedItem, 1, 0x8000FFFF);
+    CString value = L"before";
+    EXPECT_FALSE(m_parser.GetAttribue(attributes, L"b", value));
+    EXPECT_EQ(value, L"before");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetAttribue", "Target Attribute get fail.(0x8000FFFF)")));
+}
+
+TEST_F(XMLParser, AttributeWhoseValueFailsShowsTheStatus)
+{
+    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
+    m_machine.FailCall(Call::kGetDomNodeValue, 1, kFault);
+    CString value = L"before";
+    EXPECT_FALSE(m_parser.GetAttribue(attributes, L"b", value));
+    EXPECT_EQ(value, L"before");
+    EXPECT_THAT(TraceMessages(),
+                ElementsAre(Line("ERR", "GetAttribue", "Target Attribute Value get fail.(0x80070057)")));
+}
+
+TEST_F(XMLParser, AMissingAttributeIsATraceLineAndNoError)
+{
+    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
+    CString value = L"before";
+    EXPECT_FALSE(m_parser.GetAttribue(attributes, L"B", value)); // names differ in case
+    EXPECT_EQ(value, L"before");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetAttribue", "Target Attribute no Attirbute.")));
+}
+
+TEST_F(XMLParser, AnAttributeIsReadAndTraced)
+{
+    const DomAttributeMapPtr attributes = Attributes("<r><a b='1' datetime='2012-07-02 &amp; 50%'/></r>");
+    CString value;
+    EXPECT_TRUE(m_parser.GetAttribue(attributes, L"datetime", value));
+    EXPECT_EQ(value, L"2012-07-02 & 50%");
+    EXPECT_THAT(TraceMessages(),
+                ElementsAre(Line("TRA", "GetAttribue", "Attribute : \"datetime\" = \"2012-07-02 & 50%\"")));
+}
+
+TEST_F(XMLParser, AnEmptyAttributeIsThere)
+{
+    CString value = L"before";
+    EXPECT_TRUE(m_parser.GetAttribue(Attributes("<r><a b=''/></r>"), L"b", value));
+    EXPECT_EQ(value, L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetAttribue", "Attribute : \"b\" = \"\"")));
+}
+
+} // namespace
