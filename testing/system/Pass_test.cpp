@@ -1,0 +1,600 @@
+// One pass of the real program, on the platform under test.
+#include "testing/Reports.h"
+#include "testing/system/SystemTest.h"
+
+#include <algorithm>
+#include <fstream>
+#include <future>
+
+namespace system_test {
+namespace {
+
+using platform::sim::HttpAnswer;
+using platform::sim::HttpExchange;
+using platform::sim::HttpFault;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::Field;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing_support::Report;
+using testing_support::TraceLine;
+using testing_support::UsageReport;
+
+constexpr const char* kUpdateOne = "CAmporaUpdater::UpdateOnePowerCompany";
+constexpr const char* kSiteAnalyze = "CAmporaGoolgeSiteConfig::AnalyzeData";
+constexpr const char* kAnalyze = "CGSXMLAnalyzer::AnalyzeData";
+constexpr const char* kGetData = "CAmporaHttpClient::GetData";
+const TraceLine kGetDataFail{"ERR", kUpdateOne, "Get Data Fail"};
+const TraceLine kAnalyzeError{"ERR", kUpdateOne, "Analyze Error"};
+const TraceLine kUpdated{"TRA", "CAmporaUpdater::ThreadProc", "Updated"};
+const TraceLine kOpenFail{"ERR", "CAmporaGoolgeSiteConfig::OutData", "Open Fail."};
+const TraceLine kLoadFail{"ERR", "CXMLParser::Load", "XML Load fail.(0x08X)"};
+const TraceLine kTagInvalid{"ERR", kAnalyze, "Tag name invalid"};
+
+// The company whose answers go wrong: three kinds of data, so six requests.
+constexpr const char* kFaulty = "chubu";
+constexpr int kFaultyRequests = 6;
+
+class SystemPass : public CSystemTest {
+protected:
+    // A pass in which the faulty company's answers are these and its files exist: they stay as they are, the other
+    // companies' files are written.
+    Pass RunFaulty(AnswerFunction answer)
+    {
+        SetAnswer(kFaulty, std::move(answer));
+        for (const unsigned dataType : {2U, 8U, 16U}) {
+            PutOldFile(kFaulty, dataType);
+        }
+        Pass pass = RunPass();
+        EXPECT_EQ(pass.exitCode, 0);
+        EXPECT_EQ(pass.brokenLines, 0) << pass.text;
+        EXPECT_TRUE(ScopesBalance(pass));
+        EXPECT_EQ(CountLines(pass, kUpdated), 1);
+        for (const unsigned dataType : {2U, 8U, 16U}) {
+            ExpectOldFile(kFaulty, dataType);
+        }
+        ExpectOthersHealthy(kFaulty);
+        return pass;
+    }
+
+    Pass RunFaulty(const HttpAnswer& answer)
+    {
+        return RunFaulty([answer](const Request&) { return answer; });
+    }
+
+    // The folder's name as the program knows it.
+    std::string DataFolderName()
+    {
+        return PlatformUnderTest() == Platform::kWindows ? "C:\\ProgramData\\AmporaSrv" : Rig().DataFolder().string();
+    }
+
+    // Switches every company off but this one, which is asked for this kind alone: two requests.
+    static std::string OnlySetting(const std::string& wanted, unsigned dataType)
+    {
+        std::string settings = SiteSetting(wanted, "SupportDataType", dataType);
+        for (const Company& company : Companies()) {
+            if (company.word != wanted) {
+                settings += SiteSetting(company.word, "Enable", 0);
+            }
+        }
+        return settings;
+    }
+};
+
+// The steps of a healthy pass: what each kind of each company has to trace.
+std::vector<TraceLine> HealthySteps(const std::string& dataFolder)
+{
+    const std::map<unsigned, std::string> kinds = {
+        {1, "Instant"}, {2, "Actual"}, {4, "Estimated"}, {8, "PeakSupply"}, {16, "PeakDemand"}};
+    std::vector<TraceLine> steps = {{"TRA", "CAmporaUpdater::ThreadProc", "Update Flag ON"}};
+    bool folderMade = false;
+    for (const Company& company : Companies()) {
+        for (const unsigned dataType : kDataTypes) {
+            for (int day = 0; day < 2; ++day) {
+                if ((company.mask & dataType) != 0) {
+                    steps.push_back({"TRA", kAnalyze, kinds.at(dataType) + " Tag Success"});
+                } else {
+                    steps.push_back({"TRA", company.className + "::GetURL", "Not Support Setting"});
+                    steps.push_back({"TRA", kUpdateOne, "Get URL Empty. Skip"});
+                }
+            }
+            if (!folderMade) {
+                steps.push_back(
+                    {"TRA", "CAmporaGoolgeSiteConfig::GetSaveFolderPath", "Save Folder Created(" + dataFolder + ")"});
+                folderMade = true;
+            }
+        }
+    }
+    steps.push_back(kUpdated);
+    return steps;
+}
+
+TEST_F(SystemPass, AsksForEveryReportOfBothDaysInOrder)
+{
+    const std::time_t before = std::time(nullptr);
+    EXPECT_EQ(RunPass().exitCode, 0);
+    const std::time_t after = std::time(nullptr);
+    const std::vector<std::string> dates = Dates();
+    ASSERT_THAT(dates, SizeIs(2));
+    EXPECT_TRUE(dates[0] == DateOf(before - 43200) || dates[0] == DateOf(after - 43200)) << dates[0];
+    EXPECT_TRUE(dates[1] == DateOf(before + 43200) || dates[1] == DateOf(after + 43200)) << dates[1];
+    std::vector<std::string> expected;
+    for (const Company& company : Companies()) {
+        for (const unsigned dataType : kDataTypes) {
+            for (const std::string& date : dates) {
+                if ((company.mask & dataType) != 0) {
+                    expected.push_back(TargetOf({company.word, dataType, date}));
+                }
+            }
+        }
+    }
+    ASSERT_THAT(expected, SizeIs(42));
+    std::vector<std::string> targets;
+    for (const HttpExchange& exchange : Exchanges()) {
+        targets.push_back(exchange.target);
+    }
+    EXPECT_EQ(targets, expected);
+}
+
+TEST_F(SystemPass, UsesOneConnectionAndNamesItself)
+{
+    RunPass();
+    const std::vector<HttpExchange> exchanges = Exchanges();
+    ASSERT_THAT(exchanges, SizeIs(42));
+    EXPECT_THAT(exchanges, Each(Field(&HttpExchange::connection, exchanges.front().connection)));
+    EXPECT_THAT(exchanges, Each(Field(&HttpExchange::method, "GET")));
+    EXPECT_THAT(exchanges, Each(Field(&HttpExchange::agent, "Ampora Service")));
+    EXPECT_THAT(exchanges, Each(Field(&HttpExchange::host, "127.0.0.1:" + std::to_string(Port()))));
+}
+
+TEST_F(SystemPass, WritesEveryFileByteForByte)
+{
+    RunPass();
+    for (const Company& company : Companies()) {
+        ExpectHealthyFiles(company.word);
+    }
+    const auto files = std::filesystem::directory_iterator(Rig().DataFolder());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 21);
+}
+
+TEST_F(SystemPass, TracesEveryStepInOrder)
+{
+    const Pass pass = RunPass();
+    EXPECT_EQ(pass.brokenLines, 0) << pass.text;
+    EXPECT_EQ(StepLines(pass), HealthySteps(DataFolderName()));
+}
+
+TEST_F(SystemPass, TracesEntryAndExitOfEveryFunction)
+{
+    const Pass pass = RunPass();
+    EXPECT_TRUE(ScopesBalance(pass));
+    EXPECT_EQ(CountLines(pass, {"TRA", kGetData, "Enter"}), 42);
+    EXPECT_EQ(CountLines(pass, {"TRA", kGetData, "Leave"}), 42);
+    EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaGoolgeSiteConfig::OutData", "Enter"}), 21);
+    EXPECT_EQ(CountLines(pass, {"TRA", kUpdateOne, "Enter"}), 5);
+    EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaUpdater::Update", "Enter"}), 1);
+    for (const Line& line : pass.lines) {
+        EXPECT_EQ(line.process, pass.lines.front().process);
+    }
+}
+
+TEST_F(SystemPass, TracesNothingWhenLogLevelIs0)
+{
+    EXPECT_EQ(RunPass("", 0).text, "");
+    ExpectHealthyFiles("tokyo");
+}
+
+TEST_F(SystemPass, TracesErrorsAndWarningsAloneWhenLogLevelIs3)
+{
+    SetAnswer("tokyo", [](const Request&) { return HttpAnswer{.status = 404}; });
+    const Pass pass = RunPass("", 3);
+    EXPECT_EQ(pass.lines.size(), 20U); // two for each of Tokyo's ten reports
+    for (const Line& line : pass.lines) {
+        EXPECT_EQ(line.trace.level, "ERR") << line.trace;
+    }
+}
+
+TEST_F(SystemPass, PerUserLogLevelCountsBeforeTheMachineWideOne)
+{
+    EXPECT_EQ(RunPass("[HKEY_CURRENT_USER\\Software\\Halvex\\AmporaSrv]\n\"LogLevel\"=dword:00000000\n\n").text, "");
+}
+
+TEST_F(SystemPass, DoesNothingWhenUpdatingIsOff)
+{
+    for (const std::string settings : {"", "[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv]\n\"Enable\"=dword:0\n\n",
+                                       "[HKEY_CURRENT_USER\\Software\\Halvex\\AmporaSrv]\n\"Enable\"=dword:1\n\n"}) {
+        Rig().PutSettings(settings +
+                          "[HKEY_CURRENT_USER\\Software\\Halvex\\AmporaSrv]\n\"LogLevel\"=dword:0000000b\n"
+                          "\"ApiHost\"=\"127.0.0.1:" +
+                          std::to_string(Port()) + "\"\n\n");
+        const Pass pass = Rig().RunPass();
+        EXPECT_EQ(pass.exitCode, 0);
+        EXPECT_EQ(pass.text, "") << settings;
+    }
+    EXPECT_THAT(Exchanges(), IsEmpty());
+    EXPECT_FALSE(std::filesystem::exists(Rig().DataFolder()));
+}
+
+TEST_F(SystemPass, LeavesOutACompanyThatIsSwitchedOff)
+{
+    PutOldFile("kansai", 1);
+    const Pass pass = RunPass(SiteSetting("kansai", "Enable", 0));
+    EXPECT_THAT(Requests(), SizeIs(32));
+    EXPECT_THAT(Requests(), Each(Field(&Request::company, Not("kansai"))));
+    EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaKansaiPowerCompany::GetURL", "Not Update Setting"}), 10);
+    ExpectOldFile("kansai", 1);
+    EXPECT_FALSE(std::filesystem::exists(DataFile("kansai", 2)));
+    ExpectOthersHealthy("kansai");
+}
+
+TEST_F(SystemPass, AsksForTheKindsOfTheMask)
+{
+    const Pass pass = RunPass(SiteSetting("tokyo", "SupportDataType", 0) + SiteSetting("chubu", "SupportDataType", 31) +
+                              SiteSetting("kyushu", "SupportDataType", 4));
+    std::map<std::pair<std::string, unsigned>, int> counts;
+    for (const Request& request : Requests()) {
+        ++counts[{request.company, request.dataType}];
+    }
+    std::map<std::pair<std::string, unsigned>, int> expected = {{{"kyushu", 4}, 2}};
+    for (const unsigned dataType : kDataTypes) {
+        expected[{"tohoku", dataType}] = 2;
+        expected[{"kansai", dataType}] = 2;
+        expected[{"chubu", dataType}] = 2;
+    }
+    EXPECT_EQ(counts, expected);
+    EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaTokyoPowerCompany::GetURL", "Not Support Setting"}), 10);
+    ExpectHealthyFile("chubu", 1);
+    ExpectHealthyFile("kyushu", 4);
+    EXPECT_FALSE(std::filesystem::exists(DataFile("tokyo", 1)));
+}
+
+TEST_F(SystemPass, ReplacesTheFilesOfTheLastPass)
+{
+    PutOldFile("tokyo", 1);
+    RunPass();
+    RunPass();
+    for (const Company& company : Companies()) {
+        ExpectHealthyFiles(company.word);
+    }
+}
+
+TEST_F(SystemPass, UnavailableDaysLeaveAHeaderAlone)
+{
+    SetAnswer("tohoku", [](const Request&) { return HttpAnswer{.status = 503}; });
+    const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, {"TRA", kSiteAnalyze, "No Data"}), 10);
+    for (const unsigned dataType : kDataTypes) {
+        const std::string bytes = FileBytes(DataFile("tohoku", dataType));
+        ASSERT_EQ(bytes.size(), 32U);
+        EXPECT_EQ(bytes.substr(0, 16), Bytes32(0x00010000) + Bytes32(dataType) + Bytes32(0) + Bytes32(0));
+    }
+    ExpectOthersHealthy("tohoku");
+}
+
+TEST_F(SystemPass, OneUnavailableDayLeavesTheOtherDaysRecords)
+{
+    SetAnswer("tohoku", [this](const Request& request) {
+        return request.date == Dates().front() ? HttpAnswer{.status = 503} : Healthy().Answer(request);
+    });
+    RunPass();
+    const std::string records = Healthy().RecordBytes("tohoku", 8, {Dates().at(1)});
+    EXPECT_EQ(FileBytes(DataFile("tohoku", 8)).substr(32), records);
+    EXPECT_EQ(records.size(), 40U);
+}
+
+TEST_F(SystemPass, OneFailedDayLeavesTheOtherDaysRecords)
+{
+    SetAnswer("tohoku", [this](const Request& request) {
+        return request.date == Dates().front() ? Healthy().Answer(request) : HttpAnswer{.status = 500};
+    });
+    RunPass();
+    EXPECT_EQ(FileBytes(DataFile("tohoku", 16)).substr(32), Healthy().RecordBytes("tohoku", 16, {Dates().at(0)}));
+}
+
+TEST_F(SystemPass, BodyOfAnUnavailableDayIsNotRead)
+{
+    SetAnswer(
+        "tohoku",
+        [this](const Request& request) { return HttpAnswer{.status = 503, .body = Healthy().Answer(request).body}; },
+        8);
+    const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, {"TRA", kSiteAnalyze, "No Data"}), 2);
+    EXPECT_EQ(FileBytes(DataFile("tohoku", 8)).size(), 32U);
+    ExpectHealthyFile("tohoku", 16);
+}
+
+TEST_F(SystemPass, ErrorStatusLeavesTheFilesAsTheyAre)
+{
+    for (const unsigned status : {404U, 400U, 500U}) {
+        const Pass pass = RunFaulty({.status = status, .body = "<power_report/>"});
+        EXPECT_EQ(CountLines(pass, {"TRA", kGetData, "StatusCode is Error " + std::to_string(status)}),
+                  kFaultyRequests);
+        EXPECT_EQ(CountLines(pass, {"ERR", kSiteAnalyze, "Data is Empty"}), kFaultyRequests);
+        EXPECT_EQ(CountLines(pass, kAnalyzeError), kFaultyRequests);
+    }
+}
+
+TEST_F(SystemPass, EmptyAnswerLeavesTheFilesAsTheyAre)
+{
+    const Pass pass = RunFaulty(HttpAnswer{});
+    EXPECT_EQ(CountLines(pass, {"ERR", kSiteAnalyze, "Data is Empty"}), kFaultyRequests);
+}
+
+TEST_F(SystemPass, ServerThatIsNotThereCostsEveryReportAndNothingElse)
+{
+    PutOldFile("tokyo", 1);
+    const testing_support::CClosedPort nobody;
+    SetPort(nobody.Port());
+    const Pass pass = RunPass();
+    EXPECT_EQ(pass.exitCode, 0);
+    EXPECT_EQ(CountLines(pass, {"ERR", kGetData, "SendRequest Fail."}), 42);
+    EXPECT_EQ(CountLines(pass, kGetDataFail), 42);
+    EXPECT_EQ(CountLines(pass, kUpdated), 1);
+    ExpectOldFile("tokyo", 1);
+}
+
+TEST_F(SystemPass, ConnectionThatClosesEarlyFails)
+{
+    const Pass pass = RunFaulty({.fault = HttpFault::kClosedEarly});
+    EXPECT_EQ(CountLines(pass, kGetDataFail), kFaultyRequests);
+}
+
+TEST_F(SystemPass, BytesThatAreNotHttpAreNoReport)
+{
+    const Pass pass = RunFaulty({.fault = HttpFault::kGarbage});
+    // WinINet takes them for an old server's answer, so that they may get as far as the analyzer.
+    EXPECT_EQ(CountLines(pass, kGetDataFail) + CountLines(pass, kAnalyzeError), kFaultyRequests);
+}
+
+TEST_F(SystemPass, AnswerShorterThanItSaysFails)
+{
+    const Pass pass = RunFaulty([this](const Request& request) {
+        HttpAnswer answer = Healthy().Answer(request);
+        answer.fault = HttpFault::kShortBody;
+        return answer;
+    });
+    EXPECT_EQ(CountLines(pass, kGetDataFail), kFaultyRequests);
+    EXPECT_EQ(CountLines(pass, {"WAR", kGetData, "Exception!"}), kFaultyRequests);
+}
+
+TEST_F(SystemPass, ConnectionResetInTheBodyFails)
+{
+    const Pass pass = RunFaulty([this](const Request& request) {
+        HttpAnswer answer = Healthy().Answer(request);
+        answer.fault = HttpFault::kReset;
+        return answer;
+    });
+    EXPECT_EQ(CountLines(pass, kGetDataFail), kFaultyRequests);
+}
+
+TEST_F(SystemPass, RedirectLoopEnds)
+{
+    // WinINet gives up after some redirects, wine never does: there the server ends the loop.
+    constexpr int kServersPatience = 40;
+    std::map<std::string, int> redirects; // by target
+    const Pass pass = RunFaulty([&redirects](const Request& request) {
+        const std::string target = TargetOf(request);
+        if (++redirects[target] > kServersPatience) {
+            return HttpAnswer{.fault = HttpFault::kClosedEarly};
+        }
+        return HttpAnswer{.status = 302, .headers = {{"Location", target}}};
+    });
+    EXPECT_EQ(CountLines(pass, kGetDataFail), kFaultyRequests);
+    EXPECT_THAT(redirects, SizeIs(kFaultyRequests));
+    if (PlatformUnderTest() == Platform::kLinux) {
+        EXPECT_THAT(redirects, Each(testing::Pair(testing::_, 11)));
+    }
+}
+
+TEST_F(SystemPass, RedirectIsFollowed)
+{
+    SetAnswer(kFaulty, [this](const Request& request) {
+        if (request.dataType == 8) {
+            return HttpAnswer{.status = 302, .headers = {{"Location", TargetOf({request.company, 1, request.date})}}};
+        }
+        return request.dataType == 1 ? Healthy().Answer({request.company, 8, request.date}) : Healthy().Answer(request);
+    });
+    RunPass();
+    ExpectHealthyFile(kFaulty, 8);
+}
+
+TEST_F(SystemPass, ChunkedAnswerIsRead)
+{
+    SetAnswerForAll([this](const Request& request) {
+        HttpAnswer answer = Healthy().Answer(request);
+        answer.chunked = true;
+        return answer;
+    });
+    RunPass();
+    for (const Company& company : Companies()) {
+        ExpectHealthyFiles(company.word);
+    }
+}
+
+TEST_F(SystemPass, TextThatIsNoDocumentIsNoReport)
+{
+    for (const testing_support::NamedReport& report : testing_support::UnloadableReports()) {
+        if (report.xml.empty()) {
+            continue; // an empty answer is a case of its own
+        }
+        SCOPED_TRACE(report.name);
+        const Pass pass = RunFaulty({.body = report.xml});
+        EXPECT_EQ(CountLines(pass, kLoadFail), kFaultyRequests);
+        EXPECT_EQ(CountLines(pass, kTagInvalid), kFaultyRequests);
+        EXPECT_EQ(CountLines(pass, kAnalyzeError), kFaultyRequests);
+    }
+}
+
+TEST_F(SystemPass, EndlessNestingIsNoReport)
+{
+    std::string deep = "<power_report>";
+    for (int level = 0; level < 100000; ++level) {
+        deep += "<a>";
+    }
+    const Pass pass = RunFaulty({.body = deep});
+    EXPECT_EQ(CountLines(pass, kLoadFail), kFaultyRequests);
+}
+
+TEST_F(SystemPass, DocumentWithAnotherRootIsNoReport)
+{
+    const Pass pass = RunFaulty({.body = "<?xml version=\"1.0\"?><Power_Report><peak_supply/></Power_Report>"});
+    EXPECT_EQ(CountLines(pass, kLoadFail), 0);
+    EXPECT_EQ(CountLines(pass, kTagInvalid), kFaultyRequests);
+}
+
+TEST_F(SystemPass, NothingThatADocumentNamesIsFetched)
+{
+    const std::string url = "http://127.0.0.1:" + std::to_string(Port()) + "/stolen";
+    SetAnswer(kFaulty, [url](const Request&) {
+        return HttpAnswer{.body = "<?xml version=\"1.0\"?><!DOCTYPE power_report SYSTEM \"" + url +
+                                  ".dtd\" [<!ENTITY % p SYSTEM \"" + url + "\">%p;<!ENTITY e SYSTEM \"" + url +
+                                  "\">]><power_report><peak_supply>&e;</peak_supply></power_report>"};
+    });
+    const Pass pass = RunPass();
+    EXPECT_EQ(pass.exitCode, 0);
+    EXPECT_THAT(Requests(), SizeIs(42));
+    EXPECT_THAT(Exchanges(), SizeIs(42));
+    ExpectOthersHealthy(kFaulty);
+}
+
+TEST_F(SystemPass, BrokenDatesAndNumbersBecomeTheirDefaults)
+{
+    SetAnswer(
+        kFaulty,
+        [](const Request&) {
+            return HttpAnswer{.body = testing_support::PeakReport(8, {"2012-13-01T00:00:00", "tomorrow", "many"})};
+        },
+        8);
+    RunPass();
+    // Value 0, from Monday 1601-01-01 00:00:00 to the same, once a day.
+    const std::string never("\x41\x06\x01\x00\x01\x00\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00", 16);
+    const std::string record = Bytes64(0) + never + never;
+    EXPECT_EQ(FileBytes(DataFile(kFaulty, 8)).substr(32), record + record);
+    ExpectHealthyFile(kFaulty, 2);
+    ExpectHealthyFile(kFaulty, 16);
+    ExpectOthersHealthy(kFaulty);
+}
+
+TEST_F(SystemPass, BrokenNumbersOfAUsageBecomeZero)
+{
+    const std::time_t start = std::time(nullptr);
+    SetAnswer(
+        kFaulty,
+        [start](const Request&) {
+            return HttpAnswer{.body = UsageReport(2, {{DateTimeOf(start), "long", "much"}})};
+        },
+        2);
+    RunPass();
+    const std::string record = Bytes64(0) + CalendarBytes(start) + CalendarBytes(start);
+    EXPECT_EQ(FileBytes(DataFile(kFaulty, 2)).substr(32), record + record);
+}
+
+TEST_F(SystemPass, ImpossibleDateCostsItsReport)
+{
+    SetAnswer(
+        kFaulty,
+        [](const Request&) {
+            return HttpAnswer{.body = UsageReport(2, {{"1950-01-01T00:00:00", "300", "1"}})};
+        },
+        2);
+    PutOldFile(kFaulty, 2);
+    const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, {"ERR", kSiteAnalyze, "Analyze Exception!"}), 2);
+    ExpectOldFile(kFaulty, 2);
+    ExpectHealthyFile(kFaulty, 8);
+    ExpectOthersHealthy(kFaulty);
+}
+
+TEST_F(SystemPass, UnknownAndIncompleteElementsCostNothingElse)
+{
+    const std::time_t start = std::time(nullptr);
+    SetAnswer(
+        kFaulty,
+        [start](const Request&) {
+            const std::string usage = testing_support::UsageXml({DateTimeOf(start), "60", "7"});
+            return HttpAnswer{.body = Report("<notice/><actual_usage><usage>1</usage>" + usage +
+                                             "<!-- end --></actual_usage><instant_usage/>")};
+        },
+        2);
+    const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, {"WAR", kAnalyze, "Unknown Tag.(notice)"}), 2);
+    EXPECT_EQ(CountLines(pass, {"ERR", kAnalyze, "Instant Tag Fail"}), 2);
+    const std::string record = Bytes64(7) + CalendarBytes(start) + CalendarBytes(start + 60);
+    EXPECT_EQ(FileBytes(DataFile(kFaulty, 2)).substr(32), record + record);
+}
+
+TEST_F(SystemPass, PlainFileInPlaceOfTheFolderKeepsEveryFileFromBeingWritten)
+{
+    std::ofstream(Rig().DataFolder()) << "in the way";
+    const Pass pass = RunPass();
+    EXPECT_EQ(pass.exitCode, 0);
+    EXPECT_EQ(CountLines(pass, kOpenFail), 21);
+    EXPECT_EQ(CountLines(pass, kUpdated), 1);
+    EXPECT_EQ(FileBytes(Rig().DataFolder()), "in the way");
+}
+
+TEST_F(SystemPass, FolderInPlaceOfAFileCostsThatFileAlone)
+{
+    std::filesystem::create_directories(DataFile("kansai", 4));
+    const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, kOpenFail), 1);
+    EXPECT_TRUE(std::filesystem::is_directory(DataFile("kansai", 4)));
+    ExpectHealthyFile("kansai", 2);
+    ExpectHealthyFile("kansai", 8);
+    ExpectOthersHealthy("kansai");
+}
+
+TEST_F(SystemPass, FileHeldOpenByAReaderStaysAsItIs)
+{
+    PutOldFile("kansai", 4);
+    const std::unique_ptr<CBackgroundProcess> held = Rig().HoldOpen(DataFile("kansai", 4));
+    const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, kOpenFail), 1);
+    ExpectOldFile("kansai", 4);
+    ExpectHealthyFile("kansai", 2);
+    ExpectHealthyFile("kansai", 8);
+    ExpectOthersHealthy("kansai");
+}
+
+TEST_F(SystemPass, StalledBodyEndsWithTheServer)
+{
+    std::promise<void> stalled;
+    SetAnswer("tokyo", [&](const Request& request) {
+        HttpAnswer answer = Healthy().Answer(request);
+        answer.fault = HttpFault::kStalledBody;
+        stalled.set_value();
+        return answer;
+    });
+    PutOldFile("tokyo", 8);
+    std::future<Pass> running = std::async(std::launch::async, [&] { return RunPass(OnlySetting("tokyo", 8)); });
+    ASSERT_EQ(stalled.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    StopServer();
+    const Pass pass = running.get();
+    EXPECT_EQ(pass.exitCode, 0);
+    EXPECT_EQ(CountLines(pass, kGetDataFail), 2); // the other day finds no server
+    ExpectOldFile("tokyo", 8);
+}
+
+TEST_F(SystemPass, EveryCompanyHasAFaultOfItsOwn)
+{
+    SetAnswer("tokyo", [](const Request&) { return HttpAnswer{.status = 404}; });
+    SetAnswer("tohoku", [](const Request&) { return HttpAnswer{.body = "<power_report>"}; });
+    SetAnswer("kansai", [](const Request&) { return HttpAnswer{.fault = HttpFault::kClosedEarly}; });
+    SetAnswer("chubu", [](const Request&) { return HttpAnswer{.status = 503}; });
+    PutOldFile("tokyo", 1);
+    PutOldFile("tohoku", 1);
+    PutOldFile("kansai", 1);
+    const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, kUpdated), 1);
+    ExpectOldFile("tokyo", 1);
+    ExpectOldFile("tohoku", 1);
+    ExpectOldFile("kansai", 1);
+    EXPECT_EQ(FileBytes(DataFile("chubu", 2)).size(), 32U);
+    ExpectHealthyFiles("kyushu");
+}
+
+} // namespace
+} // namespace system_test

@@ -1,0 +1,216 @@
+#include "testing/system/SystemTest.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <iterator>
+
+namespace system_test {
+
+using platform::sim::HttpAnswer;
+using platform::sim::HttpExchange;
+using testing_support::TraceLine;
+
+namespace {
+
+constexpr const char* kOldBytes = "left by an earlier pass";
+constexpr std::size_t kHeaderSize = 32;
+
+bool IsStep(const TraceLine& line)
+{
+    return line.message != "Enter" && line.message != "Leave" && !line.function.starts_with("CXMLParser::") &&
+           line.function != "CAmporaDataCollection::AdjustData";
+}
+
+} // namespace
+
+std::string FileBytes(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string FileName(const std::string& company, unsigned dataType)
+{
+    std::array<char, 32> code{};
+    std::snprintf(code.data(), code.size(), "_%08X.dat", dataType);
+    return company + code.data();
+}
+
+std::vector<TraceLine> StepLines(const Pass& pass)
+{
+    std::vector<TraceLine> lines;
+    for (const Line& line : pass.lines) {
+        if (IsStep(line.trace)) {
+            lines.push_back(line.trace);
+        }
+    }
+    return lines;
+}
+
+int CountLines(const Pass& pass, const TraceLine& line)
+{
+    return static_cast<int>(std::count_if(pass.lines.begin(), pass.lines.end(),
+                                          [&](const Line& written) { return written.trace == line; }));
+}
+
+bool ScopesBalance(const Pass& pass)
+{
+    std::map<unsigned, std::vector<TraceLine>> byThread;
+    for (const Line& line : pass.lines) {
+        byThread[line.thread].push_back(line.trace);
+    }
+    return std::all_of(byThread.begin(), byThread.end(),
+                       [](const auto& entry) { return testing_support::TraceScopesBalance(entry.second); });
+}
+
+std::string BaseSettings(unsigned short port, unsigned logLevel)
+{
+    std::array<char, 256> values{};
+    std::snprintf(values.data(), values.size(),
+                  "\"Enable\"=dword:00000001\n\"LogLevel\"=dword:%08x\n\"ApiHost\"=\"127.0.0.1:%u\"\n\n", logLevel,
+                  static_cast<unsigned>(port));
+    return std::string("[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv]\n") + values.data();
+}
+
+std::string SiteSetting(const std::string& company, const std::string& valueName, unsigned value)
+{
+    std::array<char, 32> number{};
+    std::snprintf(number.data(), number.size(), "dword:%08x", value);
+    return "[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv\\site\\" + std::to_string(CompanyOf(company).site) +
+           "]\n\"" + valueName + "\"=" + number.data() + "\n\n";
+}
+
+CSystemTest::CSystemTest(Platform platform)
+    : m_healthy(std::time(nullptr)), m_rig(MakeRig(platform)),
+      m_server(std::make_unique<testing_support::CLoopbackServer>(
+          [this](const HttpExchange& exchange) { return Answer(exchange); })),
+      m_port(m_server->Port())
+{
+}
+
+CSystemTest::~CSystemTest() = default;
+
+HttpAnswer CSystemTest::Answer(const HttpExchange& exchange)
+{
+    {
+        const std::scoped_lock lock(m_mutex);
+        m_exchanges.push_back(exchange);
+    }
+    const std::optional<Request> request = ParseTarget(exchange.target);
+    if (!request) {
+        return {.status = 404};
+    }
+    for (const unsigned dataType : {request->dataType, 0U}) {
+        const auto answer = m_answers.find({request->company, dataType});
+        if (answer != m_answers.end()) {
+            return answer->second(*request);
+        }
+    }
+    return m_healthy.Answer(*request);
+}
+
+void CSystemTest::SetAnswer(const std::string& company, AnswerFunction answer, unsigned dataType)
+{
+    m_answers[{company, dataType}] = std::move(answer);
+}
+
+void CSystemTest::SetAnswerForAll(const AnswerFunction& answer)
+{
+    for (const Company& company : Companies()) {
+        SetAnswer(company.word, answer);
+    }
+}
+
+Pass CSystemTest::RunPass(const std::string& moreSettings, unsigned logLevel)
+{
+    m_rig->PutSettings(BaseSettings(m_port, logLevel) + moreSettings);
+    m_before = std::time(nullptr);
+    Pass pass = m_rig->RunPass();
+    m_after = std::time(nullptr);
+    return pass;
+}
+
+std::vector<HttpExchange> CSystemTest::Exchanges() const
+{
+    const std::scoped_lock lock(m_mutex);
+    return m_exchanges;
+}
+
+std::vector<Request> CSystemTest::Requests() const
+{
+    std::vector<Request> requests;
+    for (const HttpExchange& exchange : Exchanges()) {
+        if (const std::optional<Request> request = ParseTarget(exchange.target)) {
+            requests.push_back(*request);
+        }
+    }
+    return requests;
+}
+
+std::vector<std::string> CSystemTest::Dates() const
+{
+    std::vector<std::string> dates;
+    for (const Request& request : Requests()) {
+        if (std::find(dates.begin(), dates.end(), request.date) == dates.end()) {
+            dates.push_back(request.date);
+        }
+    }
+    return dates;
+}
+
+std::filesystem::path CSystemTest::DataFile(const std::string& company, unsigned dataType) const
+{
+    return m_rig->DataFolder() / FileName(company, dataType);
+}
+
+void CSystemTest::PutOldFile(const std::string& company, unsigned dataType)
+{
+    std::filesystem::create_directories(m_rig->DataFolder());
+    std::ofstream(DataFile(company, dataType), std::ios::binary) << kOldBytes;
+}
+
+void CSystemTest::ExpectHealthyFile(const std::string& company, unsigned dataType) const
+{
+    const std::string bytes = FileBytes(DataFile(company, dataType));
+    const std::string records = m_healthy.RecordBytes(company, dataType, Dates());
+    ASSERT_EQ(bytes.size(), kHeaderSize + records.size()) << company << " " << dataType;
+    EXPECT_EQ(bytes.substr(0, 16), Bytes32(0x00010000) + Bytes32(dataType) +
+                                       Bytes32(static_cast<unsigned>(records.size() / 40)) + Bytes32(0))
+        << company << " " << dataType;
+    EXPECT_EQ(bytes.substr(kHeaderSize), records) << company << " " << dataType;
+    // The time of writing lies within the pass; its last field, the milliseconds, may be any.
+    const std::string written = bytes.substr(16, 14);
+    bool within = false;
+    for (std::time_t time = m_before; time <= m_after; ++time) {
+        within = within || CalendarBytes(time).substr(0, 14) == written;
+    }
+    EXPECT_TRUE(within) << company << " " << dataType;
+}
+
+void CSystemTest::ExpectHealthyFiles(const std::string& company) const
+{
+    for (const unsigned dataType : kDataTypes) {
+        if ((CompanyOf(company).mask & dataType) != 0) {
+            ExpectHealthyFile(company, dataType);
+        } else {
+            EXPECT_FALSE(std::filesystem::exists(DataFile(company, dataType))) << company << " " << dataType;
+        }
+    }
+}
+
+void CSystemTest::ExpectOldFile(const std::string& company, unsigned dataType) const
+{
+    EXPECT_EQ(FileBytes(DataFile(company, dataType)), kOldBytes) << company << " " << dataType;
+}
+
+void CSystemTest::ExpectOthersHealthy(const std::string& company) const
+{
+    for (const Company& other : Companies()) {
+        if (other.word != company) {
+            ExpectHealthyFiles(other.word);
+        }
+    }
+}
+
+} // namespace system_test

@@ -1,0 +1,92 @@
+// The frame of the system tests.
+#pragma once
+
+#include "testing/LoopbackServer.h"
+#include "testing/system/Rig.h"
+#include "testing/system/World.h"
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <map>
+#include <mutex>
+
+namespace system_test {
+
+// The bytes of a file; empty when there is none.
+std::string FileBytes(const std::filesystem::path& path);
+// "tokyo_00000010.dat"
+std::string FileName(const std::string& company, unsigned dataType);
+
+// Trace lines without "Enter" and "Leave", without those about single XML nodes, and without the removal of records,
+// whose number depends on the time of day.
+std::vector<testing_support::TraceLine> StepLines(const Pass& pass);
+// How often a line was written.
+int CountLines(const Pass& pass, const testing_support::TraceLine& line);
+// Of each thread: whether "Enter" and "Leave" pair up and nest.
+bool ScopesBalance(const Pass& pass);
+
+// The sections of the settings that switch updating on and point to this port.
+std::string BaseSettings(unsigned short port, unsigned logLevel = 27);
+// The section of a company with one value.
+std::string SiteSetting(const std::string& company, const std::string& valueName, unsigned value);
+
+// A place to run amporasrv in and a report API on the loopback interface, which gives healthy reports unless a test
+// says otherwise.
+class CSystemTest : public testing::Test {
+protected:
+    // What to answer a request with. A null function: a healthy report.
+    using AnswerFunction = std::function<platform::sim::HttpAnswer(const Request&)>;
+
+    explicit CSystemTest(Platform platform = PlatformUnderTest());
+    ~CSystemTest() override;
+
+    // Answers requests of one company with these; also of one kind only (dataType not 0).
+    void SetAnswer(const std::string& company, AnswerFunction answer, unsigned dataType = 0);
+    void SetAnswerForAll(const AnswerFunction& answer);
+
+    // Runs one pass with the base settings and these more sections.
+    Pass RunPass(const std::string& moreSettings = "", unsigned logLevel = 27);
+
+    // The port that settings name; the report API's unless a test says otherwise.
+    unsigned short Port() const { return m_port; }
+    void SetPort(unsigned short port) { m_port = port; }
+    // Ends the report API with all its connections.
+    void StopServer() { m_server.reset(); }
+
+    // What was asked for so far, in order; the one that is being answered included. Any thread.
+    std::vector<platform::sim::HttpExchange> Exchanges() const;
+    std::vector<Request> Requests() const;
+    // The days asked for so far, in order.
+    std::vector<std::string> Dates() const;
+
+    std::filesystem::path DataFile(const std::string& company, unsigned dataType) const;
+    // Writes something into a data file that a pass is to replace, or to leave as it is.
+    void PutOldFile(const std::string& company, unsigned dataType);
+
+    // The file holds what healthy reports of the days asked for have to leave there, written during the last pass.
+    void ExpectHealthyFile(const std::string& company, unsigned dataType) const;
+    void ExpectHealthyFiles(const std::string& company) const;
+    // The file is as PutOldFile left it.
+    void ExpectOldFile(const std::string& company, unsigned dataType) const;
+    // Every company but this one has its healthy files.
+    void ExpectOthersHealthy(const std::string& company) const;
+
+    CRig& Rig() { return *m_rig; }
+    const CHealthyReports& Healthy() const { return m_healthy; }
+
+private:
+    platform::sim::HttpAnswer Answer(const platform::sim::HttpExchange& exchange);
+
+    CHealthyReports m_healthy;
+    std::map<std::pair<std::string, unsigned>, AnswerFunction> m_answers;
+    mutable std::mutex m_mutex; // guards m_exchanges
+    std::vector<platform::sim::HttpExchange> m_exchanges;
+    std::time_t m_before = 0; // around the last pass
+    std::time_t m_after = 0;
+    std::unique_ptr<CRig> m_rig;
+    std::unique_ptr<testing_support::CLoopbackServer> m_server;
+    unsigned short m_port;
+};
+
+} // namespace system_test
