@@ -2,6 +2,8 @@
 
 #include "platform/sim/MachineState.h"
 
+#include <deque>
+
 namespace platform {
 
 struct CCriticalSection::Impl {

@@ -28,7 +28,7 @@ struct HttpAnswer {
     std::vector<std::pair<std::string, std::string>> headers = {}; // beyond Content-Length
     bool chunked = false;                                          // transfer in chunks, without Content-Length
     HttpFault fault = HttpFault::kNone;
-    DWORD latencyMs = 0; // before the first byte
+    DWORD latencyMs = 0; // before the first byte; above the client's own limit it gives up (simulated machine: 30 s)
 };
 
 struct HttpExchange {

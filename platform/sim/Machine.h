@@ -82,6 +82,8 @@ struct MachineState;
 // It starts at 2012-07-02 13:00:00.000 local time, UTC+9, on line (LAN), without settings, with an empty disk whose
 // common application-data folder is "C:\ProgramData" with its separator as kPathSeparator ("C:/ProgramData" off
 // Windows), and a web that answers every request with 404 and no body.
+//
+// Documents are real: the DOM is the system's own, and LoadDomFile reads the real disk.
 class CMachine {
 public:
     CMachine();
@@ -140,8 +142,8 @@ public:
     // Writes beyond this many bytes in total fail with error 112; a fault mid-record writes what still fits.
     void SetFreeBytes(std::size_t bytes);
 
-    // Acts as another session's copy of the program: takes, and gives back or abandons, a mutex by name; signals an
-    // event by name (FALSE when nobody has it).
+    // Acts as another session's copy of the program: takes (waiting until it is free, making it when there is none),
+    // and gives back or abandons, a mutex by name; signals an event by name (FALSE when nobody has it).
     void OtherProcessAcquiresMutex(const CString& name);
     void OtherProcessReleasesMutex(const CString& name);
     void OtherProcessAbandonsMutex(const CString& name);

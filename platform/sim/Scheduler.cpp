@@ -31,6 +31,7 @@ CScheduler::CScheduler(Alarms alarms) : m_alarms(std::move(alarms))
     if (t_self != nullptr) {
         EndProgram("a thread of one machine makes another");
     }
+    ReserveThreads(1);
     m_threads.push_back(std::make_shared<SimThread>());
     t_self = m_threads.front().get();
     t_self->context.threadId = 1;
@@ -64,6 +65,7 @@ SimThread& CScheduler::Self()
 std::shared_ptr<SimThread> CScheduler::Start(std::function<void()> body)
 {
     auto thread = std::make_shared<SimThread>();
+    ReserveThreads(m_threads.size() + 1);
     thread->context.processId = Self().context.processId;
     thread->context.threadId = static_cast<DWORD>(m_threads.size() + 1);
     SimThread* record = thread.get();
@@ -71,6 +73,13 @@ std::shared_ptr<SimThread> CScheduler::Start(std::function<void()> body)
     m_threads.push_back(thread);
     m_ready.push_back(record);
     return thread;
+}
+
+void CScheduler::ReserveThreads(std::size_t count)
+{
+    m_threads.reserve(count);
+    m_ready.reserve(count);
+    m_waiting.reserve(count);
 }
 
 void CScheduler::RunThread(SimThread& self, const std::function<void()>& body)
@@ -150,7 +159,7 @@ SimThread& CScheduler::NextToRun()
         MoveClock();
     }
     SimThread* next = m_ready.front();
-    m_ready.pop_front();
+    m_ready.erase(m_ready.begin());
     return *next;
 }
 

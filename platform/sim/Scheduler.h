@@ -4,7 +4,6 @@
 #include "platform/Types.h"
 
 #include <condition_variable>
-#include <deque>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -92,6 +91,7 @@ public:
     std::vector<SimThread*> Waiting() const { return m_waiting; }
 
 private:
+    void ReserveThreads(std::size_t count);
     void RunThread(SimThread& self, const std::function<void()>& body);
     void BeginWait(Description waitsFor, std::int64_t deadline, bool forIdle);
     void PassBaton(SimThread& self);
@@ -102,8 +102,8 @@ private:
     const Alarms m_alarms;
     std::int64_t m_now = 0;
     std::vector<std::shared_ptr<SimThread>> m_threads; // all there ever were; thread n has id n + 1
-    std::deque<SimThread*> m_ready;
-    std::vector<SimThread*> m_waiting;
+    std::vector<SimThread*> m_ready;                   // both have room for all threads, so that waiting and
+    std::vector<SimThread*> m_waiting;                 // waking need no memory
 
     std::mutex m_batonLock;
     const SimThread* m_running = nullptr; // guarded by m_batonLock

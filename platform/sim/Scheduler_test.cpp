@@ -171,6 +171,43 @@ TEST(SimScheduler, ThreadsHaveIdentifiersAndLastErrorsOfTheirOwn)
     EXPECT_EQ(GetLastErrorCode(), 5U);
 }
 
+// A few threads that contend in every way there is; what they did, in order.
+std::vector<int> RunTangle()
+{
+    CMachine machine;
+    std::vector<int> steps;
+    const WaitHandle mutex = CreateNamedMutex(L"mutex", FALSE, nullptr);
+    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
+    CCriticalSection lock;
+    for (int i = 0; i < 5; ++i) {
+        StartBody([&, i] {
+            for (int round = 0; round < 20; ++round) {
+                lock.Enter();
+                steps.push_back(i);
+                WaitForOne(event, static_cast<DWORD>(1 + (i * round) % 3), FALSE);
+                lock.Leave();
+                WaitForOne(mutex, INFINITE, FALSE);
+                steps.push_back(10 + i);
+                SetNamedEvent(event);
+                WaitForAny(std::array{event}, 1);
+                ReleaseOwnedMutex(mutex);
+            }
+        });
+    }
+    machine.RunFor(10'000);
+    steps.push_back(static_cast<int>(machine.ElapsedMs()));
+    return steps;
+}
+
+TEST(SimScheduler, SameThreadsRunTheSameWayEveryTime)
+{
+    const std::vector<int> first = RunTangle();
+    EXPECT_EQ(first.size(), 201U);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(RunTangle(), first);
+    }
+}
+
 TEST(SimScheduler, NextMachineBeginsAnew)
 {
     for (int i = 0; i < 2; ++i) {

@@ -1,0 +1,37 @@
+// The simulated machine's web for the contract suite.
+#include "platform/contract/HttpFixture.h"
+#include "platform/sim/Machine.h"
+
+#include <utility>
+
+namespace contract {
+
+using platform::sim::CMachine;
+using platform::sim::HttpAnswer;
+using platform::sim::HttpExchange;
+using platform::sim::HttpFault;
+
+Place StartWeb(platform::sim::HttpHandler handler)
+{
+    CMachine::Current().SetHttpHandler(std::move(handler));
+    return {L"web.example", 8470};
+}
+
+void StopWeb() {}
+
+Place RefusingPlace()
+{
+    return StartWeb([](const HttpExchange&) { return HttpAnswer{.fault = HttpFault::kRefused}; });
+}
+
+bool SendBeforeAnswers(const char*) { return false; }
+
+std::vector<HttpExchange> WebExchanges() { return CMachine::Current().HttpExchanges(); }
+
+bool LimitsSilence() { return true; }
+
+bool TellsBrokenAnswers() { return true; }
+
+bool LimitsRedirects() { return true; }
+
+} // namespace contract
