@@ -1,0 +1,292 @@
+#include "testing/LoopbackServer.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/awaitable.hpp>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/write.hpp>
+#include <cctype>
+#include <mutex>
+#include <sstream>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+namespace testing_support {
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using platform::sim::HttpAnswer;
+using platform::sim::HttpExchange;
+using platform::sim::HttpFault;
+
+namespace {
+
+const tcp::endpoint kAnyLoopbackPort(asio::ip::address_v4::loopback(), 0);
+
+bool EqualsWithoutCase(std::string_view left, std::string_view right)
+{
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
+}
+
+// The request that a header, its empty line included, asks for.
+HttpExchange ParseRequest(const std::string& header, unsigned connection)
+{
+    HttpExchange exchange;
+    exchange.connection = connection;
+    std::istringstream stream(header);
+    stream >> exchange.method >> exchange.target;
+    std::string line;
+    std::getline(stream, line);
+    while (std::getline(stream, line) && line != "\r") {
+        const std::size_t colon = std::min(line.find(':'), line.size());
+        const std::size_t first = std::min(line.find_first_not_of(" \t", colon + 1), line.size());
+        const std::string value = line.substr(first, line.find_last_not_of(" \t\r") + 1 - first);
+        if (EqualsWithoutCase(line.substr(0, colon), "Host")) {
+            exchange.host = value;
+        } else if (EqualsWithoutCase(line.substr(0, colon), "User-Agent")) {
+            exchange.agent = value;
+        }
+    }
+    return exchange;
+}
+
+bool MayHaveBody(DWORD status) { return status >= 200 && status != 204 && status != 304; }
+
+std::string HeaderOf(const HttpAnswer& answer)
+{
+    std::ostringstream header;
+    header << "HTTP/1.1 " << answer.status << " Status\r\n";
+    for (const auto& [name, value] : answer.headers) {
+        header << name << ": " << value << "\r\n";
+    }
+    if (answer.chunked) {
+        header << "Transfer-Encoding: chunked\r\n";
+    } else if (MayHaveBody(answer.status)) {
+        header << "Content-Length: " << answer.body.size() << "\r\n";
+    }
+    header << "\r\n";
+    return header.str();
+}
+
+std::string SizeLine(std::size_t size)
+{
+    std::ostringstream line;
+    line << std::hex << size << "\r\n";
+    return line.str();
+}
+
+// The body as it goes on the wire; in chunks of a size that is no power of two, so that they end in odd places.
+std::string BodyOf(const HttpAnswer& answer)
+{
+    if (!answer.chunked) {
+        return MayHaveBody(answer.status) ? answer.body : std::string();
+    }
+    constexpr std::size_t kChunkSize = 1000;
+    std::string body;
+    for (std::size_t from = 0; from < answer.body.size(); from += kChunkSize) {
+        const std::string chunk = answer.body.substr(from, kChunkSize);
+        body += SizeLine(chunk.size()) + chunk + "\r\n";
+    }
+    return body + "0\r\n\r\n";
+}
+
+// The first half of the body, on the wire as the beginning of the whole.
+std::string HalfBodyOf(const HttpAnswer& answer)
+{
+    const std::string half = answer.body.substr(0, answer.body.size() / 2);
+    return answer.chunked ? SizeLine(answer.body.size()) + half : half;
+}
+
+bool ClosesConnection(const HttpAnswer& answer)
+{
+    return std::any_of(answer.headers.begin(), answer.headers.end(), [](const auto& header) {
+        return EqualsWithoutCase(header.first, "Connection") && EqualsWithoutCase(header.second, "close");
+    });
+}
+
+asio::awaitable<void> Send(tcp::socket& socket, const std::string& bytes)
+{
+    co_await asio::async_write(socket, asio::buffer(bytes), asio::use_awaitable);
+}
+
+// Says nothing more, until the client ends the connection: then the read throws.
+asio::awaitable<void> Stall(tcp::socket& socket)
+{
+    for (;;) {
+        std::array<char, 256> ignored;
+        co_await socket.async_read_some(asio::buffer(ignored), asio::use_awaitable);
+    }
+}
+
+asio::awaitable<void> Wait(DWORD timeMs)
+{
+    asio::steady_timer timer(co_await asio::this_coro::executor, std::chrono::milliseconds(timeMs));
+    co_await timer.async_wait(asio::use_awaitable);
+}
+
+// Gives the answer. Whether the connection can serve another request.
+asio::awaitable<bool> Give(tcp::socket& socket, const HttpAnswer& answer, const std::string& prelude)
+{
+    const std::string header = prelude + HeaderOf(answer);
+    switch (answer.fault) {
+    case HttpFault::kNone:
+        co_await Send(socket, header + BodyOf(answer));
+        co_return !ClosesConnection(answer);
+    case HttpFault::kRefused:
+    case HttpFault::kClosedEarly:
+        co_return false;
+    case HttpFault::kGarbage:
+        co_await Send(socket, "\x01\x02 These are not the bytes you are looking for.\r\n\r\n");
+        co_return false;
+    case HttpFault::kStalled:
+        co_await Stall(socket);
+        co_return false;
+    case HttpFault::kStalledBody:
+        co_await Send(socket, header + HalfBodyOf(answer));
+        co_await Stall(socket);
+        co_return false;
+    case HttpFault::kShortBody:
+        co_await Send(socket, header + HalfBodyOf(answer));
+        co_return false;
+    case HttpFault::kReset:
+        co_await Send(socket, header + HalfBodyOf(answer));
+        socket.set_option(asio::socket_base::linger(true, 0));
+        co_return false;
+    }
+    co_return false;
+}
+
+} // namespace
+
+struct CLoopbackServer::Impl {
+    explicit Impl(platform::sim::HttpHandler answerer) : handler(std::move(answerer)), acceptor(io, kAnyLoopbackPort)
+    {
+        asio::co_spawn(io, Accept(), asio::detached);
+        thread = std::thread([this] { io.run(); });
+    }
+
+    ~Impl()
+    {
+        io.stop();
+        thread.join();
+    }
+
+    asio::awaitable<void> Accept()
+    {
+        for (;;) {
+            tcp::socket socket = co_await acceptor.async_accept(asio::use_awaitable);
+            asio::co_spawn(io, Serve(std::move(socket)), asio::detached);
+        }
+    }
+
+    asio::awaitable<void> Serve(tcp::socket socket)
+    {
+        const unsigned number = CountConnection();
+        try {
+            std::string received;
+            while (co_await ServeOne(socket, received, number)) {
+            }
+        } catch (const boost::system::system_error&) {
+            // The client has ended the connection.
+        }
+        socket.close();
+        const std::lock_guard lock(mutex);
+        --openConnections;
+    }
+
+    asio::awaitable<bool> ServeOne(tcp::socket& socket, std::string& received, unsigned number)
+    {
+        const std::size_t size =
+            co_await asio::async_read_until(socket, asio::dynamic_buffer(received), "\r\n\r\n", asio::use_awaitable);
+        const HttpExchange exchange = ParseRequest(received.substr(0, size), number);
+        received.erase(0, size);
+        const std::string bytesBefore = Record(exchange);
+        const HttpAnswer answer = handler(exchange);
+        co_await Wait(answer.latencyMs);
+        co_return co_await Give(socket, answer, bytesBefore);
+    }
+
+    unsigned CountConnection()
+    {
+        const std::lock_guard lock(mutex);
+        ++openConnections;
+        return ++connections;
+    }
+
+    // The bytes to send before the answer's header.
+    std::string Record(const HttpExchange& exchange)
+    {
+        const std::lock_guard lock(mutex);
+        exchanges.push_back(exchange);
+        return prelude;
+    }
+
+    const platform::sim::HttpHandler handler;
+
+    std::mutex mutex; // guards what follows
+    std::string prelude = {};
+    std::vector<HttpExchange> exchanges = {};
+    unsigned connections = 0;
+    unsigned openConnections = 0;
+
+    // The last to be made and the first to go, with what is still running in it.
+    asio::io_context io{1};
+    tcp::acceptor acceptor;
+    std::thread thread;
+};
+
+CLoopbackServer::CLoopbackServer(platform::sim::HttpHandler handler)
+    : m_impl(std::make_unique<Impl>(std::move(handler)))
+{
+}
+
+CLoopbackServer::~CLoopbackServer() = default;
+
+WORD CLoopbackServer::Port() const { return m_impl->acceptor.local_endpoint().port(); }
+
+void CLoopbackServer::SetPrelude(std::string bytes)
+{
+    const std::lock_guard lock(m_impl->mutex);
+    m_impl->prelude = std::move(bytes);
+}
+
+std::vector<HttpExchange> CLoopbackServer::Exchanges() const
+{
+    const std::lock_guard lock(m_impl->mutex);
+    return m_impl->exchanges;
+}
+
+unsigned CLoopbackServer::ConnectionCount() const
+{
+    const std::lock_guard lock(m_impl->mutex);
+    return m_impl->connections;
+}
+
+unsigned CLoopbackServer::OpenConnectionCount() const
+{
+    const std::lock_guard lock(m_impl->mutex);
+    return m_impl->openConnections;
+}
+
+// A bound socket that does not listen: nobody else gets the port, and connecting to it is refused.
+struct CClosedPort::Impl {
+    asio::io_context io{1};
+    tcp::socket socket{io, kAnyLoopbackPort};
+};
+
+CClosedPort::CClosedPort() : m_impl(std::make_unique<Impl>()) {}
+
+CClosedPort::~CClosedPort() = default;
+
+WORD CClosedPort::Port() const { return m_impl->socket.local_endpoint().port(); }
+
+} // namespace testing_support

@@ -1,0 +1,258 @@
+#include "testing/LoopbackServer.h"
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/write.hpp>
+#include <chrono>
+#include <gmock/gmock.h>
+#include <optional>
+
+namespace testing_support {
+namespace {
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using platform::sim::HttpAnswer;
+using platform::sim::HttpExchange;
+using platform::sim::HttpFault;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// A client that sees every byte.
+class CRawClient {
+public:
+    explicit CRawClient(WORD port) { m_socket.connect({asio::ip::address_v4::loopback(), port}); }
+
+    void Ask(const std::string& target)
+    {
+        asio::write(m_socket,
+                    asio::buffer("GET " + target + " HTTP/1.1\r\nhost: here\r\nUser-Agent:  Tester \r\n\r\n"));
+    }
+
+    // Everything up to and with this text.
+    std::string ReadTo(const std::string& end)
+    {
+        const std::size_t size = asio::read_until(m_socket, asio::dynamic_buffer(m_received), end);
+        std::string text = m_received.substr(0, size);
+        m_received.erase(0, size);
+        return text;
+    }
+
+    // Everything up to the end of the connection, and how that ended.
+    std::string ReadAll(boost::system::error_code* end)
+    {
+        asio::read(m_socket, asio::dynamic_buffer(m_received), asio::transfer_all(), *end);
+        return std::exchange(m_received, {});
+    }
+
+    void Close() { m_socket.close(); }
+
+private:
+    asio::io_context m_io;
+    tcp::socket m_socket{m_io};
+    std::string m_received;
+};
+
+platform::sim::HttpHandler Always(const HttpAnswer& answer)
+{
+    return [answer](const HttpExchange&) { return answer; };
+}
+
+// What a client that asks once gets, with the end of the connection.
+std::string AskOnce(const HttpAnswer& answer, boost::system::error_code* end)
+{
+    const CLoopbackServer server(Always(answer));
+    CRawClient client(server.Port());
+    client.Ask("/");
+    return client.ReadAll(end);
+}
+
+TEST(LoopbackServer, GivesStatusHeadersAndBody)
+{
+    boost::system::error_code end;
+    EXPECT_EQ(AskOnce({.status = 404, .body = "gone", .headers = {{"X-One", "1"}, {"Connection", "close"}}}, &end),
+              "HTTP/1.1 404 Status\r\nX-One: 1\r\nConnection: close\r\nContent-Length: 4\r\n\r\ngone");
+    EXPECT_EQ(end, asio::error::eof);
+}
+
+TEST(LoopbackServer, GivesChunksWithoutALength)
+{
+    boost::system::error_code end;
+    const std::string all =
+        AskOnce({.body = std::string(1001, 'x'), .headers = {{"Connection", "close"}}, .chunked = true}, &end);
+    EXPECT_EQ(all, "HTTP/1.1 200 Status\r\nConnection: close\r\nTransfer-Encoding: chunked\r\n\r\n3e8\r\n" +
+                       std::string(1000, 'x') + "\r\n1\r\nx\r\n0\r\n\r\n");
+}
+
+TEST(LoopbackServer, GivesNoBodyWithAStatusThatHasNone)
+{
+    for (const DWORD status : {204U, 304U}) {
+        boost::system::error_code end;
+        const std::string all = AskOnce({.status = status, .body = "body", .headers = {{"Connection", "close"}}}, &end);
+        EXPECT_EQ(all, "HTTP/1.1 " + std::to_string(status) + " Status\r\nConnection: close\r\n\r\n");
+    }
+}
+
+TEST(LoopbackServer, RecordsRequestsOfAKeptConnection)
+{
+    const CLoopbackServer server(Always({.body = "yes"}));
+    CRawClient client(server.Port());
+    for (const char* target : {"/a?b=c", "/d"}) {
+        client.Ask(target);
+        EXPECT_THAT(client.ReadTo("yes"), StartsWith("HTTP/1.1 200 "));
+    }
+    CRawClient other(server.Port());
+    other.Ask("/e");
+    other.ReadTo("yes");
+    const std::vector<HttpExchange> exchanges = server.Exchanges();
+    ASSERT_EQ(exchanges.size(), 3U);
+    EXPECT_EQ(exchanges[0].method, "GET");
+    EXPECT_EQ(exchanges[0].target, "/a?b=c");
+    EXPECT_EQ(exchanges[0].host, "here");
+    EXPECT_EQ(exchanges[0].agent, "Tester");
+    EXPECT_EQ(exchanges[0].connection, 1U);
+    EXPECT_EQ(exchanges[1].target, "/d");
+    EXPECT_EQ(exchanges[1].connection, 1U);
+    EXPECT_EQ(exchanges[2].connection, 2U);
+    EXPECT_EQ(server.ConnectionCount(), 2U);
+    EXPECT_EQ(server.OpenConnectionCount(), 2U);
+}
+
+TEST(LoopbackServer, HandlerSeesTheRequest)
+{
+    const CLoopbackServer server(
+        [](const HttpExchange& exchange) { return HttpAnswer{.body = exchange.target + "!"}; });
+    CRawClient client(server.Port());
+    client.Ask("/one");
+    EXPECT_THAT(client.ReadTo("!"), EndsWith("/one!"));
+    client.Ask("/two");
+    EXPECT_THAT(client.ReadTo("!"), EndsWith("/two!"));
+}
+
+TEST(LoopbackServer, SendsPreludeBeforeTheHeader)
+{
+    CLoopbackServer server(Always({.body = "yes"}));
+    server.SetPrelude("HTTP/1.1 100 Continue\r\n\r\n");
+    CRawClient client(server.Port());
+    client.Ask("/");
+    EXPECT_THAT(client.ReadTo("yes"), StartsWith("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 Status\r\n"));
+}
+
+TEST(LoopbackServer, ClosesEarlyWithoutAByte)
+{
+    for (const HttpFault fault : {HttpFault::kClosedEarly, HttpFault::kRefused}) {
+        boost::system::error_code end;
+        EXPECT_EQ(AskOnce({.body = "body", .fault = fault}, &end), "");
+        EXPECT_EQ(end, asio::error::eof);
+    }
+}
+
+TEST(LoopbackServer, GarbageIsNoHttp)
+{
+    boost::system::error_code end;
+    const std::string all = AskOnce({.body = "body", .fault = HttpFault::kGarbage}, &end);
+    EXPECT_FALSE(all.empty());
+    EXPECT_THAT(all, testing::Not(StartsWith("HTTP")));
+    EXPECT_EQ(end, asio::error::eof);
+}
+
+TEST(LoopbackServer, ShortBodyEndsHalfWay)
+{
+    boost::system::error_code end;
+    EXPECT_EQ(AskOnce({.body = "0123456789", .fault = HttpFault::kShortBody}, &end),
+              "HTTP/1.1 200 Status\r\nContent-Length: 10\r\n\r\n01234");
+    EXPECT_EQ(end, asio::error::eof);
+    EXPECT_EQ(AskOnce({.body = "0123456789", .chunked = true, .fault = HttpFault::kShortBody}, &end),
+              "HTTP/1.1 200 Status\r\nTransfer-Encoding: chunked\r\n\r\na\r\n01234");
+    EXPECT_EQ(end, asio::error::eof);
+}
+
+TEST(LoopbackServer, ResetIsNoOrderlyEnd)
+{
+    boost::system::error_code end;
+    const std::string all = AskOnce({.body = "0123456789", .fault = HttpFault::kReset}, &end);
+    EXPECT_EQ(end, asio::error::connection_reset);
+    // Some systems throw away what was not read before the reset.
+    EXPECT_THAT("HTTP/1.1 200 Status\r\nContent-Length: 10\r\n\r\n01234", StartsWith(all));
+}
+
+TEST(LoopbackServer, StallsAfterHalfOfTheBodyUntilItGoes)
+{
+    std::optional<CLoopbackServer> server(std::in_place,
+                                          Always({.body = "0123456789", .fault = HttpFault::kStalledBody}));
+    CRawClient client(server->Port());
+    client.Ask("/");
+    EXPECT_THAT(client.ReadTo("01234"), HasSubstr("Content-Length: 10\r\n"));
+    server.reset();
+    boost::system::error_code end;
+    EXPECT_EQ(client.ReadAll(&end), "");
+    EXPECT_TRUE(end);
+}
+
+TEST(LoopbackServer, EndsWhileConnectionsStallOrWait)
+{
+    std::optional<CLoopbackServer> server(std::in_place, [](const HttpExchange& exchange) {
+        return exchange.target == "/stalled" ? HttpAnswer{.fault = HttpFault::kStalled}
+                                             : HttpAnswer{.latencyMs = 600'000};
+    });
+    CRawClient stalled(server->Port());
+    stalled.Ask("/stalled");
+    CRawClient waiting(server->Port());
+    waiting.Ask("/waiting");
+    CRawClient silent(server->Port());
+    server.reset();
+    for (CRawClient* client : {&stalled, &waiting, &silent}) {
+        boost::system::error_code end;
+        EXPECT_EQ(client->ReadAll(&end), "");
+        EXPECT_TRUE(end);
+    }
+}
+
+TEST(LoopbackServer, AnswersAfterItsLatency)
+{
+    const CLoopbackServer server(Always({.body = "yes", .latencyMs = 50}));
+    CRawClient client(server.Port());
+    const auto start = std::chrono::steady_clock::now();
+    client.Ask("/");
+    client.ReadTo("yes");
+    // The clock of the server's timer may be coarser than this one.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+}
+
+TEST(LoopbackServer, ServesOthersWhileOneWaits)
+{
+    const CLoopbackServer server([](const HttpExchange& exchange) {
+        return HttpAnswer{.body = "yes", .latencyMs = exchange.target == "/slow" ? 600'000U : 0U};
+    });
+    CRawClient slow(server.Port());
+    slow.Ask("/slow");
+    CRawClient quick(server.Port());
+    quick.Ask("/quick");
+    EXPECT_THAT(quick.ReadTo("yes"), StartsWith("HTTP/1.1 200 "));
+}
+
+TEST(LoopbackServer, OutlivesClientsThatLeave)
+{
+    const CLoopbackServer server(Always({.body = std::string(3'000'000, 'x')}));
+    {
+        CRawClient leaving(server.Port());
+        leaving.Ask("/");
+    }
+    CRawClient client(server.Port());
+    client.Ask("/");
+    EXPECT_THAT(client.ReadTo("\r\n\r\n"), StartsWith("HTTP/1.1 200 "));
+}
+
+TEST(ClosedPort, RefusesConnections)
+{
+    const CClosedPort port;
+    ASSERT_NE(port.Port(), 0);
+    EXPECT_THROW(CRawClient client(port.Port()), boost::system::system_error);
+}
+
+} // namespace
+} // namespace testing_support
