@@ -36,6 +36,13 @@ std::string NativePath(const CString& path)
     return path.find(L'\0') == CString::npos ? EncodeUtf8(path) : std::string();
 }
 
+// The folder around what has this path; for a name alone the working directory.
+CString FolderOf(const CString& path)
+{
+    const std::size_t end = path.rfind(L'/');
+    return end == CString::npos ? L"." : path.substr(0, end + 1);
+}
+
 // Opens for writing, made when missing, an existing file as it is. None, with errno set, on failure.
 CFileDescriptor OpenOrMakeFile(const std::string& path, bool forAll)
 {
@@ -151,7 +158,8 @@ DWORD ReadWholeFile(const CString& path, std::size_t maxBytes, std::vector<BYTE>
     bytes->clear();
     const CFileDescriptor file(::open(NativePath(path).c_str(), O_RDONLY | kOpenFlags));
     if (!file) {
-        return native::ErrorCodeOf(errno);
+        const int error = errno;
+        return error == ENOENT && !PathExists(FolderOf(path)) ? ERROR_PATH_NOT_FOUND : native::ErrorCodeOf(error);
     }
     DWORD code = LockRegularFile(file, LOCK_SH);
     if (code == ERROR_SUCCESS) {

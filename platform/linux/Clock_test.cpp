@@ -1,0 +1,107 @@
+#include "platform/Clock.h"
+
+#include "platform/LastError.h"
+#include "platform/linux/ScratchSession.h"
+#include "platform/portable/FileTime.h"
+
+#include <ctime>
+#include <gmock/gmock.h>
+
+namespace platform {
+namespace {
+
+// Zones by rule, so that no zone files are needed: Japan has no daylight saving, the other one the American rule.
+constexpr char kJapan[] = "JST-9";
+constexpr char kNewYork[] = "EST5EDT,M3.2.0,M11.1.0";
+
+class LinuxClock : public testing::Test {
+protected:
+    ~LinuxClock() override
+    {
+        m_session.reset();
+        tzset();
+    }
+    void SetZone(const char* zone) { m_session->SetVariable("TZ", zone); }
+
+    std::unique_ptr<native::CScratchSession> m_session = std::make_unique<native::CScratchSession>();
+};
+
+SYSTEMTIME Calendar(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0)
+{
+    return {year, month, 0, day, hour, minute, 0, 0};
+}
+
+TEST_F(LinuxClock, AChangeOfZoneIsSeenByTheNextCall)
+{
+    SYSTEMTIME local = {};
+    SetZone(kJapan);
+    ASSERT_TRUE(TimeToLocalCalendar(1341201600, &local)); // 2012-07-02 04:00:00 UTC
+    EXPECT_EQ(local.wHour, 13);
+    EXPECT_EQ(LocalCalendarToTime(Calendar(2012, 7, 2, 13)), 1341201600);
+    SetZone(kNewYork);
+    ASSERT_TRUE(TimeToLocalCalendar(1341201600, &local));
+    EXPECT_EQ(local.wHour, 0);
+    EXPECT_EQ(LocalCalendarToTime(Calendar(2012, 7, 2)), 1341201600);
+}
+
+TEST_F(LinuxClock, DaylightSavingIsLeftToTheSystem)
+{
+    SetZone(kNewYork);
+    EXPECT_EQ(LocalCalendarToTime(Calendar(2012, 1, 2, 12)), 1325523600);
+    EXPECT_EQ(LocalCalendarToTime(Calendar(2012, 7, 2, 12)), 1341244800);
+    // 02:30 does not exist on the day when it begins; the hour is moved on or back, never refused.
+    const std::int64_t skipped = LocalCalendarToTime(Calendar(2012, 3, 11, 2, 30));
+    EXPECT_THAT(skipped, testing::AnyOf(1331447400, 1331451000));
+}
+
+TEST_F(LinuxClock, TheEarliestLocalTimeIsTheEpochInUtc)
+{
+    SetZone(kJapan);
+    EXPECT_EQ(LocalCalendarToTime(Calendar(1970, 1, 1, 9)), 0);
+    EXPECT_EQ(LocalCalendarToTime(Calendar(1970, 1, 1, 8, 59)), -1);
+    SetZone(kNewYork);
+    EXPECT_EQ(LocalCalendarToTime(Calendar(1969, 12, 31, 19)), 0);
+}
+
+TEST_F(LinuxClock, TheLastTimeIsTheEndOfTheYear3000InUtc)
+{
+    SYSTEMTIME local = {};
+    SetZone(kJapan);
+    ASSERT_TRUE(TimeToLocalCalendar(32535215999, &local));
+    EXPECT_EQ(local.wYear, 3001);
+    EXPECT_EQ(LocalCalendarToTime(local), 32535215999);
+    EXPECT_FALSE(TimeToLocalCalendar(32535216000, &local));
+    EXPECT_EQ(local.wYear, 0);
+    EXPECT_EQ(LocalCalendarToTime(Calendar(3001, 1, 1, 9)), -1);
+}
+
+TEST_F(LinuxClock, LocalToUtcAppliesTheDifferenceInForceNow)
+{
+    SetZone(kJapan);
+    FILETIME utc = {};
+    for (const SYSTEMTIME& calendar : {Calendar(2012, 1, 2, 12), Calendar(2012, 7, 2, 12)}) {
+        FILETIME local = {};
+        ASSERT_TRUE(CalendarToFileTime(&calendar, &local));
+        ASSERT_TRUE(LocalToUtcFileTime(&local, &utc));
+        EXPECT_EQ(portable::CountOf(local) - portable::CountOf(utc), 9 * 3600 * 10'000'000ULL);
+    }
+}
+
+TEST_F(LinuxClock, LocalToUtcRefusesWhatLeavesTheScale)
+{
+    FILETIME utc = {1, 2};
+    const FILETIME first = {};
+    const FILETIME last = portable::FileTimeOf(0xFFFFFFFFFFFFFFFF);
+    SetZone(kJapan);
+    SetLastErrorCode(0);
+    EXPECT_FALSE(LocalToUtcFileTime(&first, &utc));
+    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
+    SetZone(kNewYork);
+    EXPECT_FALSE(LocalToUtcFileTime(&last, &utc));
+    EXPECT_EQ(utc.dwLowDateTime, 1U);
+    EXPECT_EQ(utc.dwHighDateTime, 2U);
+    EXPECT_TRUE(LocalToUtcFileTime(&first, &utc));
+}
+
+} // namespace
+} // namespace platform

@@ -1,0 +1,113 @@
+#include "platform/Settings.h"
+
+#include "platform/linux/ScratchSession.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+namespace platform {
+namespace {
+
+// Where the settings files are and which of them is read.
+class LinuxSettings : public testing::Test {
+protected:
+    static void Write(const std::filesystem::path& file, const std::string& text)
+    {
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file, std::ios::binary) << text;
+    }
+    static std::string UserFile(int number)
+    {
+        return "[HKEY_CURRENT_USER\\Software\\Test]\n\"N\"=dword:" + std::to_string(number) + "\n";
+    }
+    static std::string MachineFile(int number)
+    {
+        return "[HKEY_LOCAL_MACHINE\\Software\\Test]\n\"N\"=dword:" + std::to_string(number) + "\n";
+    }
+    // The value "N" below the hive's key "Software\Test", -1 for none.
+    static int Number(Hive hive)
+    {
+        SettingsValue value;
+        return QuerySettingsValue(hive, L"Software\\Test", L"N", &value) ? value.data.at(0) : -1;
+    }
+
+    native::CScratchSession m_session;
+};
+
+TEST_F(LinuxSettings, AFileHoldsKeysOfItsOwnHiveOnly)
+{
+    Write(m_session.UserSettings(), UserFile(1) + MachineFile(2));
+    EXPECT_EQ(Number(Hive::kPerUser), 1);
+    EXPECT_EQ(Number(Hive::kMachine), -1);
+    Write(m_session.MachineSettings(), UserFile(3) + MachineFile(4));
+    EXPECT_EQ(Number(Hive::kPerUser), 1);
+    EXPECT_EQ(Number(Hive::kMachine), 4);
+}
+
+TEST_F(LinuxSettings, ConfigHomeDefaultsToTheHomeFolder)
+{
+    Write(m_session.Folder() / "home/.config/AmporaSrv/settings.reg", UserFile(5));
+    m_session.SetVariable("HOME", (m_session.Folder() / "home").c_str());
+    EXPECT_EQ(Number(Hive::kPerUser), -1);
+    m_session.SetVariable("XDG_CONFIG_HOME", nullptr);
+    EXPECT_EQ(Number(Hive::kPerUser), 5);
+    m_session.SetVariable("XDG_CONFIG_HOME", "");
+    EXPECT_EQ(Number(Hive::kPerUser), 5);
+    m_session.SetVariable("HOME", nullptr);
+    EXPECT_EQ(Number(Hive::kPerUser), -1);
+}
+
+TEST_F(LinuxSettings, TheFirstConfigFolderCounts)
+{
+    Write(m_session.Folder() / "first/AmporaSrv/settings.reg", MachineFile(6));
+    Write(m_session.MachineSettings(), MachineFile(7));
+    const std::string first = m_session.Folder() / "first";
+    const std::string second = m_session.Folder() / "machine";
+    m_session.SetVariable("XDG_CONFIG_DIRS", (first + ":" + second).c_str());
+    EXPECT_EQ(Number(Hive::kMachine), 6);
+    m_session.SetVariable("XDG_CONFIG_DIRS", (second + "/:" + first).c_str());
+    EXPECT_EQ(Number(Hive::kMachine), 7);
+}
+
+TEST_F(LinuxSettings, ARelativeFolderCountsAsMissing)
+{
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(m_session.Folder());
+    Write(m_session.UserSettings(), UserFile(1));
+    Write(m_session.MachineSettings(), MachineFile(2));
+    m_session.SetVariable("XDG_CONFIG_HOME", "user");
+    m_session.SetVariable("XDG_CONFIG_DIRS", "machine:/etc/xdg");
+    EXPECT_EQ(Number(Hive::kPerUser), -1);
+    EXPECT_EQ(Number(Hive::kMachine), -1);
+    std::filesystem::current_path(before);
+}
+
+TEST_F(LinuxSettings, AFileMayBeASymbolicLink)
+{
+    Write(m_session.Folder() / "elsewhere.reg", UserFile(8));
+    std::filesystem::create_symlink(m_session.Folder() / "elsewhere.reg", m_session.UserSettings());
+    EXPECT_EQ(Number(Hive::kPerUser), 8);
+}
+
+TEST_F(LinuxSettings, WhatIsNoRegularFileCountsAsMissing)
+{
+    std::filesystem::create_directory(m_session.UserSettings());
+    ASSERT_EQ(::mkfifo(m_session.MachineSettings().c_str(), 0600), 0);
+    EXPECT_EQ(Number(Hive::kPerUser), -1);
+    EXPECT_EQ(Number(Hive::kMachine), -1) << "and is not waited for";
+}
+
+TEST_F(LinuxSettings, AFileTooLongCountsAsMissing)
+{
+    constexpr std::uintmax_t kLimit = 16U << 20;
+    Write(m_session.UserSettings(), UserFile(1) + ";");
+    std::filesystem::resize_file(m_session.UserSettings(), kLimit);
+    EXPECT_EQ(Number(Hive::kPerUser), 1);
+    std::filesystem::resize_file(m_session.UserSettings(), kLimit + 1);
+    EXPECT_EQ(Number(Hive::kPerUser), -1);
+}
+
+} // namespace
+} // namespace platform

@@ -1,0 +1,419 @@
+#include "platform/Sync.h"
+
+#include "platform/LastError.h"
+#include "platform/linux/PeerProcess.h"
+#include "platform/linux/ScratchSession.h"
+#include "platform/Thread.h"
+#include "platform/Timer.h"
+
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
+#include <fstream>
+#include <functional>
+#include <gmock/gmock.h>
+#include <set>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+
+namespace platform::native {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A wait that only a failing test sees the end of.
+constexpr DWORD kLongMs = 20000;
+// A wait that polled would wake up many times.
+constexpr DWORD kCalmMs = 300;
+// What a wait may cost in all: going to sleep, waking up, and meeting another thread at a lock.
+constexpr long kFewSwitches = 4;
+
+class LinuxSync : public testing::Test {
+protected:
+    static WaitHandle MakeMutex(const wchar_t* name = L"Mutex") { return CreateNamedMutex(name, FALSE, nullptr); }
+    static WaitHandle MakeEvent(const wchar_t* name = L"Event") { return CreateNamedEvent(name, nullptr); }
+
+    CFileDescriptor OpenFile(const char* name, int flags) const
+    {
+        return CFileDescriptor(::open((m_session.SessionFolder() / name).c_str(), flags | O_CLOEXEC));
+    }
+    // What any other program does with an event's file.
+    bool WriteTo(const char* name, const std::string& bytes) const
+    {
+        const CFileDescriptor file = OpenFile(name, O_WRONLY | O_NONBLOCK);
+        return ::write(file.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    }
+    // Sleeps until nobody holds the lock of a mutex's file.
+    void AwaitUnlocked(const char* name) const { EXPECT_EQ(::flock(OpenFile(name, O_RDONLY).Get(), LOCK_EX), 0); }
+
+    CScratchSession m_session;
+    CPeerProcess m_peer;
+};
+
+std::set<std::string> Tasks()
+{
+    std::set<std::string> tasks;
+    for (const fs::directory_entry& entry : fs::directory_iterator("/proc/self/task")) {
+        tasks.insert(entry.path().filename());
+    }
+    return tasks;
+}
+
+std::set<std::string> TasksSince(const std::set<std::string>& before)
+{
+    std::set<std::string> tasks = Tasks();
+    std::erase_if(tasks, [&before](const std::string& task) { return before.contains(task); });
+    return tasks;
+}
+
+// How often a task has gone to sleep.
+long VoluntarySwitches(const std::string& task)
+{
+    std::ifstream status("/proc/self/task/" + task + "/status");
+    const std::string wanted = "voluntary_ctxt_switches:";
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(wanted)) {
+            return std::stol(line.substr(wanted.size()));
+        }
+    }
+    return -1;
+}
+
+std::string OwnTask() { return std::to_string(CurrentThreadIdentifier()); }
+
+TEST_F(LinuxSync, AWaitForAnEventAndATimerSleepsThrough)
+{
+    const WaitHandle event = MakeEvent();
+    const TimerPtr timer = MakeTimer();
+    const LARGE_INTEGER hour = {.QuadPart = -36000000000};
+    ASSERT_TRUE(ArmTimer(
+        timer, &hour, [](void*, DWORD, DWORD) {}, nullptr));
+    const long before = VoluntarySwitches(OwnTask());
+    EXPECT_EQ(WaitForOne(event, kCalmMs, TRUE), WAIT_TIMEOUT);
+    EXPECT_LE(VoluntarySwitches(OwnTask()) - before, kFewSwitches);
+}
+
+TEST_F(LinuxSync, AWaitForAMutexOfAnotherProcessSleepsThrough)
+{
+    ASSERT_TRUE(m_peer.Do("acquire Mutex"));
+    const std::array<WaitHandle, 2> objects = {MakeMutex(), MakeEvent()};
+    const std::set<std::string> tasks = Tasks();
+    const long before = VoluntarySwitches(OwnTask());
+    EXPECT_EQ(WaitForAny(objects, kCalmMs), WAIT_TIMEOUT);
+    EXPECT_LE(VoluntarySwitches(OwnTask()) - before, kFewSwitches);
+    const std::set<std::string> helpers = TasksSince(tasks);
+    ASSERT_EQ(helpers.size(), 1U) << "one thread waits for the lock";
+    const long helperSwitches = VoluntarySwitches(*helpers.begin());
+    EXPECT_GE(helperSwitches, 0);
+    EXPECT_LE(helperSwitches, kFewSwitches);
+}
+
+TEST_F(LinuxSync, AWaitForAMutexOfAnotherThreadSleepsThroughWithoutHelp)
+{
+    const WaitHandle mutex = CreateNamedMutex(L"Mutex", TRUE, nullptr);
+    long switches = -1;
+    std::set<std::string> helpers;
+    std::thread([&] {
+        const std::set<std::string> tasks = Tasks();
+        const long before = VoluntarySwitches(OwnTask());
+        EXPECT_EQ(WaitForOne(mutex, kCalmMs, FALSE), WAIT_TIMEOUT);
+        switches = VoluntarySwitches(OwnTask()) - before;
+        helpers = TasksSince(tasks);
+    }).join();
+    EXPECT_GE(switches, 0);
+    EXPECT_LE(switches, kFewSwitches);
+    EXPECT_TRUE(helpers.empty());
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
+TEST_F(LinuxSync, OneThreadAwaitsTheLockForAllWaits)
+{
+    ASSERT_TRUE(m_peer.Do("acquire Mutex"));
+    const WaitHandle mutex = MakeMutex();
+    const std::set<std::string> tasks = Tasks();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(WaitForOne(mutex, 5, FALSE), WAIT_TIMEOUT);
+    }
+    EXPECT_EQ(TasksSince(tasks).size(), 1U);
+    ASSERT_TRUE(m_peer.Do("release Mutex"));
+    EXPECT_EQ(WaitForOne(mutex, kLongMs, FALSE), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
+TEST_F(LinuxSync, ALockThatComesWhenNobodyWaitsIsGivenBack)
+{
+    ASSERT_TRUE(m_peer.Do("acquire Mutex"));
+    const WaitHandle mutex = MakeMutex();
+    EXPECT_EQ(WaitForOne(mutex, 5, FALSE), WAIT_TIMEOUT);
+    ASSERT_TRUE(m_peer.Do("release Mutex"));
+    AwaitUnlocked("Mutex");
+    EXPECT_EQ(WaitForOne(mutex, kLongMs, FALSE), WAIT_OBJECT_0) << "it was not abandoned either";
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
+TEST_F(LinuxSync, AHandleClosedWhileTheLockIsAwaitedLeavesNothingBehind)
+{
+    ASSERT_TRUE(m_peer.Do("acquire Mutex"));
+    WaitHandle mutex = MakeMutex();
+    EXPECT_EQ(WaitForOne(mutex, 5, FALSE), WAIT_TIMEOUT);
+    mutex.reset();
+    ASSERT_TRUE(m_peer.Do("release Mutex"));
+    mutex = MakeMutex();
+    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS) << "the mutex had gone";
+    AwaitUnlocked("Mutex");
+    EXPECT_EQ(WaitForOne(mutex, kLongMs, FALSE), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
+TEST_F(LinuxSync, TwoHandlesOfOneProcessContend)
+{
+    const WaitHandle first = MakeMutex();
+    const WaitHandle second = MakeMutex();
+    EXPECT_EQ(WaitForOne(first, 0, FALSE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForOne(second, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_FALSE(ReleaseOwnedMutex(second));
+    EXPECT_TRUE(ReleaseOwnedMutex(first));
+    EXPECT_EQ(WaitForOne(second, 0, FALSE), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseOwnedMutex(second));
+}
+
+TEST_F(LinuxSync, ClosingAnOwnedMutexAbandonsIt)
+{
+    WaitHandle first = MakeMutex();
+    const WaitHandle second = MakeMutex();
+    EXPECT_EQ(WaitForOne(first, 0, FALSE), WAIT_OBJECT_0);
+    first.reset();
+    EXPECT_EQ(WaitForOne(second, 0, FALSE), WAIT_ABANDONED_0);
+    EXPECT_TRUE(ReleaseOwnedMutex(second));
+}
+
+TEST_F(LinuxSync, AKilledOwnerOfAMutexThatNobodyElseHasLeavesAFreeOne)
+{
+    ASSERT_TRUE(m_peer.Do("acquire Mutex"));
+    m_peer.Kill();
+    const WaitHandle mutex = MakeMutex();
+    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS);
+    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
+TEST_F(LinuxSync, AKilledOwnerEndsAWaitAsAbandoned)
+{
+    ASSERT_TRUE(m_peer.Do("acquire Mutex"));
+    const WaitHandle mutex = MakeMutex();
+    DWORD result = WAIT_FAILED;
+    std::thread waiter([&] {
+        result = WaitForOne(mutex, kLongMs, FALSE);
+        EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+    });
+    m_peer.Kill();
+    waiter.join();
+    EXPECT_EQ(result, WAIT_ABANDONED_0);
+    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
+TEST_F(LinuxSync, AThreadIsSeenToEndOnlyAfterItsMutexesAreAbandoned)
+{
+    for (int i = 0; i < 50; ++i) {
+        WaitHandle mutex = MakeMutex();
+        const ThreadPtr thread = StartThread(
+            [](void* argument) -> DWORD { return WaitForOne(*static_cast<WaitHandle*>(argument), 0, FALSE); }, &mutex);
+        ASSERT_EQ(WaitForThread(thread, kLongMs), WAIT_OBJECT_0);
+        ASSERT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_ABANDONED_0);
+        ASSERT_TRUE(ReleaseOwnedMutex(mutex));
+    }
+}
+
+// Also a thread that the platform did not start.
+TEST_F(LinuxSync, AThreadThatEndsHandsItsMutexToAWaitingOne)
+{
+    const WaitHandle mutex = MakeMutex();
+    std::thread([&] { EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0); }).join();
+    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_ABANDONED_0);
+    DWORD result = WAIT_FAILED;
+    std::thread waiter([&] {
+        result = WaitForOne(mutex, kLongMs, FALSE);
+        EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+    });
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+    waiter.join();
+    EXPECT_EQ(result, WAIT_OBJECT_0) << "and is told once";
+}
+
+TEST_F(LinuxSync, ManyThreadsOfTwoHandlesExcludeEachOther)
+{
+    constexpr int kRounds = 200;
+    const std::array<WaitHandle, 2> handles = {MakeMutex(), MakeMutex()};
+    int counter = 0; // by no other means than the mutex
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, mutex = handles[static_cast<std::size_t>(i % 2)]] {
+            for (int round = 0; round < kRounds; ++round) {
+                ASSERT_EQ(WaitForOne(mutex, kLongMs, FALSE), WAIT_OBJECT_0);
+                const int seen = counter;
+                std::this_thread::yield();
+                counter = seen + 1;
+                ASSERT_TRUE(ReleaseOwnedMutex(mutex));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(counter, 4 * kRounds);
+}
+
+TEST_F(LinuxSync, WritingToItsFileSetsAnEvent)
+{
+    const WaitHandle event = MakeEvent();
+    EXPECT_TRUE(WriteTo("Event", "\n"));
+    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_TRUE(WriteTo("Event", std::string(60000, 'x'))) << "however much is written";
+    EXPECT_TRUE(WriteTo("Event", "x")) << "and how often";
+    EXPECT_TRUE(SetNamedEvent(event));
+    EXPECT_EQ(WaitForOne(event, kLongMs, TRUE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+}
+
+TEST_F(LinuxSync, AFullFileIsASetEvent)
+{
+    const WaitHandle event = MakeEvent();
+    const CFileDescriptor file = OpenFile("Event", O_WRONLY | O_NONBLOCK);
+    while (::write(file.Get(), "0123456789abcdef", 16) > 0) {
+    }
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_TRUE(SetNamedEvent(event));
+    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+}
+
+TEST_F(LinuxSync, AnEventThatNobodyHasCannotBeWrittenTo)
+{
+    MakeEvent();
+    EXPECT_FALSE(WriteTo("Event", "x"));
+    ASSERT_NE(MakeEvent(), nullptr);
+    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS);
+}
+
+TEST_F(LinuxSync, AnEventWorksAcrossProcessesInBothDirections)
+{
+    const WaitHandle event = MakeEvent();
+    EXPECT_TRUE(m_peer.Do("set Event"));
+    EXPECT_EQ(WaitForOne(event, kLongMs, FALSE), WAIT_OBJECT_0);
+    EXPECT_TRUE(SetNamedEvent(event));
+    const CFileDescriptor other = OpenFile("Event", O_RDONLY | O_NONBLOCK);
+    char byte = 0;
+    EXPECT_EQ(::read(other.Get(), &byte, 1), 1) << "whoever reads first takes it";
+    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+}
+
+TEST_F(LinuxSync, OperationsOfTheOtherKindFail)
+{
+    const WaitHandle mutex = MakeMutex();
+    const WaitHandle event = MakeEvent();
+    EXPECT_FALSE(SetNamedEvent(mutex));
+    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
+    EXPECT_FALSE(PulseNamedEvent(mutex));
+    EXPECT_FALSE(ReleaseOwnedMutex(event));
+    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(LinuxSync, AWaitTakesOneTo64Objects)
+{
+    const std::vector<WaitHandle> objects(65, MakeEvent());
+    EXPECT_EQ(WaitForAny({}, 0), WAIT_FAILED);
+    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(WaitForAny(objects, 0), WAIT_FAILED);
+    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(WaitForAny(std::span(objects).subspan(1), 0), WAIT_TIMEOUT);
+}
+
+// Makes every new descriptor fail as long as it lives.
+class CNoMoreFiles {
+public:
+    CNoMoreFiles()
+    {
+        EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &m_before), 0);
+        rlimit none = m_before;
+        none.rlim_cur = 0;
+        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+    ~CNoMoreFiles() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
+    CNoMoreFiles(const CNoMoreFiles&) = delete;
+    CNoMoreFiles& operator=(const CNoMoreFiles&) = delete;
+
+private:
+    rlimit m_before = {};
+};
+
+TEST_F(LinuxSync, WithoutDescriptorsEverythingFailsWithItsCode)
+{
+    constexpr DWORD kTooManyOpenFiles = 4;
+    const auto codeAfter = [](const std::function<bool()>& fails) {
+        SetLastErrorCode(0);
+        EXPECT_TRUE(fails());
+        return GetLastErrorCode();
+    };
+    const WaitHandle event = MakeEvent();
+    DWORD wait = 0;
+    {
+        const CNoMoreFiles none;
+        EXPECT_EQ(codeAfter([] { return MakeMutex() == nullptr; }), kTooManyOpenFiles);
+        EXPECT_EQ(codeAfter([] { return MakeEvent(L"Other") == nullptr; }), kTooManyOpenFiles);
+        EXPECT_EQ(codeAfter([] { return MakeTimer() == nullptr; }), kTooManyOpenFiles);
+        EXPECT_EQ(codeAfter([] { return StartThread([](void*) -> DWORD { return 0; }, nullptr) == nullptr; }),
+                  kTooManyOpenFiles);
+        std::thread([&] { wait = codeAfter([&event] { return WaitForOne(event, 5, FALSE) == WAIT_FAILED; }); }).join();
+    }
+    EXPECT_EQ(wait, kTooManyOpenFiles);
+    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+}
+
+TEST(LinuxTimer, DueTimesBeyondAllMeasureAreTaken)
+{
+    const CScratchSession session;
+    const WaitHandle event = CreateNamedEvent(L"Event", nullptr);
+    const TimerPtr timer = MakeTimer();
+    bool ran = false;
+    const auto routine = [](void* argument, DWORD, DWORD) { *static_cast<bool*>(argument) = true; };
+    for (const LONGLONG units : {std::numeric_limits<LONGLONG>::min(), std::numeric_limits<LONGLONG>::max()}) {
+        const LARGE_INTEGER dueTime = {.QuadPart = units};
+        EXPECT_TRUE(ArmTimer(timer, &dueTime, routine, &ran));
+        EXPECT_EQ(WaitForOne(event, 5, TRUE), WAIT_TIMEOUT);
+    }
+    EXPECT_FALSE(ran);
+    EXPECT_FALSE(ArmTimer(timer, nullptr, routine, &ran));
+    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
+}
+
+TEST(LinuxTimer, ARoutineMayDisarmAnotherThatIsDue)
+{
+    struct Timers {
+        TimerPtr first = MakeTimer();
+        TimerPtr second = MakeTimer();
+        int runs = 0;
+    };
+    const CScratchSession session;
+    const WaitHandle event = CreateNamedEvent(L"Event", nullptr);
+    Timers timers;
+    const auto routine = [](void* argument, DWORD, DWORD) {
+        auto* const both = static_cast<Timers*>(argument);
+        ++both->runs;
+        EXPECT_TRUE(DisarmTimer(both->first));
+        both->second.reset();
+    };
+    const LARGE_INTEGER now = {.QuadPart = -1};
+    ASSERT_TRUE(ArmTimer(timers.first, &now, routine, &timers));
+    ASSERT_TRUE(ArmTimer(timers.second, &now, routine, &timers));
+    EXPECT_EQ(WaitForOne(event, 20, FALSE), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForOne(event, kLongMs, TRUE), WAIT_IO_COMPLETION);
+    EXPECT_EQ(timers.runs, 1);
+    EXPECT_EQ(WaitForOne(event, 5, TRUE), WAIT_TIMEOUT);
+}
+
+} // namespace
+} // namespace platform::native
