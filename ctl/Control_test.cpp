@@ -244,7 +244,7 @@ TEST_F(Control, FaultyFilesAreNamedWithTheirReason)
     Put(kSiteKyushu, kPeakDemand, FileOf(kPeakDemand, {FiveMinutes(5, 14, 0)}));
     EXPECT_EQ(Run({L"show"}), 1);
     EXPECT_EQ(m_err, Complaint(kSiteTokyo, kInstantUsage, "it has 3 bytes, less than a header (32 bytes)") +
-                         Complaint(kSiteTokyo, kActualUsage, "it has 100 bytes, but announces 2 records (112 bytes)") +
+                         Complaint(kSiteTokyo, kActualUsage, "it has 100 bytes, but its record count of 2 makes 112") +
                          Complaint(kSiteTohoku, kEstimatedUsage, "its format version is 0x00020000, not 0x00010000") +
                          Complaint(kSiteKansai, kPeakSupply, "it holds data type 16, not 8"));
     EXPECT_EQ(

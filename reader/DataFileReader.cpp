@@ -46,7 +46,7 @@ DataFile CheckedHeader(const DataFileHeader& header, std::size_t length, DWORD d
     const ULONGLONG announced = sizeof(header) + ULONGLONG{header.count} * sizeof(_AmporaOneData);
     if (announced != length) {
         return Faulty(DataFileFault::kTorn,
-                      platform::FormatText(L"it has %u bytes, but announces %u records (%u bytes)", length,
+                      platform::FormatText(L"it has %u bytes, but its record count of %u makes %u", length,
                                            header.count, announced));
     }
     DataFile file;

@@ -16,7 +16,7 @@ enum class DataFileFault {
     kForeignVersion,  // another format
     kForeignDataType, // holds another kind of data than its name says
     kForeignReserved, // a header word that must be 0 is not
-    kTorn,            // its length is not that of the records it announces: the writer was interrupted
+    kTorn,            // its length is not what its record count makes: the writer was interrupted
 };
 
 // One data file, or what is wrong with it.

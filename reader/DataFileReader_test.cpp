@@ -119,27 +119,27 @@ TEST(ParseDataFile, RefusesAReservedWordThatIsNotZero)
 TEST(ParseDataFile, RefusesFewerRecordsThanAnnounced)
 {
     ExpectFault(ParseDataFile(Cut(kGolden, 72), kActualUsage), DataFileFault::kTorn,
-                L"it has 72 bytes, but announces 2 records (112 bytes)");
+                L"it has 72 bytes, but its record count of 2 makes 112");
     ExpectFault(ParseDataFile(Cut(kGolden, 32), kActualUsage), DataFileFault::kTorn,
-                L"it has 32 bytes, but announces 2 records (112 bytes)");
+                L"it has 32 bytes, but its record count of 2 makes 112");
 }
 
 TEST(ParseDataFile, RefusesAPartOfARecord)
 {
     ExpectFault(ParseDataFile(Cut(kGolden, 111), kActualUsage), DataFileFault::kTorn,
-                L"it has 111 bytes, but announces 2 records (112 bytes)");
+                L"it has 111 bytes, but its record count of 2 makes 112");
 }
 
 TEST(ParseDataFile, RefusesMoreThanAnnounced)
 {
     ExpectFault(ParseDataFile(Cut(kGolden, 113), kActualUsage), DataFileFault::kTorn,
-                L"it has 113 bytes, but announces 2 records (112 bytes)");
+                L"it has 113 bytes, but its record count of 2 makes 112");
 }
 
 TEST(ParseDataFile, SurvivesTheLargestCount)
 {
     ExpectFault(ParseDataFile(WithWord(kGolden, 8, 0xFFFFFFFF), kActualUsage), DataFileFault::kTorn,
-                L"it has 112 bytes, but announces 4294967295 records (171798691832 bytes)");
+                L"it has 112 bytes, but its record count of 4294967295 makes 171798691832");
 }
 
 TEST_F(DataFileReader, ReadsAFile)
