@@ -76,6 +76,27 @@ stop() {
   fi
 }
 
+# wine starts its desktop program as soon as a program needs one, with that program's standard error, and the desktop
+# goes on while anybody uses it: whoever reads the program's standard error through a pipe would wait for its end. So
+# standard error goes through a file, and comes when the program has ended.
+run_with_late_errors() {
+  local file child status
+  file=$(mktemp "$prefix/errors.XXXXXX")
+  exec 7<"$file" 8>"$file"
+  rm "$file"
+  wine "$@" <&0 2>&8 7<&- 8>&- &
+  child=$!
+  trap 'kill "$child" 2>/dev/null' HUP INT TERM
+  status=0
+  wait "$child" || status=$?
+  while kill -0 "$child" 2>/dev/null; do # a signal ended the wait
+    status=0
+    wait "$child" || status=$?
+  done
+  cat <&7 >&2
+  return "$status"
+}
+
 case "${1:-}" in
   start) start ;;
   stop) stop ;;
@@ -84,7 +105,11 @@ case "${1:-}" in
     shift
     [ $# -gt 0 ] || { echo "wine.sh: run needs a command" >&2; exit 2; }
     start
-    exec wine "$@"
+    if [ -p /dev/fd/2 ] || [ -S /dev/fd/2 ]; then
+      run_with_late_errors "$@"
+    else
+      exec wine "$@"
+    fi
     ;;
   *)
     sed -n '2,/^set /{/^#/s/^# \{0,1\}//p}' "${BASH_SOURCE[0]}" >&2
