@@ -94,6 +94,8 @@ std::vector<UsageRow> UsagesOfDay(const std::string& date, int count, int stepSe
     return rows;
 }
 
+std::ostream& operator<<(std::ostream& stream, const NamedReport& report) { return stream << report.name; }
+
 std::vector<NamedReport> UnloadableReports()
 {
     const std::string whole = UsageReport(1, UsagesOfDay("2012-07-02", 3, 300));

@@ -1,6 +1,7 @@
 // Power reports for tests, as the API would send them (UTF-8).
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,8 @@ struct NamedReport {
     std::string name; // letters only: serves as a test's name
     std::string xml;
 };
+// Shows the name only.
+std::ostream& operator<<(std::ostream& stream, const NamedReport& report);
 
 // Texts that are no well-formed XML documents.
 std::vector<NamedReport> UnloadableReports();
