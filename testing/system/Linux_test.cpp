@@ -111,7 +111,7 @@ TEST_F(SystemLinux, WriteThatFailsCostsItsFileAlone)
 {
     SetAnswer("tohoku", [](const Request&) { return platform::sim::HttpAnswer{.status = 503}; });
     LinuxRig().SetWrapper({"sh", "-c", "trap '' XFSZ; exec prlimit --fsize=50 \"$0\""});
-    const Pass pass = RunPass();
+    const Pass pass = RunPass("", kEveryLine);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_TRUE(ScopesBalance(pass));
     EXPECT_EQ(CountLines(pass, kUpdated), 1);

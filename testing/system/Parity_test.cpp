@@ -27,7 +27,7 @@ protected:
     Outcome RunOn(Platform platform)
     {
         const std::unique_ptr<CRig> rig = MakeRig(platform);
-        rig->PutSettings(BaseSettings(Port()) + SiteSetting("chubu", "SupportDataType", 31));
+        rig->PutSettings(BaseSettings(Port(), kEveryLine) + SiteSetting("chubu", "SupportDataType", 31));
         const std::size_t before = Requests().size();
         const Pass pass = rig->RunPass();
         EXPECT_EQ(pass.exitCode, 0);

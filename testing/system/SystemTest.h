@@ -13,6 +13,10 @@
 
 namespace system_test {
 
+// Log levels: every message; every line.
+inline constexpr unsigned kMessages = 11;
+inline constexpr unsigned kEveryLine = 27;
+
 // The bytes of a file; empty when there is none.
 std::string FileBytes(const std::filesystem::path& path);
 // "tokyo_00000010.dat"
@@ -27,7 +31,7 @@ int CountLines(const Pass& pass, const testing_support::TraceLine& line);
 bool ScopesBalance(const Pass& pass);
 
 // The sections of the settings that switch updating on and point to this port.
-std::string BaseSettings(unsigned short port, unsigned logLevel = 27);
+std::string BaseSettings(unsigned short port, unsigned logLevel);
 // The section of a company with one value.
 std::string SiteSetting(const std::string& company, const std::string& valueName, unsigned value);
 
@@ -45,8 +49,9 @@ protected:
     void SetAnswer(const std::string& company, AnswerFunction answer, unsigned dataType = 0);
     void SetAnswerForAll(const AnswerFunction& answer);
 
-    // Runs one pass with the base settings and these more sections.
-    Pass RunPass(const std::string& moreSettings = "", unsigned logLevel = 27);
+    // Runs one pass with the base settings and these more sections. Without the lines of functions' entry and exit,
+    // which take most of a pass's time, unless asked for.
+    Pass RunPass(const std::string& moreSettings = "", unsigned logLevel = kMessages);
 
     // The port that settings name; the report API's unless a test says otherwise.
     unsigned short Port() const { return m_port; }
