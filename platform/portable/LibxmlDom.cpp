@@ -5,6 +5,7 @@
 #include "platform/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +14,7 @@
 #include <libxml/parserInternals.h>
 #include <libxml/tree.h>
 #include <limits>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -312,6 +314,18 @@ std::string NodeName(const xmlNode* node)
     }
 }
 
+// A file's bytes; nothing when it cannot be read.
+std::optional<std::string> ReadFile(const CString& path)
+{
+    std::ifstream file(std::filesystem::path(EncodeUtf8(path)), std::ios::binary);
+    std::string bytes;
+    std::array<char, 16 * 1024> chunk;
+    while (file.read(chunk.data(), chunk.size()) || file.gcount() > 0) {
+        bytes.append(chunk.data(), static_cast<std::size_t>(file.gcount()));
+    }
+    return file.eof() && !file.bad() ? std::optional(std::move(bytes)) : std::nullopt;
+}
+
 CString Content(const xmlNode* node) { return DecodeUtf8(View(XmlTextPtr(xmlNodeGetContent(node)).get())); }
 
 } // namespace
@@ -346,10 +360,8 @@ HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* lo
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)
 {
     document->tree = nullptr;
-    std::ifstream file(std::filesystem::path(EncodeUtf8(path)), std::ios::binary);
-    if (file) {
-        const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-        document->tree = Parse(bytes, nullptr).tree;
+    if (const std::optional<std::string> bytes = ReadFile(path)) {
+        document->tree = Parse(*bytes, nullptr).tree;
     }
     *loaded = document->tree != nullptr;
     return *loaded ? S_OK : S_FALSE;

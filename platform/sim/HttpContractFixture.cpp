@@ -11,6 +11,8 @@ using platform::sim::HttpAnswer;
 using platform::sim::HttpExchange;
 using platform::sim::HttpFault;
 
+void UseNoProxy() {}
+
 Place StartWeb(platform::sim::HttpHandler handler)
 {
     CMachine::Current().SetHttpHandler(std::move(handler));

@@ -1,0 +1,47 @@
+// What a backend supplies so that the HTTP part of the contract suite can drive it: a web to talk to.
+//
+// Functions are called between SetUp and TearDown of Fixture.h, on the test's main thread.
+#pragma once
+
+#include "platform/sim/HttpAnswer.h"
+#include "platform/Types.h"
+
+#include <vector>
+
+namespace contract {
+
+// Where a server is.
+struct Place {
+    CString server;
+    WORD port;
+};
+
+// Keeps proxies that the environment names away from the test.
+void UseNoProxy();
+
+// Starts a server that answers with this handler, which may run on another thread; once a test. It stops with the next
+// call of StopWeb, which TearDown of a test has to make.
+Place StartWeb(platform::sim::HttpHandler handler);
+void StopWeb();
+
+// A place where connections are refused, until StopWeb.
+Place RefusingPlace();
+
+// Bytes that the server sends before the header of each answer. False, doing nothing, where that cannot be done.
+bool SendBeforeAnswers(const char* bytes);
+
+// Every request that reached the server so far.
+std::vector<platform::sim::HttpExchange> WebExchanges();
+
+// Whether a transfer without a byte for 30 s ends as failed.
+bool LimitsSilence();
+
+// Whether the backend tells a broken answer from a whole one wherever the contract says so. Wine's WinINet does not:
+// it takes what is no HTTP for an answer, and chunks that break off for the body's end; the documented one does.
+bool TellsBrokenAnswers();
+
+// Whether the backend gives up a redirection that leads in a circle. Wine's WinINet follows it for ever; the documented
+// one does not.
+bool LimitsRedirects();
+
+} // namespace contract

@@ -1,0 +1,46 @@
+// The limit of silence. Apart from the other tests because it lasts 30 s where time is real.
+#include "platform/contract/HttpTest.h"
+
+namespace contract {
+namespace {
+
+using platform::sim::HttpAnswer;
+using platform::sim::HttpExchange;
+using platform::sim::HttpFault;
+
+constexpr std::int64_t kSilenceLimitMs = 30'000;
+
+using HttpSilence = HttpTest;
+
+TEST_F(HttpSilence, EndsTransfersAsFailedBeforeTheHeaderAndInTheBody)
+{
+    if (!LimitsSilence()) {
+        GTEST_SKIP() << "the system's own limit, if any, is longer than a test may last";
+    }
+    Serve([](const HttpExchange& exchange) {
+        return HttpAnswer{.body = "0123456789",
+                          .fault = exchange.target == "/header" ? HttpFault::kStalled : HttpFault::kStalledBody};
+    });
+    // Both at a time, to wait only once.
+    const std::int64_t start = ClockMs();
+    CRunningThread header([this, start] {
+        const platform::HttpSessionPtr session = platform::OpenHttpSession(L"Contract Test", 1);
+        EXPECT_FALSE(platform::SendHttpRequest(OpenAt(session, m_place, L"/header")));
+        EXPECT_GE(ClockMs() - start, kSilenceLimitMs - kEarlyMs);
+    });
+    CRunningThread body([this, start] {
+        const platform::HttpSessionPtr session = platform::OpenHttpSession(L"Contract Test", 1);
+        const platform::HttpRequestPtr request = OpenAt(session, m_place, L"/body");
+        EXPECT_TRUE(platform::SendHttpRequest(request));
+        bool isBroken = false;
+        EXPECT_EQ(ReadBody(request, &isBroken), "01234");
+        EXPECT_TRUE(isBroken);
+        EXPECT_GE(ClockMs() - start, kSilenceLimitMs - kEarlyMs);
+    });
+    header.Join();
+    body.Join();
+    EXPECT_LT(ClockMs() - start, kSilenceLimitMs + static_cast<std::int64_t>(kLongMs));
+}
+
+} // namespace
+} // namespace contract

@@ -1,0 +1,21 @@
+// What HTTP on Linux does for the contract suite.
+#include "platform/contract/HttpFixture.h"
+
+#include <cstdlib>
+
+namespace contract {
+
+void UseNoProxy()
+{
+    for (const char* name : {"http_proxy", "all_proxy", "ALL_PROXY"}) {
+        ::unsetenv(name);
+    }
+}
+
+bool LimitsSilence() { return true; }
+
+bool TellsBrokenAnswers() { return true; }
+
+bool LimitsRedirects() { return true; }
+
+} // namespace contract
