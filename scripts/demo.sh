@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 platform=${1:-linux}
 case $platform in linux | windows) ;; *) echo "usage: demo.sh [linux|windows]" >&2; exit 2 ;; esac
-build=${AMPORA_DEMO_BUILD:-build/$platform}
+build=build/$platform
 
 scratch=$(mktemp -d)
 reportd=
@@ -80,6 +80,7 @@ start_reportd() {
 readable() {
   sed -E 's/\r$//' | awk '
     function put() { if (count) printf "  %s%s\n", line, (count > 1 ? "  (" count " times)" : "") }
+    /PowerCompany::OutData : Enter$/ { $NF = "writes its file" }
     / CXMLParser::| CGSXMLAnalyzer::(GetAttribue|AnalyzeUsageTag) | : (Enter|Leave)$/ { left_out++; next }
     /^\[/ {
       text = substr($1, 2, 3); for (i = 5; i <= NF; i++) text = text " " $i
