@@ -11,6 +11,14 @@ if(AMPORA_SANITIZE)
                                                  -fno-sanitize-recover=all)
   target_link_options(ampora_options INTERFACE -fsanitize=${AMPORA_SANITIZE})
 endif()
+if(AMPORA_FUZZ)
+  # What the fuzzer steers by; its own main function comes with the fuzzers alone.
+  target_compile_options(ampora_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+if(AMPORA_COVERAGE)
+  target_compile_options(ampora_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(ampora_options INTERFACE --coverage)
+endif()
 
 # ampora_layer(NAME SOURCES ... [LINK ...]): one layer's library. It uses the platform functions without choosing the
 # backend: the program does, by its property AMPORA_PLATFORM.
@@ -41,6 +49,9 @@ function(ampora_test name)
   endif()
   add_executable(${name} ${arg_SOURCES})
   set_target_properties(${name} PROPERTIES AMPORA_PLATFORM ${arg_PLATFORM})
+  # The tests themselves run for moments, but take more than twice as long to compile when they are optimised. What they
+  # test is built as it ships.
+  target_compile_options(${name} PRIVATE -O0 -g1)
   if(arg_PLATFORM STREQUAL ampora_platform_sim)
     target_link_libraries(${name} PRIVATE ampora_testing_sim)
   endif()
