@@ -60,16 +60,6 @@ TEST_F(FilesContract, TheCommonFolderIsThereAfterTheCall)
     EXPECT_EQ(again, folder);
 }
 
-TEST_F(FilesContract, AnUnknownCommonFolderGivesFalseAndEmptiesTheText)
-{
-    if (!ForgetCommonAppDataFolder()) {
-        GTEST_SKIP() << "the folder is always known here";
-    }
-    CString folder = L"before";
-    EXPECT_FALSE(GetCommonAppDataFolder(&folder));
-    EXPECT_EQ(folder, L"");
-}
-
 TEST_F(FilesContract, APathExistsForFilesAndFolders)
 {
     EXPECT_TRUE(PathExists(m_folder));
@@ -209,22 +199,6 @@ TEST_F(FilesContract, OpenForReplaceFailsForAFolder)
     SetLastErrorCode(0);
     EXPECT_EQ(Open(In(L"folder")), nullptr);
     EXPECT_FALSE(LastErrorIs(ERROR_SUCCESS));
-}
-
-TEST_F(FilesContract, AWriteThatDoesNotFitThrowsTheCode)
-{
-    if (!LimitFileSize(10)) {
-        GTEST_SKIP() << "writes cannot be made to fail here";
-    }
-    const OutputFilePtr file = Open(m_path);
-    ASSERT_NE(file, nullptr);
-    WriteFileBytes(file, "12345678", 8);
-    try {
-        WriteFileBytes(file, "12345678", 8);
-        FAIL() << "the write succeeded";
-    } catch (const CFileException& exception) {
-        EXPECT_NE(exception.Code(), 0U);
-    }
 }
 
 TEST_F(FilesContract, ReadWholeFileTellsWhatIsMissing)

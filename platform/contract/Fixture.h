@@ -22,8 +22,8 @@ void TearDown();
 // Lets at least this many milliseconds pass, not alertably: sleeps, or moves the simulated clock. Other threads run
 // meanwhile. Any thread.
 void LetPass(unsigned timeMs);
-// Moves the wall clock by this many seconds, without time passing. False, doing nothing, where that cannot be done.
-bool MoveClock(std::int64_t seconds);
+// Moves the wall clock by this many seconds, without time passing. Only on the simulated machine.
+void MoveClock(std::int64_t seconds);
 
 // Stores one value of the settings store, replacing an earlier one; bytes and type exactly as given. keyPath: below the
 // root, with backslashes.
@@ -52,14 +52,14 @@ bool IsNamedObjectOpenToAll(const CString& name);
 CString ScratchFolder();
 // What GetCommonAppDataFolder has to answer in this environment.
 CString CommonAppDataFolder();
-// Makes the common application-data folder unknown. False, doing nothing, where that cannot be done.
-bool ForgetCommonAppDataFolder();
+// Makes the common application-data folder unknown. Not on Windows.
+void ForgetCommonAppDataFolder();
 // Opens an existing file for reading, as a reader in another process does; lets go of it. At most one file at a time.
 void HoldFileOpen(const CString& path);
 void LetGoOfFile(const CString& path);
 // Whether everybody may read and write this existing file or folder.
 bool IsPathOpenToAll(const CString& path);
-// Makes writes fail beyond this many bytes in one file. False, doing nothing, where that cannot be done.
-bool LimitFileSize(std::size_t bytes);
+// Makes writes fail beyond this many bytes in one file. Not on Windows.
+void LimitFileSize(std::size_t bytes);
 
 } // namespace contract

@@ -239,30 +239,5 @@ TEST_F(TimerContract, ANullTimerFails)
     EXPECT_TRUE(LastErrorIs(ERROR_INVALID_HANDLE));
 }
 
-TEST_F(TimerContract, AClockChangeMovesAnAbsoluteTimer)
-{
-    Runs runs;
-    Arm(kEpochUnits + ReadTime() * 1000 * kUnitsPerMs + kUnitsPerHour, &runs);
-    EXPECT_EQ(WaitAlertably(20), WAIT_TIMEOUT);
-    if (!MoveClock(3600)) {
-        GTEST_SKIP() << "the clock cannot be moved here";
-    }
-    EXPECT_EQ(WaitAlertably(20), WAIT_IO_COMPLETION);
-    EXPECT_EQ(runs.count, 1);
-}
-
-TEST_F(TimerContract, AClockChangeDoesNotMoveARelativeTimer)
-{
-    Runs runs;
-    Arm(-100 * kUnitsPerMs, &runs);
-    if (!MoveClock(3600)) {
-        GTEST_SKIP() << "the clock cannot be moved here";
-    }
-    EXPECT_EQ(WaitAlertably(50), WAIT_TIMEOUT);
-    EXPECT_TRUE(MoveClock(-7200));
-    EXPECT_EQ(WaitAlertably(100), WAIT_IO_COMPLETION);
-    EXPECT_EQ(runs.count, 1);
-}
-
 } // namespace
 } // namespace contract

@@ -153,8 +153,6 @@ void TearDown()
 void LetPass(unsigned timeMs) { std::this_thread::sleep_for(std::chrono::milliseconds(timeMs)); }
 
 // The clock is the machine's own.
-bool MoveClock(std::int64_t) { return false; }
-
 void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value)
 {
     g_environment->settings[hive][keyPath][valueName] = SettingsData(value);
@@ -202,10 +200,9 @@ CString ScratchFolder()
 
 CString CommonAppDataFolder() { return DecodeUtf8(g_environment->session.DataFolder().string()); }
 
-bool ForgetCommonAppDataFolder()
+void ForgetCommonAppDataFolder()
 {
     g_environment->session.SetVariable("AMPORA_COMMON_APPDATA", "relative");
-    return true;
 }
 
 void HoldFileOpen(const CString& path)
@@ -223,7 +220,7 @@ bool IsPathOpenToAll(const CString& path)
     return (mode & wanted) == wanted;
 }
 
-bool LimitFileSize(std::size_t bytes)
+void LimitFileSize(std::size_t bytes)
 {
     rlimit limit = {};
     EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
@@ -231,7 +228,6 @@ bool LimitFileSize(std::size_t bytes)
     limit.rlim_cur = bytes;
     std::signal(SIGXFSZ, SIG_IGN);
     EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-    return true;
 }
 
 } // namespace contract

@@ -33,7 +33,7 @@ void TearDown() { g_machine.reset(); }
 
 void LetPass(unsigned timeMs) { g_machine->RunFor(timeMs); }
 
-bool MoveClock(std::int64_t seconds)
+void MoveClock(std::int64_t seconds)
 {
     SYSTEMTIME local = {};
     std::uint64_t count = 0;
@@ -42,7 +42,6 @@ bool MoveClock(std::int64_t seconds)
     EXPECT_TRUE(
         portable::CountToCalendar(count + static_cast<std::uint64_t>(seconds * portable::kUnitsPerSecond), &local));
     g_machine->SetLocalClock(local);
-    return true;
 }
 
 void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value)
@@ -82,10 +81,9 @@ CString ScratchFolder()
 
 CString CommonAppDataFolder() { return CString(L"C:") + kPathSeparator + L"ProgramData"; }
 
-bool ForgetCommonAppDataFolder()
+void ForgetCommonAppDataFolder()
 {
     g_machine->FailEvery(sim::Call::kGetCommonAppDataFolder, ERROR_FILE_NOT_FOUND);
-    return true;
 }
 
 void HoldFileOpen(const CString& path) { SetHeldOpen(path, true); }
@@ -94,10 +92,9 @@ void LetGoOfFile(const CString& path) { SetHeldOpen(path, false); }
 
 bool IsPathOpenToAll(const CString& path) { return g_machine->FindFile(path)->nullDacl; }
 
-bool LimitFileSize(std::size_t bytes)
+void LimitFileSize(std::size_t bytes)
 {
     g_machine->SetFreeBytes(bytes);
-    return true;
 }
 
 } // namespace contract

@@ -222,8 +222,6 @@ void TearDown()
 
 void LetPass(unsigned timeMs) { ::Sleep(timeMs); }
 
-bool MoveClock(std::int64_t) { return false; }
-
 void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value)
 {
     if (!g_environment->hives) {
@@ -288,8 +286,6 @@ CString CommonAppDataFolder()
     return path.data();
 }
 
-bool ForgetCommonAppDataFolder() { return false; }
-
 void HoldFileOpen(const CString& path)
 {
     g_environment->heldFile =
@@ -309,7 +305,5 @@ bool IsPathOpenToAll(const CString& path)
     ::LocalFree(descriptor);
     return open;
 }
-
-bool LimitFileSize(std::size_t) { return false; }
 
 } // namespace contract
