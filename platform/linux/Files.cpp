@@ -18,6 +18,8 @@ const wchar_t* const kPathSeparator = L"/";
 
 class COutputFile {
 public:
+    explicit COutputFile(native::CFileDescriptor descriptor) : m_descriptor(std::move(descriptor)) {}
+
     native::CFileDescriptor m_descriptor;
 };
 

@@ -1,0 +1,81 @@
+// Measures what a pass does for each report. On the native platform, without the network.
+#include "data/GSXMLAnalyzer.h"
+#include "fetch/AmporaHttpClient.h"
+#include "fetch/AmporaPowerCompanies.h"
+#include "platform/Clock.h"
+#include "platform/Text.h"
+#include "platform/Thread.h"
+#include "testing/Reports.h"
+#include "testing/ScratchFolder.h"
+
+#include <benchmark/benchmark.h>
+
+namespace {
+
+// One usage every 5 minutes of a day; and a report that nobody should ever send.
+constexpr int kDayUsages = 288;
+constexpr int kHugeUsages = 100000;
+
+std::string InstantReport(std::int64_t usages)
+{
+    constexpr int kStepSeconds = 300;
+    return testing_support::UsageReport(
+        kInstantUsage, testing_support::UsagesOfDay("2012-07-02", static_cast<int>(usages), kStepSeconds));
+}
+
+void AnalyzeReport(benchmark::State& state)
+{
+    platform::EnterApartment();
+    {
+        const std::string report = InstantReport(state.range(0));
+        const CString text = platform::DecodeUtf8(report);
+        CGSXMLAnalyzer analyzer;
+        analyzer.Initialize();
+        for (auto _ : state) {
+            const auto records = static_cast<CAmporaAnalyzer&>(analyzer).AnalyzeData(text);
+            if (!records || records->Records().size() != static_cast<std::size_t>(state.range(0))) {
+                state.SkipWithError("not every usage became a record");
+            }
+        }
+        analyzer.Finalize();
+        state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(report.size()));
+    }
+    platform::LeaveApartment();
+}
+BENCHMARK(AnalyzeReport)->Arg(kDayUsages)->Arg(kHugeUsages)->Unit(benchmark::kMicrosecond);
+
+void WriteDataFile(benchmark::State& state)
+{
+    const testing_support::CScratchFolder scratch;
+    const CString path = platform::DecodeUtf8((scratch.Path() / "tokyo_00000001.dat").string());
+    CAmporaTokyoPowerCompany site;
+    CAmporaDataCollection records;
+    SYSTEMTIME now{};
+    platform::ReadLocalClock(&now);
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+        records.AddAmporaData(now, now, static_cast<ULONGLONG>(i));
+    }
+    for (auto _ : state) {
+        site.OutData(path, kInstantUsage, &records, now);
+    }
+    const auto size = static_cast<std::int64_t>(std::filesystem::file_size(scratch.Path() / "tokyo_00000001.dat"));
+    if (size != 32 + 40 * state.range(0)) {
+        state.SkipWithError("the file has another length");
+    }
+    state.SetBytesProcessed(state.iterations() * size);
+}
+BENCHMARK(WriteDataFile)->Arg(kDayUsages)->Arg(kHugeUsages)->Unit(benchmark::kMicrosecond);
+
+void DecodeBody(benchmark::State& state)
+{
+    const std::string report = InstantReport(state.range(0));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(CAmporaHttpClient::ConvertFromUtf8(report.c_str(), report.size() + 1));
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(report.size()));
+}
+BENCHMARK(DecodeBody)->Arg(kDayUsages)->Arg(kHugeUsages)->Unit(benchmark::kMicrosecond);
+
+} // namespace
+
+BENCHMARK_MAIN();
