@@ -1,6 +1,5 @@
 #include "data/XMLParser.h"
 
-#include "testing/FailingMemory.h"
 #include "testing/MachineTest.h"
 #include "testing/Reports.h"
 #include "testing/ScratchFolder.h"
@@ -180,24 +179,21 @@ TEST_F(XMLParser, LoadFileThrowsLikeLoad)
 
 TEST_F(XMLParser, RunningOutOfMemoryForTheTextIsThrownAsStatus)
 {
-    const CString xml = L"<a>" + CString(1000, L'x') + L"</a>";
-    g_dwLogLevel = 0;
-    bool thrown = false;
-    bool failed = true;
-    for (unsigned nth = 1; failed; ++nth) {
-        ASSERT_LT(nth, 1000U);
-        CString copy = xml;
-        const testing_support::CFailingMemory memory(nth);
-        try {
-            m_parser.Load(std::move(copy));
-        } catch (const CComException& exception) {
-            thrown = true;
-            EXPECT_EQ(exception.Code(), E_OUTOFMEMORY);
-        } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): making the document or the exception
-        }
-        failed = memory.HasFailed();
+    m_machine.FailCall(Call::kLoadDomTextThrows, 1, ERROR_OUTOFMEMORY);
+    EXPECT_EQ(LoadStatus(), E_OUTOFMEMORY);
+    EXPECT_THAT(TraceMessages(), IsEmpty());
+    EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
+}
+
+TEST_F(XMLParser, RunningOutOfMemoryForThePathIsThrownAsStatus)
+{
+    m_machine.FailCall(Call::kLoadDomFileThrows, 1, ERROR_OUTOFMEMORY);
+    try {
+        m_parser.LoadFile(L"report.xml");
+        ADD_FAILURE() << "nothing thrown";
+    } catch (const CComException& exception) {
+        EXPECT_EQ(exception.Code(), E_OUTOFMEMORY);
     }
-    EXPECT_TRUE(thrown);
 }
 
 TEST_F(XMLParser, AFailingLoadIsTracedAndGivesNull)

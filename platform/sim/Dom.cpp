@@ -4,6 +4,8 @@
 #include "platform/portable/RealDom.h"
 #include "platform/sim/MachineState.h"
 
+#include <new>
+
 namespace platform {
 
 using sim::Call;
@@ -18,6 +20,13 @@ HRESULT Fault(Call call, Result* result)
     return static_cast<HRESULT>(sim::Machine().faults.Take(call).value_or(static_cast<DWORD>(S_OK)));
 }
 
+void ThrowIfDue(Call call)
+{
+    if (sim::Machine().faults.Take(call)) {
+        throw std::bad_alloc();
+    }
+}
+
 } // namespace
 
 HRESULT CreateDomDocument(DomDocumentPtr* document)
@@ -29,12 +38,14 @@ HRESULT CreateDomDocument(DomDocumentPtr* document)
 HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
 {
     const HRESULT fault = Fault(Call::kLoadDomText, loaded);
+    ThrowIfDue(Call::kLoadDomTextThrows);
     return fault != S_OK ? fault : real_dom::LoadDomText(document, xml, loaded);
 }
 
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)
 {
     const HRESULT fault = Fault(Call::kLoadDomFile, loaded);
+    ThrowIfDue(Call::kLoadDomFileThrows);
     return fault != S_OK ? fault : real_dom::LoadDomFile(document, path, loaded);
 }
 

@@ -48,7 +48,9 @@ enum class Call {
     kReadHttpBody,              // CInternetException
     kCreateDomDocument,
     kLoadDomText,
+    kLoadDomTextThrows, // std::bad_alloc
     kLoadDomFile,
+    kLoadDomFileThrows, // std::bad_alloc
     kGetDomDocumentElement,
     kGetDomChildNodes,
     kGetDomItem,
