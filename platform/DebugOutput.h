@@ -7,7 +7,7 @@ namespace platform {
 
 // Writes one text, line feed included, in one piece: texts of different threads do not mix. Windows: the debugger
 // channel; Linux: standard error as UTF-8 in one write. There is no result: with nobody listening it is lost.
-// text: must not be null. Any thread.
+// The calling thread's last-error code stays as it is. Any thread.
 void OutputDebugText(const CString& text);
 
 } // namespace platform

@@ -1,6 +1,7 @@
 #include "platform/DebugOutput.h"
 
 #include "platform/contract/ContractTest.h"
+#include "platform/LastError.h"
 #include "platform/Text.h"
 
 #include <map>
@@ -50,6 +51,14 @@ TEST_F(DebugOutputContract, CharactersThatTheChannelMayLackHarmNothingElse)
     const std::string output = EncodeUtf8(DebugOutput());
     EXPECT_EQ(output.rfind("before ", 0), 0U) << output;
     EXPECT_NE(output.find(" after\nnext\n"), std::string::npos) << output;
+}
+
+TEST_F(DebugOutputContract, LastErrorStaysAsItIs)
+{
+    // Nobody listens.
+    SetLastErrorCode(ERROR_OUTOFMEMORY);
+    OutputDebugText(L"text\n");
+    EXPECT_TRUE(LastErrorIs(ERROR_OUTOFMEMORY));
 }
 
 TEST_F(DebugOutputContract, TextsOfDifferentThreadsDoNotMix)
