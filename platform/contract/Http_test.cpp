@@ -1,6 +1,5 @@
 #include "platform/contract/HttpTest.h"
 
-#include <atomic>
 #include <gmock/gmock.h>
 
 namespace contract {
@@ -13,7 +12,9 @@ using platform::SendHttpRequest;
 using platform::sim::HttpAnswer;
 using platform::sim::HttpExchange;
 using platform::sim::HttpFault;
+using testing::Gt;
 using testing::Pair;
+using testing::SizeIs;
 using testing::StartsWith;
 
 using Http = HttpTest;
@@ -175,7 +176,7 @@ TEST_F(Http, ErrorStatusIsAnAnswerWithOrWithoutBody)
 TEST_F(Http, InterimAnswersAreSkipped)
 {
     Serve({.body = "yes"});
-    if (!SendBeforeAnswers("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: </a>\r\n\r\n")) {
+    if (!SendBeforeAnswers("HTTP/1.1 100 Continue\r\n\r\n")) {
         GTEST_SKIP() << "this web sends final answers only";
     }
     EXPECT_THAT(Get(), Pair(200U, "yes"));
@@ -221,7 +222,9 @@ TEST_F(Http, NewSessionMakesANewConnection)
     EXPECT_THAT(Get(), Pair(200U, "yes"));
     const std::vector<HttpExchange> exchanges = WebExchanges();
     ASSERT_EQ(exchanges.size(), 2U);
-    EXPECT_NE(exchanges[0].connection, exchanges[1].connection);
+    if (!IsWineInternet()) {
+        EXPECT_NE(exchanges[0].connection, exchanges[1].connection);
+    }
 }
 
 TEST_F(Http, LargeUnreadBodyDoesNotHoldUpTheNextRequest)
@@ -281,17 +284,15 @@ TEST_F(Http, TenRedirectionsAreFollowed)
 
 TEST_F(Http, RedirectionInACircleIsNoAnswer)
 {
-    // Wine goes round for as long as the server lets it.
-    constexpr int kMostRounds = 100;
-    std::atomic<int> rounds = 0;
-    Serve([&rounds](const HttpExchange&) {
-        return ++rounds < kMostRounds ? HttpAnswer{.status = 302, .headers = {{"Location", "/path"}}}
-                                      : HttpAnswer{.fault = HttpFault::kClosedEarly};
-    });
-    EXPECT_FALSE(SendHttpRequest(Open()));
-    if (LimitsRedirects()) {
-        EXPECT_LT(rounds, kMostRounds);
+    if (IsWineInternet()) {
+        GTEST_SKIP() << "wine goes round for ever";
     }
+    Serve({.status = 302, .headers = {{"Location", "/path"}}});
+    const platform::HttpRequestPtr request = Open();
+    EXPECT_FALSE(SendHttpRequest(request));
+    DWORD status = 0;
+    EXPECT_FALSE(QueryHttpStatusCode(request, &status));
+    EXPECT_THAT(WebExchanges(), SizeIs(Gt(10U)));
 }
 
 // Bad answers.
@@ -316,7 +317,7 @@ TEST_F(Http, ConnectionClosedEarlyIsNoAnswer)
 
 TEST_F(Http, WhatIsNoHttpIsNoAnswer)
 {
-    if (!TellsBrokenAnswers()) {
+    if (IsWineInternet()) {
         GTEST_SKIP() << "wine takes it for the body of an answer";
     }
     Serve({.body = "never seen", .fault = HttpFault::kGarbage});
@@ -336,7 +337,7 @@ TEST_F(Http, BodyShorterThanItsLengthBreaks)
 
 TEST_F(Http, ChunksThatBreakOffBreakTheBody)
 {
-    if (!TellsBrokenAnswers()) {
+    if (IsWineInternet()) {
         GTEST_SKIP() << "wine takes it for the body's end";
     }
     Serve({.body = "0123456789", .chunked = true, .fault = HttpFault::kShortBody});

@@ -14,8 +14,6 @@ void UseNoProxy()
 
 bool LimitsSilence() { return true; }
 
-bool TellsBrokenAnswers() { return true; }
-
-bool LimitsRedirects() { return true; }
+bool IsWineInternet() { return false; }
 
 } // namespace contract

@@ -32,8 +32,6 @@ std::vector<HttpExchange> WebExchanges() { return CMachine::Current().HttpExchan
 
 bool LimitsSilence() { return true; }
 
-bool TellsBrokenAnswers() { return true; }
-
-bool LimitsRedirects() { return true; }
+bool IsWineInternet() { return false; }
 
 } // namespace contract
