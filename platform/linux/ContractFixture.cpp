@@ -200,10 +200,7 @@ CString ScratchFolder()
 
 CString CommonAppDataFolder() { return DecodeUtf8(g_environment->session.DataFolder().string()); }
 
-void ForgetCommonAppDataFolder()
-{
-    g_environment->session.SetVariable("AMPORA_COMMON_APPDATA", "relative");
-}
+void ForgetCommonAppDataFolder() { g_environment->session.SetVariable("AMPORA_COMMON_APPDATA", "relative"); }
 
 void HoldFileOpen(const CString& path)
 {

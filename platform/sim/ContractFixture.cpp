@@ -81,10 +81,7 @@ CString ScratchFolder()
 
 CString CommonAppDataFolder() { return CString(L"C:") + kPathSeparator + L"ProgramData"; }
 
-void ForgetCommonAppDataFolder()
-{
-    g_machine->FailEvery(sim::Call::kGetCommonAppDataFolder, ERROR_FILE_NOT_FOUND);
-}
+void ForgetCommonAppDataFolder() { g_machine->FailEvery(sim::Call::kGetCommonAppDataFolder, ERROR_FILE_NOT_FOUND); }
 
 void HoldFileOpen(const CString& path) { SetHeldOpen(path, true); }
 
@@ -92,9 +89,6 @@ void LetGoOfFile(const CString& path) { SetHeldOpen(path, false); }
 
 bool IsPathOpenToAll(const CString& path) { return g_machine->FindFile(path)->nullDacl; }
 
-void LimitFileSize(std::size_t bytes)
-{
-    g_machine->SetFreeBytes(bytes);
-}
+void LimitFileSize(std::size_t bytes) { g_machine->SetFreeBytes(bytes); }
 
 } // namespace contract
