@@ -4,6 +4,7 @@
 #include "platform/linux/ErrorCode.h"
 #include "platform/linux/Waiting.h"
 
+#include <atomic>
 #include <cerrno>
 #include <new>
 #include <sys/eventfd.h>
@@ -16,6 +17,8 @@ class CThread {
 public:
     // Readable, for good, once the thread has ended.
     native::CFileDescriptor m_ended = native::CFileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    // Whoever sees it set also sees all that the thread has done; a descriptor alone promises nothing about memory.
+    std::atomic<bool> m_hasEnded = false;
 };
 
 namespace {
@@ -25,6 +28,7 @@ void Run(const ThreadPtr& thread, ThreadEntry entry, void* argument)
     entry(argument);
     // Whoever sees the thread ended also finds the mutexes abandoned that it still owned.
     native::CThreadState::Current().End();
+    thread->m_hasEnded = true;
     ::eventfd_write(thread->m_ended.Get(), 1);
 }
 
@@ -58,14 +62,14 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
     const native::Deadline deadline = native::DeadlineAfter(timeoutMs);
     std::vector<pollfd> ended = {{thread->m_ended.Get(), POLLIN, 0}};
     for (;;) {
-        if (!native::Poll(ended, deadline)) {
-            return WAIT_FAILED;
-        }
-        if (ended[0].revents != 0) {
+        if (thread->m_hasEnded) {
             return WAIT_OBJECT_0;
         }
         if (deadline && std::chrono::steady_clock::now() >= *deadline) {
             return WAIT_TIMEOUT;
+        }
+        if (!native::Poll(ended, deadline)) {
+            return WAIT_FAILED;
         }
     }
 }
