@@ -31,7 +31,7 @@ void AnalyzeReport(benchmark::State& state)
         const CString text = platform::DecodeUtf8(report);
         CGSXMLAnalyzer analyzer;
         analyzer.Initialize();
-        for (auto _ : state) {
+        while (state.KeepRunning()) {
             const auto records = static_cast<CAmporaAnalyzer&>(analyzer).AnalyzeData(text);
             if (!records || records->Records().size() != static_cast<std::size_t>(state.range(0))) {
                 state.SkipWithError("not every usage became a record");
@@ -55,7 +55,7 @@ void WriteDataFile(benchmark::State& state)
     for (std::int64_t i = 0; i < state.range(0); ++i) {
         records.AddAmporaData(now, now, static_cast<ULONGLONG>(i));
     }
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         site.OutData(path, kInstantUsage, &records, now);
     }
     const auto size = static_cast<std::int64_t>(std::filesystem::file_size(scratch.Path() / "tokyo_00000001.dat"));
@@ -69,7 +69,7 @@ BENCHMARK(WriteDataFile)->Arg(kDayUsages)->Arg(kHugeUsages)->Unit(benchmark::kMi
 void DecodeBody(benchmark::State& state)
 {
     const std::string report = InstantReport(state.range(0));
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(CAmporaHttpClient::ConvertFromUtf8(report.c_str(), report.size() + 1));
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(report.size()));

@@ -22,7 +22,7 @@ using boost::system::error_code;
 
 constexpr std::chrono::seconds kSilenceLimit{30};
 constexpr std::uint32_t kHeaderLimitBytes = 8 * 1024;
-constexpr std::uint64_t kBodyLimitBytes = 64 * 1024;
+constexpr std::uint64_t kBodyLimitBytes = std::uint64_t{64} * 1024;
 
 // One connection. It owns itself through the operations that it waits for and goes when there is none.
 class CReportConnection : public std::enable_shared_from_this<CReportConnection> {

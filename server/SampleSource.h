@@ -27,7 +27,7 @@ enum class ReportKind {
 struct ReportRecord {
     LocalTime start;
     LocalTime end;
-    std::uint64_t value; // megawatts
+    std::uint64_t value = 0; // megawatts
 
     bool operator==(const ReportRecord&) const = default;
 };
