@@ -146,7 +146,10 @@ TEST_F(Control, ShowsCompaniesAndKindsInTheirOrder)
         for (const std::string kind :
              {"instant usage", "actual usage", "estimated usage", "peak supply", "peak demand"}) {
             ASSERT_TRUE(std::getline(lines, line));
-            EXPECT_THAT(line, StartsWith(company + std::string(9 - company.size(), ' ') + kind + " "));
+            std::string start = company;
+            start.resize(9, ' ');
+            start += kind;
+            EXPECT_THAT(line, StartsWith(start + "  "));
         }
     }
     EXPECT_FALSE(std::getline(lines, line));

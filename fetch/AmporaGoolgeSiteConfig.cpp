@@ -122,7 +122,7 @@ CString CAmporaGoolgeSiteConfig::GetSaveFolderPath()
 {
     const CTraceScope scope(L"CAmporaGoolgeSiteConfig::GetSaveFolderPath");
     const CTraceLog log = scope.Log();
-    const CString path = DataFolder();
+    CString path = DataFolder();
     if (path.empty()) {
         log.Err(L"Get Common App Folder Fail.");
         return {};

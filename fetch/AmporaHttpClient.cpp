@@ -47,7 +47,7 @@ platform::HttpConnectionPtr Connect(const platform::HttpSessionPtr& session, con
 std::string ReadBody(const platform::HttpRequestPtr& request)
 {
     std::string body;
-    std::array<char, 16 * 1024> chunk; // NOLINT(cppcoreguidelines-pro-type-member-init): filled by the read
+    std::array<char, 16384> chunk; // NOLINT(cppcoreguidelines-pro-type-member-init): filled by the read
     while (const std::size_t length = platform::ReadHttpBody(request, chunk.data(), chunk.size())) {
         if (length > kMaxBodyBytes - body.size()) {
             throw std::length_error("body too long");

@@ -8,7 +8,7 @@
 
 // One forecast record. Times are local wall-clock times as the report gives them, unchanged by any zone; an all-zero
 // time means that none could be computed.
-struct _AmporaOneData {
+struct _AmporaOneData { // NOLINT(bugprone-reserved-identifier): its name throughout the suite
     ULONGLONG ullValue; // usage, supply or demand in the unit of the report
     SYSTEMTIME stStart; // start of the interval that the value covers
     SYSTEMTIME stEnd;   // its end
