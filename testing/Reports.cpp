@@ -32,12 +32,11 @@ std::string EntityBomb()
 {
     std::string entities = "<!ENTITY a0 \"9\">";
     for (int i = 1; i < 10; ++i) {
-        const std::string name = "a" + std::to_string(i);
         std::string content;
         for (int repeat = 0; repeat < 10; ++repeat) {
             content += "&a" + std::to_string(i - 1) + ";";
         }
-        entities += "<!ENTITY " + name + " \"" + content + "\">";
+        entities.append("<!ENTITY a").append(std::to_string(i)).append(" \"").append(content).append("\">");
     }
     return "<?xml version=\"1.0\"?><!DOCTYPE power_report [" + entities + "]><power_report>&a9;</power_report>";
 }
