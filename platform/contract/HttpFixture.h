@@ -27,18 +27,15 @@ void StopWeb();
 // A place where connections are refused, until StopWeb.
 Place RefusingPlace();
 
-// Bytes that the server sends before the header of each answer. False, doing nothing, where that cannot be done.
-bool SendBeforeAnswers(const char* bytes);
+// Bytes that the server sends before the header of each answer. Native backends only.
+void SendBeforeAnswers(const char* bytes);
 
 // Every request that reached the server so far.
 std::vector<platform::sim::HttpExchange> WebExchanges();
 
-// Whether a transfer without a byte for 30 s ends as failed.
-bool LimitsSilence();
-
 // Whether this is wine's WinINet, which differs from the documented one: it takes what is no HTTP for an answer, and
 // chunks that break off for the body's end; goes round a circle of redirections for ever; and keeps connections beyond
-// their session. Tests of these things pass it over.
+// their session.
 bool IsWineInternet();
 
 } // namespace contract

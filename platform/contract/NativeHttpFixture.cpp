@@ -35,11 +35,7 @@ Place RefusingPlace()
     return {kLoopback, g_closedPort->Port()};
 }
 
-bool SendBeforeAnswers(const char* bytes)
-{
-    g_server->SetPrelude(bytes);
-    return true;
-}
+void SendBeforeAnswers(const char* bytes) { g_server->SetPrelude(bytes); }
 
 std::vector<platform::sim::HttpExchange> WebExchanges() { return g_server->Exchanges(); }
 

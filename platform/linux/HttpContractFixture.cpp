@@ -12,8 +12,6 @@ void UseNoProxy()
     }
 }
 
-bool LimitsSilence() { return true; }
-
 bool IsWineInternet() { return false; }
 
 } // namespace contract

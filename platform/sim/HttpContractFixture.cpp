@@ -26,11 +26,7 @@ Place RefusingPlace()
     return StartWeb([](const HttpExchange&) { return HttpAnswer{.fault = HttpFault::kRefused}; });
 }
 
-bool SendBeforeAnswers(const char*) { return false; }
-
 std::vector<HttpExchange> WebExchanges() { return CMachine::Current().HttpExchanges(); }
-
-bool LimitsSilence() { return true; }
 
 bool IsWineInternet() { return false; }
 

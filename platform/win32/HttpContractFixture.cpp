@@ -6,9 +6,6 @@ namespace contract {
 // Windows takes proxies from its settings; only wine looks here.
 void UseNoProxy() { ::SetEnvironmentVariableW(L"http_proxy", nullptr); }
 
-// The system's own limit is longer than a test may last, and wine has none.
-bool LimitsSilence() { return false; }
-
 bool IsWineInternet() { return ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr; }
 
 } // namespace contract
