@@ -6,7 +6,6 @@
 #include <array>
 #include <cerrno>
 #include <map>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 
 namespace platform::native {
@@ -67,11 +66,7 @@ BOOL CEvent::Set()
         EndFirstWait(WAIT_OBJECT_0);
         return TRUE;
     }
-    int held = 0;
-    if (::ioctl(m_file.Get(), FIONREAD, &held) == 0 && held > 0) {
-        return TRUE;
-    }
-    // A full FIFO is a signalled event.
+    // However many bytes there are, they are read together; and a full FIFO is a signalled event.
     if (::write(m_file.Get(), "1", 1) != 1 && errno != EAGAIN) {
         SetLastErrorFrom(errno);
         return FALSE;

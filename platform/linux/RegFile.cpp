@@ -132,7 +132,7 @@ bool IsValueLine(Text line) { return line.starts_with(L'"') || line.starts_with(
 CString JoinLines(Text line, Text& rest)
 {
     CString joined;
-    while (line.ends_with(L'\\') && line.find(L';') == Text::npos) {
+    while (line.ends_with(L'\\')) {
         Text after = rest;
         const Text next = TakeLine(after);
         if (IsKeyLine(next) || IsValueLine(next)) {

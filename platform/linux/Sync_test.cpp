@@ -6,15 +6,19 @@
 #include "platform/Thread.h"
 #include "platform/Timer.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <gmock/gmock.h>
 #include <set>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 
 namespace platform::native {
@@ -50,8 +54,12 @@ protected:
         const CFileDescriptor file = OpenFile(name, O_WRONLY | O_NONBLOCK);
         return ::write(file.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
     }
-    // Sleeps until nobody holds the lock of a mutex's file.
-    void AwaitUnlocked(const char* name) const { EXPECT_EQ(::flock(OpenFile(name, O_RDONLY).Get(), LOCK_EX), 0); }
+    // Takes the lock of a mutex's file without having the mutex. None when somebody else has it.
+    CFileDescriptor LockFile(const char* name) const
+    {
+        CFileDescriptor file = OpenFile(name, O_RDONLY);
+        return ::flock(file.Get(), LOCK_EX | LOCK_NB) == 0 ? std::move(file) : CFileDescriptor();
+    }
 
     CScratchSession m_session;
     CPeerProcess m_peer;
@@ -71,6 +79,23 @@ std::set<std::string> TasksSince(const std::set<std::string>& before)
     std::set<std::string> tasks = Tasks();
     std::erase_if(tasks, [&before](const std::string& task) { return before.contains(task); });
     return tasks;
+}
+
+// Lets time pass until a condition holds, as long as it may.
+void Await(const std::function<bool()>& condition)
+{
+    for (DWORD passedMs = 0; !condition() && passedMs < kLongMs; ++passedMs) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_TRUE(condition());
+}
+
+// Whether a task sleeps in the system call of a wait.
+bool IsPolling(const std::string& task)
+{
+    long call = -1;
+    std::ifstream("/proc/self/task/" + task + "/syscall") >> call;
+    return call == SYS_ppoll;
 }
 
 // How often a task has gone to sleep.
@@ -151,24 +176,30 @@ TEST_F(LinuxSync, ALockThatComesWhenNobodyWaitsIsGivenBack)
 {
     ASSERT_TRUE(m_peer.Do("acquire Mutex"));
     const WaitHandle mutex = MakeMutex();
+    const std::set<std::string> tasks = Tasks();
     EXPECT_EQ(WaitForOne(mutex, 5, FALSE), WAIT_TIMEOUT);
     ASSERT_TRUE(m_peer.Do("release Mutex"));
-    AwaitUnlocked("Mutex");
-    EXPECT_EQ(WaitForOne(mutex, kLongMs, FALSE), WAIT_OBJECT_0) << "it was not abandoned either";
+    Await([&tasks] { return TasksSince(tasks).empty(); });
+    EXPECT_TRUE(LockFile("Mutex"));
+    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0) << "it was not abandoned either";
     EXPECT_TRUE(ReleaseOwnedMutex(mutex));
 }
 
 TEST_F(LinuxSync, AHandleClosedWhileTheLockIsAwaitedLeavesNothingBehind)
 {
-    ASSERT_TRUE(m_peer.Do("acquire Mutex"));
+    MakeMutex();
+    CFileDescriptor lock = LockFile("Mutex");
+    ASSERT_TRUE(lock);
     WaitHandle mutex = MakeMutex();
+    const std::set<std::string> tasks = Tasks();
     EXPECT_EQ(WaitForOne(mutex, 5, FALSE), WAIT_TIMEOUT);
     mutex.reset();
-    ASSERT_TRUE(m_peer.Do("release Mutex"));
+    EXPECT_EQ(TasksSince(tasks).size(), 1U) << "the lock is still awaited";
     mutex = MakeMutex();
-    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS) << "the mutex had gone";
-    AwaitUnlocked("Mutex");
-    EXPECT_EQ(WaitForOne(mutex, kLongMs, FALSE), WAIT_OBJECT_0);
+    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS) << "but the mutex had gone";
+    lock = CFileDescriptor();
+    Await([&tasks] { return TasksSince(tasks).empty(); });
+    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
     EXPECT_TRUE(ReleaseOwnedMutex(mutex));
 }
 
@@ -282,6 +313,28 @@ TEST_F(LinuxSync, WritingToItsFileSetsAnEvent)
     EXPECT_TRUE(SetNamedEvent(event));
     EXPECT_EQ(WaitForOne(event, kLongMs, TRUE), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+}
+
+TEST_F(LinuxSync, EverySettingReleasesAThreadThatWaits)
+{
+    constexpr std::size_t kThreads = 8;
+    const WaitHandle event = MakeEvent();
+    const std::set<std::string> tasks = Tasks();
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&event] { EXPECT_EQ(WaitForOne(event, kLongMs, FALSE), WAIT_OBJECT_0); });
+    }
+    Await([&tasks] {
+        const std::set<std::string> waiting = TasksSince(tasks);
+        return waiting.size() == kThreads && std::ranges::all_of(waiting, IsPolling);
+    });
+    for (std::size_t i = 0; i < kThreads; ++i) {
+        EXPECT_TRUE(SetNamedEvent(event));
+    }
+    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT) << "each was for a thread that waited already";
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
 }
 
 TEST_F(LinuxSync, AFullFileIsASetEvent)
