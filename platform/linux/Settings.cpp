@@ -35,7 +35,7 @@ std::vector<BYTE> ReadSettingsFile(const std::string& folder)
     if (folder.empty()) {
         return bytes;
     }
-    // Not to block on what is no regular file is why the open does not.
+    // Without blocking, for the path may be a FIFO that nobody writes to.
     const native::CFileDescriptor file(::open((folder + kFileBelowFolder).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file || !native::IsRegularFile(file) || native::ReadBytes(file, kMaxFileSize + 1, &bytes) != ERROR_SUCCESS ||
         bytes.size() > kMaxFileSize) {

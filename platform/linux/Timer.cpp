@@ -15,7 +15,7 @@ namespace {
 
 using namespace native;
 
-// The timer's own thread reads the expirations; another one may close it meanwhile.
+// Does not block: a wait reads it to learn whether the timer is due.
 CFileDescriptor MakeTimerDescriptor(clockid_t clock)
 {
     return CFileDescriptor(::timerfd_create(clock, TFD_CLOEXEC | TFD_NONBLOCK));
