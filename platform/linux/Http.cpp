@@ -27,7 +27,7 @@ constexpr long kConnectLimitMs = 60'000;
 constexpr milliseconds kSilenceLimit{30'000};
 constexpr int kMaxRedirects = 10;
 // What an unread body may cost to keep its connection; a new connection is cheaper than more.
-constexpr std::size_t kDrainLimitBytes = 64 * 1024;
+constexpr std::size_t kDrainLimitBytes = 65536;
 constexpr milliseconds kDrainLimit{200};
 
 struct FreeMulti {
@@ -124,6 +124,7 @@ private:
     DWORD m_status = 0;
     std::string m_received = {}; // body received, of which the first m_read bytes are read
     std::size_t m_read = 0;
+    std::optional<std::size_t> m_discardable = {}; // while draining: bytes that may still come
     bool m_isDriven = false;
     bool m_isAnswerDue = false; // connected: the silence counts
     CURLcode m_result = CURLE_OK;
@@ -189,6 +190,11 @@ std::size_t CHttpRequest::OnBody(char* bytes, std::size_t size, std::size_t coun
 {
     auto* self = static_cast<CHttpRequest*>(request);
     self->NoteByte();
+    if (self->m_discardable) {
+        const bool isTooMuch = size * count > *self->m_discardable;
+        *self->m_discardable -= isTooMuch ? 0 : size * count;
+        return isTooMuch ? 0 : size * count; // 0 ends the transfer with its connection
+    }
     try {
         self->m_received.append(bytes, size * count);
     } catch (const std::bad_alloc&) {
@@ -219,10 +225,9 @@ bool CHttpRequest::Send()
             return true;
         }
         Drain();
-        Finish(CURLE_OK);
-        m_status = 0;
-        m_received.clear();
         if (redirects == kMaxRedirects || target->empty()) {
+            Finish(CURLE_OK);
+            m_status = 0;
             m_result = CURLE_TOO_MANY_REDIRECTS;
             return false;
         }
@@ -234,6 +239,9 @@ bool CHttpRequest::Send()
 bool CHttpRequest::SendOnce()
 {
     CHttpSession& session = *m_connection->session;
+    Finish(CURLE_OK);
+    m_received.clear();
+    m_read = 0;
     m_status = 0;
     m_isAnswerDue = false;
     m_result = CURLE_OK;
@@ -293,12 +301,11 @@ std::size_t CHttpRequest::Read(char* buffer, std::size_t size)
 void CHttpRequest::Drain()
 {
     const Clock::time_point limit = Clock::now() + kDrainLimit;
-    std::size_t drained = 0;
-    while (m_isDriven && drained <= kDrainLimitBytes && Clock::now() < limit) {
-        m_received.clear();
+    m_discardable = kDrainLimitBytes;
+    while (m_isDriven && Clock::now() < limit) {
         DriveUntil(limit);
-        drained += m_received.size();
     }
+    m_discardable.reset();
 }
 
 // Moves the session's transfers on, waiting for something to happen at most until the limit.
@@ -356,7 +363,8 @@ namespace {
 // What AMPORA_CONNECTED_STATE says instead of the network: "fail" or flags. Nothing when it says neither.
 std::optional<DWORD> StateFromEnvironment(BOOL* result)
 {
-    const char* text = std::getenv("AMPORA_CONNECTED_STATE");
+    // Nothing changes the environment while threads run.
+    const char* text = std::getenv("AMPORA_CONNECTED_STATE"); // NOLINT(concurrency-mt-unsafe)
     if (text == nullptr || *text == '\0') {
         return std::nullopt;
     }

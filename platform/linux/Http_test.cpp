@@ -125,7 +125,7 @@ TEST_F(LinuxHttp, AsksAgainWhenAKeptConnectionTurnsOutToBeClosed)
 TEST_F(LinuxHttp, GivesUpAConnectionWithTooMuchUnread)
 {
     m_server.emplace([](const HttpExchange& exchange) {
-        return exchange.target == "/large" ? HttpAnswer{.status = 404, .body = std::string(3'000'000, 'x')}
+        return exchange.target == "/large" ? HttpAnswer{.status = 404, .body = std::string(8'000'000, 'x')}
                                            : HttpAnswer{.body = "next"};
     });
     EXPECT_TRUE(SendHttpRequest(Open(L"/large")));
