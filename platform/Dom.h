@@ -59,7 +59,8 @@ HRESULT GetDomNodeName(const DomNodePtr& node, CString* name);
 HRESULT GetDomTagName(const DomElementPtr& element, CString* name);
 
 // The text of the node with that of all its descendants, comments and processing instructions left out; space, tab, CR
-// and LF trimmed at both ends, CDATA sections kept whole.
+// and LF trimmed at both ends, unless xml:space says otherwise; CDATA sections kept whole. White space that is not
+// listed parts two texts of an element by one space.
 HRESULT GetDomText(const DomNodePtr& node, CString* text);
 
 // The attribute of this qualified name. S_FALSE and null when there is none.
