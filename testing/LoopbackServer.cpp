@@ -122,7 +122,7 @@ asio::awaitable<void> Send(tcp::socket& socket, const std::string& bytes)
 asio::awaitable<void> Stall(tcp::socket& socket)
 {
     for (;;) {
-        std::array<char, 256> ignored;
+        std::array<char, 256> ignored = {};
         co_await socket.async_read_some(asio::buffer(ignored), asio::use_awaitable);
     }
 }

@@ -319,7 +319,7 @@ std::optional<std::string> ReadFile(const CString& path)
 {
     std::ifstream file(std::filesystem::path(EncodeUtf8(path)), std::ios::binary);
     std::string bytes;
-    std::array<char, 16 * 1024> chunk;
+    std::array<char, 16384> chunk = {};
     while (file.read(chunk.data(), chunk.size()) || file.gcount() > 0) {
         bytes.append(chunk.data(), static_cast<std::size_t>(file.gcount()));
     }
