@@ -50,6 +50,7 @@ void CAmporaThread::Stop(DWORD timeoutMs)
     if (!m_thread) {
         return;
     }
+    // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): the destructor means this class's own
     SetExit();
     platform::WaitForThread(m_thread, timeoutMs);
     const CAutoLock lock(&m_lock);

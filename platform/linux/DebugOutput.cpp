@@ -41,8 +41,8 @@ public:
     void SetRaised() { m_raised = true; }
 
 private:
-    sigset_t m_pipe;
-    sigset_t m_before;
+    sigset_t m_pipe = {};
+    sigset_t m_before = {};
     bool m_wasPending = false;
     bool m_raised = false;
 };

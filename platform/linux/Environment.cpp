@@ -6,7 +6,8 @@ namespace platform::native {
 
 std::string FolderFromEnvironment(const char* name, const std::string& fallback)
 {
-    const char* value = std::getenv(name);
+    // Nothing changes the environment of the program.
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
     if (value == nullptr || value[0] == '\0') {
         return fallback;
     }

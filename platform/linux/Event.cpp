@@ -85,7 +85,7 @@ void CEvent::Pulse()
 bool CEvent::Reset()
 {
     // Bounded, for somebody may write as fast as this reads.
-    std::array<char, 4096> bytes;
+    std::array<char, 4096> bytes{};
     bool wasSet = false;
     for (int rest = kFifoCapacity; rest > 0;) {
         const ssize_t count = ::read(m_file.Get(), bytes.data(), bytes.size());

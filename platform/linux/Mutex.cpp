@@ -32,7 +32,7 @@ public:
     CSignalBlock& operator=(const CSignalBlock&) = delete;
 
 private:
-    sigset_t m_before;
+    sigset_t m_before = {};
 };
 
 bool TryFlock(const CFileDescriptor& file) { return ::flock(file.Get(), LOCK_EX | LOCK_NB) == 0; }
