@@ -78,12 +78,12 @@ function(ampora_append_sources directory variable)
   set(${variable} ${listed} PARENT_SCOPE)
 endfunction()
 
-# Warns of a *_test.cpp that belongs to no target: a test that nobody builds proves nothing.
+# Refuses a *_test.cpp that belongs to no target: a test that nobody builds proves nothing.
 function(ampora_check_test_files)
   file(GLOB_RECURSE test_files RELATIVE "${PROJECT_SOURCE_DIR}" CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/*_test.cpp")
   list(FILTER test_files EXCLUDE REGEX "^build/")
   if(WIN32)
-    list(FILTER test_files EXCLUDE REGEX "^platform/linux/")
+    list(FILTER test_files EXCLUDE REGEX "^(platform/linux|testing/system)/") # the system tests are a Linux program
   else()
     list(FILTER test_files EXCLUDE REGEX "^platform/win32/")
   endif()
@@ -93,6 +93,6 @@ function(ampora_check_test_files)
   endforeach()
   list(REMOVE_ITEM test_files ${listed})
   if(test_files)
-    message(WARNING "Test files in no target: ${test_files}")
+    message(FATAL_ERROR "Test files in no target: ${test_files}")
   endif()
 endfunction()
