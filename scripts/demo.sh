@@ -80,7 +80,6 @@ start_reportd() {
 readable() {
   sed -E 's/\r$//' | awk '
     function put() { if (count) printf "  %s%s\n", line, (count > 1 ? "  (" count " times)" : "") }
-    /PowerCompany::OutData : Enter$/ { $NF = "writes its file" }
     / CXMLParser::| CGSXMLAnalyzer::(GetAttribue|AnalyzeUsageTag) | : (Enter|Leave)$/ { left_out++; next }
     /^\[/ {
       text = substr($1, 2, 3); for (i = 5; i <= NF; i++) text = text " " $i
