@@ -4,6 +4,7 @@
 #include "platform/LastError.h"
 #include "reader/DataFilePath.h"
 #include "testing/FailingMemory.h"
+#include "testing/GoldenDataFile.h"
 #include "testing/MachineTest.h"
 #include "testing/Reports.h"
 #include "testing/SlotOrder.h"
@@ -18,6 +19,7 @@ using platform::sim::Call;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing_support::kGoldenDataFile;
 using testing_support::TraceLine;
 using testing_support::TraceLines;
 using testing_support::TraceMessages;
@@ -181,6 +183,29 @@ TEST_F(AmporaGoolgeSiteConfig, ExceptionOfTheAnalyzerIsTraced)
     EXPECT_EQ(TraceLines().back(), Message("TRA", "AnalyzeData", "Leave"));
 }
 
+TEST_F(AmporaGoolgeSiteConfig, WantOfMemoryInTheAnalyzerIsTraced)
+{
+    const CString report = Wide(testing_support::UsageReport(2, {{}}));
+    unsigned exceptions = 0;
+    bool hasFailed = true;
+    for (unsigned nth = 1; hasFailed; ++nth) {
+        ASSERT_LT(nth, 10'000U);
+        CString copy = report;
+        m_machine.ClearDebugLines();
+        {
+            const testing_support::CFailingMemory failing(nth);
+            const bool isAnalyzed = m_site->AnalyzeData(kActualUsage, std::move(copy), 200) != nullptr;
+            hasFailed = failing.HasFailed();
+            ASSERT_TRUE(isAnalyzed || hasFailed);
+        }
+        const std::vector<TraceLine> messages = TraceMessages();
+        if (!messages.empty() && messages.back() == Message("ERR", "AnalyzeData", "Analyze Exception!")) {
+            ++exceptions;
+        }
+    }
+    EXPECT_GT(exceptions, 0U);
+}
+
 TEST_F(AmporaGoolgeSiteConfig, GoesOnAfterAnException)
 {
     EXPECT_FALSE(Analyze(Wide(testing_support::UsageReport(2, {{.datetime = "1950-01-01T00:00:00"}})), 200));
@@ -297,26 +322,6 @@ TEST_F(AmporaGoolgeSiteConfig, SaveFolderThatCannotBeCreatedIsGivenAllTheSame)
 
 // The file writer.
 
-// Two records of actual usage, byte for byte.
-const std::vector<BYTE> kGolden = {
-    0x00, 0x00, 0x01, 0x00,                         // version 0x00010000
-    0x02, 0x00, 0x00, 0x00,                         // data type 2
-    0x02, 0x00, 0x00, 0x00,                         // 2 records
-    0x00, 0x00, 0x00, 0x00,                         // reserved
-    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012, month 7, Monday, day 2
-    0x0D, 0x00, 0x1E, 0x00, 0x0F, 0x00, 0xF4, 0x01, // 13:30:15.500
-    0xEF, 0xCD, 0xAB, 0x89, 0x67, 0x45, 0x23, 0x01, // 0x0123456789ABCDEF
-    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
-    0x0C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 12:00
-    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
-    0x0D, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 13:00
-    0xA0, 0x0F, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 4000
-    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
-    0x0B, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 11:00
-    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // no end
-    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, //
-};
-
 constexpr SYSTEMTIME kEleven{2012, 7, 1, 2, 11, 0, 0, 0};
 constexpr SYSTEMTIME kTwelve{2012, 7, 1, 2, 12, 0, 0, 0};
 constexpr SYSTEMTIME kThirteen{2012, 7, 1, 2, 13, 0, 0, 0};
@@ -344,7 +349,7 @@ protected:
 TEST_F(OutData, WritesTheFileByteForByte)
 {
     Write();
-    EXPECT_EQ(Content(), kGolden);
+    EXPECT_EQ(Content(), kGoldenDataFile);
     EXPECT_TRUE(m_machine.FindFile(m_path)->nullDacl);
     EXPECT_THAT(TraceLines(), ElementsAre(Message("TRA", "OutData", "Enter"), Message("TRA", "OutData", "Leave")));
 }
@@ -359,7 +364,7 @@ TEST_F(OutData, EmptyListGivesAHeaderOnly)
 {
     const CAmporaDataCollection empty;
     m_site->OutData(m_path, kPeakDemand, &empty, kWriteTime);
-    std::vector<BYTE> expected(kGolden.begin(), kGolden.begin() + 32);
+    std::vector<BYTE> expected(kGoldenDataFile.begin(), kGoldenDataFile.begin() + 32);
     expected[4] = 16;
     expected[8] = 0;
     EXPECT_EQ(Content(), expected);
@@ -369,14 +374,14 @@ TEST_F(OutData, ReplacesALongerFile)
 {
     m_machine.PutFile(m_path, {.bytes = m_old});
     Write();
-    EXPECT_EQ(Content(), kGolden);
+    EXPECT_EQ(Content(), kGoldenDataFile);
 }
 
 TEST_F(OutData, WritingTwiceDoesNotGrowTheFile)
 {
     Write();
     Write();
-    EXPECT_EQ(Content(), kGolden);
+    EXPECT_EQ(Content(), kGoldenDataFile);
 }
 
 TEST_F(OutData, NullListTouchesNoFile)
@@ -455,7 +460,7 @@ TEST_F(OutData, FailedWriteOfARecordReachesTheCaller)
 {
     m_machine.FailCall(Call::kWriteFileBytes, 3, ERROR_WRITE_FAULT);
     EXPECT_THROW(Write(), platform::CFileException);
-    EXPECT_EQ(Content(), std::vector<BYTE>(kGolden.begin(), kGolden.begin() + 72));
+    EXPECT_EQ(Content(), std::vector<BYTE>(kGoldenDataFile.begin(), kGoldenDataFile.begin() + 72));
 }
 
 TEST_F(OutData, FullDiskCutsTheFileWhereItFillsUp)
@@ -468,7 +473,7 @@ TEST_F(OutData, FullDiskCutsTheFileWhereItFillsUp)
         } catch (const platform::CFileException& exception) {
             EXPECT_EQ(exception.Code(), 112U);
         }
-        EXPECT_EQ(Content(), std::vector<BYTE>(kGolden.begin(), kGolden.begin() + freeBytes));
+        EXPECT_EQ(Content(), std::vector<BYTE>(kGoldenDataFile.begin(), kGoldenDataFile.begin() + freeBytes));
     }
 }
 
@@ -479,7 +484,7 @@ TEST_F(OutData, FileIsClosedAfterAFailedWrite)
     std::vector<BYTE> bytes;
     EXPECT_EQ(platform::ReadWholeFile(m_path, 1000, &bytes), ERROR_SUCCESS);
     Write();
-    EXPECT_EQ(Content(), kGolden);
+    EXPECT_EQ(Content(), kGoldenDataFile);
     EXPECT_THAT(TraceMessages(), IsEmpty());
 }
 

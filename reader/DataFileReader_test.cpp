@@ -3,6 +3,7 @@
 #include "platform/Files.h"
 #include "platform/sim/Machine.h"
 #include "reader/DataFilePath.h"
+#include "testing/GoldenDataFile.h"
 
 #include <cstring>
 #include <gmock/gmock.h>
@@ -10,26 +11,7 @@
 namespace {
 
 using platform::sim::CMachine;
-
-// Two records of actual usage, byte for byte.
-const std::vector<BYTE> kGolden = {
-    0x00, 0x00, 0x01, 0x00,                         // version 0x00010000
-    0x02, 0x00, 0x00, 0x00,                         // data type 2
-    0x02, 0x00, 0x00, 0x00,                         // 2 records
-    0x00, 0x00, 0x00, 0x00,                         // reserved
-    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012, month 7, Monday, day 2
-    0x0D, 0x00, 0x1E, 0x00, 0x0F, 0x00, 0xF4, 0x01, // 13:30:15.500
-    0xA0, 0x0F, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 4000
-    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
-    0x0B, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 11:00
-    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
-    0x0C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 12:00
-    0xEF, 0xCD, 0xAB, 0x89, 0x67, 0x45, 0x23, 0x01, // 0x0123456789ABCDEF
-    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
-    0x0C, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 12:00
-    0xDC, 0x07, 0x07, 0x00, 0x01, 0x00, 0x02, 0x00, // 2012-07-02
-    0x0D, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, // 13:00
-};
+using testing_support::kGoldenDataFile;
 
 std::vector<BYTE> WithWord(std::vector<BYTE> bytes, std::size_t offset, DWORD word)
 {
@@ -67,7 +49,7 @@ protected:
 
 TEST(ParseDataFile, GivesHeaderAndRecords)
 {
-    const DataFile file = ParseDataFile(kGolden, kActualUsage);
+    const DataFile file = ParseDataFile(kGoldenDataFile, kActualUsage);
     EXPECT_EQ(file.fault, DataFileFault::kNone);
     EXPECT_EQ(file.reason, L"");
     EXPECT_EQ(file.header.version, 0x00010000U);
@@ -75,17 +57,18 @@ TEST(ParseDataFile, GivesHeaderAndRecords)
     EXPECT_EQ(file.header.count, 2U);
     EXPECT_TRUE(Equal(file.header.writeTime, 2, 13, 30, 15, 500));
     ASSERT_EQ(file.records.size(), 2U);
-    EXPECT_EQ(file.records[0].ullValue, 4000U);
-    EXPECT_TRUE(Equal(file.records[0].stStart, 2, 11, 0, 0, 0));
-    EXPECT_TRUE(Equal(file.records[0].stEnd, 2, 12, 0, 0, 0));
-    EXPECT_EQ(file.records[1].ullValue, 0x0123456789ABCDEFULL);
-    EXPECT_TRUE(Equal(file.records[1].stStart, 2, 12, 0, 0, 0));
-    EXPECT_TRUE(Equal(file.records[1].stEnd, 2, 13, 0, 0, 0));
+    EXPECT_EQ(file.records[0].ullValue, 0x0123456789ABCDEFULL);
+    EXPECT_TRUE(Equal(file.records[0].stStart, 2, 12, 0, 0, 0));
+    EXPECT_TRUE(Equal(file.records[0].stEnd, 2, 13, 0, 0, 0));
+    EXPECT_EQ(file.records[1].ullValue, 4000U);
+    EXPECT_TRUE(Equal(file.records[1].stStart, 2, 11, 0, 0, 0));
+    const SYSTEMTIME noEnd{};
+    EXPECT_EQ(std::memcmp(&file.records[1].stEnd, &noEnd, sizeof(noEnd)), 0);
 }
 
 TEST(ParseDataFile, AcceptsAFileWithoutRecords)
 {
-    const DataFile file = ParseDataFile(Cut(WithWord(kGolden, 8, 0), 32), kActualUsage);
+    const DataFile file = ParseDataFile(Cut(WithWord(kGoldenDataFile, 8, 0), 32), kActualUsage);
     EXPECT_EQ(file.fault, DataFileFault::kNone);
     EXPECT_EQ(file.header.count, 0U);
     EXPECT_TRUE(file.records.empty());
@@ -95,56 +78,57 @@ TEST(ParseDataFile, RefusesLessThanAHeader)
 {
     ExpectFault(ParseDataFile({}, kActualUsage), DataFileFault::kTooShort,
                 L"it has 0 bytes, less than a header (32 bytes)");
-    ExpectFault(ParseDataFile(Cut(kGolden, 31), kActualUsage), DataFileFault::kTooShort,
+    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 31), kActualUsage), DataFileFault::kTooShort,
                 L"it has 31 bytes, less than a header (32 bytes)");
 }
 
 TEST(ParseDataFile, RefusesAnotherVersion)
 {
-    ExpectFault(ParseDataFile(WithWord(kGolden, 0, 0x00020000), kActualUsage), DataFileFault::kForeignVersion,
+    ExpectFault(ParseDataFile(WithWord(kGoldenDataFile, 0, 0x00020000), kActualUsage), DataFileFault::kForeignVersion,
                 L"its format version is 0x00020000, not 0x00010000");
 }
 
 TEST(ParseDataFile, RefusesAnotherKindOfData)
 {
-    ExpectFault(ParseDataFile(kGolden, kPeakDemand), DataFileFault::kForeignDataType, L"it holds data type 2, not 16");
+    ExpectFault(ParseDataFile(kGoldenDataFile, kPeakDemand), DataFileFault::kForeignDataType,
+                L"it holds data type 2, not 16");
 }
 
 TEST(ParseDataFile, RefusesAReservedWordThatIsNotZero)
 {
-    ExpectFault(ParseDataFile(WithWord(kGolden, 12, 1), kActualUsage), DataFileFault::kForeignReserved,
+    ExpectFault(ParseDataFile(WithWord(kGoldenDataFile, 12, 1), kActualUsage), DataFileFault::kForeignReserved,
                 L"its reserved word is 0x00000001, not 0");
 }
 
 TEST(ParseDataFile, RefusesFewerRecordsThanAnnounced)
 {
-    ExpectFault(ParseDataFile(Cut(kGolden, 72), kActualUsage), DataFileFault::kTorn,
+    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 72), kActualUsage), DataFileFault::kTorn,
                 L"it has 72 bytes, but its record count of 2 makes 112");
-    ExpectFault(ParseDataFile(Cut(kGolden, 32), kActualUsage), DataFileFault::kTorn,
+    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 32), kActualUsage), DataFileFault::kTorn,
                 L"it has 32 bytes, but its record count of 2 makes 112");
 }
 
 TEST(ParseDataFile, RefusesAPartOfARecord)
 {
-    ExpectFault(ParseDataFile(Cut(kGolden, 111), kActualUsage), DataFileFault::kTorn,
+    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 111), kActualUsage), DataFileFault::kTorn,
                 L"it has 111 bytes, but its record count of 2 makes 112");
 }
 
 TEST(ParseDataFile, RefusesMoreThanAnnounced)
 {
-    ExpectFault(ParseDataFile(Cut(kGolden, 113), kActualUsage), DataFileFault::kTorn,
+    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 113), kActualUsage), DataFileFault::kTorn,
                 L"it has 113 bytes, but its record count of 2 makes 112");
 }
 
 TEST(ParseDataFile, SurvivesTheLargestCount)
 {
-    ExpectFault(ParseDataFile(WithWord(kGolden, 8, 0xFFFFFFFF), kActualUsage), DataFileFault::kTorn,
+    ExpectFault(ParseDataFile(WithWord(kGoldenDataFile, 8, 0xFFFFFFFF), kActualUsage), DataFileFault::kTorn,
                 L"it has 112 bytes, but its record count of 4294967295 makes 171798691832");
 }
 
 TEST_F(DataFileReader, ReadsAFile)
 {
-    m_machine.PutFile(m_path, {.bytes = kGolden});
+    m_machine.PutFile(m_path, {.bytes = kGoldenDataFile});
     const DataFile file = ReadDataFile(m_path, kActualUsage);
     EXPECT_EQ(file.fault, DataFileFault::kNone);
     EXPECT_EQ(file.records.size(), 2U);
@@ -174,7 +158,7 @@ TEST_F(DataFileReader, ReadsAFileOnceItsWriterHasClosedIt)
 {
     const platform::SecurityDescriptorPtr security = platform::InitializeDescriptor();
     platform::OutputFilePtr writer = platform::OpenForReplace(m_path, security.get());
-    platform::WriteFileBytes(writer, kGolden.data(), kGolden.size());
+    platform::WriteFileBytes(writer, kGoldenDataFile.data(), kGoldenDataFile.size());
     writer.reset();
     EXPECT_EQ(ReadDataFile(m_path, kActualUsage).fault, DataFileFault::kNone);
 }
@@ -188,7 +172,7 @@ TEST_F(DataFileReader, ReportsWhatIsNoFile)
 TEST_F(DataFileReader, TakesAFileBeyondTheLargestSizeAsTorn)
 {
     // Consistent in itself, but longer than anything the program writes.
-    std::vector<BYTE> bytes = WithWord(Cut(kGolden, 32), 8, kMaxDataFileRecords + 1);
+    std::vector<BYTE> bytes = WithWord(Cut(kGoldenDataFile, 32), 8, kMaxDataFileRecords + 1);
     bytes.resize(kMaxDataFileBytes + sizeof(_AmporaOneData));
     m_machine.PutFile(m_path, {.bytes = std::move(bytes)});
     EXPECT_EQ(ReadDataFile(m_path, kActualUsage).fault, DataFileFault::kTorn);
