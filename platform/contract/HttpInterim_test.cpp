@@ -16,5 +16,13 @@ TEST_F(HttpInterim, AnswersAreSkipped)
     EXPECT_THAT(Get(), testing::Pair(200U, "yes"));
 }
 
+TEST_F(HttpInterim, SwitchingProtocolsIsTheAnswer)
+{
+    Serve({.body = "yes", .headers = {{"Connection", "close"}}});
+    SendBeforeAnswers("HTTP/1.1 101 Switching Protocols\r\n\r\n");
+    // What follows is the other protocol's.
+    EXPECT_THAT(Get(), testing::Pair(101U, testing::EndsWith("yes")));
+}
+
 } // namespace
 } // namespace contract

@@ -26,6 +26,7 @@ using std::chrono::milliseconds;
 constexpr long kConnectLimitMs = 60'000;
 constexpr milliseconds kSilenceLimit{30'000};
 constexpr int kMaxRedirects = 10;
+constexpr long kSwitchingProtocols = 101;
 // What an unread body may cost to keep its connection; a new connection is cheaper than more.
 constexpr std::size_t kDrainLimitBytes = 65536;
 constexpr milliseconds kDrainLimit{200};
@@ -169,8 +170,8 @@ bool CHttpRequest::Prepare()
     return std::all_of(std::begin(isSet), std::end(isSet), [](bool each) { return each; });
 }
 
-// The empty line after the last header line makes the answer's status known; those from 100 to 199 only announce
-// another answer.
+// The empty line after the last header line makes the answer's status known. Those from 100 to 199 only announce
+// another answer, but for 101, after which the connection speaks another protocol.
 std::size_t CHttpRequest::OnHeaderLine(char* line, std::size_t size, std::size_t count, void* request)
 {
     auto* self = static_cast<CHttpRequest*>(request);
@@ -179,7 +180,7 @@ std::size_t CHttpRequest::OnHeaderLine(char* line, std::size_t size, std::size_t
     if (text == "\r\n" || text == "\n") {
         long status = 0;
         curl_easy_getinfo(self->m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
-        if (status >= 200) {
+        if (status >= 200 || status == kSwitchingProtocols) {
             self->m_status = static_cast<DWORD>(status);
         }
     }
