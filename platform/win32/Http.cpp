@@ -60,6 +60,7 @@ ULONGLONG DeclaredBodySize(HINTERNET request)
 class CHttpSession {
 public:
     CInternetHandle handle;
+    DWORD context;
 };
 
 class CHttpConnection {
@@ -81,10 +82,10 @@ BOOL QueryConnectedState(DWORD* flags)
     return ::InternetGetConnectedState(flags, 0);
 }
 
-HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD /*context*/)
+HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD context)
 {
     CInternetHandle handle(::InternetOpenW(agent, INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr, 0));
-    return handle ? std::make_shared<CHttpSession>(std::move(handle)) : nullptr;
+    return handle ? std::make_shared<CHttpSession>(std::move(handle), context) : nullptr;
 }
 
 void CloseHttpSession(const HttpSessionPtr& session)
@@ -96,8 +97,8 @@ void CloseHttpSession(const HttpSessionPtr& session)
 
 HttpConnectionPtr OpenHttpConnection(const HttpSessionPtr& session, const CString& server, WORD port)
 {
-    CInternetHandle handle(
-        ::InternetConnectW(session->handle.Get(), server.c_str(), port, nullptr, nullptr, INTERNET_SERVICE_HTTP, 0, 0));
+    CInternetHandle handle(::InternetConnectW(session->handle.Get(), server.c_str(), port, nullptr, nullptr,
+                                              INTERNET_SERVICE_HTTP, 0, session->context));
     return handle ? std::make_shared<CHttpConnection>(session, std::move(handle)) : nullptr;
 }
 
