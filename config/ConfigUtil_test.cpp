@@ -81,6 +81,7 @@ TEST_F(ConfigUtil, EveryValueIsReadFromTheMachineHive)
     EXPECT_FALSE(CConfigUtil::IsSiteEnable(3));
     EXPECT_EQ(CConfigUtil::GetSupportDataType(3, 31), 3U);
     EXPECT_EQ(CConfigUtil::GetApiHost(), L"api.example:80");
+    EXPECT_TRUE(m_machine.DebugLines().empty());
 }
 
 TEST_F(ConfigUtil, GlobalEnableOfThePerUserHiveCountsForNothing)
@@ -123,6 +124,7 @@ TEST_F(ConfigUtil, EveryOtherTypeCountsAsAbsent)
         PutBytes(Hive::kPerUser, kMain, L"LogLevel", type, data);
         EXPECT_EQ(CConfigUtil::GetLogLevel(), 3U) << "type " << type;
     }
+    EXPECT_TRUE(m_machine.DebugLines().empty());
 }
 
 TEST_F(ConfigUtil, ANumberOfAnotherLengthCountsAsAbsent)
@@ -214,10 +216,17 @@ TEST_F(ConfigUtil, AnUnreadableStoreGivesTheDefaults)
 {
     m_machine.PutDword(Hive::kMachine, kMain, L"Enable", 1);
     m_machine.PutDword(Hive::kMachine, kTokyo, L"Enable", 0);
-    m_machine.PutDword(Hive::kMachine, kMain, L"FixedClock", 1);
+    m_machine.PutDword(Hive::kMachine, kTokyo, L"SupportDataType", 1);
+    for (const wchar_t* name : {L"LogLevel", L"Interval", L"IntervalMin", L"IntervalMax", L"FixedClock",
+                                L"FixedClockMin", L"FixedClockMax"}) {
+        m_machine.PutDword(Hive::kMachine, kMain, name, 1);
+    }
     m_machine.FailEvery(Call::kQuerySettingsValue, ERROR_ACCESS_DENIED);
     EXPECT_FALSE(CConfigUtil::IsUpdateEnable());
     EXPECT_TRUE(CConfigUtil::IsSiteEnable(3));
+    EXPECT_EQ(CConfigUtil::GetSupportDataType(3, 31), 31U);
+    EXPECT_EQ(CConfigUtil::GetLogLevel(), 0U);
+    EXPECT_EQ(Interval(), (ThreeNumbers{30, -15, 15}));
     EXPECT_EQ(FixedClock(), (ThreeNumbers{9, 0, 30}));
     EXPECT_EQ(CConfigUtil::GetApiHost(), L"127.0.0.1:8470");
 }

@@ -139,6 +139,19 @@ TEST_F(TraceLog, OutputTraceLineWritesWhateverTheMask)
     EXPECT_THAT(TraceLines(), ElementsAre(kErr));
 }
 
+static_assert(noexcept(OutputTraceLine(L"ERR", kFunction, CString())));
+static_assert(noexcept(CTraceLog(kFunction).Err(L"%d", 1)));
+static_assert(noexcept(CTraceLog(kFunction).War(L"%d", 1)));
+static_assert(noexcept(CTraceLog(kFunction).Tra(L"%d", 1)));
+
+TEST_F(TraceLog, OutputTraceLineItselfLosesAFailedLineSilently)
+{
+    m_machine.FailCall(Call::kOutputDebugText, 1, ERROR_OUTOFMEMORY);
+    OutputTraceLine(L"ERR", kFunction, L"lost");
+    OutputTraceLine(L"ERR", kFunction, L"e");
+    EXPECT_THAT(TraceLines(), ElementsAre(kErr));
+}
+
 TEST_F(TraceLog, EveryLineIsOneCallOfTheDebuggerOutput)
 {
     WriteEverything(27);
