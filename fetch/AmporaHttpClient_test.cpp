@@ -48,6 +48,7 @@ protected:
         platform::SetLastErrorCode(ERROR_SUCCESS);
         Result result{FALSE, L"before ", 0};
         result.success = m_client->GetData(url, result.body, result.status);
+        EXPECT_EQ(m_machine.OpenHttpHandleCount(), 0U);
         return result;
     }
 
@@ -208,6 +209,7 @@ TEST_F(AmporaHttpClient, ExceptionOfTheRequestReachesTheCaller)
 {
     m_machine.FailCall(Call::kOpenHttpRequestThrows, 1, kInternetError);
     EXPECT_THROW(Get(), platform::CInternetException);
+    EXPECT_EQ(m_machine.OpenHttpHandleCount(), 0U);
     EXPECT_THAT(TraceLines(), ElementsAre(Message("TRA", "Enter"), Message("TRA", "Leave")));
 }
 
@@ -279,6 +281,7 @@ TEST_F(AmporaHttpClient, ExceptionOfAnotherFamilyReachesTheCaller)
 {
     m_machine.SetHttpHandler([](const HttpExchange&) -> HttpAnswer { throw 1; });
     EXPECT_THROW(Get(), int);
+    EXPECT_EQ(m_machine.OpenHttpHandleCount(), 0U);
     EXPECT_THAT(TraceLines(), ElementsAre(Message("TRA", "Enter"), Message("TRA", "Leave")));
 }
 
@@ -402,10 +405,21 @@ TEST_F(AmporaHttpClient, ConstructorOpensASessionAndTracesItsScope)
     EXPECT_THAT(TraceLines(), ElementsAre(TraceLine{"TRA", name, "Enter"}, TraceLine{"TRA", name, "Leave"}));
 }
 
-TEST_F(AmporaHttpClient, DestructorTracesItsScope)
+TEST_F(AmporaHttpClient, SessionIsOpenedBeforeTheScope)
+{
+    m_machine.ClearDebugLines();
+    {
+        const testing_support::CFailingMemory failing(1);
+        EXPECT_THROW(CAmporaHttpClient(), std::bad_alloc);
+    }
+    EXPECT_THAT(TraceLines(), IsEmpty());
+}
+
+TEST_F(AmporaHttpClient, DestructorClosesTheSessionAndTracesItsScope)
 {
     m_machine.ClearDebugLines();
     m_client.reset();
+    EXPECT_EQ(m_machine.CallCount(Call::kCloseHttpSession), 1U);
     const std::string name = "CAmporaHttpClient::~CAmporaHttpClient";
     EXPECT_THAT(TraceLines(), ElementsAre(TraceLine{"TRA", name, "Enter"}, TraceLine{"TRA", name, "Leave"}));
 }

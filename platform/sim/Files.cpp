@@ -66,7 +66,7 @@ BOOL GetCommonAppDataFolder(CString* folder)
     if (sim::FailsByFault(Call::kGetCommonAppDataFolder)) {
         return FALSE;
     }
-    *folder = CString(L"C:") + kPathSeparator + L"ProgramData";
+    *folder = sim::Machine().commonAppDataFolder;
     if (EntryAt(*folder) == nullptr) {
         AddEntry(*folder, {.isFolder = true});
     }
@@ -198,6 +198,8 @@ void CMachine::RemoveFile(const CString& path)
     std::erase_if(m_state->disk,
                   [&](const auto& entry) { return entry.first == path || entry.first.starts_with(below); });
 }
+
+void CMachine::SetCommonAppDataFolder(const CString& path) { m_state->commonAppDataFolder = path; }
 
 void CMachine::SetFreeBytes(std::size_t bytes) { m_state->freeBytes = bytes; }
 

@@ -179,6 +179,15 @@ bool FailsOrThrows(Call failing, Call throwing)
     return sim::FailsByFault(failing);
 }
 
+// A connection or request, which the machine counts as long as somebody holds it.
+template <class Handle>
+std::shared_ptr<Handle> MakeHandle(Handle content)
+{
+    auto handle = std::make_shared<Handle>(std::move(content));
+    sim::Machine().httpHandles.push_back(handle);
+    return handle;
+}
+
 bool IsOpen(const CHttpSession& session)
 {
     if (!session.isOpen) {
@@ -207,6 +216,7 @@ HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD /*context*/)
 
 void CloseHttpSession(const HttpSessionPtr& session)
 {
+    static_cast<void>(sim::FailsByFault(Call::kCloseHttpSession));
     if (session != nullptr) {
         session->isOpen = false;
         session->keptConnections.clear();
@@ -219,7 +229,7 @@ HttpConnectionPtr OpenHttpConnection(const HttpSessionPtr& session, const CStrin
         return nullptr;
     }
     const std::string portText = port == kHttpPort ? "" : ":" + std::to_string(port);
-    return std::make_shared<CHttpConnection>(CHttpConnection{session, EncodeUtf8(server) + portText});
+    return MakeHandle(CHttpConnection{session, EncodeUtf8(server) + portText});
 }
 
 HttpRequestPtr OpenHttpRequest(const HttpConnectionPtr& connection, const CString& object, DWORD /*context*/)
@@ -227,7 +237,7 @@ HttpRequestPtr OpenHttpRequest(const HttpConnectionPtr& connection, const CStrin
     if (FailsOrThrows(Call::kOpenHttpRequest, Call::kOpenHttpRequestThrows) || !IsOpen(*connection->session)) {
         return nullptr;
     }
-    return std::make_shared<CHttpRequest>(CHttpRequest{connection, object.empty() ? "/" : EncodeUtf8(object)});
+    return MakeHandle(CHttpRequest{connection, object.empty() ? "/" : EncodeUtf8(object)});
 }
 
 BOOL SendHttpRequest(const HttpRequestPtr& request)
@@ -276,7 +286,8 @@ std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_
     }
     const std::string& body = request->answer.body;
     const DWORD error = BodyError(request->answer.fault);
-    const std::size_t available = error == ERROR_SUCCESS ? body.size() : body.size() / 2;
+    const bool isWhole = error == ERROR_SUCCESS && request->answer.fault != HttpFault::kLongBody;
+    const std::size_t available = isWhole ? body.size() : body.size() / 2;
     const std::size_t read = std::min(size, available - request->bodyRead);
     std::memcpy(buffer, body.data() + request->bodyRead, read);
     request->bodyRead += read;

@@ -20,6 +20,7 @@ enum class HttpFault {
     kStalledBody, // header and half of the body, then nothing, the connection stays open
     kShortBody,   // header with the whole length, half of the body, then the connection ends
     kReset,       // header and half of the body, then the connection is reset
+    kLongBody,    // header with half of the length, then the whole body, the connection goes on; not with chunks
 };
 
 struct HttpAnswer {

@@ -146,6 +146,13 @@ void CMachine::SetConnectedState(BOOL result, DWORD flags)
 
 std::vector<HttpExchange> CMachine::HttpExchanges() const { return m_state->httpExchanges; }
 
+std::size_t CMachine::OpenHttpHandleCount() const
+{
+    const std::vector<std::weak_ptr<void>>& handles = m_state->httpHandles;
+    return static_cast<std::size_t>(
+        std::count_if(handles.begin(), handles.end(), [](const auto& handle) { return !handle.expired(); }));
+}
+
 unsigned CMachine::ArmedTimerCount() const { return m_state->timers.ArmedCount(); }
 
 int CMachine::ApartmentBalance() const { return m_state->apartmentBalance; }

@@ -46,6 +46,7 @@ enum class Call {
     kQueryHttpStatusCode,       // FALSE
     kQueryHttpStatusCodeThrows, // CInternetException
     kReadHttpBody,              // CInternetException
+    kCloseHttpSession,          // counted, cannot fail
     kCreateDomDocument,
     kLoadDomText,
     kLoadDomTextThrows, // std::bad_alloc
@@ -132,6 +133,8 @@ public:
     void SetConnectedState(BOOL result, DWORD flags);
     // The requests that reached the web so far; a refused one did not.
     std::vector<HttpExchange> HttpExchanges() const;
+    // Connections and requests that were opened and are not closed yet.
+    std::size_t OpenHttpHandleCount() const;
 
     // The disk. Null when there is no such file or folder; valid until it is put anew or removed.
     const SimFile* FindFile(const CString& path) const;
@@ -141,6 +144,8 @@ public:
     void PutFile(const CString& path, SimFile file);
     // Removes a file, or a folder with what is in it.
     void RemoveFile(const CString& path);
+    // The common application-data folder from now on, made when it is next asked for.
+    void SetCommonAppDataFolder(const CString& path);
     // Writes beyond this many bytes in total fail with error 112; a fault mid-record writes what still fits.
     void SetFreeBytes(std::size_t bytes);
 

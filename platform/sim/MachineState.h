@@ -51,11 +51,13 @@ struct MachineState {
     int apartmentBalance = 0;
 
     std::map<CString, std::shared_ptr<DiskEntry>> disk = {};
+    CString commonAppDataFolder = CString(L"C:") + kPathSeparator + L"ProgramData";
     std::size_t freeBytes = 0;
 
     HttpHandler httpHandler = {};
     std::vector<HttpExchange> httpExchanges = {};
-    unsigned httpConnections = 0; // made so far
+    unsigned httpConnections = 0;                      // made so far
+    std::vector<std::weak_ptr<void>> httpHandles = {}; // of every connection and request opened so far
     BOOL connectedResult = TRUE;
     DWORD connectedFlags = 0;
 
