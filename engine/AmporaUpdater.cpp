@@ -139,13 +139,13 @@ CAmporaUpdater::Turn CAmporaUpdater::WaitForTurn(const NamedObjects& objects) co
         if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED_0) {
             ++turn.acquisitions;
         }
+        if (result == WAIT_FAILED && !IsExitSet()) {
+            // Waiting goes on, but not in a circle without rest. A Stop's pulse ends the rest and is used up by it.
+            platform::WaitForOne(objects.event, kFailedWaitPauseMs, FALSE);
+        }
         if (IsExitSet()) {
             turn.exit = true;
             return turn;
-        }
-        if (result == WAIT_FAILED) {
-            // Waiting goes on, but not in a circle without rest.
-            platform::WaitForOne(objects.event, kFailedWaitPauseMs, FALSE);
         }
     }
     return turn;

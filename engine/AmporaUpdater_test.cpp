@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -24,6 +25,7 @@ using platform::sim::HttpExchange;
 using platform::sim::SimFile;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Pair;
 using ::testing::SizeIs;
 using testing_support::CountTrace;
 using testing_support::SlotOf;
@@ -90,7 +92,7 @@ public:
     std::vector<Written> written;
 };
 
-SYSTEMTIME At(WORD year, WORD month, WORD day, WORD hour, WORD minute = 0)
+SYSTEMTIME At(WORD year, WORD month, WORD day, WORD hour, WORD minute = 0, WORD second = 0)
 {
     SYSTEMTIME time{};
     time.wYear = year;
@@ -98,6 +100,7 @@ SYSTEMTIME At(WORD year, WORD month, WORD day, WORD hour, WORD minute = 0)
     time.wDay = day;
     time.wHour = hour;
     time.wMinute = minute;
+    time.wSecond = second;
     return time;
 }
 
@@ -343,6 +346,36 @@ TEST_F(AmporaUpdater, FailedWaitIsTriedAgainAfterARest)
     updater.Stop(1000);
 }
 
+TEST_F(AmporaUpdater, ExitDuringTheRestAfterAFailedWaitEndsThePass)
+{
+    // Symptom: the worker used Stop's signal up in its rest, went on waiting for the other copy's pass and was given
+    // up.
+    RunningUpdater updater;
+    m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
+    m_machine.FailCall(Call::kWaitForAny, 1, 6);
+    ASSERT_TRUE(updater.Start());
+    m_machine.RunUntilIdle();
+    updater.Stop(1000);
+    EXPECT_THAT(updater.results, ElementsAre(FALSE));
+    EXPECT_THAT(updater.site.days, IsEmpty());
+    EXPECT_EQ(CountTrace("TRA", kUpdateName, "Exit Signal."), 1);
+    EXPECT_EQ(m_machine.ElapsedMs(), 0);
+    m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
+}
+
+TEST_F(AmporaUpdater, ExitBeforeAFailedWaitEndsThePassWithoutARest)
+{
+    RunningUpdater updater;
+    m_machine.FailCall(Call::kWaitForAny, 1, 6);
+    ASSERT_TRUE(updater.Start());
+    updater.SetExit();
+    updater.WaitForEnd(INFINITE);
+    EXPECT_THAT(updater.results, ElementsAre(FALSE));
+    EXPECT_EQ(m_machine.CallCount(Call::kWaitForAny), 1U);
+    EXPECT_EQ(m_machine.ElapsedMs(), 0);
+    updater.Stop(1000);
+}
+
 TEST_F(AmporaUpdater, PassWithoutMutexGoesOnWithoutWaiting)
 {
     // Update before Start: there is no mutex yet.
@@ -390,6 +423,37 @@ TEST_F(AmporaUpdater, KindsComeInOrderAndOnlyUsageIsTrimmed)
         EXPECT_EQ(site.written[i].dataType, kinds[i]);
         EXPECT_THAT(site.written[i].records, SizeIs(i < 3 ? 2 : 4));
     }
+    EXPECT_EQ(CountTrace("TRA", "CAmporaDataCollection::AdjustData", "Out of Range. Remove Item"), 6);
+}
+
+TEST_F(AmporaUpdater, PassTrimsUsageToTwelveHoursOnEitherSide)
+{
+    FakeSite site;
+    bool firstDay = false;
+    site.analyze = [&](DWORD, const CString&, DWORD) -> FakeSite::Records {
+        firstDay = !firstDay;
+        if (!firstDay) {
+            return nullptr;
+        }
+        auto records = std::make_unique<CAmporaDataCollection>();
+        records->AddAmporaData(At(2012, 7, 2, 5), At(2012, 7, 2, 5, 59, 59), 1);
+        records->AddAmporaData(At(2012, 7, 2, 5), At(2012, 7, 2, 6), 2);
+        records->AddAmporaData(At(2012, 7, 3, 6), At(2012, 7, 3, 7), 3);
+        records->AddAmporaData(At(2012, 7, 3, 6, 0, 1), At(2012, 7, 3, 7), 4);
+        return records;
+    };
+    m_machine.SetLocalClock(At(2012, 7, 2, 18));
+    EXPECT_TRUE(UpdateSite(site));
+    const std::vector<ULONGLONG> inside = {2, 3};
+    const std::vector<ULONGLONG> all = {1, 2, 3, 4};
+    std::map<DWORD, std::vector<ULONGLONG>> values;
+    for (const Written& written : site.written) {
+        for (const _AmporaOneData& record : written.records) {
+            values[written.dataType].push_back(record.ullValue);
+        }
+    }
+    EXPECT_THAT(values,
+                ElementsAre(Pair(1U, inside), Pair(2U, inside), Pair(4U, inside), Pair(8U, all), Pair(16U, all)));
     EXPECT_EQ(CountTrace("TRA", "CAmporaDataCollection::AdjustData", "Out of Range. Remove Item"), 6);
 }
 
