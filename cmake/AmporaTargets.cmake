@@ -37,6 +37,12 @@ function(ampora_program name)
   target_link_libraries(${name} PRIVATE ${arg_LINK} ampora_platform_native)
 endfunction()
 
+# Compiles a test program's own sources quickly: the tests themselves run for moments, but take more than twice as long
+# to compile when they are optimised. What they test is built as it ships.
+function(ampora_test_options name)
+  target_compile_options(${name} PRIVATE -O0 -g1)
+endfunction()
+
 # ampora_test(NAME SOURCES ... LINK ... [PLATFORM target]): a test program, one CTest test a case. It runs on the
 # simulated machine unless PLATFORM names another backend.
 function(ampora_test name)
@@ -49,9 +55,7 @@ function(ampora_test name)
   endif()
   add_executable(${name} ${arg_SOURCES})
   set_target_properties(${name} PROPERTIES AMPORA_PLATFORM ${arg_PLATFORM})
-  # The tests themselves run for moments, but take more than twice as long to compile when they are optimised. What they
-  # test is built as it ships.
-  target_compile_options(${name} PRIVATE -O0 -g1)
+  ampora_test_options(${name})
   if(arg_PLATFORM STREQUAL ampora_platform_sim)
     target_link_libraries(${name} PRIVATE ampora_testing_sim)
   endif()
