@@ -13,7 +13,8 @@
 // Stop gives up waiting after its time-out, so a thread can outlive it. Two things keep that safe. Every run has an
 // exit flag of its own, so that a following Start never takes back the request to end. And a run keeps the object
 // alive: an object held by a std::shared_ptr is destroyed by whoever lets go of it last, its owner or the ending
-// thread. An object that is not held so must not be destroyed before its thread has ended.
+// thread. Letting go of it therefore neither asks the thread to end nor waits: the owner stops it first. An object that
+// is not held so must not be destroyed before its thread has ended.
 //
 // Start, Stop and the destructor belong to one owning thread at a time.
 class CAmporaThread : public std::enable_shared_from_this<CAmporaThread> {

@@ -19,6 +19,7 @@ namespace {
 using platform::sim::Call;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using testing_support::CountTrace;
 using testing_support::SlotOf;
 using testing_support::TraceLine;
 using testing_support::TraceLines;
@@ -122,7 +123,7 @@ TEST_F(AmporaThread, StopWithoutThreadDoesNotSetTheExitFlag)
     WorkThread thread([](WorkThread&) {});
     thread.Stop(100);
     EXPECT_FALSE(thread.IsExitSet());
-    EXPECT_EQ(testing_support::CountTrace("TRA", "CAmporaThread::SetExit", "Enter"), 0);
+    EXPECT_EQ(CountTrace("TRA", "CAmporaThread::SetExit", "Enter"), 0);
 }
 
 TEST_F(AmporaThread, StopGivesUpAfterItsTimeoutAndTheThreadGoesOn)
@@ -213,6 +214,25 @@ TEST_F(AmporaThread, DestructionStopsARunningThreadWithin100Ms)
     EXPECT_LE(m_machine.ElapsedMs(), 100);
     EXPECT_THAT(TraceLines(), ::testing::Contains(TraceLine{"TRA", "CAmporaThread::Stop", "Enter"}));
     EXPECT_THAT(TraceLines(), ::testing::Contains(TraceLine{"TRA", "CAmporaThread::_CallThreadProc", "Leave"}));
+}
+
+// A thread that does not look at its exit flag, nor at any other member, so that it may outlive its object.
+class DeafThread : public CAmporaThread {
+public:
+    void ThreadProc() override { Sleep(5000); }
+};
+
+TEST_F(AmporaThread, DestructionGivesUpAfter100Ms)
+{
+    {
+        DeafThread thread;
+        ASSERT_TRUE(thread.Start());
+        m_machine.RunUntilIdle();
+    }
+    EXPECT_EQ(m_machine.ElapsedMs(), 100);
+    EXPECT_EQ(CountTrace("TRA", "CAmporaThread::_CallThreadProc", "Leave"), 0);
+    m_machine.RunFor(5000);
+    EXPECT_EQ(CountTrace("TRA", "CAmporaThread::_CallThreadProc", "Leave"), 1);
 }
 
 TEST_F(AmporaThread, DestructionWithoutThreadStopsNothing)
