@@ -6,10 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <type_traits>
 
 namespace {
 
 using platform::CCriticalSection;
+
+static_assert(std::has_virtual_destructor_v<CAutoLock>);
 
 struct Probe {
     CCriticalSection* section;

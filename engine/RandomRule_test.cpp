@@ -1,9 +1,15 @@
 #include "engine/RandomRule.h"
 
-#include <gtest/gtest.h>
+#include "platform/Clock.h"
+#include "platform/sim/Machine.h"
+
+#include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <iostream>
 #include <limits>
+#include <string>
 
 namespace {
 
@@ -57,6 +63,33 @@ TEST(RandomRule, WidestBoundsDoNotOverflow)
     constexpr LONG kHighest = std::numeric_limits<LONG>::max();
     EXPECT_EQ(RandomMinutes(0, kLowest, kHighest), kLowest);
     EXPECT_GT(RandomMinutes(32767, kLowest, kHighest), 2147000000);
+}
+
+// Draws in a process of its own, whose generator nobody has used before.
+class RandomRuleDeathTest : public testing::Test {
+protected:
+    RandomRuleDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+
+    platform::sim::CMachine m_machine;
+};
+
+TEST_F(RandomRuleDeathTest, GeneratorIsSeededWithTheTimeOfTheFirstDrawAndNeverAgain)
+{
+    // Between these bounds the minutes are the number drawn.
+    constexpr LONG kMinimum = 0;
+    constexpr LONG kMaximum = 32768;
+    m_machine.RunFor(12345000);
+    CRandomGenerator generator(static_cast<std::uint32_t>(platform::ReadTime()));
+    const int first = generator.Next();
+    const int second = generator.Next();
+    EXPECT_EXIT(
+        {
+            std::cerr << DrawRandomMinutes(kMinimum, kMaximum) << ' ';
+            m_machine.RunFor(67890000);
+            std::cerr << DrawRandomMinutes(kMinimum, kMaximum);
+            std::_Exit(0);
+        },
+        testing::ExitedWithCode(0), testing::Eq(std::to_string(first) + ' ' + std::to_string(second)));
 }
 
 TEST(RandomGenerator, DrawsTheClassicSequence)

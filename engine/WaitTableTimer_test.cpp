@@ -9,13 +9,17 @@
 #include <gmock/gmock.h>
 
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace {
 
 using platform::sim::Call;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Pair;
 using testing_support::TraceLine;
+using testing_support::TraceLines;
 using testing_support::TraceMessages;
 
 constexpr LONGLONG kMillisecond = 10000; // in 100-nanosecond units
@@ -173,8 +177,14 @@ TEST_F(WaitTableTimer, CreateTwiceClosesTheFirstWithACancel)
     timer.Start(&due);
     m_machine.ClearDebugLines();
     EXPECT_TRUE(timer.Create());
-    EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"TRA", "CWaitTableTimer::Cancel", "Timer Canceled."},
-                                             TraceLine{"TRA", "CWaitTableTimer::Create", "Created Timer"}));
+    EXPECT_THAT(TraceLines(), ElementsAre(TraceLine{"TRA", "CWaitTableTimer::Create", "Enter"},
+                                          TraceLine{"TRA", "CWaitTableTimer::Close", "Enter"},
+                                          TraceLine{"TRA", "CWaitTableTimer::Cancel", "Enter"},
+                                          TraceLine{"TRA", "CWaitTableTimer::Cancel", "Timer Canceled."},
+                                          TraceLine{"TRA", "CWaitTableTimer::Cancel", "Leave"},
+                                          TraceLine{"TRA", "CWaitTableTimer::Close", "Leave"},
+                                          TraceLine{"TRA", "CWaitTableTimer::Create", "Created Timer"},
+                                          TraceLine{"TRA", "CWaitTableTimer::Create", "Leave"}));
     EXPECT_EQ(m_machine.ArmedTimerCount(), 0U);
 }
 
@@ -229,6 +239,24 @@ public:
     using CWaitTableTimer::_TimerAPCProc;
 };
 
+// A timer that notes what its event handler gets.
+class RecordingTimer : public OpenTimer {
+public:
+    void OnTimerEvent(DWORD timerLowValue, DWORD timerHighValue) override
+    {
+        events.emplace_back(timerLowValue, timerHighValue);
+    }
+    std::vector<std::pair<DWORD, DWORD>> events;
+};
+
+TEST_F(WaitTableTimer, RoutineHandsBothHalvesToTheHandler)
+{
+    RecordingTimer timer;
+    CWaitTableTimer* const argument = &timer;
+    OpenTimer::_TimerAPCProc(argument, 1, 2);
+    EXPECT_THAT(timer.events, ElementsAre(Pair(1U, 2U)));
+}
+
 TEST_F(WaitTableTimer, RoutineWithoutItsObjectIsAWarning)
 {
     OpenTimer::_TimerAPCProc(nullptr, 0, 0);
@@ -245,7 +273,7 @@ TEST_F(WaitTableTimer, EveryScopeIsLeft)
         timer.Start(&due);
         WaitAlertably(INFINITE);
     }
-    EXPECT_TRUE(testing_support::TraceScopesBalance(testing_support::TraceLines()));
+    EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
 }
 
 } // namespace
