@@ -89,6 +89,13 @@ TEST_F(DataFilePath, UnknownCommonFolderLeavesTheFolderPartEmpty)
     EXPECT_EQ(PathOf(3, 1), CString(kPathSeparator) + L"tokyo_00000001.dat");
 }
 
+TEST_F(DataFilePath, PathBeyondTheBufferIsCut)
+{
+    const CString folder = CString(L"C:") + kPathSeparator + CString(297, L'f');
+    m_machine.SetCommonAppDataFolder(folder);
+    EXPECT_EQ(PathOf(3, 1), folder.substr(0, 259));
+}
+
 TEST_F(DataFilePath, CreatesNothing)
 {
     const std::vector<CString> before = m_machine.FilePaths();
