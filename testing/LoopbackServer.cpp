@@ -8,12 +8,15 @@
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/read_until.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
 #include <cctype>
+#include <condition_variable>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <string_view>
 #include <thread>
@@ -71,7 +74,8 @@ std::string HeaderOf(const HttpAnswer& answer)
     if (answer.chunked) {
         header << "Transfer-Encoding: chunked\r\n";
     } else if (MayHaveBody(answer.status)) {
-        header << "Content-Length: " << answer.body.size() << "\r\n";
+        const std::size_t size = answer.body.size();
+        header << "Content-Length: " << (answer.fault == HttpFault::kLongBody ? size / 2 : size) << "\r\n";
     }
     header << "\r\n";
     return header.str();
@@ -118,42 +122,34 @@ asio::awaitable<void> Send(tcp::socket& socket, const std::string& bytes)
     co_await asio::async_write(socket, asio::buffer(bytes), asio::use_awaitable);
 }
 
-// Says nothing more, until the client ends the connection: then the read throws.
-asio::awaitable<void> Stall(tcp::socket& socket)
-{
-    for (;;) {
-        std::array<char, 256> ignored = {};
-        co_await socket.async_read_some(asio::buffer(ignored), asio::use_awaitable);
-    }
-}
-
 asio::awaitable<void> Wait(DWORD timeMs)
 {
     asio::steady_timer timer(co_await asio::this_coro::executor, std::chrono::milliseconds(timeMs));
     co_await timer.async_wait(asio::use_awaitable);
 }
 
-// Gives the answer. Whether the connection can serve another request.
+bool Stalls(const HttpAnswer& answer)
+{
+    return answer.fault == HttpFault::kStalled || answer.fault == HttpFault::kStalledBody;
+}
+
+// Gives the answer, as far as it goes. Whether the connection can serve another request.
 asio::awaitable<bool> Give(tcp::socket& socket, const HttpAnswer& answer, const std::string& prelude)
 {
     const std::string header = prelude + HeaderOf(answer);
     switch (answer.fault) {
     case HttpFault::kNone:
+    case HttpFault::kLongBody:
         co_await Send(socket, header + BodyOf(answer));
         co_return !ClosesConnection(answer);
     case HttpFault::kRefused:
     case HttpFault::kClosedEarly:
+    case HttpFault::kStalled:
         co_return false;
     case HttpFault::kGarbage:
         co_await Send(socket, "\x01\x02 These are not the bytes you are looking for.\r\n\r\n");
         co_return false;
-    case HttpFault::kStalled:
-        co_await Stall(socket);
-        co_return false;
     case HttpFault::kStalledBody:
-        co_await Send(socket, header + HalfBodyOf(answer));
-        co_await Stall(socket);
-        co_return false;
     case HttpFault::kShortBody:
         co_await Send(socket, header + HalfBodyOf(answer));
         co_return false;
@@ -196,10 +192,11 @@ struct CLoopbackServer::Impl {
             while (co_await ServeOne(socket, received, number)) {
             }
         } catch (const boost::system::system_error&) {
-            // The client has ended the connection.
+            // The client has ended the connection, or EndStalled has.
         }
         socket.close();
         const std::lock_guard lock(mutex);
+        stalled.erase(&socket);
         --openConnections;
     }
 
@@ -212,7 +209,43 @@ struct CLoopbackServer::Impl {
         const std::string bytesBefore = Record(exchange);
         const HttpAnswer answer = handler(exchange);
         co_await Wait(answer.latencyMs);
-        co_return co_await Give(socket, answer, bytesBefore);
+        const bool goesOn = co_await Give(socket, answer, bytesBefore);
+        if (Stalls(answer)) {
+            co_await Stall(socket);
+        }
+        co_return goesOn;
+    }
+
+    // Says nothing more until the connection ends: then the read throws.
+    asio::awaitable<void> Stall(tcp::socket& socket)
+    {
+        NoteStall(socket);
+        for (;;) {
+            std::array<char, 256> ignored = {};
+            co_await socket.async_read_some(asio::buffer(ignored), asio::use_awaitable);
+        }
+    }
+
+    void NoteStall(tcp::socket& socket)
+    {
+        const std::lock_guard lock(mutex);
+        stalled.insert(&socket);
+        hasStalled.notify_all();
+    }
+
+    bool EndStalled(std::chrono::seconds limit)
+    {
+        std::unique_lock lock(mutex);
+        if (!hasStalled.wait_for(lock, limit, [this] { return !stalled.empty(); })) {
+            return false;
+        }
+        asio::post(io, [this] {
+            const std::lock_guard posted(mutex);
+            for (tcp::socket* socket : stalled) {
+                socket->close();
+            }
+        });
+        return true;
     }
 
     unsigned CountConnection()
@@ -237,6 +270,9 @@ struct CLoopbackServer::Impl {
     std::vector<HttpExchange> exchanges = {};
     unsigned connections = 0;
     unsigned openConnections = 0;
+    std::set<tcp::socket*> stalled = {}; // used on the server's thread alone
+
+    std::condition_variable hasStalled; // when a connection has come to the stalled ones
 
     // The last to be made and the first to go, with what is still running in it.
     asio::io_context io{1};
@@ -258,6 +294,8 @@ void CLoopbackServer::SetPrelude(std::string bytes)
     const std::lock_guard lock(m_impl->mutex);
     m_impl->prelude = std::move(bytes);
 }
+
+bool CLoopbackServer::EndStalled(std::chrono::seconds limit) { return m_impl->EndStalled(limit); }
 
 std::vector<HttpExchange> CLoopbackServer::Exchanges() const
 {

@@ -3,6 +3,7 @@
 
 #include "platform/sim/HttpAnswer.h"
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,6 +28,9 @@ public:
 
     // Bytes to send before the header of every answer from the next request on; by default none.
     void SetPrelude(std::string bytes);
+
+    // Ends every connection that a fault stalls now, after waiting for one at most this long. False when there is none.
+    bool EndStalled(std::chrono::seconds limit);
 
     // Every request so far, in the order in which they arrived.
     std::vector<platform::sim::HttpExchange> Exchanges() const;

@@ -128,6 +128,41 @@ TEST(LoopbackServer, StallsAfterHalfOfTheBodyUntilItGoes)
     EXPECT_TRUE(end);
 }
 
+TEST(LoopbackServer, LongBodyIsTwiceItsLengthAndTheConnectionGoesOn)
+{
+    const CLoopbackServer server(Always({.body = "0123456789", .fault = HttpFault::kLongBody}));
+    CRawClient client(server.Port());
+    for (int request = 0; request < 2; ++request) {
+        client.Ask("/");
+        EXPECT_EQ(client.ReadTo("9"), "HTTP/1.1 200 Status\r\nContent-Length: 5\r\n\r\n0123456789");
+    }
+}
+
+TEST(LoopbackServer, EndsStalledConnectionsAndGoesOn)
+{
+    CLoopbackServer server([](const HttpExchange& exchange) {
+        return exchange.target == "/stalled"
+                   ? HttpAnswer{.fault = HttpFault::kStalled}
+                   : HttpAnswer{.body = "0123456789",
+                                .fault = exchange.target == "/half" ? HttpFault::kStalledBody : HttpFault::kNone};
+    });
+    EXPECT_FALSE(server.EndStalled(std::chrono::seconds(0)));
+    CRawClient kept(server.Port());
+    for (const char* target : {"/stalled", "/half"}) {
+        kept.Ask("/");
+        kept.ReadTo("9");
+        CRawClient client(server.Port());
+        client.Ask(target);
+        EXPECT_TRUE(server.EndStalled(std::chrono::seconds(30)));
+        boost::system::error_code end;
+        EXPECT_EQ(client.ReadAll(&end).ends_with("01234"), target == std::string("/half"));
+        EXPECT_EQ(end, asio::error::eof);
+    }
+    kept.Ask("/");
+    EXPECT_THAT(kept.ReadTo("9"), StartsWith("HTTP/1.1 200 "));
+    EXPECT_FALSE(server.EndStalled(std::chrono::seconds(0)));
+}
+
 TEST(LoopbackServer, EndsWhileConnectionsStallOrWait)
 {
     std::optional<CLoopbackServer> server(std::in_place, [](const HttpExchange& exchange) {
