@@ -1,5 +1,6 @@
 // One pass of the real program, on the platform under test.
 #include "testing/Reports.h"
+#include "testing/ScratchFolder.h"
 #include "testing/system/SystemTest.h"
 
 #include <algorithm>
@@ -16,9 +17,11 @@ using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::Field;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
+using testing_support::PeakReport;
 using testing_support::Report;
 using testing_support::TraceLine;
 using testing_support::UsageReport;
@@ -30,6 +33,9 @@ constexpr const char* kGetData = "CAmporaHttpClient::GetData";
 const TraceLine kGetDataFail{"ERR", kUpdateOne, "Get Data Fail"};
 const TraceLine kAnalyzeError{"ERR", kUpdateOne, "Analyze Error"};
 const TraceLine kUpdated{"TRA", "CAmporaUpdater::ThreadProc", "Updated"};
+const TraceLine kSendFail{"ERR", kGetData, "SendRequest Fail."};
+const TraceLine kTransferBroke{"WAR", kGetData, "Exception!"};
+const TraceLine kDataIsEmpty{"ERR", kSiteAnalyze, "Data is Empty"};
 const TraceLine kOpenFail{"ERR", "CAmporaGoolgeSiteConfig::OutData", "Open Fail."};
 const TraceLine kLoadFail{"ERR", "CXMLParser::Load", "XML Load fail.(0x08X)"};
 const TraceLine kTagInvalid{"ERR", kAnalyze, "Tag name invalid"};
@@ -37,31 +43,83 @@ const TraceLine kTagInvalid{"ERR", kAnalyze, "Tag name invalid"};
 // The company whose answers go wrong: three kinds of data, so six requests.
 constexpr const char* kFaulty = "chubu";
 constexpr int kFaultyRequests = 6;
+constexpr int kAllRequests = 42;
+
+TraceLine StatusError(unsigned status) { return {"TRA", kGetData, "StatusCode is Error " + std::to_string(status)}; }
 
 class SystemPass : public CSystemTest {
 protected:
-    // A pass in which the faulty company's answers are these and its files exist: they stay as they are, the other
-    // companies' files are written.
-    Pass RunFaulty(AnswerFunction answer)
+    // A pass in which the faulty company's answers, or those of one kind, are these and its files exist: they stay as
+    // they are, all others are written.
+    Pass RunFaulty(AnswerFunction answer, unsigned dataType = 0)
     {
-        SetAnswer(kFaulty, std::move(answer));
-        for (const unsigned dataType : {2U, 8U, 16U}) {
-            PutOldFile(kFaulty, dataType);
-        }
+        SetAnswer(kFaulty, std::move(answer), dataType);
+        PutOldFiles(kFaulty);
         Pass pass = RunPass();
         EXPECT_EQ(pass.exitCode, 0);
         EXPECT_EQ(pass.brokenLines, 0) << pass.text;
         EXPECT_EQ(CountLines(pass, kUpdated), 1);
-        for (const unsigned dataType : {2U, 8U, 16U}) {
+        if (dataType == 0) {
+            ExpectOldFiles(kFaulty);
+            ExpectOthersHealthy(kFaulty);
+        } else {
             ExpectOldFile(kFaulty, dataType);
+            ExpectOthersHealthy(kFaulty, dataType);
         }
-        ExpectOthersHealthy(kFaulty);
         return pass;
     }
 
-    Pass RunFaulty(const HttpAnswer& answer)
+    Pass RunFaulty(const HttpAnswer& answer, unsigned dataType = 0)
     {
-        return RunFaulty([answer](const Request&) { return answer; });
+        return RunFaulty([answer](const Request&) { return answer; }, dataType);
+    }
+
+    // A healthy report with a fault on its way.
+    AnswerFunction HealthyWith(HttpFault fault, bool chunked = false)
+    {
+        return [this, fault, chunked](const Request& request) {
+            HttpAnswer answer = Healthy().Answer(request);
+            answer.fault = fault;
+            answer.chunked = chunked;
+            return answer;
+        };
+    }
+
+    // A pass in which every file exists and no request gets an answer.
+    void RunUnanswered(const std::string& moreSettings = "")
+    {
+        for (const Company& company : Companies()) {
+            PutOldFiles(company.word);
+        }
+        const Pass pass = RunPass(moreSettings);
+        EXPECT_EQ(pass.exitCode, 0);
+        EXPECT_EQ(CountLines(pass, kSendFail), kAllRequests);
+        EXPECT_EQ(CountLines(pass, kGetDataFail), kAllRequests);
+        EXPECT_EQ(CountLines(pass, kUpdated), 1);
+        for (const Company& company : Companies()) {
+            ExpectOldFiles(company.word);
+        }
+    }
+
+    // A pass whose first answer stalls until its connection ends: it costs that day alone.
+    Pass RunStalled(HttpFault fault)
+    {
+        SetAnswer("tokyo", [this, fault](const Request& request) {
+            HttpAnswer answer = Healthy().Answer(request);
+            answer.fault = Exchanges().size() == 1 ? fault : HttpFault::kNone;
+            return answer;
+        });
+        std::future<Pass> running =
+            std::async(std::launch::async, [this] { return RunPass(SiteSetting("tokyo", "SupportDataType", 8)); });
+        EXPECT_TRUE(EndStalled());
+        Pass pass = running.get();
+        EXPECT_EQ(pass.exitCode, 0);
+        EXPECT_EQ(CountLines(pass, kGetDataFail), 1);
+        EXPECT_EQ(CountLines(pass, kUpdated), 1);
+        EXPECT_THAT(Requests(), SizeIs(kAllRequests - 8));
+        EXPECT_EQ(Records("tokyo", 8), Healthy().RecordBytes("tokyo", 8, {Dates().at(1)}));
+        ExpectOthersHealthy("tokyo");
+        return pass;
     }
 
     // The folder's name as the program knows it.
@@ -82,6 +140,29 @@ protected:
         return settings;
     }
 };
+
+// Every request of the faulty company failed for this reason, and what came of it is this.
+void ExpectEachFailed(const Pass& pass, const TraceLine& reason, const TraceLine& result)
+{
+    EXPECT_EQ(CountLines(pass, reason), kFaultyRequests);
+    EXPECT_EQ(CountLines(pass, result), kFaultyRequests);
+    EXPECT_EQ(CountLines(pass, kGetDataFail) + CountLines(pass, kAnalyzeError), kFaultyRequests);
+}
+
+// A report without its XML declaration.
+std::string Body(const std::string& report) { return report.substr(report.find("<power_report>")); }
+
+// Elements one inside the other, each with its end.
+std::string Nested(int levels)
+{
+    std::string begin;
+    std::string end;
+    for (int level = 0; level < levels; ++level) {
+        begin += "<a>";
+        end += "</a>";
+    }
+    return begin + end;
+}
 
 // The steps of a healthy pass: what each kind of each company has to trace.
 std::vector<TraceLine> HealthySteps(const std::string& dataFolder)
@@ -201,6 +282,22 @@ TEST_F(SystemPass, PerUserLogLevelCountsBeforeTheMachineWideOne)
     EXPECT_EQ(RunPass("[HKEY_CURRENT_USER\\Software\\Halvex\\AmporaSrv]\n\"LogLevel\"=dword:00000000\n\n").text, "");
 }
 
+TEST_F(SystemPass, ChangedLogLevelCountsAtTheNextStart)
+{
+    const std::string settings = OnlySetting("tokyo", 8);
+    SetAnswer("tokyo", [&](const Request& request) {
+        if (Exchanges().size() == 1) {
+            Rig().PutSettings(BaseSettings(Port(), 0) + settings);
+        }
+        return Healthy().Answer(request);
+    });
+    const Pass pass = RunPass(settings);
+    EXPECT_EQ(CountLines(pass, {"TRA", kAnalyze, "PeakSupply Tag Success"}), 2);
+    EXPECT_EQ(CountLines(pass, kUpdated), 1);
+    EXPECT_EQ(Rig().RunPass().text, "");
+    EXPECT_THAT(Exchanges(), SizeIs(4));
+}
+
 TEST_F(SystemPass, DoesNothingWhenUpdatingIsOff)
 {
     for (const std::string settings : {"", "[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv]\n\"Enable\"=dword:0\n\n",
@@ -264,11 +361,10 @@ TEST_F(SystemPass, UnavailableDaysLeaveAHeaderAlone)
 {
     SetAnswer("tohoku", [](const Request&) { return HttpAnswer{.status = 503}; });
     const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, StatusError(503)), 10);
     EXPECT_EQ(CountLines(pass, {"TRA", kSiteAnalyze, "No Data"}), 10);
     for (const unsigned dataType : kDataTypes) {
-        const std::string bytes = FileBytes(DataFile("tohoku", dataType));
-        ASSERT_EQ(bytes.size(), 32U);
-        EXPECT_EQ(bytes.substr(0, 16), Bytes32(0x00010000) + Bytes32(dataType) + Bytes32(0) + Bytes32(0));
+        ExpectEmptyFile("tohoku", dataType);
     }
     ExpectOthersHealthy("tohoku");
 }
@@ -280,7 +376,7 @@ TEST_F(SystemPass, OneUnavailableDayLeavesTheOtherDaysRecords)
     });
     RunPass();
     const std::string records = Healthy().RecordBytes("tohoku", 8, {Dates().at(1)});
-    EXPECT_EQ(FileBytes(DataFile("tohoku", 8)).substr(32), records);
+    EXPECT_EQ(Records("tohoku", 8), records);
     EXPECT_EQ(records.size(), 40U);
 }
 
@@ -289,8 +385,11 @@ TEST_F(SystemPass, OneFailedDayLeavesTheOtherDaysRecords)
     SetAnswer("tohoku", [this](const Request& request) {
         return request.date == Dates().front() ? Healthy().Answer(request) : HttpAnswer{.status = 500};
     });
-    RunPass();
-    EXPECT_EQ(FileBytes(DataFile("tohoku", 16)).substr(32), Healthy().RecordBytes("tohoku", 16, {Dates().at(0)}));
+    const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, StatusError(500)), 5);
+    EXPECT_EQ(CountLines(pass, kDataIsEmpty), 5);
+    EXPECT_EQ(CountLines(pass, kAnalyzeError), 5);
+    EXPECT_EQ(Records("tohoku", 16), Healthy().RecordBytes("tohoku", 16, {Dates().at(0)}));
 }
 
 TEST_F(SystemPass, BodyOfAnUnavailableDayIsNotRead)
@@ -300,8 +399,9 @@ TEST_F(SystemPass, BodyOfAnUnavailableDayIsNotRead)
         [this](const Request& request) { return HttpAnswer{.status = 503, .body = Healthy().Answer(request).body}; },
         8);
     const Pass pass = RunPass();
+    EXPECT_EQ(CountLines(pass, StatusError(503)), 2);
     EXPECT_EQ(CountLines(pass, {"TRA", kSiteAnalyze, "No Data"}), 2);
-    EXPECT_EQ(FileBytes(DataFile("tohoku", 8)).size(), 32U);
+    ExpectEmptyFile("tohoku", 8);
     ExpectHealthyFile("tohoku", 16);
 }
 
@@ -309,65 +409,70 @@ TEST_F(SystemPass, ErrorStatusLeavesTheFilesAsTheyAre)
 {
     const std::map<unsigned, unsigned> statuses = {{2, 404}, {8, 400}, {16, 500}};
     const Pass pass = RunFaulty([&](const Request& request) {
-        return HttpAnswer{.status = statuses.at(request.dataType), .body = "<power_report/>"};
+        const bool isFirstDay = request.date == Dates().front();
+        return HttpAnswer{.status = statuses.at(request.dataType), .body = isFirstDay ? "<power_report/>" : ""};
     });
     for (const auto& [dataType, status] : statuses) {
-        EXPECT_EQ(CountLines(pass, {"TRA", kGetData, "StatusCode is Error " + std::to_string(status)}), 2);
+        EXPECT_EQ(CountLines(pass, StatusError(status)), 2) << status;
     }
-    EXPECT_EQ(CountLines(pass, {"ERR", kSiteAnalyze, "Data is Empty"}), kFaultyRequests);
-    EXPECT_EQ(CountLines(pass, kAnalyzeError), kFaultyRequests);
+    ExpectEachFailed(pass, kDataIsEmpty, kAnalyzeError);
 }
 
 TEST_F(SystemPass, EmptyAnswerLeavesTheFilesAsTheyAre)
 {
-    const Pass pass = RunFaulty(HttpAnswer{});
-    EXPECT_EQ(CountLines(pass, {"ERR", kSiteAnalyze, "Data is Empty"}), kFaultyRequests);
+    ExpectEachFailed(RunFaulty(HttpAnswer{}), kDataIsEmpty, kAnalyzeError);
 }
 
 TEST_F(SystemPass, ServerThatIsNotThereCostsEveryReportAndNothingElse)
 {
-    PutOldFile("tokyo", 1);
     const testing_support::CClosedPort nobody;
     SetPort(nobody.Port());
-    const Pass pass = RunPass();
-    EXPECT_EQ(pass.exitCode, 0);
-    EXPECT_EQ(CountLines(pass, {"ERR", kGetData, "SendRequest Fail."}), 42);
-    EXPECT_EQ(CountLines(pass, kGetDataFail), 42);
-    EXPECT_EQ(CountLines(pass, kUpdated), 1);
-    ExpectOldFile("tokyo", 1);
+    RunUnanswered();
+}
+
+TEST_F(SystemPass, HostThatCannotBeResolvedCostsEveryReportAndNothingElse)
+{
+    // No name server is asked for a name with a part above 63 characters.
+    const std::string host = std::string(64, 'x') + ".invalid";
+    RunUnanswered("[HKEY_CURRENT_USER\\Software\\Halvex\\AmporaSrv]\n\"ApiHost\"=\"" + host + "\"\n\n");
+    EXPECT_THAT(Exchanges(), IsEmpty());
 }
 
 TEST_F(SystemPass, ConnectionThatClosesEarlyFails)
 {
-    const Pass pass = RunFaulty({.fault = HttpFault::kClosedEarly});
-    EXPECT_EQ(CountLines(pass, kGetDataFail), kFaultyRequests);
+    ExpectEachFailed(RunFaulty({.fault = HttpFault::kClosedEarly}), kSendFail, kGetDataFail);
 }
 
 TEST_F(SystemPass, BytesThatAreNotHttpAreNoReport)
 {
     const Pass pass = RunFaulty({.fault = HttpFault::kGarbage});
-    // WinINet takes them for an old server's answer, so that they may get as far as the analyzer.
-    EXPECT_EQ(CountLines(pass, kGetDataFail) + CountLines(pass, kAnalyzeError), kFaultyRequests);
+    if (PlatformUnderTest() == Platform::kLinux) {
+        ExpectEachFailed(pass, kSendFail, kGetDataFail);
+    } else { // WinINet takes them for an old server's answer
+        ExpectEachFailed(pass, kLoadFail, kAnalyzeError);
+    }
 }
 
 TEST_F(SystemPass, AnswerShorterThanItSaysFails)
 {
-    const Pass pass = RunFaulty([this](const Request& request) {
-        HttpAnswer answer = Healthy().Answer(request);
-        answer.fault = HttpFault::kShortBody;
-        return answer;
-    });
-    EXPECT_EQ(CountLines(pass, kGetDataFail), kFaultyRequests);
-    EXPECT_EQ(CountLines(pass, {"WAR", kGetData, "Exception!"}), kFaultyRequests);
+    ExpectEachFailed(RunFaulty(HealthyWith(HttpFault::kShortBody)), kTransferBroke, kGetDataFail);
+}
+
+TEST_F(SystemPass, ChunksThatBreakOffAreNoReport)
+{
+    const Pass pass = RunFaulty(HealthyWith(HttpFault::kShortBody, true));
+    if (PlatformUnderTest() == Platform::kLinux) {
+        ExpectEachFailed(pass, kTransferBroke, kGetDataFail);
+    } else { // wine takes the break for the body's end
+        ExpectEachFailed(pass, kLoadFail, kAnalyzeError);
+    }
 }
 
 TEST_F(SystemPass, ConnectionResetInTheBodyFails)
 {
-    const Pass pass = RunFaulty([this](const Request& request) {
-        HttpAnswer answer = Healthy().Answer(request);
-        answer.fault = HttpFault::kReset;
-        return answer;
-    });
+    const Pass pass = RunFaulty(HealthyWith(HttpFault::kReset));
+    // The reset may overtake the header.
+    EXPECT_EQ(CountLines(pass, kSendFail) + CountLines(pass, kTransferBroke), kFaultyRequests);
     EXPECT_EQ(CountLines(pass, kGetDataFail), kFaultyRequests);
 }
 
@@ -383,10 +488,12 @@ TEST_F(SystemPass, RedirectLoopEnds)
         }
         return HttpAnswer{.status = 302, .headers = {{"Location", target}}};
     });
-    EXPECT_EQ(CountLines(pass, kGetDataFail) + CountLines(pass, kAnalyzeError), kFaultyRequests);
     EXPECT_THAT(redirects, SizeIs(kFaultyRequests));
     if (PlatformUnderTest() == Platform::kLinux) {
+        ExpectEachFailed(pass, kSendFail, kGetDataFail);
         EXPECT_THAT(redirects, Each(testing::Pair(testing::_, 11)));
+    } else { // an answer without a body, by its last status
+        ExpectEachFailed(pass, kDataIsEmpty, kAnalyzeError);
     }
 }
 
@@ -424,15 +531,15 @@ TEST_F(SystemPass, TextThatIsNoDocumentIsNoReport)
     std::size_t next = 0;
     for (const char* company : {"tohoku", "kansai"}) {
         SetAnswer(company, [&](const Request&) { return HttpAnswer{.body = reports[next++ % reports.size()].xml}; });
-        PutOldFile(company, 1);
+        PutOldFiles(company);
     }
     const Pass pass = RunPass();
     EXPECT_EQ(next, requests);
     EXPECT_EQ(CountLines(pass, kLoadFail), 20);
     EXPECT_EQ(CountLines(pass, kTagInvalid), 20);
     EXPECT_EQ(CountLines(pass, kAnalyzeError), 20);
-    ExpectOldFile("tohoku", 1);
-    ExpectOldFile("kansai", 1);
+    ExpectOldFiles("tohoku");
+    ExpectOldFiles("kansai");
     ExpectHealthyFiles("tokyo");
     ExpectHealthyFiles("chubu");
     ExpectHealthyFiles("kyushu");
@@ -440,33 +547,84 @@ TEST_F(SystemPass, TextThatIsNoDocumentIsNoReport)
 
 TEST_F(SystemPass, EndlessNestingIsNoReport)
 {
-    std::string deep = "<power_report>";
-    for (int level = 0; level < 100000; ++level) {
-        deep += "<a>";
+    ExpectEachFailed(RunFaulty({.body = Report(Nested(100000))}), kLoadFail, kAnalyzeError);
+}
+
+TEST_F(SystemPass, ReportWithATextTooLongIsNoReport)
+{
+    constexpr std::size_t kLongestText = 10'000'000; // of the XML parser
+    const Pass pass = RunFaulty({.body = PeakReport(8, {.value = std::string(kLongestText + 1, '1')})}, 8);
+    EXPECT_EQ(CountLines(pass, kLoadFail), 2);
+    EXPECT_EQ(CountLines(pass, kAnalyzeError), 2);
+}
+
+TEST_F(SystemPass, ReportBeyondTheLimitFails)
+{
+    constexpr std::size_t kLongestBody = std::size_t{64} * 1024 * 1024;
+    HttpAnswer answer{.body = PeakReport(8, {})};
+    answer.body.resize(kLongestBody + 1, ' ');
+    const Pass pass = RunFaulty(answer, 8);
+    EXPECT_EQ(CountLines(pass, kTransferBroke), 2);
+    EXPECT_EQ(CountLines(pass, kGetDataFail), 2);
+}
+
+TEST_F(SystemPass, HugeReportIsStored)
+{
+    constexpr int kUsages = 50000;
+    constexpr int kWindowSeconds = 12 * 60 * 60;
+    const std::time_t first = std::time(nullptr) - kWindowSeconds / 2;
+    std::vector<testing_support::UsageRow> rows;
+    std::string records;
+    for (int i = 0; i < kUsages; ++i) {
+        const std::time_t start = first + i % kWindowSeconds;
+        rows.push_back({DateTimeOf(start), "60", std::to_string(i)});
+        records += Bytes64(static_cast<unsigned>(i)) + CalendarBytes(start) + CalendarBytes(start + 60);
     }
-    const Pass pass = RunFaulty({.body = deep});
-    EXPECT_EQ(CountLines(pass, kLoadFail), kFaultyRequests);
+    SetAnswer("tokyo", [&](const Request& request) {
+        return request.date == Dates().front() ? HttpAnswer{.body = UsageReport(2, rows)} : HttpAnswer{.status = 503};
+    });
+    // Without the lines about each usage.
+    EXPECT_EQ(RunPass(OnlySetting("tokyo", 2), 3).text, "");
+    EXPECT_EQ(FileBytes(DataFile("tokyo", 2)).substr(0, 16), HeaderBytes(2, kUsages));
+    EXPECT_TRUE(Records("tokyo", 2) == records) << Records("tokyo", 2).size();
 }
 
 TEST_F(SystemPass, DocumentWithAnotherRootIsNoReport)
 {
     const Pass pass = RunFaulty({.body = "<?xml version=\"1.0\"?><Power_Report><peak_supply/></Power_Report>"});
     EXPECT_EQ(CountLines(pass, kLoadFail), 0);
-    EXPECT_EQ(CountLines(pass, kTagInvalid), kFaultyRequests);
+    ExpectEachFailed(pass, kTagInvalid, kAnalyzeError);
 }
 
 TEST_F(SystemPass, NothingThatADocumentNamesIsFetched)
 {
+    // A number, so that it would fit into a record.
+    const std::string secret = "271828182845";
+    const testing_support::CScratchFolder folder;
+    const std::string root = PlatformUnderTest() == Platform::kWindows ? "file:///Z:" : "file://";
+    const std::string file = root + folder.Write("secret", secret).string();
+    const std::string definitions = root + folder.Write("definitions", "<!ENTITY e \"" + secret + "\">").string();
     const std::string url = "http://127.0.0.1:" + std::to_string(Port()) + "/stolen";
-    SetAnswer(kFaulty, [url](const Request&) {
-        return HttpAnswer{.body = "<?xml version=\"1.0\"?><!DOCTYPE power_report SYSTEM \"" + url +
-                                  ".dtd\" [<!ENTITY % p SYSTEM \"" + url + "\">%p;<!ENTITY e SYSTEM \"" + url +
-                                  "\">]><power_report><peak_supply>&e;</peak_supply></power_report>"};
+    const std::time_t start = std::time(nullptr);
+    const std::map<unsigned, std::string> documents = {
+        {2, "[<!ENTITY e SYSTEM \"" + file + "\">]>" + Body(UsageReport(2, {{DateTimeOf(start), "60", "&e;"}}))},
+        {8, "SYSTEM \"" + url + ".dtd\" [<!ENTITY % p SYSTEM \"" + url + "\">%p;<!ENTITY e SYSTEM \"" + url + "\">]>" +
+                Body(PeakReport(8, {.value = "&e;"}))},
+        {16, "SYSTEM \"" + definitions + "\">" + Body(PeakReport(16, {.value = "&e;"}))}};
+    SetAnswer(kFaulty, [&documents](const Request& request) {
+        return HttpAnswer{.body = "<?xml version=\"1.0\"?><!DOCTYPE power_report " + documents.at(request.dataType)};
     });
     const Pass pass = RunPass();
     EXPECT_EQ(pass.exitCode, 0);
-    EXPECT_THAT(Requests(), SizeIs(42));
-    EXPECT_THAT(Exchanges(), SizeIs(42));
+    EXPECT_THAT(Requests(), SizeIs(kAllRequests));
+    EXPECT_THAT(Exchanges(), SizeIs(kAllRequests));
+    EXPECT_THAT(pass.text, Not(HasSubstr(secret)));
+    EXPECT_EQ(CountLines(pass, {"TRA", "CXMLParser::GetTagValue", "TagValue is \"\""}), kFaultyRequests);
+    for (const unsigned dataType : KindsOf(kFaulty)) {
+        const std::string records = Records(kFaulty, dataType);
+        ASSERT_THAT(records, SizeIs(80)) << dataType;
+        EXPECT_EQ(records.substr(0, 8) + records.substr(40, 8), Bytes64(0) + Bytes64(0)) << dataType;
+    }
     ExpectOthersHealthy(kFaulty);
 }
 
@@ -475,17 +633,15 @@ TEST_F(SystemPass, BrokenDatesAndNumbersBecomeTheirDefaults)
     SetAnswer(
         kFaulty,
         [](const Request&) {
-            return HttpAnswer{.body = testing_support::PeakReport(8, {"2012-13-01T00:00:00", "tomorrow", "many"})};
+            return HttpAnswer{.body = PeakReport(8, {"2012-13-01T00:00:00", "tomorrow", "many"})};
         },
         8);
     RunPass();
     // Value 0, from Monday 1601-01-01 00:00:00 to the same, once a day.
     const std::string never("\x41\x06\x01\x00\x01\x00\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00", 16);
     const std::string record = Bytes64(0) + never + never;
-    EXPECT_EQ(FileBytes(DataFile(kFaulty, 8)).substr(32), record + record);
-    ExpectHealthyFile(kFaulty, 2);
-    ExpectHealthyFile(kFaulty, 16);
-    ExpectOthersHealthy(kFaulty);
+    EXPECT_EQ(Records(kFaulty, 8), record + record);
+    ExpectOthersHealthy(kFaulty, 8);
 }
 
 TEST_F(SystemPass, BrokenNumbersOfAUsageBecomeZero)
@@ -499,23 +655,32 @@ TEST_F(SystemPass, BrokenNumbersOfAUsageBecomeZero)
         2);
     RunPass();
     const std::string record = Bytes64(0) + CalendarBytes(start) + CalendarBytes(start);
-    EXPECT_EQ(FileBytes(DataFile(kFaulty, 2)).substr(32), record + record);
+    EXPECT_EQ(Records(kFaulty, 2), record + record);
+}
+
+TEST_F(SystemPass, UsageWithABrokenDateCostsItselfAlone)
+{
+    const std::time_t start = std::time(nullptr);
+    SetAnswer(kFaulty, [start](const Request&) {
+        return HttpAnswer{.body =
+                              UsageReport(2, {{"2012-13-01T00:00:00", "300", "6"}, {DateTimeOf(start), "300", "7"}})};
+    });
+    const Pass pass = RunPass(OnlySetting(kFaulty, 2));
+    EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaDataCollection::AdjustData", "Out of Range. Remove Item"}), 2);
+    const std::string record = Bytes64(7) + CalendarBytes(start) + CalendarBytes(start + 300);
+    EXPECT_EQ(Records(kFaulty, 2), record + record);
 }
 
 TEST_F(SystemPass, ImpossibleDateCostsItsReport)
 {
-    SetAnswer(
-        kFaulty,
-        [](const Request&) {
-            return HttpAnswer{.body = UsageReport(2, {{"1950-01-01T00:00:00", "300", "1"}})};
+    const Pass pass = RunFaulty(
+        [this](const Request& request) {
+            const std::string date = request.date == Dates().front() ? "1950-01-01" : "3001-02-01";
+            return HttpAnswer{.body = UsageReport(2, {{date + "T00:00:00", "300", "1"}})};
         },
         2);
-    PutOldFile(kFaulty, 2);
-    const Pass pass = RunPass();
     EXPECT_EQ(CountLines(pass, {"ERR", kSiteAnalyze, "Analyze Exception!"}), 2);
-    ExpectOldFile(kFaulty, 2);
-    ExpectHealthyFile(kFaulty, 8);
-    ExpectOthersHealthy(kFaulty);
+    EXPECT_EQ(CountLines(pass, kAnalyzeError), 2);
 }
 
 TEST_F(SystemPass, UnknownAndIncompleteElementsCostNothingElse)
@@ -525,15 +690,16 @@ TEST_F(SystemPass, UnknownAndIncompleteElementsCostNothingElse)
         kFaulty,
         [start](const Request&) {
             const std::string usage = testing_support::UsageXml({DateTimeOf(start), "60", "7"});
-            return HttpAnswer{.body = Report("<notice/><actual_usage><usage>1</usage>" + usage +
+            return HttpAnswer{.body = Report("<notice/>" + Nested(200) + "<actual_usage><usage>1</usage>" + usage +
                                              "<!-- end --></actual_usage><instant_usage/>")};
         },
         2);
     const Pass pass = RunPass();
     EXPECT_EQ(CountLines(pass, {"WAR", kAnalyze, "Unknown Tag.(notice)"}), 2);
+    EXPECT_EQ(CountLines(pass, {"WAR", kAnalyze, "Unknown Tag.(a)"}), 2);
     EXPECT_EQ(CountLines(pass, {"ERR", kAnalyze, "Instant Tag Fail"}), 2);
     const std::string record = Bytes64(7) + CalendarBytes(start) + CalendarBytes(start + 60);
-    EXPECT_EQ(FileBytes(DataFile(kFaulty, 2)).substr(32), record + record);
+    EXPECT_EQ(Records(kFaulty, 2), record + record);
 }
 
 TEST_F(SystemPass, PlainFileInPlaceOfTheFolderKeepsEveryFileFromBeingWritten)
@@ -552,9 +718,7 @@ TEST_F(SystemPass, FolderInPlaceOfAFileCostsThatFileAlone)
     const Pass pass = RunPass();
     EXPECT_EQ(CountLines(pass, kOpenFail), 1);
     EXPECT_TRUE(std::filesystem::is_directory(DataFile("kansai", 4)));
-    ExpectHealthyFile("kansai", 2);
-    ExpectHealthyFile("kansai", 8);
-    ExpectOthersHealthy("kansai");
+    ExpectOthersHealthy("kansai", 4);
 }
 
 TEST_F(SystemPass, FileHeldOpenByAReaderStaysAsItIs)
@@ -564,28 +728,19 @@ TEST_F(SystemPass, FileHeldOpenByAReaderStaysAsItIs)
     const Pass pass = RunPass();
     EXPECT_EQ(CountLines(pass, kOpenFail), 1);
     ExpectOldFile("kansai", 4);
-    ExpectHealthyFile("kansai", 2);
-    ExpectHealthyFile("kansai", 8);
-    ExpectOthersHealthy("kansai");
+    ExpectOthersHealthy("kansai", 4);
 }
 
-TEST_F(SystemPass, StalledBodyEndsWithTheServer)
+TEST_F(SystemPass, StalledAnswerEndsWithTheConnection)
 {
-    std::promise<void> stalled;
-    SetAnswer("tokyo", [&](const Request& request) {
-        HttpAnswer answer = Healthy().Answer(request);
-        answer.fault = HttpFault::kStalledBody;
-        stalled.set_value();
-        return answer;
-    });
-    PutOldFile("tokyo", 8);
-    std::future<Pass> running = std::async(std::launch::async, [&] { return RunPass(OnlySetting("tokyo", 8)); });
-    ASSERT_EQ(stalled.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
-    StopServer();
-    const Pass pass = running.get();
-    EXPECT_EQ(pass.exitCode, 0);
-    EXPECT_EQ(CountLines(pass, kGetDataFail), 2); // the other day finds no server
-    ExpectOldFile("tokyo", 8);
+    const Pass pass = RunStalled(HttpFault::kStalled);
+    EXPECT_EQ(CountLines(pass, kSendFail), 1);
+}
+
+TEST_F(SystemPass, StalledBodyEndsWithTheConnection)
+{
+    const Pass pass = RunStalled(HttpFault::kStalledBody);
+    EXPECT_EQ(CountLines(pass, kTransferBroke), 1);
 }
 
 TEST_F(SystemPass, EveryCompanyHasAFaultOfItsOwn)
@@ -594,15 +749,18 @@ TEST_F(SystemPass, EveryCompanyHasAFaultOfItsOwn)
     SetAnswer("tohoku", [](const Request&) { return HttpAnswer{.body = "<power_report>"}; });
     SetAnswer("kansai", [](const Request&) { return HttpAnswer{.fault = HttpFault::kClosedEarly}; });
     SetAnswer("chubu", [](const Request&) { return HttpAnswer{.status = 503}; });
-    PutOldFile("tokyo", 1);
-    PutOldFile("tohoku", 1);
-    PutOldFile("kansai", 1);
+    constexpr const char* kSpoiled[] = {"tokyo", "tohoku", "kansai"};
+    for (const char* company : kSpoiled) {
+        PutOldFiles(company);
+    }
     const Pass pass = RunPass();
     EXPECT_EQ(CountLines(pass, kUpdated), 1);
-    ExpectOldFile("tokyo", 1);
-    ExpectOldFile("tohoku", 1);
-    ExpectOldFile("kansai", 1);
-    EXPECT_EQ(FileBytes(DataFile("chubu", 2)).size(), 32U);
+    for (const char* company : kSpoiled) {
+        ExpectOldFiles(company);
+    }
+    for (const unsigned dataType : KindsOf("chubu")) {
+        ExpectEmptyFile("chubu", dataType);
+    }
     ExpectHealthyFiles("kyushu");
 }
 

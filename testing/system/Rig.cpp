@@ -22,16 +22,18 @@ std::string Variable(const char* name)
     return value != nullptr ? value : "";
 }
 
+// Made before there are threads: two threads that compile expressions race for tables of the standard library.
+const std::regex
+    kTraceLine(R"(\[(ERR|WAR|TRA)\] \d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3} (\d+)\((\d+)\) (\S+) : ([^\r\n]*))");
+
 // Takes the trace log of a run apart.
 Pass MakePass(int exitCode, const std::string& text)
 {
-    static const std::regex whole(
-        R"(\[(ERR|WAR|TRA)\] \d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3} (\d+)\((\d+)\) (\S+) : ([^\r\n]*))");
     Pass pass{exitCode, text, {}, 0};
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);) {
         std::smatch parts;
-        if (std::regex_match(line, parts, whole)) {
+        if (std::regex_match(line, parts, kTraceLine)) {
             pass.lines.push_back({{parts[1], parts[4], parts[5]},
                                   static_cast<unsigned>(std::stoul(parts[2])),
                                   static_cast<unsigned>(std::stoul(parts[3]))});

@@ -15,6 +15,7 @@ namespace {
 
 constexpr const char* kOldBytes = "left by an earlier pass";
 constexpr std::size_t kHeaderSize = 32;
+constexpr std::size_t kRecordSize = 40;
 
 bool IsStep(const TraceLine& line)
 {
@@ -28,6 +29,11 @@ std::string FileBytes(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string HeaderBytes(unsigned dataType, std::size_t recordCount)
+{
+    return Bytes32(0x00010000) + Bytes32(dataType) + Bytes32(static_cast<unsigned>(recordCount)) + Bytes32(0);
 }
 
 std::string FileName(const std::string& company, unsigned dataType)
@@ -164,10 +170,24 @@ std::filesystem::path CSystemTest::DataFile(const std::string& company, unsigned
     return m_rig->DataFolder() / FileName(company, dataType);
 }
 
+std::string CSystemTest::Records(const std::string& company, unsigned dataType) const
+{
+    const std::string bytes = FileBytes(DataFile(company, dataType));
+    EXPECT_GE(bytes.size(), kHeaderSize) << company << " " << dataType;
+    return bytes.substr(std::min(bytes.size(), kHeaderSize));
+}
+
 void CSystemTest::PutOldFile(const std::string& company, unsigned dataType)
 {
     std::filesystem::create_directories(m_rig->DataFolder());
     std::ofstream(DataFile(company, dataType), std::ios::binary) << kOldBytes;
+}
+
+void CSystemTest::PutOldFiles(const std::string& company)
+{
+    for (const unsigned dataType : KindsOf(company)) {
+        PutOldFile(company, dataType);
+    }
 }
 
 void CSystemTest::ExpectHealthyFile(const std::string& company, unsigned dataType) const
@@ -175,9 +195,7 @@ void CSystemTest::ExpectHealthyFile(const std::string& company, unsigned dataTyp
     const std::string bytes = FileBytes(DataFile(company, dataType));
     const std::string records = m_healthy.RecordBytes(company, dataType, Dates());
     ASSERT_EQ(bytes.size(), kHeaderSize + records.size()) << company << " " << dataType;
-    EXPECT_EQ(bytes.substr(0, 16), Bytes32(0x00010000) + Bytes32(dataType) +
-                                       Bytes32(static_cast<unsigned>(records.size() / 40)) + Bytes32(0))
-        << company << " " << dataType;
+    EXPECT_EQ(bytes.substr(0, 16), HeaderBytes(dataType, records.size() / kRecordSize)) << company << " " << dataType;
     EXPECT_EQ(bytes.substr(kHeaderSize), records) << company << " " << dataType;
     // The time of writing lies within the pass; its last field, the milliseconds, may be any.
     const std::string written = bytes.substr(16, 14);
@@ -204,6 +222,20 @@ void CSystemTest::ExpectOldFile(const std::string& company, unsigned dataType) c
     EXPECT_EQ(FileBytes(DataFile(company, dataType)), kOldBytes) << company << " " << dataType;
 }
 
+void CSystemTest::ExpectOldFiles(const std::string& company) const
+{
+    for (const unsigned dataType : KindsOf(company)) {
+        ExpectOldFile(company, dataType);
+    }
+}
+
+void CSystemTest::ExpectEmptyFile(const std::string& company, unsigned dataType) const
+{
+    const std::string bytes = FileBytes(DataFile(company, dataType));
+    EXPECT_EQ(bytes.size(), kHeaderSize) << company << " " << dataType;
+    EXPECT_EQ(bytes.substr(0, 16), HeaderBytes(dataType, 0)) << company << " " << dataType;
+}
+
 void CSystemTest::ExpectOthersHealthy(const std::string& company) const
 {
     for (const Company& other : Companies()) {
@@ -211,6 +243,16 @@ void CSystemTest::ExpectOthersHealthy(const std::string& company) const
             ExpectHealthyFiles(other.word);
         }
     }
+}
+
+void CSystemTest::ExpectOthersHealthy(const std::string& company, unsigned dataType) const
+{
+    for (const unsigned other : KindsOf(company)) {
+        if (other != dataType) {
+            ExpectHealthyFile(company, other);
+        }
+    }
+    ExpectOthersHealthy(company);
 }
 
 } // namespace system_test

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -19,6 +20,8 @@ inline constexpr unsigned kEveryLine = 27;
 
 // The bytes of a file; empty when there is none.
 std::string FileBytes(const std::filesystem::path& path);
+// The first 16 of a data file's 32 header bytes: all but the time of writing.
+std::string HeaderBytes(unsigned dataType, std::size_t recordCount);
 // "tokyo_00000010.dat"
 std::string FileName(const std::string& company, unsigned dataType);
 
@@ -56,8 +59,8 @@ protected:
     // The port that settings name; the report API's unless a test says otherwise.
     unsigned short Port() const { return m_port; }
     void SetPort(unsigned short port) { m_port = port; }
-    // Ends the report API with all its connections.
-    void StopServer() { m_server.reset(); }
+    // Waits for the report API to stall, and ends that connection. False when it does not stall.
+    bool EndStalled() { return m_server->EndStalled(std::chrono::seconds(60)); }
 
     // What was asked for so far, in order; the one that is being answered included. Any thread.
     std::vector<platform::sim::HttpExchange> Exchanges() const;
@@ -66,16 +69,24 @@ protected:
     std::vector<std::string> Dates() const;
 
     std::filesystem::path DataFile(const std::string& company, unsigned dataType) const;
-    // Writes something into a data file that a pass is to replace, or to leave as it is.
+    // What follows the header in a data file, which must have one.
+    std::string Records(const std::string& company, unsigned dataType) const;
+    // Writes something into a data file that a pass is to replace, or to leave as it is; or into every data file that
+    // a company has when nothing is set.
     void PutOldFile(const std::string& company, unsigned dataType);
+    void PutOldFiles(const std::string& company);
 
     // The file holds what healthy reports of the days asked for have to leave there, written during the last pass.
     void ExpectHealthyFile(const std::string& company, unsigned dataType) const;
     void ExpectHealthyFiles(const std::string& company) const;
-    // The file is as PutOldFile left it.
+    // The file is as PutOldFile left it; or every file as PutOldFiles left it.
     void ExpectOldFile(const std::string& company, unsigned dataType) const;
-    // Every company but this one has its healthy files.
+    void ExpectOldFiles(const std::string& company) const;
+    // Nothing but a header that counts no records.
+    void ExpectEmptyFile(const std::string& company, unsigned dataType) const;
+    // Every company but this one has its healthy files; or every file but this one is healthy.
     void ExpectOthersHealthy(const std::string& company) const;
+    void ExpectOthersHealthy(const std::string& company, unsigned dataType) const;
 
     CRig& Rig() { return *m_rig; }
     const CHealthyReports& Healthy() const { return m_healthy; }

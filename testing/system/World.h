@@ -22,6 +22,8 @@ const std::vector<Company>& Companies();
 const Company& CompanyOf(const std::string& word);
 
 inline constexpr unsigned kDataTypes[] = {1, 2, 4, 8, 16};
+// Those that a company is asked for when nothing is set.
+std::vector<unsigned> KindsOf(const std::string& company);
 
 // What a request asks for.
 struct Request {
