@@ -138,14 +138,20 @@ std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_
     if (size == 0) {
         return 0;
     }
+    // No more than the answer declares: wine's WinINet would go on to the connection's end.
+    const ULONGLONG declared = DeclaredBodySize(request->handle.Get());
+    const ULONGLONG left = declared == 0 ? MAXDWORD : declared - request->bodyRead;
+    if (left == 0) {
+        return 0;
+    }
     DWORD read = 0;
-    const DWORD wanted = static_cast<DWORD>(std::min<std::size_t>(size, MAXDWORD));
+    const DWORD wanted = static_cast<DWORD>(std::min<ULONGLONG>({size, left, MAXDWORD}));
     if (!::InternetReadFile(request->handle.Get(), buffer, wanted, &read)) {
         throw CInternetException(::GetLastError());
     }
     request->bodyRead += read;
     // The system takes a connection that ends too early for the body's end.
-    if (read == 0 && request->bodyRead < DeclaredBodySize(request->handle.Get())) {
+    if (read == 0 && declared > 0) {
         throw CInternetException(ERROR_INTERNET_CONNECTION_ABORTED);
     }
     return read;

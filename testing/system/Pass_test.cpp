@@ -458,6 +458,11 @@ TEST_F(SystemPass, AnswerShorterThanItSaysFails)
     ExpectEachFailed(RunFaulty(HealthyWith(HttpFault::kShortBody)), kTransferBroke, kGetDataFail);
 }
 
+TEST_F(SystemPass, AnswerLongerThanItSaysIsNoReport)
+{
+    ExpectEachFailed(RunFaulty(HealthyWith(HttpFault::kLongBody)), kLoadFail, kAnalyzeError);
+}
+
 TEST_F(SystemPass, ChunksThatBreakOffAreNoReport)
 {
     const Pass pass = RunFaulty(HealthyWith(HttpFault::kShortBody, true));
