@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <ctime>
+#include <mutex>
 
 namespace platform {
 
@@ -20,8 +21,12 @@ timespec ReadWallClock()
     return now;
 }
 
+// Keeps a conversion to the zone that was looked up for it. (The C library has a lock inside each single call.)
+std::mutex g_zone;
+
 bool BreakDown(std::time_t time, std::tm* local)
 {
+    const std::scoped_lock lock(g_zone);
     // localtime_r alone would not notice that the machine's zone has been changed.
     tzset();
     return localtime_r(&time, local) != nullptr;
@@ -109,6 +114,7 @@ std::int64_t LocalCalendarToTime(const SYSTEMTIME& local)
     parts.tm_min = local.wMinute;
     parts.tm_sec = local.wSecond;
     parts.tm_isdst = -1;
+    const std::scoped_lock lock(g_zone);
     const std::time_t time = std::mktime(&parts);
     return time >= 0 && time <= kLastTime ? time : -1;
 }
