@@ -107,17 +107,25 @@ HttpAnswer CSystemTest::Answer(const HttpExchange& exchange)
     if (!request) {
         return {.status = 404};
     }
-    for (const unsigned dataType : {request->dataType, 0U}) {
-        const auto answer = m_answers.find({request->company, dataType});
+    const AnswerFunction answer = FindAnswer(*request);
+    return answer ? answer(*request) : m_healthy.Answer(*request);
+}
+
+CSystemTest::AnswerFunction CSystemTest::FindAnswer(const Request& request) const
+{
+    const std::scoped_lock lock(m_mutex);
+    for (const unsigned dataType : {request.dataType, 0U}) {
+        const auto answer = m_answers.find({request.company, dataType});
         if (answer != m_answers.end()) {
-            return answer->second(*request);
+            return answer->second;
         }
     }
-    return m_healthy.Answer(*request);
+    return {};
 }
 
 void CSystemTest::SetAnswer(const std::string& company, AnswerFunction answer, unsigned dataType)
 {
+    const std::scoped_lock lock(m_mutex);
     m_answers[{company, dataType}] = std::move(answer);
 }
 

@@ -93,10 +93,12 @@ protected:
 
 private:
     platform::sim::HttpAnswer Answer(const platform::sim::HttpExchange& exchange);
+    // Null: a healthy report.
+    AnswerFunction FindAnswer(const Request& request) const;
 
     CHealthyReports m_healthy;
+    mutable std::mutex m_mutex; // guards the next two
     std::map<std::pair<std::string, unsigned>, AnswerFunction> m_answers;
-    mutable std::mutex m_mutex; // guards m_exchanges
     std::vector<platform::sim::HttpExchange> m_exchanges;
     std::time_t m_before = 0; // around the last pass
     std::time_t m_after = 0;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 #include <regex>
 #include <stdexcept>
 
@@ -38,13 +39,23 @@ const std::array<KindWords, 5>& Kinds()
     return kinds;
 }
 
+// The server's thread and the test's convert times.
+std::mutex g_zone;
+
 std::tm LocalTime(std::time_t time)
 {
+    const std::scoped_lock lock(g_zone);
     std::tm local{};
     if (::localtime_r(&time, &local) == nullptr) {
         throw std::runtime_error("localtime");
     }
     return local;
+}
+
+std::time_t TimeOf(std::tm local)
+{
+    const std::scoped_lock lock(g_zone);
+    return std::mktime(&local);
 }
 
 std::string FormatTime(const std::tm& local, const char* format)
@@ -144,7 +155,7 @@ std::string DateOf(std::time_t time, int days)
     local.tm_mday += days;
     local.tm_hour = 12;
     local.tm_isdst = -1;
-    return FormatTime(LocalTime(std::mktime(&local)), "%Y-%m-%d");
+    return FormatTime(LocalTime(TimeOf(local)), "%Y-%m-%d");
 }
 
 std::string DateTimeOf(std::time_t time) { return FormatTime(LocalTime(time), "%Y-%m-%dT%H:%M:%S"); }
