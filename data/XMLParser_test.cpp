@@ -76,8 +76,13 @@ TEST_F(XMLParser, SlotsKeepTheirOrder)
     EXPECT_EQ(SlotOf(&CXMLParser::Finalize), 2);
     EXPECT_EQ(SlotOf(&CXMLParser::Load), -1);
     EXPECT_EQ(SlotOf(&CXMLParser::LoadFile), -1);
+    EXPECT_EQ(SlotOf(static_cast<DomNodeListPtr (CXMLParser::*)(const DomNodePtr&)>(&CXMLParser::GetChildNodes)), -1);
+    EXPECT_EQ(SlotOf(static_cast<DomNodeListPtr (CXMLParser::*)(const DomElementPtr&)>(&CXMLParser::GetChildNodes)),
+              -1);
     EXPECT_EQ(SlotOf(&CXMLParser::GetNode), -1);
     EXPECT_EQ(SlotOf(&CXMLParser::GetNodeAttributes), -1);
+    EXPECT_EQ(SlotOf(static_cast<CString (CXMLParser::*)(const DomNodePtr&)>(&CXMLParser::GetTagName)), -1);
+    EXPECT_EQ(SlotOf(static_cast<CString (CXMLParser::*)(const DomElementPtr&)>(&CXMLParser::GetTagName)), -1);
     EXPECT_EQ(SlotOf(&CXMLParser::GetTagValue), -1);
     EXPECT_EQ(SlotOf(&CXMLParser::GetChildCount), -1);
     EXPECT_EQ(SlotOf(&CXMLParser::GetAttribue), -1);
@@ -478,6 +483,17 @@ TEST_F(XMLParser, AttributeWhoseValueFailsShowsTheStatus)
     EXPECT_EQ(value, L"before");
     EXPECT_THAT(TraceMessages(),
                 ElementsAre(Line("ERR", "GetAttribue", "Target Attribute Value get fail.(0x80070057)")));
+}
+
+// A variant that does not become a text leaves the status alone.
+TEST_F(XMLParser, AnAttributeValueThatCannotBeConvertedIsEmpty)
+{
+    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
+    m_machine.FailCall(Call::kGetDomNodeValue, 1, static_cast<DWORD>(S_FALSE));
+    CString value = L"before";
+    EXPECT_TRUE(m_parser.GetAttribue(attributes, L"b", value));
+    EXPECT_EQ(value, L"");
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetAttribue", "Attribute : \"b\" = \"\"")));
 }
 
 TEST_F(XMLParser, AMissingAttributeIsATraceLineAndNoError)
