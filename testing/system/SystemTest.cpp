@@ -108,6 +108,7 @@ HttpAnswer CSystemTest::Answer(const HttpExchange& exchange)
         return {.status = 404};
     }
     const AnswerFunction answer = FindAnswer(*request);
+    const std::scoped_lock answering(m_answering);
     return answer ? answer(*request) : m_healthy.Answer(*request);
 }
 
@@ -141,6 +142,7 @@ Pass CSystemTest::RunPass(const std::string& moreSettings, unsigned logLevel)
     m_rig->PutSettings(BaseSettings(m_port, logLevel) + moreSettings);
     m_before = std::time(nullptr);
     Pass pass = m_rig->RunPass();
+    const std::scoped_lock answered(m_answering);
     m_after = std::time(nullptr);
     return pass;
 }

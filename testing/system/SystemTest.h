@@ -97,6 +97,7 @@ private:
     AnswerFunction FindAnswer(const Request& request) const;
 
     CHealthyReports m_healthy;
+    std::mutex m_answering;     // held by who makes an answer; who gets it sees what the answers before have done
     mutable std::mutex m_mutex; // guards the next two
     std::map<std::pair<std::string, unsigned>, AnswerFunction> m_answers;
     std::vector<platform::sim::HttpExchange> m_exchanges;
