@@ -16,8 +16,8 @@ private:
 };
 
 // Stateless. An object and the handles it gives belong to one thread, which must be inside an apartment
-// (platform/Thread.h). Handles belong to the caller; a null one means failure. Only Load and LoadFile throw anything
-// but std::bad_alloc.
+// (platform/Thread.h). Handles belong to the caller; a null one means failure. Only Load and LoadFile throw: want of
+// memory while reading is a failure like others. (A text handed over by value is the caller's to make.)
 class CXMLParser {
 public:
     CXMLParser();

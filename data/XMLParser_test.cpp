@@ -1,5 +1,6 @@
 #include "data/XMLParser.h"
 
+#include "testing/FailingMemory.h"
 #include "testing/MachineTest.h"
 #include "testing/Reports.h"
 #include "testing/ScratchFolder.h"
@@ -7,6 +8,7 @@
 #include "testing/Trace.h"
 
 #include <gmock/gmock.h>
+#include <set>
 
 namespace {
 
@@ -521,6 +523,110 @@ TEST_F(XMLParser, AnEmptyAttributeIsThere)
     EXPECT_TRUE(m_parser.GetAttribue(Attributes("<r><a b=''/></r>"), L"b", value));
     EXPECT_EQ(value, L"");
     EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetAttribue", "Attribute : \"b\" = \"\"")));
+}
+
+// Want of memory
+
+// Lets the allocations of a reading operation fail one by one. Each time it must not throw, give nothing and trace a
+// line of ERR; those lines, each once.
+template <class Operation>
+std::set<std::string> LinesOfFailingMemory(platform::sim::CMachine& machine, Operation givesSomething)
+{
+    std::set<std::string> lines;
+    for (unsigned nth = 1; nth < 1000; ++nth) {
+        machine.ClearDebugLines();
+        bool hasFailed = false;
+        bool isGiven = false;
+        {
+            const testing_support::CFailingMemory memory(nth);
+            EXPECT_NO_THROW(isGiven = givesSomething());
+            hasFailed = memory.HasFailed();
+        }
+        EXPECT_EQ(isGiven, !hasFailed) << "allocation " << nth;
+        if (!hasFailed) {
+            return lines;
+        }
+        const std::vector<TraceLine> messages = TraceMessages();
+        EXPECT_THAT(messages, ElementsAre(testing::Field(&TraceLine::level, "ERR"))) << "allocation " << nth;
+        for (const TraceLine& line : messages) {
+            lines.insert(line.function + ": " + line.message);
+        }
+    }
+    ADD_FAILURE() << "no end of allocations";
+    return lines;
+}
+
+TEST_F(XMLParser, WantOfMemoryWhileReadingIsAFailedStatus)
+{
+    const std::string text(100, 'x'); // more than a text object holds without an allocation
+    const std::string xml =
+        "<" + text + "><" + text + " " + text + "='" + text + "'>" + text + "</" + text + "></" + text + ">";
+    const DomElementPtr root = Root(xml.c_str());
+    const DomNodeListPtr list = m_parser.GetChildNodes(root);
+    const DomNodePtr node = m_parser.GetNode(list, 0);
+    const DomAttributeMapPtr attributes = m_parser.GetNodeAttributes(node);
+    const CString name = platform::DecodeUtf8(text);
+    g_dwLogLevel = kTraceErr; // other lines need memory too, and are lost without it
+
+    const auto lines = [this](auto operation) { return LinesOfFailingMemory(m_machine, operation); };
+    const std::string children = "CXMLParser::GetChildNodes: ChildNode get fail.(0x08X)";
+    EXPECT_THAT(lines([&] { return m_parser.GetChildNodes(node) != nullptr; }), ElementsAre(children));
+    EXPECT_THAT(lines([&] { return m_parser.GetChildNodes(root) != nullptr; }), ElementsAre(children));
+    EXPECT_THAT(lines([&] { return m_parser.GetNodeAttributes(node) != nullptr; }),
+                ElementsAre("CXMLParser::GetNodeAttributes: Attribute get fail.(0x08X)"));
+    const std::string tagName = "CXMLParser::GetTagName: Tag Name get fail.(0x08X)";
+    EXPECT_THAT(lines([&] { return !m_parser.GetTagName(node).empty(); }), ElementsAre(tagName));
+    EXPECT_THAT(lines([&] { return !m_parser.GetTagName(root).empty(); }), ElementsAre(tagName));
+    EXPECT_THAT(lines([&] { return !m_parser.GetTagValue(node).empty(); }),
+                ElementsAre("CXMLParser::GetTagValue: Tag Value get fail.(0x08X)"));
+    CString value = L"before";
+    std::vector<CString> names(100, name); // made before the memory fails
+    const auto getAttribute = [&] {
+        CString next = std::move(names.back());
+        names.pop_back();
+        const bool isGiven = m_parser.GetAttribue(attributes, std::move(next), value);
+        EXPECT_TRUE(isGiven || value == L"before");
+        return isGiven;
+    };
+    EXPECT_THAT(lines(getAttribute),
+                ElementsAre("CXMLParser::GetAttribue: Target Attribute Value get fail.(0x8007000E)",
+                            "CXMLParser::GetAttribue: Target Attribute get fail.(0x8007000E)"));
+    EXPECT_EQ(value, name);
+
+    // One of the systems needs no memory for these two.
+    EXPECT_THAT(lines([&] { return m_parser.GetNode(list, 0) != nullptr; }),
+                testing::IsSubsetOf({"CXMLParser::GetNode: Node get fail.(0x08X)"}));
+    EXPECT_THAT(lines([&] { return m_parser.GetChildCount(list) == 1; }), IsEmpty());
+}
+
+TEST_F(XMLParser, WantOfMemoryWhileLoadingIsThrownAsStatusOrAFailure)
+{
+    const CString xml = L"<" + CString(100, L'x') + L"/>";
+    g_dwLogLevel = kTraceErr;
+    bool hasFailed = true;
+    std::set<std::string> lines;
+    int thrown = 0;
+    for (unsigned nth = 1; hasFailed; ++nth) {
+        ASSERT_LT(nth, 1000U);
+        m_machine.ClearDebugLines();
+        CString copy = xml;
+        DomElementPtr root;
+        try {
+            const testing_support::CFailingMemory memory(nth);
+            root = m_parser.Load(std::move(copy));
+            hasFailed = memory.HasFailed();
+        } catch (const CComException& exception) {
+            EXPECT_EQ(exception.Code(), E_OUTOFMEMORY);
+            ++thrown;
+            continue;
+        }
+        EXPECT_EQ(root == nullptr, hasFailed) << "allocation " << nth;
+        for (const TraceLine& line : TraceMessages()) {
+            lines.insert(line.message);
+        }
+    }
+    EXPECT_GE(thrown, 2); // the document's and the text's
+    EXPECT_THAT(lines, ElementsAre("XML Document Element get fail.(0x08X)"));
 }
 
 } // namespace

@@ -8,7 +8,8 @@
 //   which must be inside an apartment (Thread.h).
 //
 // Every function returns a COM status (Linux: E_FAIL or the library's error code as a failure) and leaves its result
-// empty on failure. No function throws but std::bad_alloc. Handles passed in must not be null.
+// empty on failure. Want of memory is E_OUTOFMEMORY; only the two functions that load throw, namely std::bad_alloc.
+// Handles passed in must not be null.
 #pragma once
 
 #include "platform/Types.h"

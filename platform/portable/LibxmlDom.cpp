@@ -328,6 +328,34 @@ std::optional<std::string> ReadFile(const CString& path)
 
 CString Content(const xmlNode* node) { return DecodeUtf8(View(XmlTextPtr(xmlNodeGetContent(node)).get())); }
 
+CString Text(const xmlNode* node)
+{
+    switch (node->type) {
+    case XML_ELEMENT_NODE: {
+        const CTextPieces pieces = CollectText(node);
+        return DecodeUtf8(PreservesSpace(node) ? pieces.Whole() : pieces.Trimmed());
+    }
+    case XML_TEXT_NODE:
+        return DecodeUtf8(Trimmed(View(node->content)));
+    case XML_ENTITY_REF_NODE:
+        return {};
+    default:
+        return Content(node);
+    }
+}
+
+// An element's attribute of this qualified name, or null.
+const xmlNode* FindAttribute(const xmlNode* element, std::string_view name)
+{
+    for (const xmlAttr* each = element->properties; each != nullptr; each = each->next) {
+        const auto* attribute = reinterpret_cast<const xmlNode*>(each);
+        if (QualifiedName(attribute) == name) {
+            return attribute;
+        }
+    }
+    return nullptr;
+}
+
 } // namespace
 
 namespace real_dom {
@@ -338,8 +366,10 @@ void LeaveApartment() {}
 
 HRESULT CreateDomDocument(DomDocumentPtr* document)
 {
-    *document = std::make_shared<CDomDocument>();
-    return S_OK;
+    return StatusOf(document, [&] {
+        *document = std::make_shared<CDomDocument>();
+        return S_OK;
+    });
 }
 
 HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
@@ -373,18 +403,21 @@ HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* ele
     if (!document->tree) {
         return E_FAIL;
     }
-    *element = std::make_shared<CDomElement>(CDomElement{document->tree, xmlDocGetRootElement(document->tree.get())});
-    return S_OK;
+    return StatusOf(element, [&] {
+        *element =
+            std::make_shared<CDomElement>(CDomElement{document->tree, xmlDocGetRootElement(document->tree.get())});
+        return S_OK;
+    });
 }
 
 HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list)
 {
-    return ListChildren(node->tree, node->node, list);
+    return StatusOf(list, [&] { return ListChildren(node->tree, node->node, list); });
 }
 
 HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list)
 {
-    return ListChildren(element->tree, element->node, list);
+    return StatusOf(list, [&] { return ListChildren(element->tree, element->node, list); });
 }
 
 HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
@@ -393,8 +426,10 @@ HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
     if (index < 0 || static_cast<std::size_t>(index) >= list->nodes.size()) {
         return S_FALSE;
     }
-    *node = std::make_shared<CDomNode>(CDomNode{list->tree, list->nodes[static_cast<std::size_t>(index)]});
-    return S_OK;
+    return StatusOf(node, [&] {
+        *node = std::make_shared<CDomNode>(CDomNode{list->tree, list->nodes[static_cast<std::size_t>(index)]});
+        return S_OK;
+    });
 }
 
 HRESULT GetDomLength(const DomNodeListPtr& list, LONG* length)
@@ -409,55 +444,47 @@ HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
     if (node->node->type != XML_ELEMENT_NODE) {
         return S_FALSE;
     }
-    *attributes = std::make_shared<CDomAttributeMap>(CDomAttributeMap{node->tree, node->node});
-    return S_OK;
+    return StatusOf(attributes, [&] {
+        *attributes = std::make_shared<CDomAttributeMap>(CDomAttributeMap{node->tree, node->node});
+        return S_OK;
+    });
 }
 
 HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
 {
-    *name = DecodeUtf8(NodeName(node->node));
-    return S_OK;
+    return StatusOf(name, [&] {
+        *name = DecodeUtf8(NodeName(node->node));
+        return S_OK;
+    });
 }
 
 HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
 {
-    *name = DecodeUtf8(QualifiedName(element->node));
-    return S_OK;
+    return StatusOf(name, [&] {
+        *name = DecodeUtf8(QualifiedName(element->node));
+        return S_OK;
+    });
 }
 
 HRESULT GetDomText(const DomNodePtr& node, CString* text)
 {
-    switch (node->node->type) {
-    case XML_ELEMENT_NODE: {
-        const CTextPieces pieces = CollectText(node->node);
-        *text = DecodeUtf8(PreservesSpace(node->node) ? pieces.Whole() : pieces.Trimmed());
-        break;
-    }
-    case XML_TEXT_NODE:
-        *text = DecodeUtf8(Trimmed(View(node->node->content)));
-        break;
-    case XML_ENTITY_REF_NODE:
-        text->clear();
-        break;
-    default:
-        *text = Content(node->node);
-        break;
-    }
-    return S_OK;
+    return StatusOf(text, [&] {
+        *text = Text(node->node);
+        return S_OK;
+    });
 }
 
 HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& name, DomNodePtr* attribute)
 {
     attribute->reset();
-    const std::string wanted = EncodeUtf8(name);
-    for (const xmlAttr* each = attributes->element->properties; each != nullptr; each = each->next) {
-        const auto* node = reinterpret_cast<const xmlNode*>(each);
-        if (QualifiedName(node) == wanted) {
-            *attribute = std::make_shared<CDomNode>(CDomNode{attributes->tree, node});
-            return S_OK;
+    return StatusOf(attribute, [&] {
+        const xmlNode* found = FindAttribute(attributes->element, EncodeUtf8(name));
+        if (found == nullptr) {
+            return S_FALSE;
         }
-    }
-    return S_FALSE;
+        *attribute = std::make_shared<CDomNode>(CDomNode{attributes->tree, found});
+        return S_OK;
+    });
 }
 
 HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
@@ -466,8 +493,10 @@ HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
         value->clear();
         return S_FALSE;
     }
-    *value = Content(node->node);
-    return S_OK;
+    return StatusOf(value, [&] {
+        *value = Content(node->node);
+        return S_OK;
+    });
 }
 
 } // namespace real_dom

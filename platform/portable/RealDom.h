@@ -4,6 +4,8 @@
 
 #include "platform/Dom.h"
 
+#include <new>
+
 namespace platform::real_dom {
 
 // What EnterApartment and LeaveApartment of Thread.h do for the DOM's sake.
@@ -24,5 +26,17 @@ HRESULT GetDomTagName(const DomElementPtr& element, CString* name);
 HRESULT GetDomText(const DomNodePtr& node, CString* text);
 HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& name, DomNodePtr* attribute);
 HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value);
+
+// Runs the body of one of the functions that do not throw: want of memory is a failed status and an empty result.
+template <class Result, class Body>
+HRESULT StatusOf(Result* result, Body body)
+{
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        *result = {};
+        return E_OUTOFMEMORY;
+    }
+}
 
 } // namespace platform::real_dom

@@ -103,9 +103,8 @@ HRESULT ListChildren(IXMLDOMNode* parent, DomNodeListPtr* list)
     IXMLDOMNode* next = nullptr;
     HRESULT status = parent->get_firstChild(&next);
     while (SUCCEEDED(status) && next != nullptr) {
-        DomNodePtr child = Wrap<CDomNode>(std::exchange(next, nullptr));
-        status = child->object->get_nextSibling(&next);
-        result->nodes.push_back(std::move(child));
+        result->nodes.push_back(Wrap<CDomNode>(std::exchange(next, nullptr)));
+        status = result->nodes.back()->object->get_nextSibling(&next);
     }
     if (FAILED(status)) {
         return status;
@@ -149,15 +148,17 @@ HRESULT CreateDomDocument(DomDocumentPtr* document)
     if (FAILED(status)) {
         return status;
     }
-    *document = Wrap<CDomDocument>(static_cast<IXMLDOMDocument*>(object));
-    if (!*document) {
-        return E_POINTER;
-    }
-    // MSXML would otherwise load in the background, check against a document type and fetch what that refers to.
-    (*document)->object->put_async(VARIANT_FALSE);
-    (*document)->object->put_validateOnParse(VARIANT_FALSE);
-    (*document)->object->put_resolveExternals(VARIANT_FALSE);
-    return S_OK;
+    return StatusOf(document, [&] {
+        *document = Wrap<CDomDocument>(static_cast<IXMLDOMDocument*>(object));
+        if (!*document) {
+            return E_POINTER;
+        }
+        // MSXML would otherwise load in the background, check against a document type and fetch what that refers to.
+        (*document)->object->put_async(VARIANT_FALSE);
+        (*document)->object->put_validateOnParse(VARIANT_FALSE);
+        (*document)->object->put_resolveExternals(VARIANT_FALSE);
+        return S_OK;
+    });
 }
 
 HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
@@ -186,18 +187,20 @@ HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* ele
 {
     IXMLDOMElement* root = nullptr;
     const HRESULT status = document->object->get_documentElement(&root);
-    *element = Wrap<CDomElement>(root);
-    return FailureIfNull(status, root);
+    return StatusOf(element, [&] {
+        *element = Wrap<CDomElement>(root);
+        return FailureIfNull(status, root);
+    });
 }
 
 HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list)
 {
-    return ListChildren(node->object.get(), list);
+    return StatusOf(list, [&] { return ListChildren(node->object.get(), list); });
 }
 
 HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list)
 {
-    return ListChildren(element->object.get(), list);
+    return StatusOf(list, [&] { return ListChildren(element->object.get(), list); });
 }
 
 HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
@@ -220,43 +223,49 @@ HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
 {
     IXMLDOMNamedNodeMap* map = nullptr;
     const HRESULT status = node->object->get_attributes(&map);
-    *attributes = Wrap<CDomAttributeMap>(map);
-    return status;
+    return StatusOf(attributes, [&] {
+        *attributes = Wrap<CDomAttributeMap>(map);
+        return status;
+    });
 }
 
 HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
 {
-    return ReadText(node->object.get(), &IXMLDOMNode::get_nodeName, name);
+    return StatusOf(name, [&] { return ReadText(node->object.get(), &IXMLDOMNode::get_nodeName, name); });
 }
 
 HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
 {
-    return ReadText(element->object.get(), &IXMLDOMElement::get_tagName, name);
+    return StatusOf(name, [&] { return ReadText(element->object.get(), &IXMLDOMElement::get_tagName, name); });
 }
 
 HRESULT GetDomText(const DomNodePtr& node, CString* text)
 {
-    return ReadText(node->object.get(), &IXMLDOMNode::get_text, text);
+    return StatusOf(text, [&] { return ReadText(node->object.get(), &IXMLDOMNode::get_text, text); });
 }
 
 HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& name, DomNodePtr* attribute)
 {
-    const BstrPtr key = MakeBstr(name);
-    IXMLDOMNode* item = nullptr;
-    const HRESULT status = attributes->object->getNamedItem(key.get(), &item);
-    *attribute = Wrap<CDomNode>(item);
-    return status;
+    return StatusOf(attribute, [&] {
+        const BstrPtr key = MakeBstr(name);
+        IXMLDOMNode* item = nullptr;
+        const HRESULT status = attributes->object->getNamedItem(key.get(), &item);
+        *attribute = Wrap<CDomNode>(item);
+        return status;
+    });
 }
 
 HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
 {
     value->clear();
-    CVariant content;
-    const HRESULT status = node->object->get_nodeValue(content.Get());
-    if (SUCCEEDED(status) && SUCCEEDED(VariantChangeType(content.Get(), content.Get(), 0, VT_BSTR))) {
-        *value = TextOf(content.Get()->bstrVal);
-    }
-    return status;
+    return StatusOf(value, [&] {
+        CVariant content;
+        const HRESULT status = node->object->get_nodeValue(content.Get());
+        if (SUCCEEDED(status) && SUCCEEDED(VariantChangeType(content.Get(), content.Get(), 0, VT_BSTR))) {
+            *value = TextOf(content.Get()->bstrVal);
+        }
+        return status;
+    });
 }
 
 } // namespace real_dom
