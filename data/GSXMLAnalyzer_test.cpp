@@ -272,10 +272,40 @@ TEST_P(GSXMLAnalyzerUnloadable, GivesNull)
 INSTANTIATE_TEST_SUITE_P(Texts, GSXMLAnalyzerUnloadable, testing::ValuesIn(testing_support::UnloadableReports()),
                          [](const auto& test) { return test.param.name; });
 
+// Reports of some kB whose entities stand for 40 or 100 million characters, which no limit on nesting stops.
+std::vector<NamedReport> EntityBombs()
+{
+    const auto repeated = [](const std::string& text, int count) {
+        std::string all;
+        for (int i = 0; i < count; ++i) {
+            all += text;
+        }
+        return all;
+    };
+    const auto report = [](const std::string& entities, const UsageRow& usage) {
+        return "<!DOCTYPE power_report [" + entities + "]>" +
+               ElementXml("power_report", ElementXml("instant_usage", UsageXml(usage)));
+    };
+    const std::string square = "<!ENTITY e \"" + std::string(20'000, '9') + "\">";
+    const std::string cube =
+        "<!ENTITY d \"" + std::string(1'000, '9') + "\"><!ENTITY e \"" + repeated("&d;", 100) + "\">";
+    return {
+        {"SquareInAValue", report(square, {.value = repeated("&e;", 2'000)})},
+        {"SquareInADuration", report(square, {.duration = repeated("&e;", 2'000)})},
+        {"SquareInADateTime", report(square, {.datetime = repeated("&e;", 2'000)})},
+        {"CubeInAValue", report(cube, {.value = repeated("&e;", 1'000)})},
+        {"CubeInADuration", report(cube, {.duration = repeated("&e;", 1'000)})},
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(EntityBombs, GSXMLAnalyzerUnloadable, testing::ValuesIn(EntityBombs()),
+                         [](const auto& test) { return test.param.name; });
+
 TEST_F(GSXMLAnalyzer, AnotherRootElementGivesNull)
 {
-    for (const char* xml : {"<html/>", "<power_reports/>", "<Power_Report><instant_usage/></Power_Report>",
-                            "<POWER_REPORT/>", "<x:power_report xmlns:x='u'/>"}) {
+    for (const char* xml :
+         {"<html/>", "<power_reports/>", "<Power_Report><instant_usage/></Power_Report>", "<POWER_REPORT/>",
+          "<x:power_report xmlns:x='u'/>", "<x:power_report/>", "<x:power_report><instant_usage/></x:power_report>"}) {
         EXPECT_FALSE(Analyze(xml)) << xml;
         EXPECT_THAT(AnalyzerMessages(), ElementsAre(kNoReport)) << xml;
     }

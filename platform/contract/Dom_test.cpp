@@ -150,6 +150,14 @@ CString Repeated(const CString& text, std::size_t count)
     return all;
 }
 
+// A document with these declarations and this content.
+CString WithDeclarations(const CString& declarations, const CString& content)
+{
+    return L"<!DOCTYPE r [" + declarations + L"]><r>" + content + L"</r>";
+}
+
+CString Entity(const CString& name, const CString& text) { return L"<!ENTITY " + name + L" \"" + text + L"\">"; }
+
 CString ManyNested(std::size_t depth) { return Repeated(L"<r>", depth) + Repeated(L"</r>", depth); }
 
 // What is a document.
@@ -302,6 +310,74 @@ TEST_F(Dom, RejectsEntityBombs)
     EXPECT_FALSE(Loads(bomb + L"]><r>&e11;</r>"));
 }
 
+TEST_F(Dom, RejectsQuadraticEntityBombs)
+{
+    const CString big = Entity(L"e", CString(20'000, L'x'));
+    const CString references = Repeated(L"&e;", 2'000);
+    EXPECT_FALSE(Loads(WithDeclarations(big, L"<a>" + references + L"</a>")));
+    EXPECT_FALSE(Loads(WithDeclarations(big, Repeated(L"<a>&e;</a>", 2'000))));
+    EXPECT_FALSE(Loads(WithDeclarations(big, L"<a b='" + references + L"'/>")));
+    EXPECT_FALSE(Loads(WithDeclarations(big, Repeated(L"<a b='&e;'/>", 2'000))));
+    EXPECT_FALSE(Loads(WithDeclarations(big + L"<!ATTLIST a b CDATA '" + references + L"'>", L"<a/>")));
+
+    const CString product = Entity(L"e", CString(1'000, L'x')) + Entity(L"f", Repeated(L"&e;", 100));
+    EXPECT_FALSE(Loads(WithDeclarations(product, L"<a>" + Repeated(L"&f;", 1'000) + L"</a>")));
+    EXPECT_FALSE(Loads(WithDeclarations(product, L"<a b=\"" + Repeated(L"&f;", 1'000) + L"\"/>")));
+}
+
+TEST_F(Dom, RejectsEntityBombsInDisguise)
+{
+    const CString content = L"<a>" + Repeated(L"&f;", 1'000) + L"</a>";
+    const CString text(1'000, L'x');
+    // The references of the inner entity, in ways that only a parser sees.
+    for (const wchar_t* reference : {L"&#38;e;", L"&#x26;e;", L"&#38;&#101;&#0000059;", L"&#x00026;&#x65;&#x3B;"}) {
+        const CString inner = Repeated(reference, 100);
+        EXPECT_FALSE(Loads(WithDeclarations(Entity(L"e", text) + Entity(L"f", inner), content)))
+            << EncodeUtf8(reference);
+    }
+    const CString rare = Entity(L"\U00010000", text) + Entity(L"f", Repeated(L"&#38;&#x10000;;", 100));
+    EXPECT_FALSE(Loads(WithDeclarations(rare, content)));
+    // Declared later, quoted otherwise, behind a declaration that is none and before one that has no effect.
+    EXPECT_FALSE(Loads(WithDeclarations(L"<!-- <!ENTITY f ''> ]><'\" --><?p <!ENTITY f ''> ]>' ?><!ENTITY\tf\n'" +
+                                            Repeated(L"&e;", 100) + L"' >" + Entity(L"f", L"") + Entity(L"e", text),
+                                        content)));
+    // From parameter entities, before another declaration that has no effect.
+    const CString declaration = L"<!ENTITY f '" + Repeated(text, 100) + L"'>";
+    EXPECT_FALSE(Loads(WithDeclarations(L"<!ENTITY % p \"" + declaration + L"\">%p;", content)));
+    EXPECT_FALSE(Loads(WithDeclarations(
+        L"<!ENTITY % p \"&#60;" + declaration.substr(1) + L"\">%p;" + Entity(L"f", L"short"), content)));
+}
+
+TEST_F(Dom, EntitiesMayStandForAsMuchAsOneText)
+{
+    const CString big = Entity(L"e", CString(200'000, L'x'));
+    const CString references = Repeated(L"&e;", 49);
+    EXPECT_EQ(Text(LoadOne(WithDeclarations(big, L"<a>" + references + L"</a>"))).size(), 9'800'000U);
+    EXPECT_EQ(Attribute(LoadOne(WithDeclarations(big, L"<a b='" + references + L"'/>")), L"b").size(), 9'800'000U);
+    EXPECT_FALSE(Loads(WithDeclarations(big, L"<a>" + Repeated(L"&e;", 51) + L"</a>")));
+    // In bytes: three of them for each of these.
+    EXPECT_FALSE(Loads(WithDeclarations(Entity(L"e", CString(200'000, L'\x3042')), L"<a>" + references + L"</a>")));
+}
+
+TEST_F(Dom, EntitiesThatNobodyRefersToDoNoHarm)
+{
+    const CString product = Entity(L"e", CString(1'000, L'x')) + Entity(L"f", Repeated(L"&e;", 100)) +
+                            Entity(L"g", Repeated(L"&f;", 1'000)) + Entity(L"% p", L"");
+    const CString content = L"<!-- &g; --><?p &g;?><a b='&lt;&amp;&#103;'><![CDATA[&g;]]></a>";
+    EXPECT_TRUE(Loads(WithDeclarations(product, content)));
+    EXPECT_FALSE(Loads(WithDeclarations(product, content + L"&g;")));
+}
+
+TEST_F(Dom, RejectsEntitiesInsideThemselves)
+{
+    EXPECT_FALSE(Loads(WithDeclarations(Entity(L"e", L"&f;&f;") + Entity(L"f", L"&e;&e;"), L"&e;")));
+    CString chain = Entity(L"e0", L"x");
+    for (int i = 1; i < 20'000; ++i) {
+        chain += Entity(L"e" + std::to_wstring(i), L"&e" + std::to_wstring(i - 1) + L";");
+    }
+    EXPECT_FALSE(Loads(WithDeclarations(chain, L"&e19999;")));
+}
+
 TEST_F(Dom, FetchesNothingFromOutside)
 {
     const testing_support::CScratchFolder folder;
@@ -329,6 +405,47 @@ TEST_F(Dom, RootHasATagName)
         CString tagName;
         EXPECT_EQ(GetDomTagName(Root(), &tagName), S_OK);
         EXPECT_EQ(tagName, name);
+    }
+}
+
+// Without its prefix an x:power_report would be a power_report.
+TEST_F(Dom, RejectsPrefixesThatNobodyDeclared)
+{
+    const CString refused[] = {
+        L"<x:r/>",
+        L"<r><x:a/></r>",
+        L"<r><x:a></x:a></r>",
+        L"<r x:a='1'/>",
+        L"<r><a b='1' x:b='2'/></r>",
+        L"<r><a xmlns:x='u'/><x:b/></r>",
+        L"<r><a xmlns:x='u'><b/></a><c x:d='1'/></r>",
+        L"<r xmlns:X='u'><x:a/></r>",
+        L"<r xmlns='u'><x:a/></r>",
+        L"<r xmlns:x=''><x:a/></r>",
+        L"<r a=' xmlns:x=\"u\" '><x:a/></r>",
+        L"<!-- <r xmlns:x='u'> --><x:r/>",
+        L"<r><![CDATA[<a xmlns:x='u'>]]><x:a/></r>",
+        L"<r><?p <a xmlns:x='u'>?><x:a/></r>",
+        L"<!DOCTYPE r [<!ATTLIST r xmlns:x CDATA #FIXED 'u'>]><r><x:a/></r>",
+    };
+    for (const CString& text : refused) {
+        EXPECT_FALSE(Loads(text)) << EncodeUtf8(text);
+    }
+}
+
+TEST_F(Dom, PrefixesAreDeclaredByTheElementOrThoseAroundIt)
+{
+    const CString accepted[] = {
+        L"<x:r xmlns:x='u'/>",
+        L"<x:r x:a='1'\txmlns:x\n=\n'u' ><a><x:b/></a></x:r>",
+        L"<r xmlns:x='u'><a xmlns:x='v'/><x:b xmlns:y='w'><y:c/></x:b></r>",
+        L"<r xmlns:x='u' b='/>' c=\">'>\"><x:a/></r>",
+        L"<r xml:lang='en' xml:space='default'><a xml:lang=\"\"/></r>",
+        L"<r a='x:y z:w=\"1\"'>x:y &gt; <!-- <x:a> --><![CDATA[<x:a>]]><?x x:y?></r>",
+        L"<!DOCTYPE r [<!ELEMENT x:a EMPTY><!ATTLIST a x:b CDATA 'u'><!ENTITY x:e '<q>'>]><r/>",
+    };
+    for (const CString& text : accepted) {
+        EXPECT_TRUE(Loads(text)) << EncodeUtf8(text);
     }
 }
 
@@ -412,7 +529,9 @@ TEST_F(Dom, AttributeValuesKeepTheirSpaces)
 
 TEST_F(Dom, EntitiesInAttributesAreReplaced)
 {
-    EXPECT_EQ(Attribute(LoadOne(L"<!DOCTYPE r [<!ENTITY e \"val\">]><r><a b='x&e;y'/></r>"), L"b"), "xvaly");
+    EXPECT_EQ(Attribute(LoadOne(WithDeclarations(Entity(L"e", L"val"), L"<a b='x&e;y'/>")), L"b"), "xvaly");
+    const CString nested = Entity(L"s", L" ") + Entity(L"e", L"&s;&lt;&#38;amp;") + Entity(L"n", L"");
+    EXPECT_EQ(Attribute(LoadOne(WithDeclarations(nested, L"<a b='x&e;&s;&e;&n;y'>&s;&e;</a>")), L"b"), "x <&  <&y");
 }
 
 TEST_F(Dom, OnlyElementsHaveAttributes)
@@ -550,6 +669,29 @@ TEST_F(Dom, FileThatIsNoDocumentIsNotLoaded)
     for (const char* bytes : {"", " ", "<r>", "<r>\xE9</r>", "  <?xml version=\"1.0\"?><r/>",
                               "<?xml version=\"1.0\" encoding=\"nonsense\"?><r/>", "<r>&#0;</r>"}) {
         EXPECT_FALSE(LoadsFile(folder.Write("report.xml", bytes))) << bytes;
+    }
+}
+
+TEST_F(Dom, FileIsRefusedLikeAText)
+{
+    const testing_support::CScratchFolder folder;
+    const std::string bomb = EncodeUtf8(WithDeclarations(Entity(L"e", CString(20'000, L'x')), Repeated(L"&e;", 2'000)));
+    const std::string prefix = "<r><x:a/></r>";
+    for (const std::string& bytes : {bomb, prefix}) {
+        std::string utf16LittleEndian = "\xFF\xFE";
+        std::string utf16BigEndian = "\xFE\xFF";
+        for (const char each : bytes) {
+            utf16LittleEndian.append({each, '\0'});
+            utf16BigEndian.append({'\0', each});
+        }
+        for (const std::string& encoded :
+             {bytes, "\xEF\xBB\xBF" + bytes, "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" + bytes,
+              utf16LittleEndian, utf16BigEndian}) {
+            ASSERT_TRUE(LoadsFile(folder.Write("report.xml", "<r/>")));
+            EXPECT_FALSE(LoadsFile(folder.Write("report.xml", encoded))) << encoded.substr(0, 50);
+            DomElementPtr element;
+            EXPECT_TRUE(FAILED(GetDomDocumentElement(m_document, &element)));
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 // The document object model on libxml2, made to behave as MSXML does. libxml2 is the parser inside wine's MSXML too, so
 // limits (256 levels, 10 MB of text in one node, amplification by entities) come out the same by themselves; this file
 // adds the rest: which text is dropped, how it is trimmed, what may stand before and behind the document.
+#include "platform/portable/DocumentCheck.h"
 #include "platform/portable/RealDom.h"
 #include "platform/Text.h"
 
@@ -112,7 +113,7 @@ struct ParsedDocument {
 // Parses bytes; encoding null: as they say themselves.
 ParsedDocument Parse(std::string_view bytes, const char* encoding)
 {
-    if (bytes.empty() || bytes.size() > std::numeric_limits<int>::max()) {
+    if (bytes.empty() || bytes.size() > std::numeric_limits<int>::max() || !portable::MayBeParsed(bytes)) {
         return {};
     }
     const CQuietErrors quiet;
@@ -234,19 +235,20 @@ std::string_view Trimmed(std::string_view text)
                                            : text.substr(first, text.find_last_not_of(kWhiteSpace) + 1 - first);
 }
 
-// What an entity reference stands for: the text and nothing else, without white space between elements.
-void CollectEntityText(const xmlNode* parent, std::string* text)
+// The text below a node, entity references replaced, added to text. Without white space between elements, unless
+// blanks count.
+void CollectPlainText(const xmlNode* parent, bool blanksCount, std::string* text)
 {
     for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
         if (child->type == XML_ENTITY_DECL) {
             // The child of a reference is the declaration itself, whose neighbours are other declarations.
-            CollectEntityText(child, text);
+            CollectPlainText(child, blanksCount, text);
             return;
         }
-        if (child->type == XML_CDATA_SECTION_NODE || (child->type == XML_TEXT_NODE && !IsDropped(child, false))) {
+        if (child->type == XML_CDATA_SECTION_NODE || (child->type == XML_TEXT_NODE && !IsDropped(child, blanksCount))) {
             *text += View(child->content);
         } else if (child->type == XML_ELEMENT_NODE || child->type == XML_ENTITY_REF_NODE) {
-            CollectEntityText(child, text);
+            CollectPlainText(child, blanksCount, text);
         }
     }
 }
@@ -267,7 +269,7 @@ CTextPieces CollectText(const xmlNode* parent)
             pieces.Add(CollectText(child));
         } else if (child->type == XML_ENTITY_REF_NODE) {
             std::string text;
-            CollectEntityText(child, &text);
+            CollectPlainText(child, false, &text);
             pieces.Add(text, Trimmed(text));
         }
     }
@@ -326,7 +328,16 @@ std::optional<std::string> ReadFile(const CString& path)
     return file.eof() && !file.bad() ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
-CString Content(const xmlNode* node) { return DecodeUtf8(View(XmlTextPtr(xmlNodeGetContent(node)).get())); }
+CString Content(const xmlNode* node)
+{
+    if (node->type != XML_ATTRIBUTE_NODE) {
+        return DecodeUtf8(View(XmlTextPtr(xmlNodeGetContent(node)).get()));
+    }
+    // The library's time would grow with the square of the number of references.
+    std::string text;
+    CollectPlainText(node, true, &text);
+    return DecodeUtf8(text);
+}
 
 CString Text(const xmlNode* node)
 {

@@ -1,6 +1,11 @@
 // The document object model on MSXML, through COM.
+#include "platform/portable/DocumentCheck.h"
 #include "platform/portable/RealDom.h"
+#include "platform/Text.h"
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <msxml.h>
 #include <new>
 #include <oleauto.h>
@@ -127,6 +132,13 @@ HRESULT ReadText(Interface* object, HRESULT (STDMETHODCALLTYPE Interface::*prope
     return status;
 }
 
+// Whether MSXML may have a file; one that cannot be read is its own affair.
+bool MayBeParsed(const CString& path)
+{
+    std::ifstream file(std::filesystem::path(path), std::ios::binary);
+    return portable::MayBeParsed(std::string(std::istreambuf_iterator<char>(file), {}));
+}
+
 } // namespace
 
 namespace real_dom {
@@ -164,7 +176,8 @@ HRESULT CreateDomDocument(DomDocumentPtr* document)
 HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
 {
     *loaded = false;
-    const BstrPtr text = MakeBstr(xml);
+    // The empty text, which is no document, makes MSXML drop the last one.
+    const BstrPtr text = MakeBstr(portable::MayBeParsed(EncodeUtf8(xml)) ? std::wstring_view(xml) : L"");
     VARIANT_BOOL successful = VARIANT_FALSE;
     const HRESULT status = document->object->loadXML(text.get(), &successful);
     *loaded = SUCCEEDED(status) && successful != VARIANT_FALSE;
@@ -174,6 +187,9 @@ HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* lo
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)
 {
     *loaded = false;
+    if (!MayBeParsed(path)) {
+        return real_dom::LoadDomText(document, CString(), loaded);
+    }
     CVariant source;
     source.Get()->vt = VT_BSTR;
     source.Get()->bstrVal = MakeBstr(path).release();
