@@ -20,8 +20,6 @@ constexpr std::size_t kMostBytes = 10'000'000;
 constexpr std::size_t kTooMany = kMostBytes + 1; // stands for all larger numbers
 constexpr unsigned kDeepest = 100;               // entities inside each other; parsers allow 40
 
-constexpr std::string_view kWhiteSpace = " \t\r\n";
-
 std::size_t Sum(std::size_t left, std::size_t right) { return std::min(left + right, kTooMany); }
 
 // The markup that a text begins with, or all of the text when it does not end. A document type declaration ends where
