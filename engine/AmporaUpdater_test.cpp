@@ -240,6 +240,18 @@ public:
     std::vector<BOOL> results;
 };
 
+// Stops a worker that waits for the other copy's pass: it ends at once, without a download. Ends the other pass, too.
+void ExpectStopEndsTheWait(RunningUpdater& updater)
+{
+    auto& machine = platform::sim::CMachine::Current();
+    updater.Stop(1000);
+    EXPECT_THAT(updater.results, ElementsAre(FALSE));
+    EXPECT_THAT(updater.site.days, IsEmpty());
+    EXPECT_EQ(CountTrace("TRA", kUpdateName, "Exit Signal."), 1);
+    EXPECT_EQ(machine.ElapsedMs(), 0);
+    machine.OtherProcessReleasesMutex(kUpdateMutexName);
+}
+
 TEST_F(AmporaUpdater, PassOwnsTheMutexFromItsStartToItsEnd)
 {
     RunningUpdater updater;
@@ -287,12 +299,7 @@ TEST_F(AmporaUpdater, ExitWhileWaitingForAnotherPassEndsItWithoutADownload)
     m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
     ASSERT_TRUE(updater.Start());
     m_machine.RunUntilIdle();
-    updater.Stop(1000);
-    EXPECT_THAT(updater.results, ElementsAre(FALSE));
-    EXPECT_THAT(updater.site.days, IsEmpty());
-    EXPECT_EQ(CountTrace("TRA", kUpdateName, "Exit Signal."), 1);
-    EXPECT_EQ(m_machine.ElapsedMs(), 0);
-    m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
+    ExpectStopEndsTheWait(updater);
 }
 
 TEST_F(AmporaUpdater, MutexThatComesTogetherWithTheExitIsAbandonedWithTheThread)
@@ -355,12 +362,7 @@ TEST_F(AmporaUpdater, ExitDuringTheRestAfterAFailedWaitEndsThePass)
     m_machine.FailCall(Call::kWaitForAny, 1, 6);
     ASSERT_TRUE(updater.Start());
     m_machine.RunUntilIdle();
-    updater.Stop(1000);
-    EXPECT_THAT(updater.results, ElementsAre(FALSE));
-    EXPECT_THAT(updater.site.days, IsEmpty());
-    EXPECT_EQ(CountTrace("TRA", kUpdateName, "Exit Signal."), 1);
-    EXPECT_EQ(m_machine.ElapsedMs(), 0);
-    m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
+    ExpectStopEndsTheWait(updater);
 }
 
 TEST_F(AmporaUpdater, ExitBeforeAFailedWaitEndsThePassWithoutARest)
