@@ -32,9 +32,9 @@ using DomAttributeMapPtr = std::shared_ptr<CDomAttributeMap>;
 // A new, empty document that loads synchronously.
 HRESULT CreateDomDocument(DomDocumentPtr* document);
 
-// Loads XML text. *loaded: whether it is a well-formed document; when not, the status is S_FALSE or a failure. Neither
-// is one with a prefix in a name that no element around it declares, nor one whose references to entities stand for
-// more than 10,000,000 bytes (UTF-8), or may do so because parameter entities hide what is declared.
+// Loads XML text. *loaded: whether it is a well-formed document that is taken; when not, the status is S_FALSE or a
+// failure. Not taken are documents with a name whose prefix no element around it declares, and those whose references
+// to entities stand for more than 10,000,000 bytes (UTF-8), or may do so because parameter entities hide declarations.
 HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded);
 
 // Loads a file, decoded as its own declaration says. As LoadDomText; a missing file is not loaded.
