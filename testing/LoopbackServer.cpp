@@ -270,9 +270,8 @@ struct CLoopbackServer::Impl {
     std::vector<HttpExchange> exchanges = {};
     unsigned connections = 0;
     unsigned openConnections = 0;
-    std::set<tcp::socket*> stalled = {}; // used on the server's thread alone
-
-    std::condition_variable hasStalled; // when a connection has come to the stalled ones
+    std::set<tcp::socket*> stalled = {}; // the sockets themselves are the server's thread's alone
+    std::condition_variable hasStalled;  // when a connection has come to the stalled ones
 
     // The last to be made and the first to go, with what is still running in it.
     asio::io_context io{1};

@@ -1,6 +1,6 @@
 // The document object model on libxml2, made to behave as MSXML does. libxml2 is the parser inside wine's MSXML too, so
-// limits (256 levels, 10 MB of text in one node, amplification by entities) come out the same by themselves; this file
-// adds the rest: which text is dropped, how it is trimmed, what may stand before and behind the document.
+// limits (256 levels, 10 MB of text in one node) come out the same by themselves; this file adds the rest: which text
+// is dropped, how it is trimmed, what may stand before and behind the document.
 #include "platform/portable/DocumentCheck.h"
 #include "platform/portable/RealDom.h"
 #include "platform/Text.h"
@@ -121,7 +121,7 @@ ParsedDocument Parse(std::string_view bytes, const char* encoding)
     if (!parser) {
         throw std::bad_alloc();
     }
-    // The plain interface, without which prefixes that nobody declared would be treated differently.
+    // The plain interface, which refuses two attributes whose prefixes stand for one namespace.
     const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_SAX1;
     parser->sax->resolveEntity = ResolveNothing;
     xmlDoc* tree =
