@@ -28,7 +28,11 @@ using LONG = std::int32_t;
 using LONGLONG = std::int64_t;
 using ULONGLONG = std::uint64_t;
 using BOOL = int;
+using UINT = std::uint32_t;
 using HRESULT = std::int32_t;
+using WPARAM = std::uintptr_t;
+using LPARAM = std::intptr_t;
+using LRESULT = std::intptr_t;
 
 // Names as the Windows headers have them: macros there, so they cannot be namespaced here either.
 inline constexpr BOOL FALSE = 0;
@@ -58,6 +62,36 @@ union LARGE_INTEGER {
     LONGLONG QuadPart;
 };
 
+// What WM_WINDOWPOSCHANGING brings: how a window is about to change. Source: Windows SDK, winuser.h.
+struct WINDOWPOS {
+    void* hwnd;
+    void* hwndInsertAfter;
+    int x;
+    int y;
+    int cx;
+    int cy;
+    UINT flags;
+};
+
+// Window messages. Source: Windows SDK, winuser.h.
+inline constexpr UINT WM_DESTROY = 0x0002;
+inline constexpr UINT WM_CLOSE = 0x0010;
+inline constexpr UINT WM_QUIT = 0x0012;
+inline constexpr UINT WM_QUERYDRAGICON = 0x0037;
+inline constexpr UINT WM_WINDOWPOSCHANGING = 0x0046;
+inline constexpr UINT WM_INITDIALOG = 0x0110;
+inline constexpr UINT WM_POWERBROADCAST = 0x0218;
+inline constexpr UINT WM_WTSSESSION_CHANGE = 0x02B1;
+inline constexpr UINT WM_APP = 0x8000; // from here on the program's own
+
+// What they carry: a flag of WINDOWPOS, power events, session codes. Source: Windows SDK, winuser.h.
+inline constexpr UINT SWP_SHOWWINDOW = 0x0040;
+inline constexpr WPARAM PBT_APMSUSPEND = 4;
+inline constexpr WPARAM PBT_APMRESUMESUSPEND = 7;
+inline constexpr WPARAM PBT_APMRESUMEAUTOMATIC = 18;
+inline constexpr WPARAM WTS_CONSOLE_CONNECT = 1;
+inline constexpr WPARAM WTS_CONSOLE_DISCONNECT = 2;
+
 // Last-error codes. Source: Windows SDK, winerror.h.
 inline constexpr DWORD ERROR_SUCCESS = 0;
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
@@ -72,6 +106,8 @@ inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 inline constexpr DWORD ERROR_DISK_FULL = 112;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 inline constexpr DWORD ERROR_NOT_OWNER = 288;
+inline constexpr DWORD ERROR_INVALID_WINDOW_HANDLE = 1400;
+inline constexpr DWORD ERROR_CANNOT_FIND_WND_CLASS = 1407;
 
 // Wait results and time-outs. Source: Windows SDK, winbase.h.
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;
