@@ -30,6 +30,8 @@ if(WIN32)
 else()
   find_package(CURL REQUIRED)
   find_package(LibXml2 REQUIRED)
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 endif()
 
 # Tests, from the sources that Debian ships for every compiler.

@@ -10,6 +10,8 @@ packages=(
   googletest libbenchmark-dev                             # tests (sources, built for both systems) and benchmarks
   libboost1.81-dev libfmt-dev                             # HTTP server of ampora-reportd, wide formatted text
   libcurl4-openssl-dev libxml2-dev                        # Linux: HTTP client and DOM
+  libsystemd-dev                                          # Linux: notices of the login manager, through sd-bus
+  dbus-daemon python3-dbusmock                            # tests: a message bus with a login manager of their own
   clang clang-format clang-tidy gcovr libclang-rt-14-dev  # checks, fuzzers, coverage
   git python3                                             # repository checks
 )
