@@ -2,6 +2,9 @@
 
 #include "platform/win32/Handle.h"
 
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <objbase.h>
 
 namespace platform {
@@ -11,11 +14,38 @@ public:
     win32::CKernelHandle m_handle;
 };
 
+namespace {
+
+// What a new thread is to do.
+struct Work {
+    ThreadEntry entry;
+    void* argument;
+};
+
+std::atomic<unsigned> g_runningThreads = 0;
+
+DWORD WINAPI Run(void* argument)
+{
+    const Work work = *std::unique_ptr<Work>(static_cast<Work*>(argument));
+    const DWORD exitCode = work.entry(work.argument);
+    --g_runningThreads;
+    return exitCode;
+}
+
+} // namespace
+
 ThreadPtr StartThread(ThreadEntry entry, void* argument)
 {
     auto thread = std::make_shared<CThread>();
-    thread->m_handle.Reset(::CreateThread(nullptr, 0, entry, argument, 0, nullptr));
-    return thread->m_handle ? thread : nullptr;
+    auto work = std::make_unique<Work>(Work{entry, argument});
+    ++g_runningThreads;
+    thread->m_handle.Reset(::CreateThread(nullptr, 0, Run, work.get(), 0, nullptr));
+    if (!thread->m_handle) {
+        --g_runningThreads;
+        return nullptr;
+    }
+    static_cast<void>(work.release()); // the thread's now
+    return thread;
 }
 
 DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
@@ -26,6 +56,18 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
 DWORD CurrentProcessIdentifier() { return ::GetCurrentProcessId(); }
 
 DWORD CurrentThreadIdentifier() { return ::GetCurrentThreadId(); }
+
+void EndProcess(int exitCode)
+{
+    if (g_runningThreads == 0) {
+        std::exit(exitCode);
+    }
+    // ExitProcess would end the other threads first and then call the libraries, which may wait for ever for a lock
+    // that such a thread held.
+    std::fflush(nullptr);
+    ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(exitCode));
+    std::abort(); // not reached: a process may always end itself
+}
 
 void EnterApartment() { static_cast<void>(::CoInitialize(nullptr)); }
 
