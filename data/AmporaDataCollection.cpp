@@ -8,23 +8,17 @@
 
 namespace {
 
-// A time on the FILETIME scale.
-ULONGLONG CountOf(const FILETIME& fileTime)
-{
-    return (static_cast<ULONGLONG>(fileTime.dwHighDateTime) << 32) | fileTime.dwLowDateTime;
-}
-
 // Whether the record lies wholly outside the closed period. An invalid time leaves its buffer as it is: 0 for an end,
 // and the end's count for a start, which shares the buffer with it.
 bool IsOutside(const _AmporaOneData& record, ULONGLONG lower, ULONGLONG upper)
 {
     FILETIME fileTime{};
     platform::CalendarToFileTime(&record.stEnd, &fileTime);
-    if (lower > CountOf(fileTime)) {
+    if (lower > CountFromFileTime(fileTime)) {
         return true;
     }
     platform::CalendarToFileTime(&record.stStart, &fileTime);
-    return upper < CountOf(fileTime);
+    return upper < CountFromFileTime(fileTime);
 }
 
 // The bound of a period; 0 when it is no valid time.
@@ -32,7 +26,7 @@ ULONGLONG BoundOf(const SYSTEMTIME& calendar)
 {
     FILETIME fileTime{};
     platform::CalendarToFileTime(&calendar, &fileTime);
-    return CountOf(fileTime);
+    return CountFromFileTime(fileTime);
 }
 
 } // namespace

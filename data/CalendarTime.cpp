@@ -21,3 +21,8 @@ SYSTEMTIME CalendarFromTime(std::int64_t time)
     platform::TimeToLocalCalendar(time, &local);
     return local;
 }
+
+ULONGLONG CountFromFileTime(const FILETIME& fileTime)
+{
+    return static_cast<ULONGLONG>(fileTime.dwHighDateTime) << 32 | fileTime.dwLowDateTime;
+}

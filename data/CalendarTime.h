@@ -1,4 +1,4 @@
-// Checked conversion of local calendar times to time values and back.
+// Checked conversion of local calendar times to time values and back, and of the FILETIME scale.
 #pragma once
 
 #include "platform/Types.h"
@@ -27,3 +27,6 @@ std::int64_t TimeFromCalendar(const SYSTEMTIME& local);
 
 // The local calendar time of a time value, milliseconds 0; all zero when it cannot be converted. Any thread.
 SYSTEMTIME CalendarFromTime(std::int64_t time);
+
+// The 100-nanosecond units since 1601-01-01 00:00:00 that the halves make up. Any thread.
+ULONGLONG CountFromFileTime(const FILETIME& fileTime);

@@ -64,11 +64,6 @@ void CAmporaThread::SetExit()
     m_run->exitFlag = 1;
 }
 
-BOOL CAmporaThread::WaitForEnd(DWORD timeoutMs) const
-{
-    return !m_thread || platform::WaitForThread(m_thread, timeoutMs) == WAIT_OBJECT_0 ? TRUE : FALSE;
-}
-
 bool CAmporaThread::IsExitSet() const
 {
     const Run* run = t_run != nullptr && t_run->owner == this ? t_run : m_run.get();

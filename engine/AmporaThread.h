@@ -35,10 +35,6 @@ public:
     // Asks the current run to end. Any thread.
     virtual void SetExit();
 
-    // Waits, at most timeoutMs milliseconds (INFINITE: without limit), until the thread has ended by itself; it is not
-    // asked to. TRUE when it has ended or there is none. Only the owning thread.
-    BOOL WaitForEnd(DWORD timeoutMs) const;
-
 protected:
     // Whether the calling thread's run, or the latest one when a thread of another kind calls, has been asked to end.
     // Any thread.

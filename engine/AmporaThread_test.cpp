@@ -77,7 +77,7 @@ TEST_F(AmporaThread, StartRunsTheProcedureInsideAnApartment)
     int balance = 0;
     WorkThread thread([&](WorkThread&) { balance = m_machine.ApartmentBalance(); });
     EXPECT_TRUE(thread.Start());
-    EXPECT_TRUE(thread.WaitForEnd(INFINITE));
+    m_machine.RunUntilIdle();
     EXPECT_EQ(thread.Runs(), 1);
     EXPECT_EQ(balance, 1);
     EXPECT_EQ(m_machine.ApartmentBalance(), 0);
@@ -102,7 +102,7 @@ TEST_F(AmporaThread, FailedCreationIsTracedAndStartMayBeTriedAgain)
     EXPECT_FALSE(thread.Start());
     EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"ERR", "CAmporaThread::Start", "Thread Create Fail"}));
     EXPECT_TRUE(thread.Start());
-    thread.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_EQ(thread.Runs(), 1);
     thread.Stop(100);
 }
@@ -166,7 +166,7 @@ TEST_F(AmporaThread, StartAfterStopClearsTheExitFlag)
     EXPECT_FALSE(thread.IsExitSet());
     m_machine.RunFor(1000);
     EXPECT_EQ(thread.Runs(), 2);
-    EXPECT_FALSE(thread.WaitForEnd(0));
+    EXPECT_FALSE(thread.IsExitSet());
     thread.Stop(INFINITE);
 }
 
@@ -250,7 +250,7 @@ TEST_F(AmporaThread, ExceptionEndsTheThreadAndLeavesTheApartmentOpen)
 {
     WorkThread thread([](WorkThread&) { throw std::runtime_error("work fails"); });
     ASSERT_TRUE(thread.Start());
-    EXPECT_TRUE(thread.WaitForEnd(INFINITE));
+    m_machine.RunUntilIdle();
     EXPECT_EQ(m_machine.ApartmentBalance(), 1);
     thread.Stop(100);
     EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
@@ -261,15 +261,6 @@ TEST_F(AmporaThread, EntryWithoutObjectReturns0)
     EXPECT_EQ(WorkThread::_CallThreadProc(nullptr), 0U);
     EXPECT_THAT(TraceMessages(), IsEmpty());
     EXPECT_EQ(m_machine.ApartmentBalance(), 0);
-}
-
-TEST_F(AmporaThread, WaitForEndDoesNotAskTheThreadToEnd)
-{
-    WorkThread thread(WorkUntilExit);
-    ASSERT_TRUE(thread.Start());
-    EXPECT_FALSE(thread.WaitForEnd(1000));
-    EXPECT_FALSE(thread.IsExitSet());
-    thread.Stop(INFINITE);
 }
 
 } // namespace

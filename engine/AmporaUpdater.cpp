@@ -4,7 +4,7 @@
 #include "config/TraceLog.h"
 #include "data/CalendarTime.h"
 #include "engine/AutoLock.h"
-#include "engine/RandomRule.h"
+#include "engine/Schedule.h"
 #include "engine/WaitTableTimer.h"
 #include "fetch/AmporaPowerCompanies.h"
 #include "fetch/NullDacl.h"
@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::int64_t kHalfDaySeconds = 43200;
 constexpr std::int64_t kDaySeconds = 86400;
-constexpr LONGLONG kRelativeMinute = -600000000; // a relative due time of one minute, in 100-nanosecond units
 constexpr DWORD kFailedWaitPauseMs = 1000;
 
 // The kinds of data in the order of a pass. Usage covers whole days, of which only the pass's window is kept; a peak is
@@ -105,13 +104,27 @@ void CAmporaUpdater::ThreadProc()
         scope.Log().Tra(L"Exit...");
         return;
     }
+    BOOL initialResult = TRUE;
     if (m_initialUpdate) {
-        RunInitialUpdate(scope.Log(), sites);
+        initialResult = RunInitialUpdate(scope.Log(), sites);
         m_initialUpdate = false;
     }
     if (IsExitSet()) {
         scope.Log().Tra(L"Exit...");
+        return;
     }
+    CWaitTableTimer timer;
+    if (timer.Create()) {
+        scope.Log().Tra(L"Created Timer");
+    } else {
+        scope.Log().Err(L"Timer Create Fail");
+    }
+    // Without a first pass to count an interval from, today's base time comes first.
+    const bool armed = !initialResult && ArmBaseTimer(scope.Log(), timer);
+    if (!IsExitSet()) {
+        RunSchedule(scope.Log(), timer, armed, sites);
+    }
+    timer.Close();
 }
 
 BOOL CAmporaUpdater::RunInitialUpdate(const CTraceLog& log, CAmporaSiteConfig* const* sites)
@@ -127,6 +140,81 @@ BOOL CAmporaUpdater::RunInitialUpdate(const CTraceLog& log, CAmporaSiteConfig* c
         log.War(L"Update Fail.");
     }
     return updated;
+}
+
+bool CAmporaUpdater::ArmBaseTimer(const CTraceLog& log, CWaitTableTimer& timer)
+{
+    const std::int64_t now = platform::ReadTime();
+    LONG fixedClock = 0;
+    LONG minimum = 0;
+    LONG maximum = 0;
+    CConfigUtil::GetFixedClockSetting(fixedClock, minimum, maximum);
+    SYSTEMTIME local{};
+    const int hour = platform::TimeToLocalCalendar(now, &local) ? local.wHour : -1;
+    if (!IsBeforeBaseTime(hour, fixedClock)) {
+        log.Tra(L"After Base Update Time.(%d clock)", fixedClock);
+        return false;
+    }
+    log.Tra(L"Before Base Update Time.(%d clock)", fixedClock);
+    const std::int64_t baseTime = BaseTime(CalendarFromTime(now), fixedClock);
+    const LONG minutes = m_random.Draw(minimum, maximum);
+    log.Tra(L"Set Random mins is %d", minutes);
+    const LARGE_INTEGER dueTime = BaseDueTime(baseTime, minutes);
+    if (!timer.Start(&dueTime)) {
+        log.Err(L"Start UpdateTimer Fail");
+        return false;
+    }
+    log.Tra(L"Start UpdateTimer");
+    return true;
+}
+
+void CAmporaUpdater::RunSchedule(const CTraceLog& log, CWaitTableTimer& timer, bool armed,
+                                 CAmporaSiteConfig* const* sites)
+{
+    do {
+        if (!armed) {
+            if (SetIntervalUpdate(&timer)) {
+                log.Tra(L"Next UpdateTimer Started");
+            } else {
+                log.Err(L"Next UpdateTimer Start Fail");
+            }
+        }
+        // Looked for anew each time: after a Stop that came between two waits there is nothing left to wait for.
+        const DWORD result = platform::WaitForOne(Objects().event, INFINITE, TRUE);
+        if (result == WAIT_IO_COMPLETION) {
+            log.Tra(L"Update Timer Over");
+        } else if (result == WAIT_OBJECT_0) {
+            timer.Cancel();
+            log.Tra(L"Exit Signal or Manual Update");
+        } else {
+            return;
+        }
+        armed = false;
+        if (IsExitSet()) {
+            log.Tra(L"Exit Signal.");
+            return;
+        }
+        if (!RunDueUpdate(log, sites)) {
+            return;
+        }
+    } while (!IsExitSet());
+}
+
+bool CAmporaUpdater::RunDueUpdate(const CTraceLog& log, CAmporaSiteConfig* const* sites)
+{
+    if (!CConfigUtil::IsUpdateEnable()) {
+        log.Tra(L"Update Flag OFF");
+        return true;
+    }
+    log.Tra(L"Update Flag ON");
+    if (!Update(sites)) {
+        log.War(L"Update Fail.");
+    }
+    if (IsExitSet()) {
+        log.Tra(L"Exit Signal.");
+        return false;
+    }
+    return true;
 }
 
 CAmporaUpdater::Turn CAmporaUpdater::WaitForTurn(const NamedObjects& objects) const
@@ -263,9 +351,8 @@ BOOL CAmporaUpdater::SetIntervalUpdate(CWaitTableTimer* timer)
     LONG maximum = 0;
     CConfigUtil::GetIntervalSetting(interval, minimum, maximum);
     scope.Log().Tra(L"Interval:%dmin, Rand:%dmin - %dmin", interval, minimum, maximum);
-    const LONGLONG minutes = static_cast<LONGLONG>(DrawRandomMinutes(minimum, maximum)) + interval;
-    scope.Log().Tra(L"Set Interval:%dmin", minutes);
-    LARGE_INTEGER dueTime{};
-    dueTime.QuadPart = minutes * kRelativeMinute;
+    const LONG random = m_random.Draw(minimum, maximum);
+    scope.Log().Tra(L"Set Interval:%dmin", LONGLONG{interval} + random);
+    const LARGE_INTEGER dueTime = IntervalDueTime(interval, random);
     return timer->Start(&dueTime);
 }

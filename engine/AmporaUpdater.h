@@ -1,7 +1,8 @@
-// The updater: its worker thread, the objects it shares with other processes, and the update pass.
+// The updater: its worker thread and schedule, the objects it shares with other processes, and the update pass.
 #pragma once
 
 #include "engine/AmporaThread.h"
+#include "engine/RandomRule.h"
 #include "fetch/AmporaHttpClient.h"
 #include "fetch/AmporaSiteConfig.h"
 #include "platform/Sync.h"
@@ -27,7 +28,10 @@ public:
     // Asks the worker to end, wakes it, waits at most timeoutMs milliseconds and closes the named objects; a worker
     // that takes longer keeps its own references to them.
     void Stop(DWORD timeoutMs) override;
-    // The worker's procedure: one update pass at the first start in the life of this object, when updating is enabled.
+    // The worker's procedure, until it is asked to end: one update pass at the first start in the life of this object,
+    // when updating is enabled; one at today's base time, when there is still one to come and that first pass was not
+    // made; then one an interval after the end of the one before. The named event, set by anybody, makes one at once.
+    // Throws COleException for a base time that does not exist.
     void ThreadProc() override;
 
     // One pass over all sites. sites: ends with a null entry. Waits until no other copy's pass runs. TRUE when every
@@ -61,9 +65,17 @@ private:
                                                      const SYSTEMTIME& start, const SYSTEMTIME& end) const;
     // The pass at the first start. Whether it was made and handled every site.
     BOOL RunInitialUpdate(const CTraceLog& log, CAmporaSiteConfig* const* sites);
+    // Arms the timer for today's base time, if that is still to come. Whether it was armed.
+    bool ArmBaseTimer(const CTraceLog& log, CWaitTableTimer& timer);
+    // Waits for the timer or the event and makes the pass that is due, over and over, until told to end. armed: whether
+    // the timer is armed already.
+    void RunSchedule(const CTraceLog& log, CWaitTableTimer& timer, bool armed, CAmporaSiteConfig* const* sites);
+    // A pass, unless updating is off. False when told to end.
+    bool RunDueUpdate(const CTraceLog& log, CAmporaSiteConfig* const* sites);
 
     mutable platform::CCriticalSection m_objectsLock; // guards m_objects, held for moments only
     NamedObjects m_objects;
     CAmporaHttpClient m_httpClient;
+    CRandomRule m_random;
     std::atomic<bool> m_initialUpdate = true; // cleared by the first run, never set again
 };

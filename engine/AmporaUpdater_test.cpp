@@ -258,7 +258,7 @@ TEST_F(AmporaUpdater, PassOwnsTheMutexFromItsStartToItsEnd)
     std::vector<bool> owned;
     updater.site.out = [&](DWORD) { owned.push_back(m_machine.IsMutexOwned(kUpdateMutexName)); };
     ASSERT_TRUE(updater.Start());
-    updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(owned, ElementsAre(true, true, true, true, true));
     EXPECT_FALSE(m_machine.IsMutexOwned(kUpdateMutexName));
     updater.Stop(1000);
@@ -272,7 +272,7 @@ TEST_F(AmporaUpdater, PassWaitsForAnotherSessionsPass)
     m_machine.RunFor(3600000);
     EXPECT_THAT(updater.site.days, IsEmpty());
     m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
-    updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(updater.site.days, SizeIs(10));
     EXPECT_THAT(updater.results, ElementsAre(TRUE));
     updater.Stop(1000);
@@ -288,7 +288,7 @@ TEST_F(AmporaUpdater, ManualTriggerWhileWaitingForAnotherPassOnlyMakesItLookAgai
     m_machine.RunUntilIdle();
     EXPECT_THAT(updater.site.days, IsEmpty());
     m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
-    updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(updater.results, ElementsAre(TRUE));
     updater.Stop(1000);
 }
@@ -310,7 +310,7 @@ TEST_F(AmporaUpdater, MutexThatComesTogetherWithTheExitIsAbandonedWithTheThread)
     m_machine.RunUntilIdle();
     updater.SetExit();
     m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
-    updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(updater.results, ElementsAre(FALSE));
     EXPECT_EQ(CountTrace("TRA", kUpdateName, "Exit Signal."), 1);
     // The next to wait is told that it was abandoned.
@@ -329,7 +329,7 @@ TEST_F(AmporaUpdater, AbandonedMutexIsReleasedAsOftenAsItWasAcquired)
     ASSERT_TRUE(updater.Start());
     m_machine.RunUntilIdle();
     m_machine.OtherProcessAbandonsMutex(kUpdateMutexName);
-    updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(updater.results, ElementsAre(TRUE, TRUE));
     EXPECT_EQ(m_machine.CallCount(Call::kReleaseOwnedMutex), 3U);
     EXPECT_FALSE(m_machine.IsMutexOwned(kUpdateMutexName));
@@ -346,7 +346,7 @@ TEST_F(AmporaUpdater, FailedWaitIsTriedAgainAfterARest)
     m_machine.FailCall(Call::kWaitForAny, 1, 6);
     m_machine.FailCall(Call::kWaitForAny, 2, 6);
     ASSERT_TRUE(updater.Start());
-    updater.WaitForEnd(INFINITE);
+    m_machine.RunFor(2000);
     EXPECT_THAT(updater.results, ElementsAre(TRUE));
     EXPECT_EQ(m_machine.CallCount(Call::kWaitForAny), 3U);
     EXPECT_EQ(m_machine.ElapsedMs(), 2000);
@@ -371,7 +371,7 @@ TEST_F(AmporaUpdater, ExitBeforeAFailedWaitEndsThePassWithoutARest)
     m_machine.FailCall(Call::kWaitForAny, 1, 6);
     ASSERT_TRUE(updater.Start());
     updater.SetExit();
-    updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(updater.results, ElementsAre(FALSE));
     EXPECT_EQ(m_machine.CallCount(Call::kWaitForAny), 1U);
     EXPECT_EQ(m_machine.ElapsedMs(), 0);
@@ -393,7 +393,7 @@ TEST_F(AmporaUpdater, MutexIsReleasedAfterAPassOfABrokenClock)
     RunningUpdater updater;
     m_machine.FailCall(Call::kLocalCalendarToTime, 1, 87);
     ASSERT_TRUE(updater.Start());
-    updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(updater.results, ElementsAre(TRUE));
     EXPECT_FALSE(m_machine.IsMutexOwned(kUpdateMutexName));
     EXPECT_EQ(m_machine.CallCount(Call::kReleaseOwnedMutex), 1U);
@@ -728,13 +728,13 @@ TEST_F(AmporaUpdater, InitialPassRunsAtTheFirstStartOnly)
 {
     EnableUpdates();
     ASSERT_TRUE(m_updater.Start());
-    m_updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     m_updater.Stop(1000);
     EXPECT_THAT(m_machine.HttpExchanges(), SizeIs(42));
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Update Flag ON"), 1);
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Updated"), 1);
     ASSERT_TRUE(m_updater.Start());
-    m_updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     m_updater.Stop(1000);
     EXPECT_THAT(m_machine.HttpExchanges(), SizeIs(42));
 }
@@ -743,7 +743,7 @@ TEST_F(AmporaUpdater, DefaultPassAsksTheCompaniesInOrderOverOneConnection)
 {
     EnableUpdates();
     ASSERT_TRUE(m_updater.Start());
-    m_updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     m_updater.Stop(1000);
     const std::vector<HttpExchange> exchanges = m_machine.HttpExchanges();
     ASSERT_THAT(exchanges, SizeIs(42));
@@ -766,14 +766,14 @@ TEST_F(AmporaUpdater, DefaultPassAsksTheCompaniesInOrderOverOneConnection)
 TEST_F(AmporaUpdater, NoInitialPassWhileUpdatingIsOff)
 {
     ASSERT_TRUE(m_updater.Start());
-    m_updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(m_machine.HttpExchanges(), IsEmpty());
     m_updater.Stop(1000);
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Update Flag ON"), 0);
     // Switched on later, a second start makes up for nothing.
     EnableUpdates();
     ASSERT_TRUE(m_updater.Start());
-    m_updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(m_machine.HttpExchanges(), IsEmpty());
     m_updater.Stop(1000);
 }
@@ -786,7 +786,7 @@ TEST_F(AmporaUpdater, StopDuringTheInitialPassIsAFailedUpdate)
         return HttpAnswer{200, "report"};
     });
     ASSERT_TRUE(m_updater.Start());
-    m_updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
     EXPECT_EQ(CountTrace("WAR", kThreadName, "Update Fail."), 1);
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Exit..."), 1);
     m_updater.Stop(1000);
@@ -845,8 +845,8 @@ TEST_F(AmporaUpdater, RestartDuringAnOldDownloadWaitsForTheOldPassToEnd)
     ASSERT_TRUE(updater->Start());
     m_machine.RunFor(3600000);
     EXPECT_EQ(most, 1);
-    updater->WaitForEnd(INFINITE);
-    updater->Stop(1000);
+    updater->Stop(100);
+    m_machine.RunFor(20000);
 }
 
 TEST_F(AmporaUpdater, ConstructionAndDestructionAreTracedFromTheBaseOutAndBack)
@@ -869,7 +869,8 @@ TEST_F(AmporaUpdater, ConstructionAndDestructionAreTracedFromTheBaseOutAndBack)
 TEST_F(AmporaUpdater, SitesAreConstructedInOrderAndDestroyedInReverse)
 {
     ASSERT_TRUE(m_updater.Start());
-    m_updater.WaitForEnd(INFINITE);
+    m_machine.RunUntilIdle();
+    m_updater.Stop(1000);
     std::vector<std::string> order;
     for (const TraceLine& line : testing_support::TraceLines()) {
         if (line.message == "Enter" && line.function.find("PowerCompany::") != std::string::npos) {
@@ -881,7 +882,6 @@ TEST_F(AmporaUpdater, SitesAreConstructedInOrderAndDestroyedInReverse)
                             "CAmporaChubuPowerCompany", "CAmporaKyushuPowerCompany", "~CAmporaKyushuPowerCompany",
                             "~CAmporaChubuPowerCompany", "~CAmporaKansaiPowerCompany", "~CAmporaTohokuPowerCompany",
                             "~CAmporaTokyoPowerCompany"));
-    m_updater.Stop(1000);
 }
 
 TEST_F(AmporaUpdater, EveryScopeOfThePassIsLeft)

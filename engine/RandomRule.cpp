@@ -1,5 +1,6 @@
 #include "engine/RandomRule.h"
 
+#include "engine/AutoLock.h"
 #include "platform/Clock.h"
 
 #include <algorithm>
@@ -10,8 +11,11 @@ LONG RandomMinutes(int draw, LONG minimum, LONG maximum)
     return static_cast<LONG>(draw * (static_cast<double>(high) - low) / 32768 + low);
 }
 
-LONG DrawRandomMinutes(LONG minimum, LONG maximum)
+LONG CRandomRule::Draw(LONG minimum, LONG maximum)
 {
-    static CRandomGenerator generator(static_cast<std::uint32_t>(platform::ReadTime()));
-    return RandomMinutes(generator.Next(), minimum, maximum);
+    const CAutoLock lock(&m_lock);
+    if (!m_generator) {
+        m_generator.emplace(static_cast<std::uint32_t>(platform::ReadTime()));
+    }
+    return RandomMinutes(m_generator->Next(), minimum, maximum);
 }

@@ -1,7 +1,10 @@
 // The program's one random rule: minutes drawn between two bounds.
 #pragma once
 
+#include "platform/CriticalSection.h"
 #include "platform/Types.h"
+
+#include <optional>
 
 // The generator of the classic C runtime of Windows, so that every system draws the same numbers from the same seed.
 class CRandomGenerator {
@@ -23,5 +26,13 @@ private:
 // when both are equal, and a negative bound only by a draw of 0.
 LONG RandomMinutes(int draw, LONG minimum, LONG maximum);
 
-// Draws from the process's generator, which is seeded with the current time at its first use. Only the worker thread.
-LONG DrawRandomMinutes(LONG minimum, LONG maximum);
+// Draws minutes. A process has one, as it has one updater.
+class CRandomRule {
+public:
+    // minimum, maximum: as for RandomMinutes. The first call seeds the generator with the current time. Any thread.
+    LONG Draw(LONG minimum, LONG maximum);
+
+private:
+    platform::CCriticalSection m_lock; // a worker that outlives its Stop may draw beside the next one
+    std::optional<CRandomGenerator> m_generator;
+};

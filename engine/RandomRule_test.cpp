@@ -6,10 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <iostream>
 #include <limits>
-#include <string>
 
 namespace {
 
@@ -65,31 +62,18 @@ TEST(RandomRule, WidestBoundsDoNotOverflow)
     EXPECT_GT(RandomMinutes(32767, kLowest, kHighest), 2147000000);
 }
 
-// Draws in a process of its own, whose generator nobody has used before.
-class RandomRuleDeathTest : public testing::Test {
-protected:
-    RandomRuleDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
-
-    platform::sim::CMachine m_machine;
-};
-
-TEST_F(RandomRuleDeathTest, GeneratorIsSeededWithTheTimeOfTheFirstDrawAndNeverAgain)
+TEST(RandomRule, GeneratorIsSeededWithTheTimeOfTheFirstDrawAndNeverAgain)
 {
     // Between these bounds the minutes are the number drawn.
     constexpr LONG kMinimum = 0;
     constexpr LONG kMaximum = 32768;
-    m_machine.RunFor(12345000);
+    platform::sim::CMachine machine;
+    CRandomRule rule;
+    machine.RunFor(12345000);
     CRandomGenerator generator(static_cast<std::uint32_t>(platform::ReadTime()));
-    const int first = generator.Next();
-    const int second = generator.Next();
-    EXPECT_EXIT(
-        {
-            std::cerr << DrawRandomMinutes(kMinimum, kMaximum) << ' ';
-            m_machine.RunFor(67890000);
-            std::cerr << DrawRandomMinutes(kMinimum, kMaximum);
-            std::_Exit(0);
-        },
-        testing::ExitedWithCode(0), testing::Eq(std::to_string(first) + ' ' + std::to_string(second)));
+    EXPECT_EQ(rule.Draw(kMinimum, kMaximum), generator.Next());
+    machine.RunFor(67890000);
+    EXPECT_EQ(rule.Draw(kMinimum, kMaximum), generator.Next());
 }
 
 TEST(RandomGenerator, DrawsTheClassicSequence)
