@@ -51,7 +51,7 @@ BOOL LocalToUtcFileTime(const FILETIME* local, FILETIME* utc)
     if (sim::FailsByFault(Call::kLocalToUtcFileTime)) {
         return FALSE;
     }
-    const std::int64_t count = static_cast<std::int64_t>(portable::CountOf(*local)) - sim::Machine().UtcOffsetUnits();
+    const std::int64_t count = static_cast<std::int64_t>(portable::CountOf(*local)) - sim::Machine().PresentUtcOffset();
     *utc = portable::FileTimeOf(static_cast<std::uint64_t>(count));
     return TRUE;
 }
@@ -62,9 +62,8 @@ BOOL TimeToLocalCalendar(std::int64_t time, SYSTEMTIME* local)
     if (sim::FailsByFault(Call::kTimeToLocalCalendar) || time < 0 || time > kLastTime) {
         return FALSE;
     }
-    const std::int64_t count =
-        time * portable::kUnitsPerSecond + portable::kUnixEpochCount + sim::Machine().UtcOffsetUnits();
-    return portable::CountToCalendar(static_cast<std::uint64_t>(count), local);
+    const std::int64_t utc = time * portable::kUnitsPerSecond + portable::kUnixEpochCount;
+    return portable::CountToCalendar(static_cast<std::uint64_t>(utc + sim::Machine().UtcOffsetAt(utc)), local);
 }
 
 std::int64_t LocalCalendarToTime(const SYSTEMTIME& local)
@@ -79,7 +78,7 @@ std::int64_t LocalCalendarToTime(const SYSTEMTIME& local)
     const std::int64_t seconds =
         ((local.wDay - std::int64_t{1}) * 24 + local.wHour) * 3600 + local.wMinute * std::int64_t{60} + local.wSecond;
     const std::int64_t utc =
-        static_cast<std::int64_t>(firstOfMonth) + seconds * portable::kUnitsPerSecond - sim::Machine().UtcOffsetUnits();
+        sim::Machine().UtcOfLocal(static_cast<std::int64_t>(firstOfMonth) + seconds * portable::kUnitsPerSecond);
     const std::int64_t time = TimeOfUtc(utc);
     return utc < portable::kUnixEpochCount || time > kLastTime ? -1 : time;
 }

@@ -23,7 +23,13 @@ void OutputDebugText(const CString& text)
     if (sim::Machine().faults.Take(sim::Call::kOutputDebugText)) {
         throw std::bad_alloc();
     }
-    sim::Machine().debugLines.push_back(text);
+    sim::MachineState& machine = sim::Machine();
+    if (machine.keepsDebugLines) {
+        machine.debugLines.push_back(text);
+    }
+    if (machine.observer != nullptr) {
+        machine.observer->OnDebugLine(sim::CallingThread(), text);
+    }
     if (g_tap != nullptr) {
         g_tap(text);
     }

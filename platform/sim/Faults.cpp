@@ -19,6 +19,7 @@ void CFaults::FailEvery(Call call, DWORD code) { Of(call).every = code; }
 
 void CFaults::Clear()
 {
+    m_plan = nullptr;
     for (CallFaults& faults : m_calls) {
         faults.once.clear();
         faults.every.reset();
@@ -31,7 +32,10 @@ std::optional<DWORD> CFaults::Take(Call call)
     ++faults.count;
     const auto due = std::find_if(faults.once.begin(), faults.once.end(),
                                   [&](const Once& fault) { return fault.atCount == faults.count; });
-    return due != faults.once.end() ? std::optional(due->code) : faults.every;
+    if (due != faults.once.end()) {
+        return due->code;
+    }
+    return m_plan && !faults.every ? m_plan(call) : faults.every;
 }
 
 } // namespace platform::sim

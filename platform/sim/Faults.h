@@ -5,6 +5,7 @@
 
 #include <array>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace platform::sim {
@@ -15,6 +16,7 @@ public:
     // As the members of CMachine of the same meaning.
     void FailCall(Call call, unsigned nth, DWORD code);
     void FailEvery(Call call, DWORD code);
+    void SetPlan(FaultPlan plan) { m_plan = std::move(plan); }
     void Clear();
     unsigned CallCount(Call call) const { return Of(call).count; }
 
@@ -35,6 +37,7 @@ private:
     const CallFaults& Of(Call call) const { return m_calls.at(static_cast<std::size_t>(call)); }
 
     std::array<CallFaults, static_cast<std::size_t>(Call::kCount)> m_calls;
+    FaultPlan m_plan = {};
 };
 
 } // namespace platform::sim

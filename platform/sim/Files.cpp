@@ -49,14 +49,27 @@ const wchar_t* const kPathSeparator = kSeparator;
 
 class COutputFile {
 public:
-    explicit COutputFile(std::shared_ptr<DiskEntry> entry) : m_entry(std::move(entry)) { m_entry->isOpen = true; }
-    ~COutputFile() { m_entry->isOpen = false; }
+    COutputFile(CString path, std::shared_ptr<DiskEntry> entry) : m_path(std::move(path)), m_entry(std::move(entry))
+    {
+        m_entry->isOpen = true;
+        if (sim::CObserver* observer = sim::Machine().observer) {
+            observer->OnFileOpened(sim::CallingThread(), m_path);
+        }
+    }
+    ~COutputFile()
+    {
+        m_entry->isOpen = false;
+        if (sim::CObserver* observer = sim::Machine().observer) {
+            observer->OnFileClosed(sim::CallingThread(), m_path, m_entry->file);
+        }
+    }
     COutputFile(const COutputFile&) = delete;
     COutputFile& operator=(const COutputFile&) = delete;
 
     sim::SimFile& File() const { return m_entry->file; }
 
 private:
+    CString m_path;
     std::shared_ptr<DiskEntry> m_entry;
 };
 
@@ -108,7 +121,7 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
     }
     entry->file.bytes.clear();
     entry->file.writes.clear();
-    return std::make_shared<COutputFile>(std::move(entry));
+    return std::make_shared<COutputFile>(path, std::move(entry));
 }
 
 void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t size)

@@ -150,11 +150,13 @@ DWORD Exchange(CHttpSession& session, const Destination& destination, HttpAnswer
         connection = ++machine.httpConnections;
         session.keptConnections[destination.host] = connection;
     }
-    const sim::HttpExchange exchange{"GET", destination.target, destination.host, session.agent, connection};
+    const sim::Caller caller = sim::CallingThread();
+    const sim::HttpExchange exchange{"GET",      destination.target, destination.host, session.agent,
+                                     connection, caller.processId,   caller.session};
     // A copy: the handler may put another in its place.
     const sim::HttpHandler handler = machine.httpHandler;
     answer = handler(exchange);
-    if (answer.fault != HttpFault::kRefused) {
+    if (answer.fault != HttpFault::kRefused && machine.keepsHttpExchanges) {
         machine.httpExchanges.push_back(exchange);
     }
     DWORD error = HeaderError(answer.fault);
@@ -184,7 +186,9 @@ template <class Handle>
 std::shared_ptr<Handle> MakeHandle(Handle content)
 {
     auto handle = std::make_shared<Handle>(std::move(content));
-    sim::Machine().httpHandles.push_back(handle);
+    std::vector<std::weak_ptr<void>>& handles = sim::Machine().httpHandles;
+    std::erase_if(handles, [](const auto& known) { return known.expired(); });
+    handles.push_back(handle);
     return handle;
 }
 

@@ -38,6 +38,8 @@ struct HttpExchange {
     std::string host;        // Host header
     std::string agent;       // User-Agent header
     unsigned connection = 0; // number of the connection it came over, from 1
+    DWORD processId = 0;     // who asks, and in which session (simulated machine only)
+    unsigned session = 0;
 };
 
 using HttpHandler = std::function<HttpAnswer(const HttpExchange&)>;

@@ -10,18 +10,9 @@ namespace platform::sim {
 
 namespace {
 
-// WAIT_OBJECT_0 or WAIT_ABANDONED_0 when the object could be taken.
-std::optional<DWORD> TryTakeOne(KernelObject& object, const ThreadContext& taker)
+Caller CallerOf(const ThreadContext& thread)
 {
-    if (!object.isMutex) {
-        return std::exchange(object.signalled, false) ? std::optional(WAIT_OBJECT_0) : std::nullopt;
-    }
-    if (object.owner != nullptr && object.owner != &taker) {
-        return std::nullopt;
-    }
-    object.owner = &taker;
-    ++object.depth;
-    return std::exchange(object.abandoned, false) ? WAIT_ABANDONED_0 : WAIT_OBJECT_0;
+    return {thread.process.processId, thread.process.session, thread.threadId};
 }
 
 std::string NamesOf(const ObjectWait& wait)
@@ -32,7 +23,7 @@ std::string NamesOf(const ObjectWait& wait)
                  EncodeUtf8(object->name) + "\"";
         if (object->owner != nullptr) {
             names += " (owned by thread " + std::to_string(object->owner->threadId) + " of process " +
-                     std::to_string(object->owner->processId) + ")";
+                     std::to_string(object->owner->process.processId) + ")";
         }
     }
     return names;
@@ -40,7 +31,12 @@ std::string NamesOf(const ObjectWait& wait)
 
 } // namespace
 
-WaitHandle CKernelObjects::Open(bool isMutex, const CString& name, bool nullDacl, bool* existed)
+ObjectName::ObjectName(unsigned callersSession, CString objectName)
+    : session(objectName.starts_with(L"Global\\") ? 0 : callersSession), name(std::move(objectName))
+{
+}
+
+WaitHandle CKernelObjects::Open(bool isMutex, const ObjectName& name, bool nullDacl, bool* existed)
 {
     std::weak_ptr<CWaitObject>& known = m_byName[name];
     WaitHandle handle = known.lock();
@@ -50,7 +46,8 @@ WaitHandle CKernelObjects::Open(bool isMutex, const CString& name, bool nullDacl
     }
     auto object = std::make_shared<KernelObject>();
     object->isMutex = isMutex;
-    object->name = name;
+    object->session = name.session;
+    object->name = name.name;
     object->nullDacl = nullDacl;
     std::erase_if(m_objects, [](const auto& gone) { return gone.expired(); });
     m_objects.push_back(object);
@@ -59,11 +56,40 @@ WaitHandle CKernelObjects::Open(bool isMutex, const CString& name, bool nullDacl
     return handle;
 }
 
-KernelObjectPtr CKernelObjects::Find(const CString& name) const
+KernelObjectPtr CKernelObjects::Find(const ObjectName& name) const
 {
     const auto known = m_byName.find(name);
     const WaitHandle handle = known == m_byName.end() ? nullptr : known->second.lock();
     return handle == nullptr ? nullptr : handle->Object();
+}
+
+std::size_t CKernelObjects::Count() const
+{
+    return static_cast<std::size_t>(
+        std::count_if(m_byName.begin(), m_byName.end(), [](const auto& known) { return !known.second.expired(); }));
+}
+
+// WAIT_OBJECT_0 or WAIT_ABANDONED_0 when the object could be taken.
+std::optional<DWORD> CKernelObjects::TryTakeOne(KernelObject& object, const ThreadContext& taker)
+{
+    if (!object.isMutex) {
+        return std::exchange(object.signalled, false) ? std::optional(WAIT_OBJECT_0) : std::nullopt;
+    }
+    if (object.owner != nullptr && object.owner != &taker) {
+        return std::nullopt;
+    }
+    object.owner = &taker;
+    if (++object.depth == 1 && m_observer != nullptr) {
+        m_observer->OnMutexAcquired(object.session, object.name, CallerOf(taker));
+    }
+    return std::exchange(object.abandoned, false) ? WAIT_ABANDONED_0 : WAIT_OBJECT_0;
+}
+
+void CKernelObjects::TellReleased(const KernelObject& mutex, const ThreadContext& owner, bool abandoned)
+{
+    if (m_observer != nullptr) {
+        m_observer->OnMutexReleased(mutex.session, mutex.name, CallerOf(owner), abandoned);
+    }
 }
 
 DWORD CKernelObjects::TryTake(const ObjectWait& wait)
@@ -124,6 +150,7 @@ BOOL CKernelObjects::Release(KernelObject& mutex, const ThreadContext& taker)
     }
     if (--mutex.depth == 0) {
         mutex.owner = nullptr;
+        TellReleased(mutex, taker, false);
         OfferToWaiting(mutex);
     }
     return TRUE;
@@ -131,6 +158,7 @@ BOOL CKernelObjects::Release(KernelObject& mutex, const ThreadContext& taker)
 
 void CKernelObjects::Abandon(KernelObject& mutex)
 {
+    TellReleased(mutex, *mutex.owner, true);
     mutex.owner = nullptr;
     mutex.depth = 0;
     mutex.abandoned = true;

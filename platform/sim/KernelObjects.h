@@ -1,16 +1,19 @@
 // The named mutexes and events of the simulated machine and the waits on them.
 #pragma once
 
+#include "platform/sim/Observer.h"
 #include "platform/sim/Scheduler.h"
 #include "platform/Sync.h"
 
 #include <map>
+#include <optional>
 
 namespace platform::sim {
 
 // A mutex or an auto-reset event.
 struct KernelObject {
     bool isMutex = false;
+    unsigned session = 0; // 0: of the whole machine
     CString name = {};
     bool nullDacl = false;
     bool signalled = false;               // of an event
@@ -27,16 +30,29 @@ struct ObjectWait {
     bool alertable;
 };
 
+// The session and name of an object: session 0, that of the whole machine, when the name begins with "Global\\", else
+// the caller's own.
+struct ObjectName {
+    ObjectName(unsigned callersSession, CString objectName);
+    auto operator<=>(const ObjectName&) const = default;
+
+    unsigned session;
+    CString name;
+};
+
 // All named objects of the machine.
 class CKernelObjects {
 public:
-    explicit CKernelObjects(CScheduler& scheduler) : m_scheduler(scheduler) {}
+    // Told of the mutexes that change hands; null: nobody.
+    CKernelObjects(CScheduler& scheduler, CObserver* const& observer) : m_scheduler(scheduler), m_observer(observer) {}
 
     // A handle of the object of this name, made when there is none (*existed: whether there was). Null when the name
     // belongs to an object of the other kind.
-    WaitHandle Open(bool isMutex, const CString& name, bool nullDacl, bool* existed);
+    WaitHandle Open(bool isMutex, const ObjectName& name, bool nullDacl, bool* existed);
     // The object of this name; null when no handle of it is open.
-    KernelObjectPtr Find(const CString& name) const;
+    KernelObjectPtr Find(const ObjectName& name) const;
+    // How many names have an open handle.
+    std::size_t Count() const;
 
     // Takes the first signalled object: its index plus WAIT_OBJECT_0 or WAIT_ABANDONED_0; WAIT_TIMEOUT when none is.
     DWORD TryTake(const ObjectWait& wait);
@@ -53,11 +69,14 @@ public:
     void AbandonAllOf(const ThreadContext& owner);
 
 private:
+    std::optional<DWORD> TryTakeOne(KernelObject& object, const ThreadContext& taker);
+    void TellReleased(const KernelObject& mutex, const ThreadContext& owner, bool abandoned);
     void OfferToWaiting(KernelObject& object);
 
     CScheduler& m_scheduler;
-    std::map<CString, std::weak_ptr<CWaitObject>> m_byName; // names with an open handle
-    std::vector<std::weak_ptr<KernelObject>> m_objects;     // also those that only a waiting thread keeps
+    CObserver* const& m_observer;
+    std::map<ObjectName, std::weak_ptr<CWaitObject>> m_byName; // names with an open handle
+    std::vector<std::weak_ptr<KernelObject>> m_objects;        // also those that only a waiting thread keeps
 };
 
 } // namespace platform::sim

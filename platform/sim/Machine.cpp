@@ -32,18 +32,45 @@ CString LowerCase(CString text)
 
 MachineState::MachineState()
     : scheduler({[this] { return timers.NextDue(); }, [this] { timers.SoundDue(); }}), timers(scheduler, utcAtStart),
-      objects(scheduler)
+      objects(scheduler, observer), windows(scheduler)
 {
-    utcAtStart = CountOfCalendar({2012, 7, 1, 2, 13, 0, 0, 0}) - UtcOffsetUnits();
+    utcAtStart = UtcOfLocal(CountOfCalendar({2012, 7, 1, 2, 13, 0, 0, 0}));
     freeBytes = std::numeric_limits<std::size_t>::max();
     httpHandler = [](const HttpExchange&) { return HttpAnswer{.status = 404}; };
     connectedFlags = 2; // LAN
-    otherProcess = {2000, 1, 0};
+    otherProcess.process.processId = 2000;
+    otherProcess.threadId = 1;
+    processes[CScheduler::Self().context.process.processId].threads = 1;
 }
 
 std::int64_t MachineState::DeadlineAfter(DWORD timeoutMs) const
 {
     return timeoutMs == INFINITE ? kNever : scheduler.Now() + timeoutMs * portable::kUnitsPerMs;
+}
+
+std::int64_t MachineState::UtcOffsetAt(std::int64_t utc) const
+{
+    const auto next = plannedUtcOffsets.upper_bound(utc);
+    const int minutes = next == plannedUtcOffsets.begin() ? utcOffsetMinutes : std::prev(next)->second;
+    return std::int64_t{minutes} * 60 * portable::kUnitsPerSecond;
+}
+
+std::int64_t MachineState::UtcOfLocal(std::int64_t local) const
+{
+    // The first change whose local time, by the offset before it, has not come yet; the offset before it holds.
+    for (const auto& change : plannedUtcOffsets) {
+        const std::int64_t before = UtcOffsetAt(change.first - 1);
+        if (local - before < change.first || local - UtcOffsetAt(change.first) < change.first) {
+            return local - before;
+        }
+    }
+    return local - (plannedUtcOffsets.empty() ? UtcOffsetAt(0) : UtcOffsetAt(plannedUtcOffsets.rbegin()->first));
+}
+
+Caller CallingThread()
+{
+    const ThreadContext& context = CScheduler::Self().context;
+    return {context.process.processId, context.process.session, context.threadId};
 }
 
 MachineState& Machine() { return *CMachine::Current().m_state; }
@@ -57,9 +84,9 @@ bool FailsByFault(Call call)
     return code.has_value();
 }
 
-MachineState::SettingKey SettingKeyOf(Hive hive, const CString& keyPath, const CString& valueName)
+MachineState::SettingKey SettingKeyOf(Hive hive, unsigned session, const CString& keyPath, const CString& valueName)
 {
-    return {hive, LowerCase(keyPath), LowerCase(valueName)};
+    return {hive, hive == Hive::kPerUser ? session : 0, LowerCase(keyPath), LowerCase(valueName)};
 }
 
 CMachine::CMachine() : m_state(std::make_unique<MachineState>()) { g_current = this; }
@@ -80,11 +107,26 @@ CMachine& CMachine::Current()
 
 void CMachine::SetLocalClock(const SYSTEMTIME& local)
 {
-    m_state->utcAtStart = CountOfCalendar(local) - m_state->UtcOffsetUnits() - m_state->scheduler.Now();
+    m_state->utcAtStart = m_state->UtcOfLocal(CountOfCalendar(local)) - m_state->scheduler.Now();
     m_state->timers.SoundDue();
 }
 
-void CMachine::SetUtcOffset(int minutes) { m_state->utcOffsetMinutes = minutes; }
+void CMachine::SetUtcOffset(int minutes)
+{
+    m_state->utcOffsetMinutes = minutes;
+    m_state->plannedUtcOffsets.clear();
+}
+
+void CMachine::PlanUtcOffset(std::int64_t time, int minutes)
+{
+    m_state->plannedUtcOffsets[time * portable::kUnitsPerSecond + portable::kUnixEpochCount] = minutes;
+}
+
+void CMachine::PassSuspended(std::int64_t timeMs)
+{
+    m_state->utcAtStart += timeMs * portable::kUnitsPerMs;
+    m_state->timers.SoundDue();
+}
 
 std::int64_t CMachine::ElapsedMs() const { return m_state->scheduler.Now() / portable::kUnitsPerMs; }
 
@@ -95,34 +137,38 @@ void CMachine::RunFor(std::int64_t timeMs)
     m_state->scheduler.WaitForIdle(m_state->scheduler.Now() + timeMs * portable::kUnitsPerMs);
 }
 
-void CMachine::PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value)
+void CMachine::PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value,
+                          unsigned session)
 {
-    m_state->settings[SettingKeyOf(hive, keyPath, valueName)] = value;
+    m_state->settings[SettingKeyOf(hive, session, keyPath, valueName)] = value;
 }
 
-void CMachine::PutDword(Hive hive, const CString& keyPath, const CString& valueName, DWORD value)
+void CMachine::PutDword(Hive hive, const CString& keyPath, const CString& valueName, DWORD value, unsigned session)
 {
     SettingsValue setting{REG_DWORD, {}};
     for (int shift = 0; shift < 32; shift += 8) {
         setting.data.push_back(static_cast<BYTE>(value >> shift));
     }
-    PutSetting(hive, keyPath, valueName, setting);
+    PutSetting(hive, keyPath, valueName, setting, session);
 }
 
-void CMachine::PutText(Hive hive, const CString& keyPath, const CString& valueName, const CString& text)
+void CMachine::PutText(Hive hive, const CString& keyPath, const CString& valueName, const CString& text,
+                       unsigned session)
 {
     SettingsValue setting{REG_SZ, {}};
     for (const wchar_t character : text + L'\0') {
         setting.data.push_back(static_cast<BYTE>(character));
         setting.data.push_back(static_cast<BYTE>(character >> 8));
     }
-    PutSetting(hive, keyPath, valueName, setting);
+    PutSetting(hive, keyPath, valueName, setting, session);
 }
 
-void CMachine::RemoveSetting(Hive hive, const CString& keyPath, const CString& valueName)
+void CMachine::RemoveSetting(Hive hive, const CString& keyPath, const CString& valueName, unsigned session)
 {
-    m_state->settings.erase(SettingKeyOf(hive, keyPath, valueName));
+    m_state->settings.erase(SettingKeyOf(hive, session, keyPath, valueName));
 }
+
+void CMachine::KeepDebugLines(bool keep) { m_state->keepsDebugLines = keep; }
 
 std::vector<CString> CMachine::DebugLines() const { return m_state->debugLines; }
 
@@ -131,6 +177,10 @@ void CMachine::ClearDebugLines() { m_state->debugLines.clear(); }
 void CMachine::FailCall(Call call, unsigned nth, DWORD code) { m_state->faults.FailCall(call, nth, code); }
 
 void CMachine::FailEvery(Call call, DWORD code) { m_state->faults.FailEvery(call, code); }
+
+void CMachine::SetFaultPlan(FaultPlan plan) { m_state->faults.SetPlan(std::move(plan)); }
+
+void CMachine::SetObserver(CObserver* observer) { m_state->observer = observer; }
 
 void CMachine::ClearFaults() { m_state->faults.Clear(); }
 
@@ -143,6 +193,8 @@ void CMachine::SetConnectedState(BOOL result, DWORD flags)
     m_state->connectedResult = result;
     m_state->connectedFlags = flags;
 }
+
+void CMachine::KeepHttpExchanges(bool keep) { m_state->keepsHttpExchanges = keep; }
 
 std::vector<HttpExchange> CMachine::HttpExchanges() const { return m_state->httpExchanges; }
 

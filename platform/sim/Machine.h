@@ -13,6 +13,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace platform::sim {
@@ -27,6 +28,7 @@ enum class Call {
     kOutputDebugText, // throws std::bad_alloc
     kStartThread,
     kCreateNamedMutex,
+    kCreateNamedMutexThrows, // std::bad_alloc
     kCreateNamedEvent,
     kReleaseOwnedMutex,
     kWaitForOne,
@@ -65,6 +67,10 @@ enum class Call {
     kMakeFolder,
     kOpenForReplace,
     kWriteFileBytes, // CFileException, nothing written
+    kInitializeControls,
+    kRegisterDialogClass,
+    kCreateDialogWindow,
+    kRegisterSessionNotices,
     kCount,
 };
 
@@ -78,6 +84,19 @@ struct SimFile {
     bool readOnly = false;                // cannot be opened for writing
 };
 
+// A window as tests see it.
+struct SimWindow {
+    DWORD processId = 0;
+    WORD templateNumber = 0;
+    bool takesInput = true;
+    bool getsSessionNotices = false;
+};
+
+// Decides for each call, when no other fault is due, whether it is to fail, and with which code. Asked on the calling
+// thread.
+using FaultPlan = std::function<std::optional<DWORD>(Call call)>;
+
+class CObserver;
 struct MachineState;
 
 // The machine. One exists at a time; its constructor makes it the one that the platform functions work on, its
@@ -99,8 +118,14 @@ public:
 
     // Sets the wall clock; time that passes is counted from there. Relative timers are not moved, absolute ones are.
     void SetLocalClock(const SYSTEMTIME& local);
-    // Local time minus UTC, in minutes. The wall clock's UTC value stays.
+    // Local time minus UTC, in minutes, at all times; planned changes are forgotten. The wall clock's UTC value stays.
     void SetUtcOffset(int minutes);
+    // Changes the offset to this from a time on (seconds since 1970-01-01 UTC). Time conversions use the offset of the
+    // time that they convert, except LocalToUtcFileTime, which uses the present one.
+    void PlanUtcOffset(std::int64_t time, int minutes);
+    // Lets the wall clock go on by this much while nothing runs and no virtual time passes, as when the machine is
+    // suspended: relative timers do not count it, absolute ones do.
+    void PassSuspended(std::int64_t timeMs);
     // Milliseconds passed since the machine was made.
     std::int64_t ElapsedMs() const;
 
@@ -109,13 +134,24 @@ public:
     // Lets the other threads run and timeMs milliseconds pass.
     void RunFor(std::int64_t timeMs);
 
-    // Settings store.
-    void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value);
-    void PutDword(Hive hive, const CString& keyPath, const CString& valueName, DWORD value);
-    void PutText(Hive hive, const CString& keyPath, const CString& valueName, const CString& text);
-    void RemoveSetting(Hive hive, const CString& keyPath, const CString& valueName);
+    // Starts a process in a session: a first thread that runs entry. Returns its identifier. It ends with the last of
+    // its threads; the identifiers of ended ones are not used again. The thread that made the machine is a process,
+    // too, in session 1.
+    DWORD StartProcess(unsigned session, std::function<int()> entry);
+    // What the entry of a process returned; empty while any of its threads runs.
+    std::optional<int> ExitCodeOf(DWORD processId) const;
 
-    // Every debugger output so far, one element a call of OutputDebugText.
+    // Settings store. session: whose user's hive the per-user one is.
+    void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value,
+                    unsigned session = 1);
+    void PutDword(Hive hive, const CString& keyPath, const CString& valueName, DWORD value, unsigned session = 1);
+    void PutText(Hive hive, const CString& keyPath, const CString& valueName, const CString& text,
+                 unsigned session = 1);
+    void RemoveSetting(Hive hive, const CString& keyPath, const CString& valueName, unsigned session = 1);
+
+    // Every debugger output so far, one element a call of OutputDebugText, while they are kept (which they are at
+    // first).
+    void KeepDebugLines(bool keep);
     std::vector<CString> DebugLines() const;
     void ClearDebugLines();
 
@@ -124,6 +160,9 @@ public:
     void FailCall(Call call, unsigned nth, DWORD code);
     // Makes every call fail until ClearFaults.
     void FailEvery(Call call, DWORD code);
+    // Asks plan at every call; null: nobody.
+    void SetFaultPlan(FaultPlan plan);
+    // No call fails any more; the plan goes, too.
     void ClearFaults();
     // Calls made so far, failed ones included.
     unsigned CallCount(Call call) const;
@@ -131,7 +170,8 @@ public:
     // The web. The handler runs on the requesting thread and may change the machine.
     void SetHttpHandler(HttpHandler handler);
     void SetConnectedState(BOOL result, DWORD flags);
-    // The requests that reached the web so far; a refused one did not.
+    // The requests that reached the web so far, while they are kept (which they are at first); a refused one did not.
+    void KeepHttpExchanges(bool keep);
     std::vector<HttpExchange> HttpExchanges() const;
     // Connections and requests that were opened and are not closed yet.
     std::size_t OpenHttpHandleCount() const;
@@ -151,17 +191,33 @@ public:
 
     // Acts as another session's copy of the program: takes (waiting until it is free, making it when there is none),
     // and gives back or abandons, a mutex by name; signals an event by name (FALSE when nobody has it).
-    void OtherProcessAcquiresMutex(const CString& name);
-    void OtherProcessReleasesMutex(const CString& name);
-    void OtherProcessAbandonsMutex(const CString& name);
-    BOOL OtherProcessSetsEvent(const CString& name);
+    // session: in which the other process runs.
+    void OtherProcessAcquiresMutex(const CString& name, unsigned session = 1);
+    void OtherProcessReleasesMutex(const CString& name, unsigned session = 1);
+    void OtherProcessAbandonsMutex(const CString& name, unsigned session = 1);
+    BOOL OtherProcessSetsEvent(const CString& name, unsigned session = 1);
     // Whether any thread or process owns the mutex.
-    bool IsMutexOwned(const CString& name) const;
-    // Named objects that exist now, and whether one was made with a null DACL.
-    bool NamedObjectExists(const CString& name) const;
-    bool NamedObjectHasNullDacl(const CString& name) const;
+    bool IsMutexOwned(const CString& name, unsigned session = 1) const;
+    // Named objects that exist now, and whether one was made with a null DACL. A name that begins with "Global\" is the
+    // whole machine's, every other one its session's.
+    bool NamedObjectExists(const CString& name, unsigned session = 1) const;
+    bool NamedObjectHasNullDacl(const CString& name, unsigned session = 1) const;
+    std::size_t NamedObjectCount() const;
     // Timers that are armed now.
     unsigned ArmedTimerCount() const;
+
+    // The session's window of a class, and how many windows the machine has.
+    bool WindowExists(const CString& className, unsigned session = 1) const;
+    std::optional<SimWindow> WindowOf(const CString& className, unsigned session = 1) const;
+    std::size_t WindowCount() const;
+    // Another process of the session posts a message to its window of a class; FALSE when there is none.
+    BOOL OtherProcessPosts(const CString& className, UINT message, WPARAM wParam, LPARAM lParam, unsigned session = 1);
+    // The system tells every window of power, and of a session those of its windows that asked for it.
+    void NotifyPower(WPARAM event);
+    void NotifySession(unsigned session, WPARAM code);
+
+    // Tells observer of what happens from now on; null: nobody. It must outlive the machine or be replaced before.
+    void SetObserver(CObserver* observer);
 
     // Calls of EnterApartment minus calls of LeaveApartment, over all threads.
     int ApartmentBalance() const;

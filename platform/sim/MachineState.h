@@ -8,6 +8,7 @@
 #include "platform/sim/Machine.h"
 #include "platform/sim/Scheduler.h"
 #include "platform/sim/Timers.h"
+#include "platform/sim/WindowTable.h"
 
 #include <array>
 #include <map>
@@ -21,14 +22,29 @@ struct DiskEntry {
     bool isOpen = false;
 };
 
+// A process: how many of its threads have not ended, and what its entry returned.
+struct SimProcess {
+    unsigned threads = 0;
+    int exitCode = 0;
+};
+
 // Everything is for the thread that holds the scheduler's baton.
 struct MachineState {
     MachineState();
 
     // The wall clock, in UTC and locally, on the FILETIME scale.
     std::int64_t UtcNow() const { return utcAtStart + scheduler.Now(); }
-    std::int64_t LocalNow() const { return UtcNow() + UtcOffsetUnits(); }
-    std::int64_t UtcOffsetUnits() const { return std::int64_t{utcOffsetMinutes} * 60 * portable::kUnitsPerSecond; }
+    std::int64_t LocalNow() const { return UtcNow() + PresentUtcOffset(); }
+    // Local time minus UTC, in units of the FILETIME scale: at a UTC time, and now.
+    std::int64_t UtcOffsetAt(std::int64_t utc) const;
+    std::int64_t PresentUtcOffset() const { return UtcOffsetAt(UtcNow()); }
+    // The UTC time of a local one: the earlier one of two that an hour set back gives, and for a time in an hour that
+    // is left out the one that the offset before it gives.
+    std::int64_t UtcOfLocal(std::int64_t local) const;
+
+    // Starts a thread of a process, and clears up after the calling one, which is to end.
+    std::shared_ptr<SimThread> StartThread(const ProcessIdentity& process, std::function<void()> body);
+    void EndThread(const SimThread& thread);
 
     // The virtual time at which a wait that begins now and lasts at most timeoutMs ends; kNever for INFINITE.
     std::int64_t DeadlineAfter(DWORD timeoutMs) const;
@@ -40,13 +56,20 @@ struct MachineState {
 
     std::int64_t utcAtStart = 0; // the UTC wall clock at virtual time 0
     int utcOffsetMinutes = 9 * 60;
+    std::map<std::int64_t, int> plannedUtcOffsets = {}; // minutes, by the UTC time from which they hold
+    CObserver* observer = nullptr;
     CScheduler scheduler;
     CTimers timers;
     CKernelObjects objects;
+    CWindowTable windows;
     CFaults faults;
 
-    using SettingKey = std::tuple<Hive, CString, CString>; // names in lower case
+    std::map<DWORD, SimProcess> processes = {}; // all there ever were
+    DWORD nextProcessId = 3000;
+
+    using SettingKey = std::tuple<Hive, unsigned, CString, CString>; // session (0: machine-wide), names in lower case
     std::map<SettingKey, SettingsValue> settings = {};
+    bool keepsDebugLines = true;
     std::vector<CString> debugLines = {};
     int apartmentBalance = 0;
 
@@ -55,6 +78,7 @@ struct MachineState {
     std::size_t freeBytes = 0;
 
     HttpHandler httpHandler = {};
+    bool keepsHttpExchanges = true;
     std::vector<HttpExchange> httpExchanges = {};
     unsigned httpConnections = 0;                      // made so far
     std::vector<std::weak_ptr<void>> httpHandles = {}; // of every connection and request opened so far
@@ -62,7 +86,7 @@ struct MachineState {
     DWORD connectedFlags = 0;
 
     ThreadContext otherProcess = {}; // the owner of what OtherProcessAcquiresMutex took
-    std::map<CString, WaitHandle> otherHandles = {};
+    std::map<ObjectName, WaitHandle> otherHandles = {};
 };
 
 // The current machine's state; ends the program when there is no machine.
@@ -71,7 +95,10 @@ MachineState& Machine();
 // Counts a call. Whether it has to fail; then the last error is set.
 bool FailsByFault(Call call);
 
-// The key under which a setting is stored.
-MachineState::SettingKey SettingKeyOf(Hive hive, const CString& keyPath, const CString& valueName);
+// The calling thread, as observers see it.
+Caller CallingThread();
+
+// The key under which a setting is stored. session: whose user it is; does not matter for the machine-wide hive.
+MachineState::SettingKey SettingKeyOf(Hive hive, unsigned session, const CString& keyPath, const CString& valueName);
 
 } // namespace platform::sim

@@ -34,7 +34,7 @@ CScheduler::CScheduler(Alarms alarms) : m_alarms(std::move(alarms))
     ReserveThreads(1);
     m_threads.push_back(std::make_shared<SimThread>());
     t_self = m_threads.front().get();
-    t_self->context.threadId = 1;
+    t_self->context.threadId = m_lastThreadId;
     m_running = t_self;
 }
 
@@ -62,12 +62,13 @@ SimThread& CScheduler::Self()
     return *t_self;
 }
 
-std::shared_ptr<SimThread> CScheduler::Start(std::function<void()> body)
+std::shared_ptr<SimThread> CScheduler::Start(const ProcessIdentity& process, std::function<void()> body)
 {
+    ForgetEndedThreads();
     auto thread = std::make_shared<SimThread>();
     ReserveThreads(m_threads.size() + 1);
-    thread->context.processId = Self().context.processId;
-    thread->context.threadId = static_cast<DWORD>(m_threads.size() + 1);
+    thread->context.process = process;
+    thread->context.threadId = ++m_lastThreadId;
     SimThread* record = thread.get();
     thread->systemThread = std::thread([this, record, body = std::move(body)] { RunThread(*record, body); });
     m_threads.push_back(thread);
@@ -80,6 +81,17 @@ void CScheduler::ReserveThreads(std::size_t count)
     m_threads.reserve(count);
     m_ready.reserve(count);
     m_waiting.reserve(count);
+}
+
+// An ended thread has nothing left to do but to go, so that joining it does not wait for anybody who needs the baton.
+void CScheduler::ForgetEndedThreads()
+{
+    std::erase_if(m_threads, [](const auto& thread) {
+        if (thread->hasEnded) {
+            thread->systemThread.join();
+        }
+        return thread->hasEnded;
+    });
 }
 
 void CScheduler::RunThread(SimThread& self, const std::function<void()>& body)

@@ -12,6 +12,10 @@
 #include <thread>
 #include <vector>
 
+namespace platform {
+class CWindow;
+} // namespace platform
+
 namespace platform::sim {
 
 struct ObjectWait;
@@ -22,9 +26,15 @@ inline constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 // What a thread waits for, in words. Asked only when a report is made.
 using Description = std::function<std::string()>;
 
+// A process and the session it belongs to.
+struct ProcessIdentity {
+    DWORD processId = 1000;
+    unsigned session = 1;
+};
+
 // Who a thread is to the system and what the system keeps for it.
 struct ThreadContext {
-    DWORD processId = 1000;
+    ProcessIdentity process = {};
     DWORD threadId = 0;
     DWORD lastError = 0;
 };
@@ -41,6 +51,7 @@ struct SimThread {
     DWORD waitResult = 0;                   // filled in by what ends the wait
     const ObjectWait* objectWait = nullptr; // what it waits for, when that is mutexes and events
     const SimThread* joined = nullptr;      // what it waits for, when that is a thread's end
+    const CWindow* messageWait = nullptr;   // what it waits for, when that is a message to a window
 
     std::condition_variable turn = {};
     std::thread systemThread = {}; // none: the thread that made the machine
@@ -71,8 +82,9 @@ public:
 
     std::int64_t Now() const { return m_now; }
 
-    // A new thread that will run body when its turn comes. Throws std::system_error when there can be no more threads.
-    std::shared_ptr<SimThread> Start(std::function<void()> body);
+    // A new thread of this process that will run body when its turn comes. Throws std::system_error when there can be
+    // no more threads.
+    std::shared_ptr<SimThread> Start(const ProcessIdentity& process, std::function<void()> body);
 
     // Waits until another thread calls Wake for this one, or until the virtual time deadline. waitsFor: for the
     // deadlock report. Returns what Wake was given, or WAIT_TIMEOUT.
@@ -92,6 +104,7 @@ public:
 
 private:
     void ReserveThreads(std::size_t count);
+    void ForgetEndedThreads();
     void RunThread(SimThread& self, const std::function<void()>& body);
     void BeginWait(Description waitsFor, std::int64_t deadline, bool forIdle);
     void PassBaton(SimThread& self);
@@ -101,7 +114,8 @@ private:
 
     const Alarms m_alarms;
     std::int64_t m_now = 0;
-    std::vector<std::shared_ptr<SimThread>> m_threads; // all there ever were; thread n has id n + 1
+    DWORD m_lastThreadId = 1;
+    std::vector<std::shared_ptr<SimThread>> m_threads; // the first one, and those not joined yet
     std::vector<SimThread*> m_ready;                   // both have room for all threads, so that waiting and
     std::vector<SimThread*> m_waiting;                 // waking need no memory
 

@@ -10,8 +10,9 @@ BOOL QuerySettingsValue(Hive hive, const CString& keyPath, const wchar_t* valueN
     if (sim::FailsByFault(sim::Call::kQuerySettingsValue)) {
         return FALSE;
     }
+    const unsigned session = sim::CScheduler::Self().context.process.session;
     const auto& settings = sim::Machine().settings;
-    const auto found = settings.find(sim::SettingKeyOf(hive, keyPath, valueName));
+    const auto found = settings.find(sim::SettingKeyOf(hive, session, keyPath, valueName));
     if (found == settings.end()) {
         return FALSE;
     }

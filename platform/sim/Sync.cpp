@@ -4,6 +4,7 @@
 #include "platform/sim/MachineState.h"
 #include "platform/sim/SecurityDescriptor.h"
 
+#include <new>
 #include <utility>
 
 namespace platform {
@@ -18,7 +19,8 @@ constexpr std::size_t kMaxWaitObjects = 64;
 WaitHandle OpenObject(bool isMutex, const wchar_t* name, const CSecurityDescriptor* security, bool* existed)
 {
     const bool nullDacl = security != nullptr && security->hasNullDacl;
-    WaitHandle handle = sim::Machine().objects.Open(isMutex, name, nullDacl, existed);
+    const unsigned session = sim::CScheduler::Self().context.process.session;
+    WaitHandle handle = sim::Machine().objects.Open(isMutex, {session, name}, nullDacl, existed);
     SetLastErrorCode(handle == nullptr ? ERROR_INVALID_HANDLE : *existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     return handle;
 }
@@ -65,6 +67,9 @@ DWORD WaitForObjects(std::span<const WaitHandle> objects, DWORD timeoutMs, bool 
 
 WaitHandle CreateNamedMutex(const wchar_t* name, BOOL initialOwner, const CSecurityDescriptor* security)
 {
+    if (sim::Machine().faults.Take(Call::kCreateNamedMutexThrows)) {
+        throw std::bad_alloc();
+    }
     if (sim::FailsByFault(Call::kCreateNamedMutex)) {
         return nullptr;
     }
@@ -145,11 +150,11 @@ DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs)
 
 namespace platform::sim {
 
-void CMachine::OtherProcessAcquiresMutex(const CString& name)
+void CMachine::OtherProcessAcquiresMutex(const CString& name, unsigned session)
 {
     bool existed = false;
-    WaitHandle& handle = m_state->otherHandles[name];
-    handle = m_state->objects.Open(true, name, false, &existed);
+    WaitHandle& handle = m_state->otherHandles[{session, name}];
+    handle = m_state->objects.Open(true, {session, name}, false, &existed);
     if (handle == nullptr) {
         EndProgram("another process cannot acquire what is an event");
     }
@@ -159,26 +164,26 @@ void CMachine::OtherProcessAcquiresMutex(const CString& name)
     }
 }
 
-void CMachine::OtherProcessReleasesMutex(const CString& name)
+void CMachine::OtherProcessReleasesMutex(const CString& name, unsigned session)
 {
-    const WaitHandle handle = std::exchange(m_state->otherHandles[name], nullptr);
+    const WaitHandle handle = std::exchange(m_state->otherHandles[{session, name}], nullptr);
     if (handle == nullptr || !m_state->objects.Release(*handle->Object(), m_state->otherProcess)) {
         EndProgram("another process releases a mutex that it does not own");
     }
 }
 
-void CMachine::OtherProcessAbandonsMutex(const CString& name)
+void CMachine::OtherProcessAbandonsMutex(const CString& name, unsigned session)
 {
-    const WaitHandle handle = std::exchange(m_state->otherHandles[name], nullptr);
+    const WaitHandle handle = std::exchange(m_state->otherHandles[{session, name}], nullptr);
     if (handle == nullptr || handle->Object()->owner != &m_state->otherProcess) {
         EndProgram("another process abandons a mutex that it does not own");
     }
     m_state->objects.Abandon(*handle->Object());
 }
 
-BOOL CMachine::OtherProcessSetsEvent(const CString& name)
+BOOL CMachine::OtherProcessSetsEvent(const CString& name, unsigned session)
 {
-    const KernelObjectPtr event = m_state->objects.Find(name);
+    const KernelObjectPtr event = m_state->objects.Find({session, name});
     if (event == nullptr || event->isMutex) {
         return FALSE;
     }
@@ -186,18 +191,23 @@ BOOL CMachine::OtherProcessSetsEvent(const CString& name)
     return TRUE;
 }
 
-bool CMachine::IsMutexOwned(const CString& name) const
+bool CMachine::IsMutexOwned(const CString& name, unsigned session) const
 {
-    const KernelObjectPtr mutex = m_state->objects.Find(name);
+    const KernelObjectPtr mutex = m_state->objects.Find({session, name});
     return mutex != nullptr && mutex->owner != nullptr;
 }
 
-bool CMachine::NamedObjectExists(const CString& name) const { return m_state->objects.Find(name) != nullptr; }
-
-bool CMachine::NamedObjectHasNullDacl(const CString& name) const
+bool CMachine::NamedObjectExists(const CString& name, unsigned session) const
 {
-    const KernelObjectPtr object = m_state->objects.Find(name);
+    return m_state->objects.Find({session, name}) != nullptr;
+}
+
+bool CMachine::NamedObjectHasNullDacl(const CString& name, unsigned session) const
+{
+    const KernelObjectPtr object = m_state->objects.Find({session, name});
     return object != nullptr && object->nullDacl;
 }
+
+std::size_t CMachine::NamedObjectCount() const { return m_state->objects.Count(); }
 
 } // namespace platform::sim

@@ -22,14 +22,9 @@ ThreadPtr StartThread(ThreadEntry entry, void* argument)
     if (sim::FailsByFault(sim::Call::kStartThread)) {
         return nullptr;
     }
-    sim::MachineState& machine = sim::Machine();
+    const sim::ProcessIdentity process = sim::CScheduler::Self().context.process;
     try {
-        return std::make_shared<CThread>(machine.scheduler.Start([&machine, entry, argument] {
-            entry(argument);
-            const sim::SimThread& self = sim::CScheduler::Self();
-            machine.timers.DisarmAllOf(self);
-            machine.objects.AbandonAllOf(self.context);
-        }));
+        return std::make_shared<CThread>(sim::Machine().StartThread(process, [entry, argument] { entry(argument); }));
     } catch (const std::system_error&) {
         SetLastErrorCode(ERROR_OUTOFMEMORY);
         return nullptr;
@@ -51,7 +46,7 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
     return sim::Machine().scheduler.WaitForEnd(thread->Thread(), sim::Machine().DeadlineAfter(timeoutMs));
 }
 
-DWORD CurrentProcessIdentifier() { return sim::CScheduler::Self().context.processId; }
+DWORD CurrentProcessIdentifier() { return sim::CScheduler::Self().context.process.processId; }
 
 DWORD CurrentThreadIdentifier() { return sim::CScheduler::Self().context.threadId; }
 
@@ -68,3 +63,46 @@ void LeaveApartment()
 }
 
 } // namespace platform
+
+namespace platform::sim {
+
+std::shared_ptr<SimThread> MachineState::StartThread(const ProcessIdentity& process, std::function<void()> body)
+{
+    auto thread = scheduler.Start(process, [this, body = std::move(body)]() mutable {
+        body();
+        body = nullptr; // what it holds goes with the process, not later
+        EndThread(CScheduler::Self());
+    });
+    ++processes[process.processId].threads;
+    return thread;
+}
+
+void MachineState::EndThread(const SimThread& thread)
+{
+    timers.DisarmAllOf(thread);
+    objects.AbandonAllOf(thread.context);
+    windows.DestroyAllOf(thread);
+    const DWORD processId = thread.context.process.processId;
+    if (--processes.at(processId).threads == 0) {
+        windows.ForgetClassesOf(processId);
+    }
+}
+
+DWORD CMachine::StartProcess(unsigned session, std::function<int()> entry)
+{
+    const DWORD processId = m_state->nextProcessId++;
+    int& exitCode = m_state->processes[processId].exitCode; // elements of a map stay where they are
+    m_state->StartThread({processId, session}, [&exitCode, entry = std::move(entry)] { exitCode = entry(); });
+    return processId;
+}
+
+std::optional<int> CMachine::ExitCodeOf(DWORD processId) const
+{
+    const auto process = m_state->processes.find(processId);
+    if (process == m_state->processes.end()) {
+        EndProgram("there is no process " + std::to_string(processId));
+    }
+    return process->second.threads > 0 ? std::nullopt : std::optional(process->second.exitCode);
+}
+
+} // namespace platform::sim
