@@ -2,11 +2,10 @@
 
 #include "platform/linux/ErrorCode.h"
 #include "platform/linux/NamedFile.h"
+#include "platform/linux/SignalBlock.h"
 
 #include <cerrno>
-#include <csignal>
 #include <new>
-#include <pthread.h>
 #include <sys/file.h>
 #include <system_error>
 #include <thread>
@@ -17,23 +16,6 @@ namespace {
 
 constexpr char kFreeMark = '0';
 constexpr char kOwnedMark = '1';
-
-// Keeps the process's signals from the threads that are started meanwhile: they are not for helpers to handle.
-class CSignalBlock {
-public:
-    CSignalBlock()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    ~CSignalBlock() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    CSignalBlock(const CSignalBlock&) = delete;
-    CSignalBlock& operator=(const CSignalBlock&) = delete;
-
-private:
-    sigset_t m_before = {};
-};
 
 bool TryFlock(const CFileDescriptor& file) { return ::flock(file.Get(), LOCK_EX | LOCK_NB) == 0; }
 
@@ -103,7 +85,10 @@ bool CMutex::Watch()
         return true;
     }
     try {
-        const CSignalBlock block;
+        // The process's signals are not for helpers to handle.
+        sigset_t all;
+        sigfillset(&all);
+        const CSignalBlock block(all);
         std::thread(&CMutex::AwaitLock, m_file, weak_from_this()).detach();
     } catch (const std::system_error& error) {
         SetLastErrorFrom(error.code().value());

@@ -87,14 +87,21 @@ bool LockFirstByte(const CFileDescriptor& file, short type, bool wait)
 
 } // namespace
 
+std::string FileNameOf(std::wstring_view name)
+{
+    std::string fileName = EncodeUtf8(name);
+    const bool isUsable = fileName != "." && fileName != ".." && fileName.find_first_of("/\\") == std::string::npos;
+    return isUsable ? std::move(fileName) : std::string();
+}
+
 CFileDescriptor OpenNamedFile(std::wstring_view name, NamedKind kind, const CSecurityDescriptor* security)
 {
     const bool global = name.starts_with(kGlobalPrefix);
     if (global) {
         name.remove_prefix(kGlobalPrefix.size());
     }
-    const std::string fileName = EncodeUtf8(name);
-    if (fileName.empty() || fileName == "." || fileName == ".." || fileName.find_first_of("/\\") != std::string::npos) {
+    const std::string fileName = FileNameOf(name);
+    if (fileName.empty()) {
         SetLastErrorCode(ERROR_PATH_NOT_FOUND);
         return CFileDescriptor();
     }

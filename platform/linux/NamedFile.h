@@ -4,9 +4,13 @@
 #include "platform/linux/FileDescriptor.h"
 #include "platform/Security.h"
 
+#include <string>
 #include <string_view>
 
 namespace platform::native {
+
+// The file name of a named object, "Global\\" removed before; empty when the name cannot be one of a file.
+std::string FileNameOf(std::wstring_view name);
 
 enum class NamedKind {
     kMutex, // a regular file

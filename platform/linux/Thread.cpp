@@ -6,10 +6,13 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <new>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <thread>
+#include <unistd.h>
 
 namespace platform {
 
@@ -23,13 +26,28 @@ public:
 
 namespace {
 
+std::atomic<int> g_runningThreads = 0; // of StartThread
+
 void Run(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 {
     entry(argument);
     // Whoever sees the thread ended also finds the mutexes abandoned that it still owned.
     native::CThreadState::Current().End();
+    // Before anybody can know that the thread has ended, so that it does not count for them.
+    --g_runningThreads;
     thread->m_hasEnded = true;
     ::eventfd_write(thread->m_ended.Get(), 1);
+}
+
+void Launch(const ThreadPtr& thread, ThreadEntry entry, void* argument)
+{
+    ++g_runningThreads;
+    try {
+        std::thread(&Run, thread, entry, argument).detach();
+    } catch (...) {
+        --g_runningThreads;
+        throw;
+    }
 }
 
 } // namespace
@@ -40,7 +58,7 @@ ThreadPtr StartThread(ThreadEntry entry, void* argument)
     try {
         auto thread = std::make_shared<CThread>();
         if (thread->m_ended) {
-            std::thread(&Run, thread, entry, argument).detach();
+            Launch(thread, entry, argument);
             return thread;
         }
         error = errno;
@@ -72,6 +90,16 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
             return WAIT_FAILED;
         }
     }
+}
+
+void EndProcess(int exitCode)
+{
+    if (g_runningThreads == 0) {
+        std::exit(exitCode); // NOLINT(concurrency-mt-unsafe): there is no other thread
+    }
+    // No destructors, whose objects the threads may be using; but nothing of the output is lost.
+    std::fflush(nullptr);
+    ::_exit(exitCode);
 }
 
 DWORD CurrentProcessIdentifier() { return static_cast<DWORD>(::getpid()); }
