@@ -1,3 +1,15 @@
-#include "app/AmporaSrv.h"
+#include "app/AmporaSrvApp.h"
+#include "platform/Arguments.h"
+#include "platform/Thread.h"
 
-int main() { return RunAmporaSrv(); }
+namespace {
+
+CAmporaSrvApp g_theApp;
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    // A worker whose download hangs must not hold up the end.
+    platform::EndProcess(g_theApp.Run(platform::ProgramArguments(argc, argv)));
+}

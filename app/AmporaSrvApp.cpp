@@ -1,0 +1,80 @@
+#include "app/AmporaSrvApp.h"
+
+#include "app/AmporaSrvCmdLineInfo.h"
+#include "app/AmporaSrvDlg.h"
+#include "config/ConfigUtil.h"
+#include "config/TraceLog.h"
+#include "platform/LastError.h"
+
+namespace {
+
+// Every kind of control of the first common controls. Source: Windows SDK, commctrl.h (ICC_...).
+constexpr DWORD kControlKinds = 0xFF;
+
+void TellRunningCopyToQuit(const CTraceLog& log)
+{
+    const platform::FoundWindowPtr window = platform::FindWindowOfClass(kWindowClassName);
+    if (window) {
+        log.Tra(L"Post WM_QUIT");
+        platform::PostToWindow(window, WM_QUIT, 0, 0);
+    } else {
+        log.War(L"Not Found Window");
+    }
+}
+
+} // namespace
+
+CAmporaSrvApp::CAmporaSrvApp() noexcept { g_dwLogLevel = CConfigUtil::GetLogLevel(); }
+
+BOOL CAmporaSrvApp::InitInstance()
+{
+    const CTraceScope scope(L"CAmporaSrvApp::InitInstance");
+    CAmporaSrvCmdLineInfo commandLine;
+    ParseCommandLine(Arguments(), commandLine);
+    if (commandLine.IsExitMode()) {
+        scope.Log().Tra(L"Exit Mode");
+        TellRunningCopyToQuit(scope.Log());
+        return FALSE;
+    }
+    platform::InitializeControls(kControlKinds);
+    CWinApp::InitInstance();
+    if (ClaimSession(scope.Log())) {
+        RunDialog(scope.Log());
+    }
+    return FALSE;
+}
+
+bool CAmporaSrvApp::ClaimSession(const CTraceLog& log)
+{
+    m_hMutex = platform::CreateNamedMutex(kInstanceMutexName, TRUE, nullptr);
+    const DWORD error = platform::GetLastErrorCode();
+    if (m_hMutex && error == ERROR_ALREADY_EXISTS) {
+        log.Tra(L"Run 2 times");
+        return false;
+    }
+    if (!m_hMutex) {
+        // Better two copies, whose passes the update mutex keeps apart, than none.
+        log.Err(L"Creatre Mutex Fail.");
+    }
+    return true;
+}
+
+void CAmporaSrvApp::RunDialog(const CTraceLog& log)
+{
+    platform::RegisterDialogClass(kWindowClassName);
+    log.Tra(L"Set Window Class");
+    CAmporaSrvDlg dialog;
+    if (dialog.DoModal() == -1) {
+        SetExitCode(1);
+    }
+}
+
+int CAmporaSrvApp::ExitInstance()
+{
+    const CTraceScope scope(L"CAmporaSrvApp::ExitInstance");
+    if (m_hMutex) {
+        scope.Log().Tra(L"Close Mutex");
+        m_hMutex.reset();
+    }
+    return CWinApp::ExitInstance();
+}

@@ -1,0 +1,99 @@
+#include "app/AmporaSrvDlg.h"
+
+#include "config/TraceLog.h"
+
+namespace {
+
+// How long the worker may take to end: when the program ends, and when it will soon be started again.
+constexpr DWORD kDestroyTimeoutMs = 1000;
+constexpr DWORD kLeaveTimeoutMs = 100;
+
+} // namespace
+
+CAmporaSrvDlg::CAmporaSrvDlg()
+    : CDialog(kDialogTemplate, kWindowClassName), m_updater(std::make_shared<CAmporaUpdater>())
+{
+}
+
+CAmporaSrvDlg::~CAmporaSrvDlg() = default;
+
+LRESULT CAmporaSrvDlg::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
+{
+    switch (message) {
+    case WM_QUERYDRAGICON:
+        return Default();
+    case WM_DESTROY:
+        OnDestroy();
+        return 0;
+    case WM_WTSSESSION_CHANGE:
+        OnSessionChange(static_cast<UINT>(wParam), static_cast<UINT>(lParam));
+        return 0;
+    case WM_POWERBROADCAST:
+        return OnPowerBroadcast(static_cast<UINT>(wParam), static_cast<UINT>(lParam));
+    case WM_WINDOWPOSCHANGING:
+        OnWindowPosChanging(reinterpret_cast<WINDOWPOS*>(lParam)); // NOLINT: that is what the message carries
+        return 0;
+    default:
+        return CDialog::WindowProc(message, wParam, lParam);
+    }
+}
+
+BOOL CAmporaSrvDlg::OnInitDialog()
+{
+    const CTraceScope scope(L"CAmporaSrvDlg::OnInitDialog");
+    CDialog::OnInitDialog();
+    platform::RegisterSessionNotices(Window());
+    m_updater->Start();
+    return TRUE;
+}
+
+void CAmporaSrvDlg::OnDestroy()
+{
+    const CTraceScope scope(L"CAmporaSrvDlg::OnDestroy");
+    m_updater->Stop(kDestroyTimeoutMs);
+    CDialog::OnDestroy();
+}
+
+void CAmporaSrvDlg::OnSessionChange(UINT code, UINT /*sessionId*/)
+{
+    const CTraceScope scope(L"CAmporaSrvDlg::OnSessionChange");
+    try {
+        if (code == WTS_CONSOLE_CONNECT) {
+            scope.Log().Tra(L"Enter User Session");
+            if (!m_updater->Start()) {
+                scope.Log().Err(L"Sesstion Change Start Fail");
+            }
+        } else if (code == WTS_CONSOLE_DISCONNECT) {
+            scope.Log().Tra(L"Leave User Session");
+            m_updater->Stop(kLeaveTimeoutMs);
+        }
+    } catch (...) {
+        scope.Log().Err(L"SessionChange Exception");
+    }
+    Default();
+}
+
+UINT CAmporaSrvDlg::OnPowerBroadcast(UINT event, UINT /*data*/)
+{
+    const CTraceScope scope(L"CAmporaSrvDlg::OnPowerBroadcast");
+    try {
+        if (event == PBT_APMSUSPEND) {
+            scope.Log().Tra(L"Suspend");
+            m_updater->Stop(kLeaveTimeoutMs);
+        } else if (event == PBT_APMRESUMESUSPEND || event == PBT_APMRESUMEAUTOMATIC) {
+            scope.Log().Tra(L"Resume");
+            if (!m_updater->Start()) {
+                scope.Log().Err(L"Resume Start Fail");
+            }
+        }
+    } catch (...) {
+        scope.Log().Err(L"PowerEvent Exception");
+    }
+    return static_cast<UINT>(Default());
+}
+
+void CAmporaSrvDlg::OnWindowPosChanging(WINDOWPOS* position)
+{
+    position->flags &= ~SWP_SHOWWINDOW;
+    Default();
+}

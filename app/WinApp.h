@@ -1,0 +1,33 @@
+// The frame of a program that does all its work in a modal dialog.
+#pragma once
+
+#include "platform/Types.h"
+
+#include <vector>
+
+// The application object; a process has one. Main thread only.
+class CWinApp {
+public:
+    CWinApp() = default;
+    virtual ~CWinApp() = default;
+    CWinApp(const CWinApp&) = delete;
+    CWinApp& operator=(const CWinApp&) = delete;
+
+    // Runs the program from its start to its end; its exit code. arguments: of the command line, without the program's
+    // name. Never throws: 1 when memory runs out.
+    int Run(const std::vector<CString>& arguments) noexcept;
+
+    // The program's work. TRUE would ask for a message loop of the application's own, which this frame does not have.
+    virtual BOOL InitInstance();
+    // The end, after InitInstance in every case. The program's exit code.
+    virtual int ExitInstance();
+
+protected:
+    const std::vector<CString>& Arguments() const { return m_arguments; }
+    // What ExitInstance is to return; 0 at first.
+    void SetExitCode(int exitCode) { m_exitCode = exitCode; }
+
+private:
+    std::vector<CString> m_arguments;
+    int m_exitCode = 0;
+};
