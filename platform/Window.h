@@ -4,7 +4,7 @@
 // program lives by arrive there: what another process posts, what the system tells of the session, what it tells of
 // power. On Linux a window is a datagram socket of that name in the session folder, one for each name; session and
 // power notices come from the login manager, where there is one, and the signals SIGHUP, SIGINT and SIGTERM count as
-// WM_QUIT.
+// WM_QUIT (SIGHUP not where the program was started to ignore it, as by nohup).
 #pragma once
 
 #include "platform/Types.h"
@@ -30,8 +30,8 @@ public:
 // Makes the common controls of these kinds usable (ICC_... bits). Nothing to do off Windows. FALSE on failure.
 BOOL InitializeControls(DWORD kinds);
 
-// Registers the class of the program's dialog: the system's dialog class, "#32770", under another name. FALSE, with the
-// last error set, on failure.
+// Registers the class of the program's dialog: the system's dialog class, "#32770", under another name. Again: nothing
+// changes. FALSE, with the last error set, on failure.
 BOOL RegisterDialogClass(const wchar_t* className);
 
 // Makes the modeless dialog of a template of the program's resources, not visible, and gives it WM_INITDIALOG.

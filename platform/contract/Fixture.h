@@ -48,6 +48,11 @@ BOOL OtherProcessSetsEvent(const CString& name);
 // Whether everybody may use the mutex or event of this name that this process has made.
 bool IsNamedObjectOpenToAll(const CString& name);
 
+// Whether another process of the session finds a window of this class.
+bool OtherProcessFindsWindow(const CString& className);
+// Another process of the session finds a window of this class and posts a message to it. FALSE when it finds none.
+BOOL OtherProcessPostsToWindow(const CString& className, UINT message, WPARAM wParam, LPARAM lParam);
+
 // An existing, empty folder that the test may fill, without a separator at its end.
 CString ScratchFolder();
 // What GetCommonAppDataFolder has to answer in this environment.

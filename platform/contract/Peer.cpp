@@ -4,14 +4,19 @@
 //   acquire NAME   takes the mutex at once, creating it when there is none
 //   release NAME   gives it back and closes it
 //   set NAME       sets the event, unless nobody has it
+//   find NAME      finds the window of that class
+//   post NAME MESSAGE WPARAM LPARAM
+//                  finds it and posts a message to it; the numbers are decimal
 //
 // Ends, with what it has taken, when standard input closes.
 #include "platform/LastError.h"
 #include "platform/Sync.h"
 #include "platform/Text.h"
+#include "platform/Window.h"
 
 #include <iostream>
 #include <map>
+#include <sstream>
 #include <string>
 
 using namespace platform;
@@ -46,6 +51,20 @@ bool Set(const std::string& name)
     return event && GetLastErrorCode() == ERROR_ALREADY_EXISTS && SetNamedEvent(event);
 }
 
+bool Find(const std::string& className) { return FindWindowOfClass(DecodeUtf8(className).c_str()) != nullptr; }
+
+// nameAndNumbers: as they follow the command.
+bool Post(const std::string& nameAndNumbers)
+{
+    std::istringstream input(nameAndNumbers);
+    std::string className;
+    UINT message = 0;
+    WPARAM wParam = 0;
+    LPARAM lParam = 0;
+    return input >> className >> message >> wParam >> lParam &&
+           PostToWindow(FindWindowOfClass(DecodeUtf8(className).c_str()), message, wParam, lParam);
+}
+
 bool Do(const std::string& command, const std::string& name)
 {
     if (command == "acquire") {
@@ -53,6 +72,12 @@ bool Do(const std::string& command, const std::string& name)
     }
     if (command == "release") {
         return Release(name);
+    }
+    if (command == "find") {
+        return Find(name);
+    }
+    if (command == "post") {
+        return Post(name);
     }
     return command == "set" && Set(name);
 }

@@ -191,6 +191,18 @@ BOOL OtherProcessSetsEvent(const CString& name)
 
 bool IsNamedObjectOpenToAll(const CString& name) { return (ModeOf(ObjectFile(name)) & 0666) == 0666; }
 
+bool OtherProcessFindsWindow(const CString& className)
+{
+    return g_environment->peer.Do("find " + EncodeUtf8(className));
+}
+
+BOOL OtherProcessPostsToWindow(const CString& className, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    std::ostringstream command;
+    command << "post " << EncodeUtf8(className) << " " << message << " " << wParam << " " << lParam;
+    return g_environment->peer.Do(command.str()) ? TRUE : FALSE;
+}
+
 CString ScratchFolder()
 {
     const std::filesystem::path folder = g_environment->session.Folder() / "scratch";

@@ -263,7 +263,7 @@ WindowPtr CreateDialogWindow(WORD, const wchar_t* className, CMessageReceiver& r
 
 void DestroyDialogWindow(CWindow& window) { window.Destroy(); }
 
-LRESULT ProcessByDefault(CWindow&, UINT, WPARAM, LPARAM) { return 0; }
+LRESULT ProcessByDefault(CWindow&, UINT message, WPARAM, LPARAM) { return message == WM_POWERBROADCAST ? TRUE : 0; }
 
 BOOL RegisterSessionNotices(CWindow& window)
 {

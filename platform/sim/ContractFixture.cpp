@@ -72,6 +72,13 @@ BOOL OtherProcessSetsEvent(const CString& name) { return g_machine->OtherProcess
 
 bool IsNamedObjectOpenToAll(const CString& name) { return g_machine->NamedObjectHasNullDacl(name); }
 
+bool OtherProcessFindsWindow(const CString& className) { return g_machine->WindowExists(className); }
+
+BOOL OtherProcessPostsToWindow(const CString& className, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    return g_machine->OtherProcessPosts(className, message, wParam, lParam);
+}
+
 CString ScratchFolder()
 {
     const CString folder = CString(L"C:") + kPathSeparator + L"scratch";

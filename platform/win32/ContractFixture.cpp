@@ -271,6 +271,14 @@ bool IsNamedObjectOpenToAll(const CString& name)
     return open;
 }
 
+bool OtherProcessFindsWindow(const CString& className) { return Peer().Do("find", className); }
+
+BOOL OtherProcessPostsToWindow(const CString& className, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    return Peer().Do("post", className + L" " + std::to_wstring(message) + L" " + std::to_wstring(wParam) + L" " +
+                                 std::to_wstring(lParam));
+}
+
 CString ScratchFolder()
 {
     g_environment->scratch =
