@@ -1,6 +1,8 @@
 #include "platform/Thread.h"
 
-#include <gtest/gtest.h>
+#include <cstdio>
+#include <cstdlib>
+#include <gmock/gmock.h>
 #include <objbase.h>
 
 namespace platform {
@@ -44,6 +46,48 @@ TEST(Apartment, IsSingleThreadedFromEnterToLeave)
     EXPECT_EQ(kinds.inside, APTTYPE_MAINSTA);
     EXPECT_EQ(kinds.nested, APTTYPE_MAINSTA);
     EXPECT_EQ(kinds.after, -1);
+}
+
+using ::testing::AllOf;
+using ::testing::ExitedWithCode;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// Writes a line that stays in the C library's buffer, and another one when objects of static storage are destroyed.
+void WriteNowAndAtExit()
+{
+    static_cast<void>(std::setvbuf(stderr, nullptr, _IOFBF, 4096));
+    std::atexit([] { std::fputs("destroyed\n", stderr); });
+    std::fputs("written\n", stderr);
+}
+
+// Does not end in the process's life.
+DWORD Hang(void*)
+{
+    ::Sleep(INFINITE);
+    return 0;
+}
+
+TEST(EndProcess, WithoutOtherThreadsEndsAsMainDoes)
+{
+    EXPECT_EXIT(
+        {
+            WriteNowAndAtExit();
+            WaitForThread(StartThread([](void*) -> DWORD { return 3; }, nullptr), INFINITE);
+            EndProcess(7);
+        },
+        ExitedWithCode(7), AllOf(HasSubstr("written"), HasSubstr("destroyed")));
+}
+
+TEST(EndProcess, DoesNotWaitForAThreadThatHangs)
+{
+    EXPECT_EXIT(
+        {
+            WriteNowAndAtExit();
+            StartThread(Hang, nullptr);
+            EndProcess(7);
+        },
+        ExitedWithCode(7), AllOf(HasSubstr("written"), Not(HasSubstr("destroyed"))));
 }
 
 } // namespace
