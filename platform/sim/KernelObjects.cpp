@@ -8,12 +8,12 @@
 
 namespace platform::sim {
 
-namespace {
-
 Caller CallerOf(const ThreadContext& thread)
 {
     return {thread.process.processId, thread.process.session, thread.threadId};
 }
+
+namespace {
 
 std::string NamesOf(const ObjectWait& wait)
 {
@@ -53,6 +53,9 @@ WaitHandle CKernelObjects::Open(bool isMutex, const ObjectName& name, bool nullD
     m_objects.push_back(object);
     handle = std::make_shared<CWaitObject>(std::move(object));
     known = handle;
+    if (m_observer != nullptr) {
+        m_observer->OnObjectMade(name.session, name.name);
+    }
     return handle;
 }
 
@@ -139,6 +142,9 @@ void CKernelObjects::SetEvent(KernelObject& event)
 
 void CKernelObjects::PulseEvent(KernelObject& event)
 {
+    if (m_observer != nullptr) {
+        m_observer->OnEventPulsed(event.session, event.name, CallerOf(CScheduler::Self().context));
+    }
     SetEvent(event);
     event.signalled = false;
 }

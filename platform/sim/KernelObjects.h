@@ -10,6 +10,9 @@
 
 namespace platform::sim {
 
+// A thread as observers see it.
+Caller CallerOf(const ThreadContext& thread);
+
 // A mutex or an auto-reset event.
 struct KernelObject {
     bool isMutex = false;

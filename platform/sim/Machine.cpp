@@ -67,11 +67,7 @@ std::int64_t MachineState::UtcOfLocal(std::int64_t local) const
     return local - (plannedUtcOffsets.empty() ? UtcOffsetAt(0) : UtcOffsetAt(plannedUtcOffsets.rbegin()->first));
 }
 
-Caller CallingThread()
-{
-    const ThreadContext& context = CScheduler::Self().context;
-    return {context.process.processId, context.process.session, context.threadId};
-}
+Caller CallingThread() { return CallerOf(CScheduler::Self().context); }
 
 MachineState& Machine() { return *CMachine::Current().m_state; }
 

@@ -1,6 +1,7 @@
 // What somebody who watches the simulated machine is told.
 #pragma once
 
+#include "platform/Settings.h"
 #include "platform/Types.h"
 
 namespace platform::sim {
@@ -20,6 +21,15 @@ class CObserver {
 public:
     virtual ~CObserver() = default;
 
+    // A thread starts another one, or a process's first one; a thread has ended.
+    virtual void OnThreadStarted(const Caller& starter, const Caller& started);
+    virtual void OnThreadEnded(const Caller& thread);
+    // A mutex or event is made that was not there. session: the object's, 0 for one of the whole machine.
+    virtual void OnObjectMade(unsigned session, const CString& name);
+    virtual void OnEventPulsed(unsigned session, const CString& name, const Caller& caller);
+    // A setting is looked for in one hive; value: null when it is not found.
+    virtual void OnSettingQueried(const Caller& caller, Hive hive, const CString& keyPath, const CString& valueName,
+                                  const SettingsValue* value);
     // A thread gets a mutex that nobody owned; it gives it up altogether, or ends as its owner. session: the mutex's, 0
     // for one of the whole machine.
     virtual void OnMutexAcquired(unsigned session, const CString& name, const Caller& owner);
@@ -30,6 +40,14 @@ public:
     virtual void OnDebugLine(const Caller& caller, const CString& text);
 };
 
+inline void CObserver::OnThreadStarted(const Caller& /*starter*/, const Caller& /*started*/) {}
+inline void CObserver::OnThreadEnded(const Caller& /*thread*/) {}
+inline void CObserver::OnObjectMade(unsigned /*session*/, const CString& /*name*/) {}
+inline void CObserver::OnEventPulsed(unsigned /*session*/, const CString& /*name*/, const Caller& /*caller*/) {}
+inline void CObserver::OnSettingQueried(const Caller& /*caller*/, Hive /*hive*/, const CString& /*keyPath*/,
+                                        const CString& /*valueName*/, const SettingsValue* /*value*/)
+{
+}
 inline void CObserver::OnMutexAcquired(unsigned /*session*/, const CString& /*name*/, const Caller& /*owner*/) {}
 inline void CObserver::OnMutexReleased(unsigned /*session*/, const CString& /*name*/, const Caller& /*owner*/,
                                        bool /*abandoned*/)

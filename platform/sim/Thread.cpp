@@ -74,6 +74,9 @@ std::shared_ptr<SimThread> MachineState::StartThread(const ProcessIdentity& proc
         EndThread(CScheduler::Self());
     });
     ++processes[process.processId].threads;
+    if (observer != nullptr) {
+        observer->OnThreadStarted(CallingThread(), CallerOf(thread->context));
+    }
     return thread;
 }
 
@@ -81,6 +84,9 @@ void MachineState::EndThread(const SimThread& thread)
 {
     timers.DisarmAllOf(thread);
     objects.AbandonAllOf(thread.context);
+    if (observer != nullptr) {
+        observer->OnThreadEnded(CallerOf(thread.context));
+    }
     windows.DestroyAllOf(thread);
     const DWORD processId = thread.context.process.processId;
     if (--processes.at(processId).threads == 0) {
