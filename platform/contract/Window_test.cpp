@@ -59,7 +59,17 @@ protected:
     void SetUp() override
     {
         ContractTest::SetUp();
+        // On Windows the tests that run at the same time share their session, and take turns.
+        m_turn = CreateNamedMutex(L"AmporaContractWindow", FALSE, nullptr);
+        const DWORD waited = WaitForOne(m_turn, INFINITE, FALSE);
+        EXPECT_TRUE(waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED_0) << waited;
         EXPECT_TRUE(RegisterDialogClass(kClass));
+    }
+    void TearDown() override
+    {
+        EXPECT_TRUE(ReleaseOwnedMutex(m_turn));
+        m_turn.reset();
+        ContractTest::TearDown();
     }
 
     WindowPtr MakeWindow()
@@ -74,6 +84,9 @@ protected:
     }
 
     CRecorder m_recorder;
+
+private:
+    WaitHandle m_turn;
 };
 
 TEST_F(WindowContract, NobodyFindsAWindowThatIsNotThere)

@@ -86,8 +86,13 @@ BOOL RegisterDialogClass(const wchar_t* className)
     return ::RegisterClassW(&dialogClass) != 0 || ::GetLastError() == ERROR_CLASS_ALREADY_EXISTS;
 }
 
-WindowPtr CreateDialogWindow(WORD templateNumber, const wchar_t*, CMessageReceiver& receiver)
+WindowPtr CreateDialogWindow(WORD templateNumber, const wchar_t* className, CMessageReceiver& receiver)
 {
+    WNDCLASSW registered = {};
+    if (!::GetClassInfoW(ProgramInstance(), className, &registered)) {
+        ::SetLastError(ERROR_CANNOT_FIND_WND_CLASS); // wine has another code for it
+        return nullptr;
+    }
     auto window = std::make_shared<CWindow>(receiver);
     const HWND handle = ::CreateDialogParamW(ProgramInstance(), MAKEINTRESOURCEW(templateNumber), nullptr,
                                              ReceiveDialogMessage, reinterpret_cast<LPARAM>(window.get()));

@@ -1,4 +1,4 @@
-// What only Windows shows of the program's window. It is made from the program's own template.
+// What only Windows shows of the program's window.
 #include "platform/Window.h"
 
 #include <array>
@@ -14,8 +14,9 @@ using ::testing::Contains;
 using ::testing::Key;
 using ::testing::Not;
 
-constexpr WORD kTemplate = 102;
-constexpr wchar_t kClassName[] = L"Ampora";
+// One of TestDialogs.rc.
+constexpr WORD kTemplate = 104;
+constexpr wchar_t kClassName[] = L"AmporaWindowTest";
 
 CString ClassNameOf(HWND handle)
 {
