@@ -1,6 +1,7 @@
 // tracecat: shows the debugger output.
 //
 //   tracecat                     of all processes of the session, until standard input closes
+//   tracecat --ids               the same, each text after its writer's process identifier and a tab
 //   tracecat PID                 of one process, until it has ended or standard input closes
 //   tracecat -- PROGRAM [ARG...] starts a program and shows its output until it has ended
 //
@@ -53,13 +54,20 @@ DWORD WINAPI ReadInputToItsEnd(void*)
     return 0;
 }
 
-// Prints what processId (0: everybody) writes until one of ends (the second may be null) is signalled, and then what is
-// still in the channel.
-void Listen(CDebugListener& listener, DWORD processId, std::array<HANDLE, 2> ends)
+// Which texts to show, and how.
+struct Choice {
+    DWORD processId = 0; // 0: everybody's
+    bool withIds = false;
+};
+
+// Prints the chosen texts until one of ends (the second may be null) is signalled, and then what is still in the
+// channel.
+void Listen(CDebugListener& listener, const Choice& choice, std::array<HANDLE, 2> ends)
 {
-    const auto show = [processId](const DebugMessage& message) {
-        if (processId == 0 || processId == message.processId) {
-            Print(platform::EncodeUtf8(message.text));
+    const auto show = [&choice](const DebugMessage& message) {
+        if (choice.processId == 0 || choice.processId == message.processId) {
+            const std::string id = choice.withIds ? std::to_string(message.processId) + "\t" : std::string();
+            Print(id + platform::EncodeUtf8(message.text));
         }
     };
     const std::array<HANDLE, 3> handles = {listener.DataReady(), ends[0], ends[1]};
@@ -93,17 +101,17 @@ int ListenToProgram(CDebugListener& listener)
     }
     const CKernelHandle process(information.hProcess);
     const CKernelHandle thread(information.hThread);
-    Listen(listener, information.dwProcessId, {process.Get(), nullptr});
+    Listen(listener, {.processId = information.dwProcessId}, {process.Get(), nullptr});
     DWORD exitCode = 0;
     ::GetExitCodeProcess(process.Get(), &exitCode);
     return static_cast<int>(exitCode);
 }
 
-int ListenToProcess(CDebugListener& listener, DWORD processId)
+int ListenToProcesses(CDebugListener& listener, const Choice& choice)
 {
     CKernelHandle process;
-    if (processId != 0) {
-        process.Reset(::OpenProcess(SYNCHRONIZE, FALSE, processId));
+    if (choice.processId != 0) {
+        process.Reset(::OpenProcess(SYNCHRONIZE, FALSE, choice.processId));
         if (!process) {
             return Fail("no such process");
         }
@@ -112,7 +120,7 @@ int ListenToProcess(CDebugListener& listener, DWORD processId)
     if (!inputThread) {
         return Fail("cannot watch standard input");
     }
-    Listen(listener, processId, {inputThread.Get(), process.Get()});
+    Listen(listener, choice, {inputThread.Get(), process.Get()});
     return 0;
 }
 
@@ -121,9 +129,11 @@ int ListenToProcess(CDebugListener& listener, DWORD processId)
 int main(int argc, char** argv)
 {
     const bool startsProgram = argc > 2 && std::strcmp(argv[1], "--") == 0;
-    const unsigned long processId = argc == 2 ? std::strtoul(argv[1], nullptr, 10) : 0;
-    if (!startsProgram && (argc > 2 || (argc == 2 && processId == 0))) {
-        std::fprintf(stderr, "usage: tracecat [PID | -- PROGRAM [ARG...]]\n");
+    Choice choice;
+    choice.withIds = argc == 2 && std::strcmp(argv[1], "--ids") == 0;
+    choice.processId = argc == 2 && !choice.withIds ? std::strtoul(argv[1], nullptr, 10) : 0;
+    if (!startsProgram && (argc > 2 || (argc == 2 && !choice.withIds && choice.processId == 0))) {
+        std::fprintf(stderr, "usage: tracecat [--ids | PID | -- PROGRAM [ARG...]]\n");
         return kCannotListen;
     }
     const std::unique_ptr<CDebugListener> listener = CDebugListener::Open(kOpenTimeoutMs);
@@ -131,5 +141,5 @@ int main(int argc, char** argv)
         return Fail("cannot listen to the debugger output");
     }
     Print("ready");
-    return startsProgram ? ListenToProgram(*listener) : ListenToProcess(*listener, processId);
+    return startsProgram ? ListenToProgram(*listener) : ListenToProcesses(*listener, choice);
 }
