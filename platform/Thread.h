@@ -26,9 +26,10 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs);
 DWORD CurrentProcessIdentifier();
 DWORD CurrentThreadIdentifier();
 
-// Ends the process with this exit code. Threads of StartThread that still run are not waited for: they end wherever they
-// are, and none of them sees an object of static storage destroyed; without such threads those objects are destroyed as
-// after a return from main. Not on the simulated machine, whose processes end with their last thread. Main thread.
+// Ends the process with this exit code. Threads of StartThread that still run are not waited for: they end wherever
+// they are, and none of them sees an object of static storage destroyed; without such threads those objects are
+// destroyed as after a return from main. Not on the simulated machine, whose processes end with their last thread. Main
+// thread.
 [[noreturn]] void EndProcess(int exitCode);
 
 // Enters a single-threaded COM apartment on the calling thread, which the DOM needs (Dom.h); leaves it again. Calls

@@ -231,12 +231,18 @@ TEST_F(Window, MayLoseItsLastReferenceInTheMiddleOfAMessage)
 
 TEST_F(Window, MayLoseItsLastReferenceWhileItIsDestroyed)
 {
+    std::weak_ptr<CWindow> window;
+    bool lived = false;
     m_receiver.m_handlers[WM_DESTROY] = [&](CWindow&, WPARAM, LPARAM) {
         m_window.reset();
+        lived = !window.expired();
         return 0;
     };
     Create();
+    window = m_window;
     DestroyDialogWindow(*m_window);
+    EXPECT_TRUE(lived) << "the system is not done with it";
+    EXPECT_TRUE(window.expired());
     EXPECT_FALSE(::IsWindow(m_handle));
     EXPECT_EQ(m_receiver.m_counts[WM_DESTROY], 1);
     EXPECT_THAT(m_receiver.m_counts, Not(Contains(Key(WM_NCDESTROY))));
