@@ -3,22 +3,19 @@
 #include "platform/LastError.h"
 #include "platform/linux/PeerProcess.h"
 #include "platform/linux/ScratchSession.h"
+#include "platform/linux/TaskWatch.h"
 #include "platform/Thread.h"
 #include "platform/Timer.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <fcntl.h>
-#include <fstream>
-#include <functional>
 #include <gmock/gmock.h>
 #include <set>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <thread>
 
 namespace platform::native {
@@ -80,38 +77,6 @@ std::set<std::string> TasksSince(const std::set<std::string>& before)
     std::erase_if(tasks, [&before](const std::string& task) { return before.contains(task); });
     return tasks;
 }
-
-// Lets time pass until a condition holds, as long as it may.
-void Await(const std::function<bool()>& condition)
-{
-    for (DWORD passedMs = 0; !condition() && passedMs < kLongMs; ++passedMs) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_TRUE(condition());
-}
-
-// Whether a task sleeps in the system call of a wait.
-bool IsPolling(const std::string& task)
-{
-    long call = -1;
-    std::ifstream("/proc/self/task/" + task + "/syscall") >> call;
-    return call == SYS_ppoll;
-}
-
-// How often a task has gone to sleep.
-long VoluntarySwitches(const std::string& task)
-{
-    std::ifstream status("/proc/self/task/" + task + "/status");
-    const std::string wanted = "voluntary_ctxt_switches:";
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(wanted)) {
-            return std::stol(line.substr(wanted.size()));
-        }
-    }
-    return -1;
-}
-
-std::string OwnTask() { return std::to_string(CurrentThreadIdentifier()); }
 
 TEST_F(LinuxSync, AWaitForAnEventAndATimerSleepsThrough)
 {
