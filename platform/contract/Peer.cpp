@@ -4,6 +4,7 @@
 //   acquire NAME   takes the mutex at once, creating it when there is none
 //   release NAME   gives it back and closes it
 //   set NAME       sets the event, unless nobody has it
+//   window NAME    makes a window of that class, with a loop that nobody runs
 //   find NAME      finds the window of that class
 //   post NAME MESSAGE WPARAM LPARAM
 //                  finds it and posts a message to it; the numbers are decimal
@@ -51,6 +52,21 @@ bool Set(const std::string& name)
     return event && GetLastErrorCode() == ERROR_ALREADY_EXISTS && SetNamedEvent(event);
 }
 
+class CNobody : public CMessageReceiver {
+public:
+    LRESULT ReceiveMessage(CWindow&, UINT, WPARAM, LPARAM) override { return 0; }
+};
+
+bool MakeWindow(const std::string& name)
+{
+    static CNobody nobody;
+    static WindowPtr window;
+    const CString className = DecodeUtf8(name);
+    RegisterDialogClass(className.c_str());
+    window = CreateDialogWindow(0, className.c_str(), nobody);
+    return window != nullptr;
+}
+
 bool Find(const std::string& className) { return FindWindowOfClass(DecodeUtf8(className).c_str()) != nullptr; }
 
 // nameAndNumbers: as they follow the command.
@@ -72,6 +88,9 @@ bool Do(const std::string& command, const std::string& name)
     }
     if (command == "release") {
         return Release(name);
+    }
+    if (command == "window") {
+        return MakeWindow(name);
     }
     if (command == "find") {
         return Find(name);
