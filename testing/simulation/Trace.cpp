@@ -1,0 +1,19 @@
+#include "testing/simulation/Trace.h"
+
+namespace simulation {
+
+void CTrace::Add(std::int64_t nowMs, std::string_view line)
+{
+    std::string text = std::to_string(nowMs) + " ";
+    text += line;
+    text += '\n';
+    for (const char character : text) {
+        m_hash = (m_hash ^ static_cast<unsigned char>(character)) * 0x100000001B3;
+    }
+    m_length += text.size();
+    if (m_keepsText) {
+        m_text += text;
+    }
+}
+
+} // namespace simulation

@@ -1,0 +1,30 @@
+// What a simulation writes down: the same text for the same seed and options.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace simulation {
+
+// Lines with the virtual time at which they were written. Their hash and length are always known; the text itself only
+// when it is kept.
+class CTrace {
+public:
+    explicit CTrace(bool keepsText) : m_keepsText(keepsText) {}
+
+    void Add(std::int64_t nowMs, std::string_view line);
+
+    // FNV-1a, 64 bits, over all lines.
+    std::uint64_t Hash() const { return m_hash; }
+    std::uint64_t Length() const { return m_length; }
+    const std::string& Text() const { return m_text; }
+
+private:
+    bool m_keepsText;
+    std::uint64_t m_hash = 0xCBF29CE484222325;
+    std::uint64_t m_length = 0;
+    std::string m_text = {};
+};
+
+} // namespace simulation
