@@ -15,7 +15,7 @@ int RunAmporaSrv(const std::vector<CString>& arguments);
 class CSimulation {
 public:
     CSimulation(std::uint64_t seed, const Options& options, Program program, bool keepsTrace);
-    // After a violation it asks the program to end and lets two minutes pass; the simulated machine ends the test
+    // After a violation it asks the program to end and lets some minutes pass; the simulated machine ends the test
     // program when a thread is left even then.
     ~CSimulation();
     CSimulation(const CSimulation&) = delete;
