@@ -80,7 +80,7 @@ bool ReadActive(sd_bus_message* message, bool* active)
 
 } // namespace
 
-CLoginMonitor::CLoginMonitor()
+void CLoginMonitor::Connect()
 {
     sd_bus* bus = nullptr;
     if (::sd_bus_open_system(&bus) >= 0) {

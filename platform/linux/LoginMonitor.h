@@ -22,9 +22,9 @@ struct LoginNotice {
 // is not there, fails or vanishes gives no more notices, and that is all. One thread.
 class CLoginMonitor {
 public:
-    // Begins to connect. From then on it hears of power: WM_POWERBROADCAST when the machine is about to sleep and when
-    // it has woken up.
-    CLoginMonitor();
+    // Begins to connect; once. From then on it hears of power: WM_POWERBROADCAST when the machine is about to sleep and
+    // when it has woken up.
+    void Connect();
 
     // From now on it hears of this session, too, if there is one: WM_WTSSESSION_CHANGE when it comes to the foreground
     // and when it leaves it.

@@ -75,6 +75,7 @@ TEST_F(LinuxLogin, SleepAndWakeUpAreTold)
 {
     m_bus.StartLoginManager();
     CLoginMonitor monitor;
+    monitor.Connect();
     Settle(monitor);
     m_bus.PrepareForSleep(true);
     EXPECT_THAT(Take(monitor, 1), ElementsAre(kSleeps));
@@ -87,6 +88,7 @@ TEST_F(LinuxLogin, TheSessionsLeavingAndComingAreToldOnceAskedFor)
     m_bus.StartLoginManager();
     m_bus.AddSession("c1");
     CLoginMonitor monitor;
+    monitor.Connect();
     Settle(monitor);
     m_bus.SetProperty("c1", "Active", false);
     m_bus.PrepareForSleep(true);
@@ -106,6 +108,7 @@ TEST_F(LinuxLogin, ASessionIsToldByItsNumberOnceForEachChange)
     m_bus.StartLoginManager();
     m_bus.AddSession("_371"); // as a path writes a name that begins with a digit
     CLoginMonitor monitor;
+    monitor.Connect();
     monitor.WatchSession();
     monitor.WatchSession();
     Settle(monitor);
@@ -123,6 +126,7 @@ TEST_F(LinuxLogin, ChangesOfOtherSessionsAndOfOtherKindsAreNotTold)
     m_bus.AddSession("c1");
     m_bus.AddSession("c11");
     CLoginMonitor monitor;
+    monitor.Connect();
     monitor.WatchSession();
     Settle(monitor);
     m_bus.SetProperty("c11", "Active", false);
@@ -135,6 +139,7 @@ TEST_F(LinuxLogin, OnlyTheLoginManagerIsBelieved)
 {
     m_bus.StartLoginManager();
     CLoginMonitor monitor;
+    monitor.Connect();
     Settle(monitor);
     m_bus.ForgePrepareForSleep();
     m_bus.PrepareForSleep(false);
@@ -146,6 +151,7 @@ TEST_F(LinuxLogin, WithoutASessionPowerIsStillTold)
     m_session.SetVariable("XDG_SESSION_ID", nullptr);
     m_bus.StartLoginManager();
     CLoginMonitor monitor;
+    monitor.Connect();
     monitor.WatchSession();
     Settle(monitor);
     m_bus.PrepareForSleep(true);
@@ -155,6 +161,7 @@ TEST_F(LinuxLogin, WithoutASessionPowerIsStillTold)
 TEST_F(LinuxLogin, ALoginManagerMayStartLater)
 {
     CLoginMonitor monitor;
+    monitor.Connect();
     monitor.WatchSession();
     Settle(monitor);
     m_bus.StartLoginManager();
@@ -166,6 +173,7 @@ TEST_F(LinuxLogin, WithoutABusThereIsNothingToWaitFor)
 {
     m_bus.Stop();
     CLoginMonitor monitor;
+    monitor.Connect();
     monitor.WatchSession();
     Deadline deadline;
     EXPECT_EQ(monitor.Watch(&deadline).fd, -1);
@@ -176,6 +184,7 @@ TEST_F(LinuxLogin, WithoutABusThereIsNothingToWaitFor)
 TEST_F(LinuxLogin, ABusThatEndsIsLetGo)
 {
     CLoginMonitor monitor;
+    monitor.Connect();
     Settle(monitor);
     Deadline deadline;
     ASSERT_GE(monitor.Watch(&deadline).fd, 0);

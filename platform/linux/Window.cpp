@@ -50,7 +50,7 @@ public:
     CEndSignals(const CEndSignals&) = delete;
     CEndSignals& operator=(const CEndSignals&) = delete;
 
-    // Readable while signals are waiting; -1, with errno set by the constructor, when it could not be made.
+    // Readable while signals are waiting; -1, with errno set by the constructor, when it cannot be made.
     int Descriptor() const { return m_descriptor.Get(); }
     // Takes one that is waiting. False when there is none.
     bool Take()
@@ -114,6 +114,7 @@ bool CWindow::Create(const std::string& name)
         errno = error;
         return false;
     }
+    m_channels->login.Connect();
     Give(WM_INITDIALOG, 0, 0);
     return true;
 }
@@ -184,6 +185,8 @@ void CWindow::GivePosted(const native::PostedMessage& posted)
 
 class CFoundWindow {
 public:
+    explicit CFoundWindow(native::CFileDescriptor socket) : m_socket(std::move(socket)) {}
+
     native::CFileDescriptor m_socket;
 };
 

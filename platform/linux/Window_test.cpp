@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <mutex>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -265,6 +266,24 @@ TEST_F(LinuxWindow, ANameThatCannotBeAFilesIsRefused)
         EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(": Invalid argument\n"));
         EXPECT_EQ(FindWindowOfClass(name), nullptr);
     }
+}
+
+TEST_F(LinuxWindow, IsRefusedWithoutDescriptorsAndKeepsNoSignals)
+{
+    testing::internal::CaptureStderr();
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit none = before;
+    none.rlim_cur = 0;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const WindowPtr window = Make();
+    const DWORD code = GetLastErrorCode();
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    constexpr DWORD kTooManyOpenFiles = 4;
+    EXPECT_EQ(window, nullptr);
+    EXPECT_EQ(code, kTooManyOpenFiles);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(": Too many open files\n"));
+    EXPECT_TRUE(BlocksEndSignals(false));
 }
 
 TEST_F(LinuxWindow, WithoutRuntimeFolderItLiesInThePrivateFallback)
