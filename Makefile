@@ -1,6 +1,6 @@
 # The commands. Each sets up what it needs first; scripts/ does the work.
 .DEFAULT_GOAL := help
-.PHONY: help setup demo demo-windows test test-linux test-windows test-asan test-tsan fuzz bench coverage format tidy \
+.PHONY: help setup demo demo-windows test test-linux test-windows test-asan test-tsan simulate fuzz bench coverage format tidy \
         clean
 
 help: ## show this list
@@ -29,6 +29,9 @@ test-asan: setup ## the Linux tests with address and undefined behaviour sanitiz
 
 test-tsan: setup ## the Linux tests with the thread sanitizer
 	@scripts/test.sh linux-tsan
+
+simulate: setup ## run the whole program for DAYS simulated days (default 30) under each of SEEDS seeds (default 200)
+	@SEEDS=$(SEEDS) DAYS=$(DAYS) FIRST_SEED=$(FIRST_SEED) scripts/simulate.sh
 
 fuzz: setup ## run each fuzzer for FUZZ_SECONDS (default 30)
 	@scripts/fuzz.sh

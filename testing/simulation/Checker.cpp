@@ -529,6 +529,7 @@ void CChecker::StopWorker(Program& program)
     Worker& worker = found->second;
     Settle(worker);
     const bool isDownloading = worker.at == At::kPass && worker.pass.step == Step::kDownload;
+    Note(NameOf(worker) + (isDownloading ? " is told to end in a download" : " is told to end"));
     worker.mustEndBy = isDownloading ? worker.pass.downloadEndsMs : Now();
 }
 
@@ -671,11 +672,13 @@ void CChecker::OnBaseSettings(Worker& worker)
     }
     std::optional<CDue> due = CDue::AtBaseTime(m_zone, UtcNow(), clock, delay);
     if (!due) {
-        // There is no such hour: the conversion's exception ends the worker.
+        // The conversion's exception ends the worker.
+        Note(NameOf(worker) + " finds no such hour");
         worker.mustEndBy = Now();
     } else if (!worker.hasTimer) {
         MoveTo(worker, At::kInterval);
     } else {
+        Note(NameOf(worker) + " waits for the base time");
         BeginWait(worker, std::move(due));
         worker.isAtBase = true;
     }

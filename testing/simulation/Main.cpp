@@ -2,10 +2,14 @@
 #include "testing/simulation/Simulation.h"
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
 #include <iostream>
+#include <list>
+#include <random>
+#include <thread>
 
 namespace {
 
@@ -18,12 +22,14 @@ struct CommandLine {
     bool drawsOptions = true; // anew for each seed
     Options options = {};     // else
     bool printsTrace = false;
+    std::uint64_t jobs = 1;
+    std::string sumPath = {}; // where a job leaves its sum
     bool isWrong = false;
 };
 
 void PrintUsage()
 {
-    std::cerr << "ampora_simulate [--first-seed S] [--seeds N] [--days D] [--trace]\n"
+    std::cerr << "ampora_simulate [--first-seed S] [--seeds N] [--days D] [--jobs J] [--trace]\n"
                  "                [--plain] [--sessions 1..4] [--log-level MASK] [--with SWITCH]...\n"
                  "Options are drawn from each seed, unless one of the last four is given.\n"
                  "Switches:\n";
@@ -51,8 +57,13 @@ CommandLine Parse(const std::vector<std::string>& arguments)
             line.firstSeed = number;
         } else if (name == "--seeds") {
             line.seeds = number;
+        } else if (name == "--jobs") {
+            line.jobs = number;
+        } else if (name == "--sum") {
+            line.sumPath = value;
         } else if (name == "--days") {
             line.days = static_cast<unsigned>(number);
+            line.options.days = line.days;
         } else if (name == "--sessions" && number >= 1 && number <= 4) {
             line.options.sessions = static_cast<unsigned>(number);
             line.drawsOptions = false;
@@ -84,13 +95,12 @@ struct Sum {
     std::uint64_t requests = 0;
 };
 
-// Whether all is well.
-bool RunSeed(const CommandLine& line, std::uint64_t seed, Sum& sum)
+void RunSeed(const CommandLine& line, std::uint64_t seed, Sum& sum)
 {
     CGenerator generator(seed);
     Options options = line.drawsOptions ? DrawOptions(generator, line.days) : line.options;
     options.days = line.days;
-    std::cout << "seed " << seed << "\n" << std::flush;
+    std::cout << "seed " + std::to_string(seed) + "\n" << std::flush;
     CSimulation simulation(seed, options, RunAmporaSrv, line.printsTrace);
     simulation.Run();
     if (line.printsTrace) {
@@ -100,13 +110,91 @@ bool RunSeed(const CommandLine& line, std::uint64_t seed, Sum& sum)
     sum.passes += simulation.PassCount();
     sum.requests += simulation.RequestCount();
     if (const auto& violation = simulation.FirstViolation()) {
-        std::cout << "seed " << seed << ", after " << violation->nowMs << " ms: " << violation->text
-                  << "\nagain: ampora_simulate --first-seed " << seed << " " << CommandLineOf(options)
-                  << " --plain --trace\n"
+        std::cout << "seed " + std::to_string(seed) + ", after " + std::to_string(violation->nowMs) +
+                         " ms: " + violation->text + "\nagain: ampora_simulate --first-seed " + std::to_string(seed) +
+                         " " + CommandLineOf(options) + " --plain --trace\n"
                   << std::flush;
         std::_Exit(1); // what is left of the program cannot be taken down
     }
-    return true;
+}
+
+Sum RunSeeds(const CommandLine& line)
+{
+    Sum sum;
+    for (std::uint64_t i = 0; i < line.seeds; ++i) {
+        RunSeed(line, line.firstSeed + i, sum);
+    }
+    return sum;
+}
+
+// A process has one simulation at a time, since the program's trace level is one for the whole process. So several jobs
+// are several processes, each with a part of the seeds, and each leaves its sum in a file.
+class CJob {
+public:
+    CJob(const std::string& program, const CommandLine& line, std::uint64_t firstSeed, std::uint64_t seeds)
+        : m_path(std::filesystem::temp_directory_path() /
+                 ("ampora_simulate_" + std::to_string(std::random_device()()) + "_" + std::to_string(firstSeed)))
+    {
+        const std::string command =
+            "\"" + program + "\" --first-seed " + std::to_string(firstSeed) + " --seeds " + std::to_string(seeds) +
+            " " +
+            (line.drawsOptions ? "--days " + std::to_string(line.days) : "--plain " + CommandLineOf(line.options)) +
+            " --sum " + m_path.string();
+        m_thread = std::thread([this, command] {
+            m_status = std::system(command.c_str()); // NOLINT(concurrency-mt-unsafe): nobody changes the environment
+        });
+    }
+    ~CJob()
+    {
+        m_thread.join();
+        std::error_code ignored;
+        std::filesystem::remove(m_path, ignored);
+    }
+    CJob(const CJob&) = delete;
+    CJob& operator=(const CJob&) = delete;
+
+    // Waits for the process. Whether all is well; adds its sum.
+    bool Finish(Sum& sum)
+    {
+        m_thread.join();
+        m_thread = std::thread([] {});
+        std::ifstream file(m_path);
+        Sum part;
+        if (m_status != 0 || !(file >> part.passes >> part.requests)) {
+            return false;
+        }
+        sum.passes += part.passes;
+        sum.requests += part.requests;
+        return true;
+    }
+
+private:
+    const std::filesystem::path m_path;
+    int m_status = -1;
+    std::thread m_thread;
+};
+
+bool RunJobs(const std::string& program, const CommandLine& line, Sum& sum)
+{
+    std::list<CJob> jobs;
+    for (std::uint64_t job = 0; job < line.jobs; ++job) {
+        const std::uint64_t begin = line.seeds * job / line.jobs;
+        const std::uint64_t end = line.seeds * (job + 1) / line.jobs;
+        if (end > begin) {
+            jobs.emplace_back(program, line, line.firstSeed + begin, end - begin);
+        }
+    }
+    bool isWell = true;
+    for (CJob& job : jobs) {
+        isWell = job.Finish(sum) && isWell;
+    }
+    return isWell;
+}
+
+void PrintSum(const CommandLine& line, const Sum& sum, double seconds)
+{
+    std::cout << line.seeds << " seeds x " << line.days << " days: " << sum.passes << " passes, " << sum.requests
+              << " requests, " << std::fixed << std::setprecision(1) << seconds << " s\n";
 }
 
 } // namespace
@@ -120,12 +208,18 @@ int main(int argc, char** argv)
     }
     const auto begin = std::chrono::steady_clock::now();
     Sum sum;
-    for (std::uint64_t i = 0; i < line.seeds; ++i) {
-        RunSeed(line, line.firstSeed + i, sum);
+    if (line.jobs > 1) {
+        if (!RunJobs(argv[0], line, sum)) {
+            return 1;
+        }
+    } else {
+        sum = RunSeeds(line);
     }
-    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
-    std::printf("%llu seeds x %u days: %llu passes, %llu requests, %.1f s\n",
-                static_cast<unsigned long long>(line.seeds), line.days, static_cast<unsigned long long>(sum.passes),
-                static_cast<unsigned long long>(sum.requests), time.count());
+    if (line.sumPath.empty()) {
+        const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+        PrintSum(line, sum, time.count());
+    } else {
+        std::ofstream(line.sumPath) << sum.passes << " " << sum.requests << "\n";
+    }
     return 0;
 }

@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# Builds the simulator and runs SEEDS seeds (default 200) of DAYS days each (default 30), FIRST_SEED (default 1) first,
+# on all processors. Arguments go to the simulator.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+cmake --preset linux --log-level=WARNING
+cmake --build --preset linux --target ampora_simulate -- --quiet
+exec build/linux/testing/simulation/ampora_simulate --first-seed "${FIRST_SEED:-1}" --seeds "${SEEDS:-200}" \
+  --days "${DAYS:-30}" --jobs "$(nproc)" "$@"
