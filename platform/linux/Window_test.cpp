@@ -41,6 +41,24 @@ constexpr std::chrono::seconds kIdle{2};
 constexpr long kFewSwitches = 4;
 constexpr std::chrono::milliseconds kLittleWork{50};
 
+sigset_t BlockedSignals()
+{
+    sigset_t blocked;
+    EXPECT_EQ(::pthread_sigmask(SIG_BLOCK, nullptr, &blocked), 0);
+    return blocked;
+}
+
+testing::AssertionResult BlocksEndSignals(bool expected)
+{
+    const sigset_t blocked = BlockedSignals();
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+        if ((sigismember(&blocked, signal) == 1) != expected) {
+            return testing::AssertionFailure() << "signal " << signal;
+        }
+    }
+    return testing::AssertionSuccess();
+}
+
 // Collects the messages of a window.
 class CRecorder : public CMessageReceiver {
 public:
@@ -48,6 +66,8 @@ public:
     {
         if (message == WM_INITDIALOG) {
             EXPECT_TRUE(RegisterSessionNotices(window));
+            const sigset_t blocked = BlockedSignals();
+            EXPECT_EQ(sigismember(&blocked, SIGTERM), 1) << "threads that are started here inherit that";
         }
         const std::lock_guard lock(m_mutex);
         m_messages.emplace_back(message, wParam);
@@ -163,24 +183,6 @@ protected:
 
 // Stands for LinuxWindow where a test needs processes of its own.
 using LinuxWindowDeathTest = LinuxWindow;
-
-sigset_t BlockedSignals()
-{
-    sigset_t blocked;
-    EXPECT_EQ(::pthread_sigmask(SIG_BLOCK, nullptr, &blocked), 0);
-    return blocked;
-}
-
-testing::AssertionResult BlocksEndSignals(bool expected)
-{
-    const sigset_t blocked = BlockedSignals();
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-        if ((sigismember(&blocked, signal) == 1) != expected) {
-            return testing::AssertionFailure() << "signal " << signal;
-        }
-    }
-    return testing::AssertionSuccess();
-}
 
 TEST_F(LinuxWindow, IsASocketOfTheUsersAloneInTheSessionFolder)
 {
