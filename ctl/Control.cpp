@@ -1,6 +1,8 @@
 #include "ctl/Control.h"
 
 #include "ctl/Table.h"
+#include "platform/LastError.h"
+#include "platform/Sync.h"
 #include "platform/Text.h"
 #include "reader/DataFilePath.h"
 #include "reader/DataFileReader.h"
@@ -11,15 +13,21 @@
 namespace {
 
 constexpr char kUsage[] = "usage: amporactl show [--folder DIR]\n"
+                          "       amporactl update\n"
                           "       amporactl --help | --version\n"
                           "\n"
                           "show            print a table of the forecast data files\n"
                           "  --folder DIR  look in this folder instead of the common one\n"
+                          "update          ask the amporasrv of this session for an update now\n"
                           "--help          print this text and end\n"
                           "--version       print the version and end\n"
                           "\n"
-                          "Exit code: 0 when at least one file was shown and all are sound, 1 when a file is\n"
-                          "faulty or there is none, 2 when the command line is not understood.\n";
+                          "Exit code: 0 when at least one file was shown and all are sound, or the update was\n"
+                          "asked for; 1 when a file is faulty or there is none, or amporasrv is not running;\n"
+                          "2 when the command line is not understood.\n";
+
+// The event, one per session, that amporasrv waits for.
+constexpr wchar_t kUpdateEventName[] = L"AmporaSrvUpdateEvent";
 
 struct Company {
     int siteNumber;
@@ -43,7 +51,7 @@ constexpr Kind kKinds[] = {{kInstantUsage, L"instant usage"},
                            {kPeakSupply, L"peak supply"},
                            {kPeakDemand, L"peak demand"}};
 
-enum class Action { kNone, kShow, kHelp, kVersion };
+enum class Action { kNone, kShow, kUpdate, kHelp, kVersion };
 
 // What the command line asks for.
 struct Command {
@@ -62,9 +70,12 @@ Command ParseCommand(const std::vector<CString>& arguments)
         if (*argument == L"--version") {
             return {Action::kVersion};
         }
-        if (*argument == L"show" && command.action == Action::kNone) {
+        const bool isFirst = command.action == Action::kNone;
+        if (*argument == L"show" && isFirst) {
             command.action = Action::kShow;
-        } else if (*argument != L"--folder") {
+        } else if (*argument == L"update" && isFirst && command.folder.empty()) {
+            command.action = Action::kUpdate;
+        } else if (*argument != L"--folder" || command.action == Action::kUpdate) {
             command.problem = L"unknown argument '" + *argument + L"'";
             return command;
         } else if (++argument == arguments.end() || argument->empty()) {
@@ -161,6 +172,23 @@ int Show(const CString& folder, std::ostream& out, std::ostream& err)
     return exitCode;
 }
 
+// amporasrv waits for the event as long as it runs and is neither suspended nor out of its session's foreground.
+int Update(std::ostream& err)
+{
+    const platform::WaitHandle event = platform::CreateNamedEvent(kUpdateEventName, nullptr);
+    // Nobody waits for an event that this call has made.
+    if (event && platform::GetLastErrorCode() != ERROR_ALREADY_EXISTS) {
+        err << "amporactl: amporasrv is not running\n";
+        return kExitFailure;
+    }
+    if (!event || !platform::SetNamedEvent(event)) {
+        err << platform::EncodeUtf8(
+            platform::FormatText(L"amporactl: amporasrv cannot be asked (error %u)\n", platform::GetLastErrorCode()));
+        return kExitFailure;
+    }
+    return kExitSuccess;
+}
+
 } // namespace
 
 int RunControl(const std::vector<CString>& arguments, std::ostream& out, std::ostream& err)
@@ -177,6 +205,9 @@ int RunControl(const std::vector<CString>& arguments, std::ostream& out, std::os
     if (command.action == Action::kVersion) {
         out << "amporactl " AMPORA_VERSION "\n";
         return kExitSuccess;
+    }
+    if (command.action == Action::kUpdate) {
+        return Update(err);
     }
     const CString folder = command.folder.empty() ? DataFolder() : command.folder;
     if (folder.empty()) {

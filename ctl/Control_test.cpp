@@ -2,6 +2,7 @@
 
 #include "platform/Files.h"
 #include "platform/sim/Machine.h"
+#include "platform/Sync.h"
 #include "platform/Text.h"
 #include "reader/DataFileFormat.h"
 #include "reader/DataFilePath.h"
@@ -107,6 +108,10 @@ TEST_F(Control, CommandLineThatIsNotUnderstoodGivesTheUsageOnStandardError)
         {{L"show", L"--all"}, "unknown argument '--all'"},
         {{L""}, "unknown argument ''"},
         {{L"\x6771\x4EAC"}, "unknown argument '\xE6\x9D\xB1\xE4\xBA\xAC'"},
+        {{L"update", L"show"}, "unknown argument 'show'"},
+        {{L"show", L"update"}, "unknown argument 'update'"},
+        {{L"update", L"--folder", L"x"}, "unknown argument '--folder'"},
+        {{L"--folder", L"x", L"update"}, "unknown argument 'update'"},
         {{L"show", L"--folder"}, "--folder needs the name of a folder"},
         {{L"show", L"--folder", L""}, "--folder needs the name of a folder"},
     };
@@ -274,6 +279,34 @@ TEST_F(Control, FileThatIsBeingWrittenIsNamed)
     ASSERT_TRUE(writer);
     EXPECT_EQ(Run({L"show"}), 1);
     EXPECT_EQ(m_err, Complaint(kSiteChubu, kActualUsage, "it is being written by another program"));
+}
+
+// Asking for an update.
+
+TEST_F(Control, UpdateSetsTheEventThatAmporasrvWaitsFor)
+{
+    const platform::WaitHandle event = platform::CreateNamedEvent(L"AmporaSrvUpdateEvent", nullptr);
+    EXPECT_EQ(platform::WaitForOne(event, 0, FALSE), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(Run({L"update"}), 0);
+    EXPECT_EQ(m_out, "");
+    EXPECT_EQ(m_err, "");
+    EXPECT_EQ(platform::WaitForOne(event, 0, FALSE), DWORD{WAIT_OBJECT_0});
+}
+
+TEST_F(Control, UpdateFailsWhenNobodyHasTheEvent)
+{
+    for (int i = 0; i < 2; ++i) { // the first one leaves nothing that the second could take for amporasrv
+        EXPECT_EQ(Run({L"update"}), 1);
+        EXPECT_EQ(m_out, "");
+        EXPECT_EQ(m_err, "amporactl: amporasrv is not running\n");
+    }
+}
+
+TEST_F(Control, UpdateFailsWhenTheEventCannotBeOpened)
+{
+    m_machine.FailEvery(Call::kCreateNamedEvent, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Run({L"update"}), 1);
+    EXPECT_EQ(m_err, "amporactl: amporasrv cannot be asked (error 5)\n");
 }
 
 } // namespace

@@ -35,13 +35,7 @@ protected:
         if (RunProcess({"id", "-u"}, {}, std::chrono::seconds(10)).out != "0\n") {
             return;
         }
-        LinuxRig().SetProgram(LinuxRig().CopyProgram());
-        LinuxRig().SetWrapper({"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
-        for (const char* folder : {"", "common", "lock"}) {
-            fs::permissions(LinuxRig().ScratchFolder() / folder, fs::perms(0777));
-        }
-        const std::string scratch = LinuxRig().ScratchFolder().string();
-        ASSERT_EQ(RunProcess({"chown", "65534", scratch + "/run"}, {}, std::chrono::seconds(10)).exitCode, 0);
+        LinuxRig().RunAs(65534);
     }
 
     // A pass while nothing can be made in this folder.
@@ -105,7 +99,7 @@ TEST_F(SystemLinux, CommonFolderThatCannotBeMadeKeepsEveryFileFromBeingWritten)
 
 TEST_F(SystemLinux, EverybodyMayUseFolderAndFilesWhateverTheMask)
 {
-    LinuxRig().SetWrapper({"sh", "-c", "umask 077; exec \"$0\""});
+    LinuxRig().SetWrapper({"sh", "-c", "umask 077; exec \"$0\" \"$@\""});
     RunPass();
     EXPECT_EQ(fs::status(Rig().DataFolder()).permissions(), fs::perms(0777));
     for (const fs::directory_entry& file : fs::directory_iterator(Rig().DataFolder())) {
@@ -150,7 +144,7 @@ TEST_F(SystemLinux, ReadOnlyFolderCostsTheFilesThatAreNotThere)
 TEST_F(SystemLinux, WriteThatFailsCostsItsFileAlone)
 {
     SetAnswer("tohoku", [](const Request&) { return platform::sim::HttpAnswer{.status = 503}; });
-    LinuxRig().SetWrapper({"sh", "-c", "trap '' XFSZ; exec prlimit --fsize=50 \"$0\""});
+    LinuxRig().SetWrapper({"sh", "-c", "trap '' XFSZ; exec prlimit --fsize=50 \"$0\" \"$@\""});
     const Pass pass = RunPass("", kEveryLine);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_TRUE(ScopesBalance(pass));

@@ -1,5 +1,6 @@
 // The Linux and the Windows program do the same.
 #include "testing/Reports.h"
+#include "testing/system/Sequences.h"
 #include "testing/system/SystemTest.h"
 
 #include <map>
@@ -27,9 +28,12 @@ protected:
     Outcome RunOn(Platform platform)
     {
         const std::unique_ptr<CRig> rig = MakeRig(platform);
-        rig->PutSettings(BaseSettings(Port(), kEveryLine) + SiteSetting("chubu", "SupportDataType", 31));
+        rig->PutSettings(BaseSettings(Port(), kEveryLine) + SiteSetting("chubu", "SupportDataType", 31) +
+                         MainSettings(kFixedInterval));
         const std::size_t before = Requests().size();
-        const Pass pass = rig->RunPass();
+        const std::unique_ptr<CCopy> copy = rig->Start();
+        AwaitArmed(*copy);
+        const Pass pass = EndCopy(*rig, *copy);
         EXPECT_EQ(pass.exitCode, 0);
         Outcome outcome;
         std::map<unsigned, std::size_t> threads;

@@ -1,6 +1,7 @@
 // One pass of the real program, on the platform under test.
 #include "testing/Reports.h"
 #include "testing/ScratchFolder.h"
+#include "testing/system/Sequences.h"
 #include "testing/system/SystemTest.h"
 
 #include <algorithm>
@@ -127,18 +128,6 @@ protected:
     {
         return PlatformUnderTest() == Platform::kWindows ? "C:\\ProgramData\\AmporaSrv" : Rig().DataFolder().string();
     }
-
-    // Switches every company off but this one, which is asked for this kind alone: two requests.
-    static std::string OnlySetting(const std::string& wanted, unsigned dataType)
-    {
-        std::string settings = SiteSetting(wanted, "SupportDataType", dataType);
-        for (const Company& company : Companies()) {
-            if (company.word != wanted) {
-                settings += SiteSetting(company.word, "Enable", 0);
-            }
-        }
-        return settings;
-    }
 };
 
 // Every request of the faulty company failed for this reason, and what came of it is this.
@@ -164,7 +153,7 @@ std::string Nested(int levels)
     return begin + end;
 }
 
-// The steps of a healthy pass: what each kind of each company has to trace.
+// The steps of the worker that runs a healthy pass and is ended then: what each kind of each company has to trace.
 std::vector<TraceLine> HealthySteps(const std::string& dataFolder)
 {
     const std::map<unsigned, std::string> kinds = {
@@ -189,6 +178,8 @@ std::vector<TraceLine> HealthySteps(const std::string& dataFolder)
         }
     }
     steps.push_back(kUpdated);
+    const Lines rest = TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd();
+    steps.insert(steps.end(), rest.begin(), rest.end());
     return steps;
 }
 
@@ -242,9 +233,10 @@ TEST_F(SystemPass, WritesEveryFileByteForByte)
 
 TEST_F(SystemPass, TracesEveryStepInOrder)
 {
-    const Pass pass = RunPass("", kEveryLine);
+    const Pass pass = RunPass(MainSettings(kFixedInterval), kEveryLine);
     EXPECT_EQ(pass.brokenLines, 0) << pass.text;
-    EXPECT_EQ(StepLines(pass), HealthySteps(DataFolderName()));
+    EXPECT_EQ(Steps(WorkerLines(pass)), HealthySteps(DataFolderName()));
+    EXPECT_EQ(Steps(MainLines(pass)), ProgramStart() + ProgramEnd());
 }
 
 TEST_F(SystemPass, TracesEntryAndExitOfEveryFunction)
@@ -263,14 +255,14 @@ TEST_F(SystemPass, TracesEntryAndExitOfEveryFunction)
 
 TEST_F(SystemPass, TracesNothingWhenLogLevelIs0)
 {
-    EXPECT_EQ(RunPass("", 0).text, "");
+    EXPECT_EQ(RunSilentPass("", 0).text, "");
     ExpectHealthyFiles("tokyo");
 }
 
 TEST_F(SystemPass, TracesErrorsAndWarningsAloneWhenLogLevelIs3)
 {
     SetAnswer("tokyo", [](const Request&) { return HttpAnswer{.status = 404}; });
-    const Pass pass = RunPass("", 3);
+    const Pass pass = RunSilentPass("", 3);
     EXPECT_EQ(pass.lines.size(), 20U); // two for each of Tokyo's ten reports
     for (const Line& line : pass.lines) {
         EXPECT_EQ(line.trace.level, "ERR") << line.trace;
@@ -279,7 +271,9 @@ TEST_F(SystemPass, TracesErrorsAndWarningsAloneWhenLogLevelIs3)
 
 TEST_F(SystemPass, PerUserLogLevelCountsBeforeTheMachineWideOne)
 {
-    EXPECT_EQ(RunPass("[HKEY_CURRENT_USER\\Software\\Halvex\\AmporaSrv]\n\"LogLevel\"=dword:00000000\n\n").text, "");
+    EXPECT_EQ(
+        RunSilentPass("[HKEY_CURRENT_USER\\Software\\Halvex\\AmporaSrv]\n\"LogLevel\"=dword:0\n\n", kMessages).text,
+        "");
 }
 
 TEST_F(SystemPass, ChangedLogLevelCountsAtTheNextStart)
@@ -294,7 +288,7 @@ TEST_F(SystemPass, ChangedLogLevelCountsAtTheNextStart)
     const Pass pass = RunPass(settings);
     EXPECT_EQ(CountLines(pass, {"TRA", kAnalyze, "PeakSupply Tag Success"}), 2);
     EXPECT_EQ(CountLines(pass, kUpdated), 1);
-    EXPECT_EQ(Rig().RunPass().text, "");
+    EXPECT_EQ(RunSilentPass(settings, 0).text, "");
     EXPECT_THAT(Exchanges(), SizeIs(4));
 }
 
@@ -306,9 +300,11 @@ TEST_F(SystemPass, DoesNothingWhenUpdatingIsOff)
                           "[HKEY_CURRENT_USER\\Software\\Halvex\\AmporaSrv]\n\"LogLevel\"=dword:0000000b\n"
                           "\"ApiHost\"=\"127.0.0.1:" +
                           std::to_string(Port()) + "\"\n\n");
-        const Pass pass = Rig().RunPass();
-        EXPECT_EQ(pass.exitCode, 0);
-        EXPECT_EQ(pass.text, "") << settings;
+        const std::unique_ptr<CCopy> copy = Rig().Start();
+        AwaitArmed(*copy);
+        EXPECT_TRUE(Rig().Do("set AmporaSrvUpdateEvent"));
+        EXPECT_TRUE(copy->WaitForLine({"TRA", "CAmporaUpdater::ThreadProc", "Update Flag OFF"})) << settings;
+        EXPECT_EQ(EndCopy(*copy).exitCode, 0);
     }
     EXPECT_THAT(Exchanges(), IsEmpty());
     EXPECT_FALSE(std::filesystem::exists(Rig().DataFolder()));
@@ -589,7 +585,7 @@ TEST_F(SystemPass, HugeReportIsStored)
         return request.date == Dates().front() ? HttpAnswer{.body = UsageReport(2, rows)} : HttpAnswer{.status = 503};
     });
     // Without the lines about each usage.
-    EXPECT_EQ(RunPass(OnlySetting("tokyo", 2), 3).text, "");
+    EXPECT_EQ(RunSilentPass(OnlySetting("tokyo", 2), 3).text, "");
     EXPECT_EQ(FileBytes(DataFile("tokyo", 2)).substr(0, 16), HeaderBytes(2, kUsages));
     EXPECT_TRUE(Records("tokyo", 2) == records) << Records("tokyo", 2).size();
 }

@@ -2,18 +2,26 @@
 
 #include "testing/ScratchFolder.h"
 
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <regex>
 #include <sstream>
+#include <stdexcept>
+#include <thread>
 
 namespace system_test {
 namespace {
 
 namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using testing_support::TraceLine;
 
+// For what a test waits for in a program that does other things as well: passes, above all.
 constexpr std::chrono::seconds kPassLimit{120};
 constexpr std::chrono::seconds kCommandLimit{60};
+constexpr std::chrono::seconds kKillLimit{10};
 constexpr const char* kFirstLine = "Windows Registry Editor Version 5.00\n\n";
 
 std::string Variable(const char* name)
@@ -26,7 +34,7 @@ std::string Variable(const char* name)
 // threads: two threads that compile expressions race for tables of the standard library.
 const std::regex kTraceHead(R"(\[(ERR|WAR|TRA)\] \d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3} (\d+)\((\d+)\) (\S{1,100}))");
 
-// Takes the trace log of a run apart.
+// Takes the trace log of a copy apart.
 Pass MakePass(int exitCode, const std::string& text)
 {
     Pass pass{exitCode, text, {}, 0};
@@ -54,64 +62,128 @@ void WriteText(const fs::path& path, const std::string& text)
     file << text;
 }
 
-class CWindowsRig : public CRig {
+std::vector<std::string> Joined(std::vector<std::string> first, const std::vector<std::string>& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+// Whether none of a process's threads runs or is about to.
+bool AllSleep(int processId)
+{
+    std::error_code error;
+    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(processId) + "/task", error)) {
+        std::ifstream file(task.path() / "stat");
+        std::string text;
+        std::getline(file, text);
+        const std::size_t name = text.rfind(") ");
+        if (name != std::string::npos && text.at(name + 2) != 'S') {
+            return false;
+        }
+    }
+    return true;
+}
+
+class CLinuxCopy : public CCopy {
 public:
-    CWindowsRig()
+    CLinuxCopy(const std::vector<std::string>& command, const Environment& environment)
+        : m_process(command, environment)
     {
-        const ProcessResult path = RunProcess({AMPORA_WINE, "path"}, {}, kCommandLimit);
-        m_commonFolder = fs::path(path.out.substr(0, path.out.find('\n'))) / "drive_c" / "ProgramData";
-        Empty();
-    }
-    ~CWindowsRig() override { Empty(); }
-
-    void PutSettings(const std::string& text) override
-    {
-        const fs::path file = m_scratch.Write("settings.reg", std::string(kFirstLine) +
-                                                                  "[-HKEY_LOCAL_MACHINE\\Software\\Halvex]\n\n"
-                                                                  "[-HKEY_CURRENT_USER\\Software\\Halvex]\n\n" +
-                                                                  text);
-        const ProcessResult result =
-            RunProcess({AMPORA_WINE, "run", "regedit", "/S", file.string()}, {}, kCommandLimit);
-        if (result.exitCode != 0) {
-            throw std::runtime_error("regedit: " + result.err);
-        }
     }
 
-    Pass RunPass() override
+    unsigned ProcessId() const override { return static_cast<unsigned>(m_process.ProcessId()); }
+    std::string Text() const override { return m_process.Err(); }
+    std::optional<int> WaitForExit(milliseconds limit) override { return m_process.WaitForExit(limit); }
+    void Kill() override
     {
-        const fs::path build = Variable("AMPORA_WINDOWS_BUILD");
-        const ProcessResult result = RunProcess({AMPORA_WINE, "run", (build / "platform/win32/tracecat.exe").string(),
-                                                 "--", "Z:" + (build / "app/amporasrv.exe").string()},
-                                                {}, kPassLimit);
-        // The listener's own first line and the carriage returns of its standard output are not part of the log.
-        std::string text = result.out;
-        std::erase(text, '\r');
-        if (!text.starts_with("ready\n")) {
-            throw std::runtime_error("tracecat: " + result.out + result.err);
-        }
-        return MakePass(result.exitCode, text.substr(text.find('\n') + 1));
+        m_process.Signal(SIGKILL);
+        m_process.WaitForExit(kKillLimit);
     }
-
-    fs::path CommonFolder() const override { return m_commonFolder; }
-
-    std::unique_ptr<CBackgroundProcess> HoldOpen(const fs::path& file) override
+    void WaitForRest() override
     {
-        const fs::path build = Variable("AMPORA_WINDOWS_BUILD");
-        return std::make_unique<CBackgroundProcess>(
-            std::vector<std::string>{AMPORA_WINE, "run", (build / "testing/system/hold-open.exe").string(),
-                                     "Z:" + file.string()},
-            Environment{}, kCommandLimit);
+        WaitUntil([this] { return AllSleep(m_process.ProcessId()); }, kCommandLimit);
     }
 
 private:
-    void Empty()
+    CBackgroundProcess m_process;
+};
+
+// What a line of procctl says after a word.
+std::string After(const std::string& text, const std::string& word)
+{
+    const std::size_t start = text.find(word);
+    return start == std::string::npos
+               ? ""
+               : text.substr(start + word.size(), text.find_first_of("\r\n", start) - start - word.size());
+}
+
+// A copy that procctl has started, and the listener that hears what it writes.
+class CWindowsCopy : public CCopy {
+public:
+    CWindowsCopy(const std::vector<std::string>& command, const Environment& environment,
+                 std::shared_ptr<const CBackgroundProcess> listener)
+        : m_keeper(command, environment, kCommandLimit), m_listener(std::move(listener)),
+          m_processId(static_cast<unsigned>(std::stoul(After(m_keeper.Out(), "started "))))
     {
-        fs::remove_all(DataFolder());
-        PutSettings("");
+    }
+    ~CWindowsCopy() override
+    {
+        m_keeper.CloseInput();
+        m_keeper.WaitForExit(kKillLimit);
     }
 
-    testing_support::CScratchFolder m_scratch;
-    fs::path m_commonFolder;
+    unsigned ProcessId() const override { return m_processId; }
+    // The listener puts the writer's identifier before each text, which may have more lines than one.
+    std::string Text() const override
+    {
+        const std::string own = std::to_string(m_processId) + "\t";
+        std::istringstream stream(m_listener->Out());
+        std::string text;
+        bool isOwn = false;
+        for (std::string line; std::getline(stream, line);) {
+            std::erase(line, '\r');
+            const std::size_t id = line.find_first_not_of("0123456789");
+            const bool isFirst = id != 0 && id != std::string::npos && line[id] == '\t';
+            isOwn = isFirst ? line.starts_with(own) : isOwn;
+            if (isOwn) {
+                text += (isFirst ? line.substr(own.size()) : line) + "\n";
+            }
+        }
+        return text;
+    }
+    std::optional<int> WaitForExit(milliseconds limit) override
+    {
+        if (!m_keeper.WaitForExit(limit)) {
+            return std::nullopt;
+        }
+        const std::string end = "\tended " + std::to_string(m_processId);
+        WaitUntil([&] { return m_listener->Out().find(end) != std::string::npos; }, kKillLimit);
+        const unsigned long code = std::stoul(After(m_keeper.Out(), "ended "), nullptr, 16);
+        constexpr unsigned long kCrashed = 0xC0000000;
+        return code >= kCrashed ? -1 : static_cast<int>(code);
+    }
+    void Kill() override
+    {
+        m_keeper.Write("terminate\n");
+        m_keeper.WaitForExit(kKillLimit);
+    }
+    void WaitForRest() override
+    {
+        constexpr milliseconds kPause{100};
+        std::this_thread::sleep_for(kPause);
+    }
+    std::string ShowWindow()
+    {
+        m_keeper.Write("show Ampora\n");
+        const auto answer = [this] { return m_keeper.Out().substr(m_keeper.Out().find('\n') + 1); };
+        WaitUntil([&] { return answer().find('\n') != std::string::npos; }, kCommandLimit);
+        return answer().substr(0, answer().find_first_of("\r\n"));
+    }
+
+private:
+    CBackgroundProcess m_keeper;
+    std::shared_ptr<const CBackgroundProcess> m_listener;
+    unsigned m_processId;
 };
 
 } // namespace
@@ -127,6 +199,134 @@ std::unique_ptr<CRig> MakeRig(Platform platform)
         return std::make_unique<CWindowsRig>();
     }
     return std::make_unique<CLinuxRig>();
+}
+
+Pass CCopy::Trace()
+{
+    const int exitCode = WaitForExit(milliseconds(0)).value_or(-1);
+    return MakePass(exitCode, Text());
+}
+
+int CCopy::CountLine(const TraceLine& line) const
+{
+    const std::string start = "[" + line.level + "] ";
+    const std::string end = ") " + line.function + " : " + line.message;
+    std::istringstream stream(Text());
+    int count = 0;
+    for (std::string written; std::getline(stream, written);) {
+        count += written.starts_with(start) && written.ends_with(end) ? 1 : 0;
+    }
+    return count;
+}
+
+bool CCopy::WaitForLine(const TraceLine& line, int count)
+{
+    bool hasEnded = false;
+    const auto isWrittenOrOver = [&] {
+        hasEnded = WaitForExit(milliseconds(0)).has_value();
+        return CountLine(line) >= count || hasEnded;
+    };
+    return WaitUntil(isWrittenOrOver, kPassLimit) && CountLine(line) >= count;
+}
+
+bool CRig::Do(const std::string& command)
+{
+    if (!m_peer) {
+        m_peer = StartPeer();
+    }
+    const std::size_t before = m_peer->Out().size();
+    m_peer->Write(command + "\n");
+    const auto isAnswered = [&] { return m_peer->Out().find('\n', before) != std::string::npos; };
+    if (!WaitUntil(isAnswered, kCommandLimit)) {
+        throw std::runtime_error("no answer to " + command);
+    }
+    return m_peer->Out().at(before) == '1';
+}
+
+struct CWindowsRig::Impl {
+    fs::path Program(const char* path) const { return fs::path(build) / path; }
+
+    std::string build = Variable("AMPORA_WINDOWS_BUILD");
+    testing_support::CScratchFolder scratch;
+    fs::path commonFolder;
+    std::shared_ptr<CBackgroundProcess> listener; // once a copy has been started
+};
+
+CWindowsRig::CWindowsRig() : m_impl(std::make_unique<Impl>())
+{
+    const ProcessResult path = RunProcess({AMPORA_WINE, "path"}, {}, kCommandLimit);
+    m_impl->commonFolder = fs::path(path.out.substr(0, path.out.find('\n'))) / "drive_c" / "ProgramData";
+    Empty();
+}
+
+CWindowsRig::~CWindowsRig()
+{
+    EndPeer();
+    if (m_impl->listener) {
+        m_impl->listener->CloseInput();
+        m_impl->listener->WaitForExit(kKillLimit);
+    }
+    Empty();
+}
+
+void CWindowsRig::Empty()
+{
+    fs::remove_all(DataFolder());
+    PutSettings("");
+}
+
+void CWindowsRig::PutSettings(const std::string& text)
+{
+    const fs::path file = m_impl->scratch.Write("settings.reg", std::string(kFirstLine) +
+                                                                    "[-HKEY_LOCAL_MACHINE\\Software\\Halvex]\n\n"
+                                                                    "[-HKEY_CURRENT_USER\\Software\\Halvex]\n\n" +
+                                                                    text);
+    const ProcessResult result = RunProcess({AMPORA_WINE, "run", "regedit", "/S", file.string()}, {}, kCommandLimit);
+    if (result.exitCode != 0) {
+        throw std::runtime_error("regedit: " + result.err);
+    }
+}
+
+std::unique_ptr<CCopy> CWindowsRig::Start(const std::vector<std::string>& arguments)
+{
+    if (!m_impl->listener) {
+        m_impl->listener = std::make_shared<CBackgroundProcess>(
+            std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("platform/win32/tracecat.exe").string(),
+                                     "--ids"},
+            Variables(), kCommandLimit);
+    }
+    const std::vector<std::string> command = {AMPORA_WINE, "run",
+                                              m_impl->Program("platform/win32/procctl.exe").string(), "--",
+                                              "Z:" + m_impl->Program("app/amporasrv.exe").string()};
+    return std::make_unique<CWindowsCopy>(Joined(command, arguments), Variables(), m_impl->listener);
+}
+
+ProcessResult CWindowsRig::RunControl(const std::vector<std::string>& arguments)
+{
+    const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Program("ctl/amporactl.exe").string()};
+    ProcessResult result = RunProcess(Joined(command, arguments), Variables(), kCommandLimit);
+    std::erase(result.out, '\r');
+    std::erase(result.err, '\r');
+    return result;
+}
+
+fs::path CWindowsRig::CommonFolder() const { return m_impl->commonFolder; }
+
+std::unique_ptr<CBackgroundProcess> CWindowsRig::HoldOpen(const fs::path& file)
+{
+    return std::make_unique<CBackgroundProcess>(
+        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("testing/system/hold-open.exe").string(),
+                                 "Z:" + file.string()},
+        Environment{}, kCommandLimit);
+}
+
+std::string CWindowsRig::ShowWindow(CCopy& copy) { return dynamic_cast<CWindowsCopy&>(copy).ShowWindow(); }
+
+std::unique_ptr<CBackgroundProcess> CWindowsRig::StartPeer()
+{
+    return std::make_unique<CBackgroundProcess>(
+        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("platform/contract/contract_peer.exe").string()},
+        Variables());
 }
 
 struct CLinuxRig::Impl {
@@ -145,7 +345,7 @@ CLinuxRig::CLinuxRig() : m_impl(std::make_unique<Impl>())
     fs::permissions(scratch / "run", fs::perms::owner_all);
 }
 
-CLinuxRig::~CLinuxRig() = default;
+CLinuxRig::~CLinuxRig() { EndPeer(); }
 
 void CLinuxRig::PutSettings(const std::string& text)
 {
@@ -155,23 +355,41 @@ void CLinuxRig::PutSettings(const std::string& text)
     }
 }
 
-Pass CLinuxRig::RunPass()
+Environment CLinuxRig::ProgramEnvironment() const
 {
     const std::string scratch = m_impl->scratch.Path().string();
-    const Environment environment = {{"XDG_CONFIG_HOME", scratch + "/user"},
-                                     {"XDG_CONFIG_DIRS", scratch + "/machine"},
-                                     {"XDG_RUNTIME_DIR", scratch + "/run"},
-                                     {"AMPORA_LOCK_DIR", scratch + "/lock"},
-                                     {"AMPORA_COMMON_APPDATA", m_impl->common.string()},
-                                     {"AMPORA_CONNECTED_STATE", "2"},
-                                     {"http_proxy", ""},
-                                     {"all_proxy", ""},
-                                     {"HTTP_PROXY", ""},
-                                     {"ALL_PROXY", ""}};
-    std::vector<std::string> command = m_impl->wrapper;
-    command.push_back(m_impl->program);
-    const ProcessResult result = RunProcess(command, environment, kPassLimit);
-    return MakePass(result.exitCode, result.err);
+    Environment environment = {{"XDG_CONFIG_HOME", scratch + "/user"},
+                               {"XDG_CONFIG_DIRS", scratch + "/machine"},
+                               {"XDG_RUNTIME_DIR", scratch + "/run"},
+                               {"XDG_SESSION_ID", ""},
+                               {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + scratch + "/no-bus"},
+                               {"AMPORA_LOCK_DIR", LockFolder().string()},
+                               {"AMPORA_COMMON_APPDATA", m_impl->common.string()},
+                               {"AMPORA_CONNECTED_STATE", "2"},
+                               {"http_proxy", ""},
+                               {"all_proxy", ""},
+                               {"HTTP_PROXY", ""},
+                               {"ALL_PROXY", ""}};
+    for (const auto& [name, value] : Variables()) {
+        environment[name] = value;
+    }
+    return environment;
+}
+
+std::unique_ptr<CCopy> CLinuxRig::Start(const std::vector<std::string>& arguments)
+{
+    return std::make_unique<CLinuxCopy>(Joined(Joined(m_impl->wrapper, {m_impl->program}), arguments),
+                                        ProgramEnvironment());
+}
+
+ProcessResult CLinuxRig::RunControl(const std::vector<std::string>& arguments)
+{
+    return RunProcess(Joined({AMPORA_LINUX_CONTROL}, arguments), ProgramEnvironment(), kCommandLimit);
+}
+
+std::unique_ptr<CBackgroundProcess> CLinuxRig::StartPeer()
+{
+    return std::make_unique<CBackgroundProcess>(std::vector<std::string>{AMPORA_LINUX_PEER}, ProgramEnvironment());
 }
 
 fs::path CLinuxRig::CommonFolder() const { return m_impl->common; }
@@ -197,5 +415,28 @@ fs::path CLinuxRig::CopyProgram() const
 }
 
 void CLinuxRig::SetProgram(const fs::path& program) { m_impl->program = program.string(); }
+
+void CLinuxRig::RunAs(unsigned userId)
+{
+    SetProgram(CopyProgram());
+    const std::string user = std::to_string(userId);
+    SetWrapper({"setpriv", "--reuid=" + user, "--regid=" + user, "--clear-groups"});
+    for (const char* folder : {"", "common", "lock"}) {
+        fs::permissions(m_impl->scratch.Path() / folder, fs::perms(0777));
+    }
+    const ProcessResult result =
+        RunProcess({"chown", user, (m_impl->scratch.Path() / "run").string()}, {}, kCommandLimit);
+    if (result.exitCode != 0) {
+        throw std::runtime_error(result.err);
+    }
+}
+
+fs::path CLinuxRig::SessionFolder() const { return m_impl->scratch.Path() / "run" / "AmporaSrv"; }
+
+fs::path CLinuxRig::LockFolder() const
+{
+    const auto chosen = Variables().find("AMPORA_LOCK_DIR");
+    return chosen == Variables().end() ? m_impl->scratch.Path() / "lock" : fs::path(chosen->second);
+}
 
 } // namespace system_test

@@ -23,7 +23,7 @@ struct Line {
     unsigned thread = 0;
 };
 
-// What one run of amporasrv gave.
+// What a copy of amporasrv has given.
 struct Pass {
     int exitCode = -1;
     std::string text;        // all that it wrote to the trace log
@@ -31,9 +31,36 @@ struct Pass {
     int brokenLines = 0;     // how many those are
 };
 
+// A copy of amporasrv that has been started; killed when this object goes.
+class CCopy {
+public:
+    CCopy() = default;
+    virtual ~CCopy() = default;
+    CCopy(const CCopy&) = delete;
+    CCopy& operator=(const CCopy&) = delete;
+
+    virtual unsigned ProcessId() const = 0;
+    // All that it has written to the trace log so far; on Linux, whatever it has written to standard error.
+    virtual std::string Text() const = 0;
+    // Its exit code, -1 when it was killed by a signal or by a crash; none while it runs, after waiting at most this
+    // long for its end.
+    virtual std::optional<int> WaitForExit(std::chrono::milliseconds limit) = 0;
+    // Ends it as a crash does, and waits until it has gone.
+    virtual void Kill() = 0;
+    // Waits until its threads are at rest in their waits, as far as that can be told from outside.
+    virtual void WaitForRest() = 0;
+
+    // The same taken apart. The exit code is -1 as long as it runs.
+    Pass Trace();
+    // Waits until it has written this line so often. False when the time is up, or it has ended, before that.
+    bool WaitForLine(const testing_support::TraceLine& line, int count = 1);
+    // How often it has written this line so far.
+    int CountLine(const testing_support::TraceLine& line) const;
+};
+
 // A place to run amporasrv in: settings, folders and nothing of the machine's own. On Windows there is one such place,
-// which every rig empties first; on Linux each rig has its own. Functions throw std::system_error or
-// std::filesystem::filesystem_error when the place cannot be had.
+// which every rig empties first; on Linux each rig has its own. Functions throw std::system_error, std::runtime_error
+// or std::filesystem::filesystem_error when the place cannot be had.
 class CRig {
 public:
     CRig() = default;
@@ -44,8 +71,11 @@ public:
     // Replaces all settings. text: sections as in an exported registry file, without its first line.
     virtual void PutSettings(const std::string& text) = 0;
 
-    // Runs amporasrv to its end.
-    virtual Pass RunPass() = 0;
+    // Starts a copy of amporasrv. It must go before the rig.
+    virtual std::unique_ptr<CCopy> Start(const std::vector<std::string>& arguments = {}) = 0;
+
+    // Runs amporactl to its end.
+    virtual ProcessResult RunControl(const std::vector<std::string>& arguments) = 0;
 
     // The common application-data folder; it exists.
     virtual std::filesystem::path CommonFolder() const = 0;
@@ -53,11 +83,53 @@ public:
     // Opens a file as another program does that reads it, for as long as the result lives.
     virtual std::unique_ptr<CBackgroundProcess> HoldOpen(const std::filesystem::path& file) = 0;
 
+    // Lets another process of the session do one thing, as its program (platform/contract/Peer.cpp) describes. False
+    // when it could not.
+    bool Do(const std::string& command);
+
+    // A variable of the environment of everything that is started from here on.
+    void SetVariable(const std::string& name, const std::string& value) { m_variables[name] = value; }
+
     // The folder of the data files; made by amporasrv.
     std::filesystem::path DataFolder() const { return CommonFolder() / "AmporaSrv"; }
+
+protected:
+    const Environment& Variables() const { return m_variables; }
+    virtual std::unique_ptr<CBackgroundProcess> StartPeer() = 0;
+    void EndPeer() { m_peer.reset(); }
+
+private:
+    Environment m_variables;
+    std::unique_ptr<CBackgroundProcess> m_peer;
 };
 
 std::unique_ptr<CRig> MakeRig(Platform platform);
+
+// What only Windows can show.
+class CWindowsRig : public CRig {
+public:
+    CWindowsRig();
+    ~CWindowsRig() override;
+
+    void PutSettings(const std::string& text) override;
+    std::unique_ptr<CCopy> Start(const std::vector<std::string>& arguments = {}) override;
+    ProcessResult RunControl(const std::vector<std::string>& arguments) override;
+    std::filesystem::path CommonFolder() const override;
+    std::unique_ptr<CBackgroundProcess> HoldOpen(const std::filesystem::path& file) override;
+
+    // Lets another process show the window of a copy that this rig has started, in each way that there is. What it says
+    // of that: "visible 0" or "visible 1", "no window" when there is none.
+    std::string ShowWindow(CCopy& copy);
+
+protected:
+    std::unique_ptr<CBackgroundProcess> StartPeer() override;
+
+private:
+    void Empty();
+
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+};
 
 // What only Linux can show.
 class CLinuxRig : public CRig {
@@ -66,7 +138,8 @@ public:
     ~CLinuxRig() override;
 
     void PutSettings(const std::string& text) override;
-    Pass RunPass() override;
+    std::unique_ptr<CCopy> Start(const std::vector<std::string>& arguments = {}) override;
+    ProcessResult RunControl(const std::vector<std::string>& arguments) override;
     std::filesystem::path CommonFolder() const override;
     std::unique_ptr<CBackgroundProcess> HoldOpen(const std::filesystem::path& file) override;
 
@@ -79,8 +152,18 @@ public:
     std::filesystem::path CopyProgram() const;
     // Runs this file instead.
     void SetProgram(const std::filesystem::path& program);
+    // From here on amporasrv runs as this user, who can reach the rig's own folders then. Only for the superuser.
+    void RunAs(unsigned userId);
+    // The folders that amporasrv makes its session's and the machine's objects in.
+    std::filesystem::path SessionFolder() const;
+    std::filesystem::path LockFolder() const;
+
+protected:
+    std::unique_ptr<CBackgroundProcess> StartPeer() override;
 
 private:
+    Environment ProgramEnvironment() const;
+
     struct Impl;
     std::unique_ptr<Impl> m_impl;
 };

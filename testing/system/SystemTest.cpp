@@ -15,13 +15,11 @@ namespace {
 
 constexpr const char* kOldBytes = "left by an earlier pass";
 constexpr std::size_t kHeaderSize = 32;
+constexpr std::chrono::seconds kPassLimit{120};
+constexpr std::chrono::seconds kEndLimit{20};
 constexpr std::size_t kRecordSize = 40;
-
-bool IsStep(const TraceLine& line)
-{
-    return line.message != "Enter" && line.message != "Leave" && !line.function.starts_with("CXMLParser::") &&
-           line.function != "CAmporaDataCollection::AdjustData";
-}
+const TraceLine kBaseTimerArmed{"TRA", "CAmporaUpdater::ThreadProc", "Start UpdateTimer"};
+const TraceLine kIntervalTimerArmed{"TRA", "CAmporaUpdater::ThreadProc", "Next UpdateTimer Started"};
 
 } // namespace
 
@@ -41,17 +39,6 @@ std::string FileName(const std::string& company, unsigned dataType)
     std::array<char, 32> code{};
     std::snprintf(code.data(), code.size(), "_%08X.dat", dataType);
     return company + code.data();
-}
-
-std::vector<TraceLine> StepLines(const Pass& pass)
-{
-    std::vector<TraceLine> lines;
-    for (const Line& line : pass.lines) {
-        if (IsStep(line.trace)) {
-            lines.push_back(line.trace);
-        }
-    }
-    return lines;
 }
 
 int CountLines(const Pass& pass, const TraceLine& line)
@@ -79,12 +66,34 @@ std::string BaseSettings(unsigned short port, unsigned logLevel)
     return std::string("[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv]\n") + values.data();
 }
 
+std::string MainSettings(const std::map<std::string, int>& values)
+{
+    std::string section = "[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv]\n";
+    for (const auto& [name, value] : values) {
+        std::array<char, 32> number{};
+        std::snprintf(number.data(), number.size(), "dword:%08x", static_cast<unsigned>(value));
+        section += "\"" + name + "\"=" + number.data() + "\n";
+    }
+    return section + "\n";
+}
+
 std::string SiteSetting(const std::string& company, const std::string& valueName, unsigned value)
 {
     std::array<char, 32> number{};
     std::snprintf(number.data(), number.size(), "dword:%08x", value);
     return "[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv\\site\\" + std::to_string(CompanyOf(company).site) +
            "]\n\"" + valueName + "\"=" + number.data() + "\n\n";
+}
+
+std::string OnlySetting(const std::string& wanted, unsigned dataType)
+{
+    std::string settings = SiteSetting(wanted, "SupportDataType", dataType);
+    for (const Company& company : Companies()) {
+        if (company.word != wanted) {
+            settings += SiteSetting(company.word, "Enable", 0);
+        }
+    }
+    return settings;
 }
 
 CSystemTest::CSystemTest(Platform platform)
@@ -137,14 +146,58 @@ void CSystemTest::SetAnswerForAll(const AnswerFunction& answer)
     }
 }
 
-Pass CSystemTest::RunPass(const std::string& moreSettings, unsigned logLevel)
+std::unique_ptr<CCopy> CSystemTest::StartCopy(const std::string& moreSettings, unsigned logLevel)
 {
     m_rig->PutSettings(BaseSettings(m_port, logLevel) + moreSettings);
     m_before = std::time(nullptr);
-    Pass pass = m_rig->RunPass();
+    return m_rig->Start();
+}
+
+void CSystemTest::AwaitArmed(CCopy& copy, int count)
+{
+    const auto isArmedOrOver = [&] {
+        return copy.CountLine(kBaseTimerArmed) + copy.CountLine(kIntervalTimerArmed) >= count ||
+               copy.WaitForExit(std::chrono::milliseconds(0));
+    };
+    EXPECT_TRUE(WaitUntil(isArmedOrOver, kPassLimit));
+    EXPECT_FALSE(copy.WaitForExit(std::chrono::milliseconds(0))) << copy.Text();
+    copy.WaitForRest();
+    NoteEndOfPass();
+}
+
+Pass CSystemTest::EndCopy(CRig& rig, CCopy& copy)
+{
+    const std::unique_ptr<CCopy> exitCopy = rig.Start({"/Exit"});
+    EXPECT_EQ(exitCopy->WaitForExit(kEndLimit), 0);
+    EXPECT_TRUE(copy.WaitForExit(kEndLimit)) << copy.Text();
+    return copy.Trace();
+}
+
+Pass CSystemTest::RunPass(const std::string& moreSettings, unsigned logLevel)
+{
+    const std::unique_ptr<CCopy> copy = StartCopy(moreSettings, logLevel);
+    AwaitArmed(*copy);
+    return EndCopy(*copy);
+}
+
+Pass CSystemTest::RunSilentPass(const std::string& moreSettings, unsigned logLevel)
+{
+    const std::size_t requestsBefore = Exchanges().size();
+    const std::unique_ptr<CCopy> copy = StartCopy(moreSettings, logLevel);
+    // A pass holds the mutex from before its first request to its end.
+    const auto isOver = [&] {
+        return Exchanges().size() > requestsBefore && m_rig->Do("acquire Global\\AmporaSrvUpdateMutex");
+    };
+    EXPECT_TRUE(WaitUntil(isOver, kPassLimit));
+    EXPECT_TRUE(m_rig->Do("release Global\\AmporaSrvUpdateMutex"));
+    NoteEndOfPass();
+    return EndCopy(*copy);
+}
+
+void CSystemTest::NoteEndOfPass()
+{
     const std::scoped_lock answered(m_answering);
     m_after = std::time(nullptr);
-    return pass;
 }
 
 std::vector<HttpExchange> CSystemTest::Exchanges() const

@@ -25,9 +25,6 @@ std::string HeaderBytes(unsigned dataType, std::size_t recordCount);
 // "tokyo_00000010.dat"
 std::string FileName(const std::string& company, unsigned dataType);
 
-// Trace lines without "Enter" and "Leave", without those about single XML nodes, and without the removal of records,
-// whose number depends on the time of day.
-std::vector<testing_support::TraceLine> StepLines(const Pass& pass);
 // How often a line was written.
 int CountLines(const Pass& pass, const testing_support::TraceLine& line);
 // Of each thread: whether "Enter" and "Leave" pair up and nest.
@@ -35,8 +32,12 @@ bool ScopesBalance(const Pass& pass);
 
 // The sections of the settings that switch updating on and point to this port.
 std::string BaseSettings(unsigned short port, unsigned logLevel);
+// The machine-wide section with these values, which replace those of sections before.
+std::string MainSettings(const std::map<std::string, int>& values);
 // The section of a company with one value.
 std::string SiteSetting(const std::string& company, const std::string& valueName, unsigned value);
+// Switches every company off but this one, which is asked for this kind alone: two requests.
+std::string OnlySetting(const std::string& wanted, unsigned dataType);
 
 // A place to run amporasrv in and a report API on the loopback interface, which gives healthy reports unless a test
 // says otherwise.
@@ -52,9 +53,22 @@ protected:
     void SetAnswer(const std::string& company, AnswerFunction answer, unsigned dataType = 0);
     void SetAnswerForAll(const AnswerFunction& answer);
 
-    // Runs one pass with the base settings and these more sections. Without the lines of functions' entry and exit,
-    // which take most of a pass's time, unless asked for.
+    // Starts a copy with the base settings and these more sections.
+    std::unique_ptr<CCopy> StartCopy(const std::string& moreSettings = "", unsigned logLevel = kMessages);
+    // Waits until a copy has begun to wait for its next update so often; its threads are at rest then. A failure of the
+    // test when it does not.
+    void AwaitArmed(CCopy& copy, int count = 1);
+    // Ends a copy by another one with "/Exit" and gives all that it has traced. A failure of the test when it does not
+    // end in time.
+    static Pass EndCopy(CRig& rig, CCopy& copy);
+    Pass EndCopy(CCopy& copy) { return EndCopy(*m_rig, copy); }
+
+    // Runs one pass with the base settings and these more sections: starts the program, and ends it when it waits for
+    // the next pass. Without the lines of functions' entry and exit, which take most of a pass's time, unless asked
+    // for.
     Pass RunPass(const std::string& moreSettings = "", unsigned logLevel = kMessages);
+    // The same where the trace log does not tell when the pass is over; it has to make a request.
+    Pass RunSilentPass(const std::string& moreSettings, unsigned logLevel);
 
     // The port that settings name; the report API's unless a test says otherwise.
     unsigned short Port() const { return m_port; }
@@ -95,6 +109,8 @@ private:
     platform::sim::HttpAnswer Answer(const platform::sim::HttpExchange& exchange);
     // Null: a healthy report.
     AnswerFunction FindAnswer(const Request& request) const;
+    // The files that the last pass has written are written by now.
+    void NoteEndOfPass();
 
     CHealthyReports m_healthy;
     std::mutex m_answering;     // held by who makes an answer; who gets it sees what the answers before have done

@@ -1,0 +1,172 @@
+#include "testing/system/Life.h"
+
+#include <algorithm>
+#include <array>
+
+namespace system_test {
+
+using testing::SizeIs;
+using testing_support::TraceLine;
+
+namespace {
+
+constexpr std::chrono::seconds kRequestLimit{60};
+
+// Offset from universal time as a time zone of the environment names it.
+std::string ZoneOf(int eastSeconds)
+{
+    const int seconds = std::abs(eastSeconds);
+    std::array<char, 32> zone{};
+    std::snprintf(zone.data(), zone.size(), "TST%c%02d:%02d:%02d", eastSeconds > 0 ? '-' : '+', seconds / 3600,
+                  seconds / 60 % 60, seconds % 60);
+    return zone.data();
+}
+
+} // namespace
+
+Lines Scope(const std::string& function, const Lines& inner)
+{
+    return Lines{{"TRA", function, "Enter"}} + inner + Lines{{"TRA", function, "Leave"}};
+}
+
+Lines ExitMode(const Lines& inner) { return Lines{{"TRA", kInitInstance, "Exit Mode"}} + inner; }
+
+Lines PassThatIsCutShort()
+{
+    return {FirstPass().front(),
+            {"TRA", "CAmporaUpdater::Update", "Exit Flag ON"},
+            {"WAR", kThreadProc, "Update Fail."},
+            {"TRA", kThreadProc, "Exit..."}};
+}
+
+std::string CLifeTest::Settings(const Values& values, unsigned logLevel, const std::string& sites) const
+{
+    return BaseSettings(Port(), logLevel) + MainSettings(kFixedInterval) + MainSettings(values) + sites;
+}
+
+std::unique_ptr<CCopy> CLifeTest::StartBrief(const Values& values, unsigned logLevel, const std::string& sites)
+{
+    return StartCopy(MainSettings(kFixedInterval) + MainSettings(values) + sites, logLevel);
+}
+
+CLifeTest::Values CLifeTest::BaseTime(int hour, int randomMinutes, Values values)
+{
+    values["FixedClock"] = hour;
+    values["FixedClockMin"] = randomMinutes;
+    values["FixedClockMax"] = randomMinutes;
+    return values;
+}
+
+void CLifeTest::SetLocalTime(int hour, int minute, int second)
+{
+    constexpr int kDay = 24 * 60 * 60;
+    const int wanted = (hour * 60 + minute) * 60 + second;
+    const int east = (wanted - static_cast<int>(std::time(nullptr) % kDay) + kDay) % kDay;
+    Rig().SetVariable("TZ", ZoneOf(east > kDay / 2 ? east - kDay : east));
+}
+
+void CLifeTest::StallFirstRequest()
+{
+    SetAnswerForAll([this](const Request& request) {
+        platform::sim::HttpAnswer answer = Healthy().Answer(request);
+        if (Exchanges().size() == 1) {
+            answer.fault = platform::sim::HttpFault::kStalled;
+        }
+        return answer;
+    });
+}
+
+void CLifeTest::AwaitRequests(std::size_t count)
+{
+    EXPECT_TRUE(WaitUntil([&] { return Exchanges().size() >= count; }, kRequestLimit));
+}
+
+void CLifeTest::ManualUpdate() { EXPECT_TRUE(Rig().Do("set AmporaSrvUpdateEvent")); }
+
+bool CLifeTest::Post(unsigned message, unsigned wParam)
+{
+    return Rig().Do("post Ampora " + std::to_string(message) + " " + std::to_string(wParam) + " 0");
+}
+
+bool CLifeTest::PostRetrying(unsigned message, unsigned wParam)
+{
+    return WaitUntil([&] { return Post(message, wParam); }, kRequestLimit);
+}
+
+void CLifeTest::SuspendAndResume(CCopy& copy, unsigned message, unsigned off, unsigned on, const std::string& handler,
+                                 const std::vector<std::string>& says)
+{
+    EXPECT_TRUE(Post(message, off));
+    EXPECT_TRUE(copy.WaitForLine(DialogSays(handler, says[0]).front()));
+    // Twice: when its wait ends and when it closes the timer.
+    EXPECT_TRUE(copy.WaitForLine(WorkerEnd().back(), 2));
+    EXPECT_TRUE(Post(message, on));
+    EXPECT_TRUE(copy.WaitForLine(DialogSays(handler, says[1]).front()));
+    AwaitArmed(copy, 2);
+}
+
+void CLifeTest::ExpectRunTwice(const std::vector<std::string>& arguments)
+{
+    const std::unique_ptr<CCopy> second = Rig().Start(arguments);
+    EXPECT_EQ(second->WaitForExit(kEndLimit), 0);
+    const Pass pass = second->Trace();
+    EXPECT_EQ(pass.brokenLines, 0) << pass.text;
+    EXPECT_EQ(MainLines(pass), (Lines{{"TRA", kInitInstance, "Run 2 times"}} + ProgramEnd()));
+    EXPECT_THAT(WorkerLines(pass), SizeIs(0));
+}
+
+void CLifeTest::ExpectTwoWorkers(const Pass& pass)
+{
+    const Lines waiting = TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd();
+    EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + waiting + waiting);
+}
+
+void CLifeTest::ExpectHealthyPassOfANewCopy()
+{
+    SetAnswerForAll({});
+    const std::size_t before = Requests().size();
+    const std::unique_ptr<CCopy> copy = StartBrief();
+    AwaitArmed(*copy);
+    EXPECT_THAT(Requests(), SizeIs(before + 2));
+    const Pass pass = EndCopy(*copy);
+    EXPECT_EQ(pass.exitCode, 0);
+    EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
+    EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
+    ExpectHealthyFile("tokyo", 8);
+}
+
+void CLifeTest::ExpectNoOverlap() const
+{
+    std::vector<Request> wholePass;
+    for (const Company& company : Companies()) {
+        for (const unsigned dataType : KindsOf(company.word)) {
+            for (const std::string& date : Dates()) {
+                wholePass.push_back({company.word, dataType, date});
+            }
+        }
+    }
+    std::size_t next = wholePass.size(); // in the pass that runs
+    for (const Request& request : Requests()) {
+        const bool goesOn = next < wholePass.size() && request == wholePass[next];
+        ASSERT_TRUE(goesOn || request == wholePass.front()) << TargetOf(request) << " as number " << next;
+        next = goesOn ? next + 1 : 1;
+    }
+}
+
+void CLifeTest::ExpectScopesBalanceButOfWaiting(const Pass& pass)
+{
+    std::map<unsigned, Lines> byThread;
+    for (const Line& line : pass.lines) {
+        byThread[line.thread].push_back(line.trace);
+    }
+    const TraceLine beforeTheWait = IntervalArmed().back();
+    for (auto& [thread, lines] : byThread) {
+        if (lines.back() == beforeTheWait) {
+            lines.push_back({"TRA", kThreadProc, "Leave"});
+            lines.push_back({"TRA", "CAmporaThread::_CallThreadProc", "Leave"});
+        }
+        EXPECT_TRUE(testing_support::TraceScopesBalance(lines)) << "thread " << thread << "\n" << pass.text;
+    }
+}
+
+} // namespace system_test
