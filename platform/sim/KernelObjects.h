@@ -7,6 +7,7 @@
 
 #include <map>
 #include <optional>
+#include <tuple>
 
 namespace platform::sim {
 
@@ -37,7 +38,10 @@ struct ObjectWait {
 // the caller's own.
 struct ObjectName {
     ObjectName(unsigned callersSession, CString objectName);
-    auto operator<=>(const ObjectName&) const = default;
+    bool operator<(const ObjectName& other) const
+    {
+        return std::tie(session, name) < std::tie(other.session, other.name);
+    }
 
     unsigned session;
     CString name;

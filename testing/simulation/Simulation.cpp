@@ -138,9 +138,9 @@ unsigned CSimulation::FaultPerMille(Call call) const
     case Call::kOpenForReplace:
         return m_options.openFaults ? 30 : 0;
     case Call::kWriteFileBytes:
-        return m_options.writeFaults ? 5 : 0;
+        return m_options.writeFaults ? 20 : 0;
     case Call::kOutputDebugText:
-        return m_options.outputFaults ? 5 : 0;
+        return m_options.outputFaults ? 20 : 0;
     default:
         return 0;
     }
