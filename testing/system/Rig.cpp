@@ -333,6 +333,7 @@ struct CLinuxRig::Impl {
     testing_support::CScratchFolder scratch;
     std::vector<std::string> wrapper;
     std::string program = AMPORA_LINUX_PROGRAM;
+    std::vector<std::string> peer = {AMPORA_LINUX_PEER};
     fs::path common = scratch.Path() / "common";
 };
 
@@ -389,7 +390,7 @@ ProcessResult CLinuxRig::RunControl(const std::vector<std::string>& arguments)
 
 std::unique_ptr<CBackgroundProcess> CLinuxRig::StartPeer()
 {
-    return std::make_unique<CBackgroundProcess>(std::vector<std::string>{AMPORA_LINUX_PEER}, ProgramEnvironment());
+    return std::make_unique<CBackgroundProcess>(m_impl->peer, ProgramEnvironment());
 }
 
 fs::path CLinuxRig::CommonFolder() const { return m_impl->common; }
@@ -421,6 +422,10 @@ void CLinuxRig::RunAs(unsigned userId)
     SetProgram(CopyProgram());
     const std::string user = std::to_string(userId);
     SetWrapper({"setpriv", "--reuid=" + user, "--regid=" + user, "--clear-groups"});
+    // The session's other processes are the user's, too.
+    const fs::path peer = m_impl->scratch.Path() / "peer";
+    fs::copy_file(AMPORA_LINUX_PEER, peer);
+    m_impl->peer = Joined(m_impl->wrapper, {peer.string()});
     for (const char* folder : {"", "common", "lock"}) {
         fs::permissions(m_impl->scratch.Path() / folder, fs::perms(0777));
     }

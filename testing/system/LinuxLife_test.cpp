@@ -1,0 +1,397 @@
+// The life of the Linux program: users, folders and signals, the login manager, rest.
+#include "platform/linux/LoginBus.h"
+#include "testing/system/Life.h"
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+namespace system_test {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing_support::TraceLine;
+
+constexpr unsigned kNobody = 65534;
+constexpr std::chrono::seconds kCommandLimit{20};
+const TraceLine kNoMutex{"ERR", kInitInstance, "Creatre Mutex Fail."};
+
+bool IsSuperuser() { return RunProcess({"id", "-u"}, {}, kCommandLimit).out == "0\n"; }
+
+void RunCommand(const std::vector<std::string>& command)
+{
+    const ProcessResult result = RunProcess(command, {}, kCommandLimit);
+    EXPECT_EQ(result.exitCode, 0) << command.front() << ": " << result.err;
+}
+
+// What a file of the proc file system says behind a word.
+long NumberBehind(const fs::path& path, const std::string& word)
+{
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with(word)) {
+            return std::stol(line.substr(word.size()));
+        }
+    }
+    ADD_FAILURE() << path << " does not say " << word;
+    return -1;
+}
+
+// How often each thread of a process has gone to sleep or lost the processor.
+std::map<std::string, long> Switches(unsigned processId)
+{
+    std::map<std::string, long> switches;
+    for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(processId) + "/task")) {
+        const fs::path status = task.path() / "status";
+        switches[task.path().filename()] =
+            NumberBehind(status, "voluntary_ctxt_switches:") + NumberBehind(status, "nonvoluntary_ctxt_switches:");
+    }
+    return switches;
+}
+
+class SystemLinuxLife : public CLifeTest {
+protected:
+    SystemLinuxLife() : CLifeTest(Platform::kLinux) {}
+
+    CLinuxRig& LinuxRig() { return dynamic_cast<CLinuxRig&>(Rig()); }
+
+    // Another session of the same machine; another user's where this is the superuser's test.
+    std::unique_ptr<CLinuxRig> MakeNeighbour()
+    {
+        auto neighbour = std::make_unique<CLinuxRig>();
+        if (IsSuperuser()) {
+            neighbour->RunAs(kNobody);
+        }
+        for (const fs::path& folder : {LinuxRig().ScratchFolder(), LinuxRig().LockFolder(), Rig().CommonFolder()}) {
+            fs::permissions(folder, fs::perms(0777));
+        }
+        neighbour->SetVariable("AMPORA_LOCK_DIR", LinuxRig().LockFolder().string());
+        neighbour->SetCommonFolder(Rig().CommonFolder());
+        return neighbour;
+    }
+
+    // A copy that cannot make its window ends with this explanation and exit code 1; main: what it traces.
+    void ExpectNoWindow(const std::string& reason, const Lines& main)
+    {
+        Rig().PutSettings(Settings());
+        const std::unique_ptr<CCopy> copy = Rig().Start();
+        EXPECT_EQ(copy->WaitForExit(kEndLimit), 1);
+        const Pass pass = copy->Trace();
+        EXPECT_EQ(pass.brokenLines, 1) << pass.text;
+        EXPECT_THAT(pass.text, HasSubstr("amporasrv: cannot make the window \"Ampora\" in " +
+                                         LinuxRig().SessionFolder().string() + ": " + reason + "\n"));
+        EXPECT_EQ(MainLines(pass), main);
+        EXPECT_THAT(WorkerLines(pass), IsEmpty());
+        EXPECT_THAT(Exchanges(), IsEmpty());
+    }
+
+    // While the copy waits no thread of it wakes up.
+    static void ExpectRest(const CCopy& copy)
+    {
+        const std::map<std::string, long> before = Switches(copy.ProcessId());
+        EXPECT_THAT(before, SizeIs(2));
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        EXPECT_EQ(Switches(copy.ProcessId()), before);
+    }
+};
+
+// Signals.
+
+TEST_F(SystemLinuxLife, SignalsEndItOrderly)
+{
+    for (const char* signal : {"-TERM", "-INT", "-HUP"}) {
+        const std::unique_ptr<CCopy> copy = StartBrief();
+        AwaitArmed(*copy);
+        RunCommand({"kill", signal, std::to_string(copy->ProcessId())});
+        EXPECT_EQ(copy->WaitForExit(kEndLimit), 0) << signal;
+        const Pass pass = copy->Trace();
+        EXPECT_EQ(pass.brokenLines, 0) << pass.text;
+        EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
+        EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
+    }
+}
+
+TEST_F(SystemLinuxLife, SignalEndsItWhileADownloadHangs)
+{
+    StallFirstRequest();
+    const std::unique_ptr<CCopy> copy = StartBrief();
+    AwaitRequests(1);
+    RunCommand({"kill", "-TERM", std::to_string(copy->ProcessId())});
+    EXPECT_EQ(copy->WaitForExit(milliseconds(2000)), 0);
+    EXPECT_EQ(copy->Trace().brokenLines, 0) << copy->Text();
+}
+
+// The session folder.
+
+TEST_F(SystemLinuxLife, LeavesNoSocketBehindAndTakesNoMutexToEndACopy)
+{
+    Rig().PutSettings(Settings());
+    EXPECT_EQ(Rig().Start({"/Exit"})->WaitForExit(kEndLimit), 0);
+    EXPECT_FALSE(fs::exists(LinuxRig().SessionFolder() / "AmporaSrvMutex"));
+    const std::unique_ptr<CCopy> copy = StartBrief({{"Enable", 0}});
+    AwaitArmed(*copy);
+    EXPECT_TRUE(fs::is_socket(LinuxRig().SessionFolder() / "Ampora"));
+    EXPECT_EQ(fs::status(LinuxRig().SessionFolder()).permissions(), fs::perms(0700));
+    EndCopy(*copy);
+    EXPECT_FALSE(fs::exists(LinuxRig().SessionFolder() / "Ampora"));
+}
+
+TEST_F(SystemLinuxLife, WritingToTheEventsFileAsksForAnUpdate)
+{
+    const std::unique_ptr<CCopy> copy = StartBrief();
+    AwaitArmed(*copy);
+    RunCommand({"sh", "-c", "echo >\"$0\"", (LinuxRig().SessionFolder() / "AmporaSrvUpdateEvent").string()});
+    AwaitArmed(*copy, 2);
+    EXPECT_THAT(Requests(), SizeIs(4));
+    EXPECT_EQ(Life(WorkerLines(EndCopy(*copy))), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + LaterPass() +
+                                                     IntervalArmed() + WokenUp() + WorkerEnd());
+}
+
+TEST_F(SystemLinuxLife, FilesThatAKilledCopyLeftAreTakenOver)
+{
+    const std::unique_ptr<CCopy> copy = StartBrief();
+    AwaitArmed(*copy);
+    copy->Kill();
+    for (const char* name : {"Ampora", "AmporaSrvMutex", "AmporaSrvUpdateEvent"}) {
+        EXPECT_TRUE(fs::exists(LinuxRig().SessionFolder() / name)) << name;
+    }
+    const std::unique_ptr<CCopy> exitCopy = Rig().Start({"/Exit"});
+    EXPECT_EQ(exitCopy->WaitForExit(kEndLimit), 0);
+    EXPECT_EQ(MainLines(exitCopy->Trace()), ExitMode({{"WAR", kInitInstance, "Not Found Window"}}));
+    ExpectHealthyPassOfANewCopy();
+}
+
+TEST_F(SystemLinuxLife, OtherFileInPlaceOfTheSocketKeepsItFromStartingAndStaysAsItIs)
+{
+    fs::create_directory(LinuxRig().SessionFolder());
+    fs::permissions(LinuxRig().SessionFolder(), fs::perms(0700));
+    std::ofstream(LinuxRig().SessionFolder() / "Ampora") << "in the way";
+    ExpectNoWindow("something else has this name", ProgramStart() + ProgramEnd());
+    EXPECT_EQ(FileBytes(LinuxRig().SessionFolder() / "Ampora"), "in the way");
+}
+
+TEST_F(SystemLinuxLife, OtherFileInPlaceOfTheEventKeepsItFromUpdatingAndFromNothingElse)
+{
+    fs::create_directory(LinuxRig().SessionFolder());
+    fs::permissions(LinuxRig().SessionFolder(), fs::perms(0700));
+    std::ofstream(LinuxRig().SessionFolder() / "AmporaSrvUpdateEvent") << "in the way";
+    const std::unique_ptr<CCopy> copy = StartBrief();
+    const TraceLine noEvent{"ERR", "CAmporaUpdater::Start", "CreateEvent Fail."};
+    EXPECT_TRUE(copy->WaitForLine(noEvent));
+    fs::remove(LinuxRig().SessionFolder() / "AmporaSrvUpdateEvent");
+    EXPECT_TRUE(PostRetrying(kPower, 18));
+    AwaitArmed(*copy); // and the first pass, which is still to be made
+    const Pass pass = EndCopy(*copy);
+    EXPECT_EQ(MainLines(pass), ProgramStart() + Lines{noEvent} + DialogSays(kPowerHandler, "Resume") + ProgramEnd());
+    EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
+}
+
+TEST_F(SystemLinuxLife, SessionFolderThatOthersMayEnterIsRefused)
+{
+    fs::create_directory(LinuxRig().SessionFolder());
+    fs::permissions(LinuxRig().SessionFolder(), fs::perms(0755));
+    ExpectNoWindow("the folder is not the user's own, or not the user's alone", Lines{kNoMutex} + ProgramStart());
+    EXPECT_TRUE(fs::is_empty(LinuxRig().SessionFolder()));
+}
+
+TEST_F(SystemLinuxLife, SessionFolderThatIsALinkIsRefused)
+{
+    fs::create_directory(LinuxRig().ScratchFolder() / "elsewhere");
+    fs::permissions(LinuxRig().ScratchFolder() / "elsewhere", fs::perms(0700));
+    fs::create_directory_symlink(LinuxRig().ScratchFolder() / "elsewhere", LinuxRig().SessionFolder());
+    Rig().PutSettings(Settings());
+    const std::unique_ptr<CCopy> copy = Rig().Start();
+    EXPECT_EQ(copy->WaitForExit(kEndLimit), 1);
+    EXPECT_THAT(copy->Text(), HasSubstr("amporasrv: cannot make the window \"Ampora\""));
+    EXPECT_TRUE(fs::is_empty(LinuxRig().ScratchFolder() / "elsewhere"));
+}
+
+TEST_F(SystemLinuxLife, SessionFolderOfAnotherUserIsRefused)
+{
+    if (!IsSuperuser()) {
+        return; // only the superuser can make one
+    }
+    fs::create_directory(LinuxRig().SessionFolder());
+    fs::permissions(LinuxRig().SessionFolder(), fs::perms(0700));
+    RunCommand({"chown", std::to_string(kNobody), LinuxRig().SessionFolder().string()});
+    ExpectNoWindow("the folder is not the user's own, or not the user's alone", Lines{kNoMutex} + ProgramStart());
+}
+
+TEST_F(SystemLinuxLife, RunsInAFolderOfItsOwnWithoutARuntimeFolder)
+{
+    // A user of whom nothing else on this machine runs.
+    constexpr unsigned kUser = 54321;
+    unsigned user = kUser;
+    if (IsSuperuser()) {
+        LinuxRig().RunAs(kUser);
+    } else {
+        user = static_cast<unsigned>(std::stoul(RunProcess({"id", "-u"}, {}, kCommandLimit).out));
+    }
+    const fs::path folder = "/tmp/AmporaSrv-" + std::to_string(user);
+    ASSERT_FALSE(fs::exists(folder)) << "somebody uses it";
+    Rig().SetVariable("XDG_RUNTIME_DIR", "");
+    const std::unique_ptr<CCopy> copy = StartBrief();
+    AwaitArmed(*copy);
+    EXPECT_EQ(fs::status(folder).permissions(), fs::perms(0700));
+    EXPECT_TRUE(fs::is_socket(folder / "Ampora"));
+    const Pass pass = EndCopy(*copy);
+    EXPECT_EQ(pass.exitCode, 0);
+    EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
+    fs::remove_all(folder);
+}
+
+// Two sessions.
+
+TEST_F(SystemLinuxLife, CopiesOfTwoSessionsRunTheirPassesOneAfterTheOther)
+{
+    SetAnswerForAll([this](const Request& request) {
+        platform::sim::HttpAnswer answer = Healthy().Answer(request);
+        answer.latencyMs = 3;
+        return answer;
+    });
+    const std::unique_ptr<CLinuxRig> neighbour = MakeNeighbour();
+    neighbour->PutSettings(Settings({}, kMessages, ""));
+    Rig().PutSettings(Settings({}, kMessages, ""));
+    const std::unique_ptr<CCopy> one = Rig().Start();
+    const std::unique_ptr<CCopy> other = neighbour->Start();
+    AwaitArmed(*one);
+    AwaitArmed(*other);
+    EXPECT_THAT(Requests(), SizeIs(2 * 42));
+    ManualUpdate();
+    EXPECT_TRUE(neighbour->Do("set AmporaSrvUpdateEvent"));
+    AwaitArmed(*one, 2);
+    AwaitArmed(*other, 2);
+    EXPECT_THAT(Requests(), SizeIs(4 * 42));
+    ExpectNoOverlap();
+    for (const Pass& pass : {EndCopy(*one), EndCopy(*neighbour, *other)}) {
+        EXPECT_EQ(pass.exitCode, 0);
+        EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
+        EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + LaterPass() +
+                                               IntervalArmed() + WokenUp() + WorkerEnd());
+    }
+}
+
+TEST_F(SystemLinuxLife, PassOfAKilledCopyNoLongerHoldsUpTheOtherSessions)
+{
+    StallFirstRequest();
+    const std::unique_ptr<CLinuxRig> neighbour = MakeNeighbour();
+    const std::unique_ptr<CCopy> one = StartBrief({}, kMessages, "");
+    AwaitRequests(1);
+    neighbour->PutSettings(Settings({}, kMessages, ""));
+    const std::unique_ptr<CCopy> other = neighbour->Start();
+    EXPECT_TRUE(other->WaitForLine(FirstPass().front()));
+    other->WaitForRest();
+    EXPECT_THAT(Requests(), SizeIs(1));
+    one->Kill();
+    AwaitArmed(*other);
+    EXPECT_THAT(Requests(), SizeIs(1 + 42));
+    ExpectNoOverlap();
+    EXPECT_EQ(EndCopy(*neighbour, *other).exitCode, 0);
+}
+
+TEST_F(SystemLinuxLife, CopyThatWaitsForAnotherSessionsPassEndsWithoutOne)
+{
+    StallFirstRequest();
+    const std::unique_ptr<CLinuxRig> neighbour = MakeNeighbour();
+    const std::unique_ptr<CCopy> one = StartBrief();
+    AwaitRequests(1);
+    neighbour->PutSettings(Settings());
+    const std::unique_ptr<CCopy> other = neighbour->Start();
+    EXPECT_TRUE(other->WaitForLine(FirstPass().front()));
+    other->WaitForRest();
+    const Pass pass = EndCopy(*neighbour, *other);
+    EXPECT_EQ(pass.exitCode, 0);
+    EXPECT_EQ(Life(WorkerLines(pass)), (Lines{FirstPass().front(),
+                                              {"TRA", "CAmporaUpdater::Update", "Exit Signal."},
+                                              {"WAR", kThreadProc, "Update Fail."},
+                                              {"TRA", kThreadProc, "Exit..."}}));
+    EXPECT_THAT(Requests(), SizeIs(1));
+}
+
+// The login manager.
+
+class SystemLinuxLogin : public SystemLinuxLife {
+protected:
+    SystemLinuxLogin()
+    {
+        m_bus.StartLoginManager();
+        m_bus.AddSession("c1");
+        Rig().SetVariable("DBUS_SYSTEM_BUS_ADDRESS", m_bus.Address());
+        Rig().SetVariable("XDG_SESSION_ID", "c1");
+    }
+
+    std::unique_ptr<CCopy> StartHeard(const Values& values = {})
+    {
+        std::unique_ptr<CCopy> copy = StartBrief(values);
+        AwaitArmed(*copy);
+        m_bus.AwaitListener("PrepareForSleep");
+        m_bus.AwaitListener("PropertiesChanged");
+        return copy;
+    }
+
+    platform::native::CLoginBus m_bus;
+};
+
+TEST_F(SystemLinuxLogin, SleepIsSuspendAndWakingUpIsResume)
+{
+    const std::unique_ptr<CCopy> copy = StartHeard();
+    m_bus.PrepareForSleep(true);
+    EXPECT_TRUE(copy->WaitForLine(WorkerEnd().back(), 2));
+    m_bus.PrepareForSleep(false);
+    AwaitArmed(*copy, 2);
+    const Pass pass = EndCopy(*copy);
+    EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kPowerHandler, "Suspend") +
+                                   DialogSays(kPowerHandler, "Resume") + ProgramEnd());
+    ExpectTwoWorkers(pass);
+    EXPECT_THAT(Requests(), SizeIs(2));
+}
+
+TEST_F(SystemLinuxLogin, SessionInTheBackgroundIsLeftAndInTheForegroundEntered)
+{
+    const std::unique_ptr<CCopy> copy = StartHeard();
+    m_bus.SetProperty("c1", "Active", false);
+    EXPECT_TRUE(copy->WaitForLine(WorkerEnd().back(), 2));
+    m_bus.SetProperty("c1", "Active", true);
+    AwaitArmed(*copy, 2);
+    const Pass pass = EndCopy(*copy);
+    EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kSessionHandler, "Leave User Session") +
+                                   DialogSays(kSessionHandler, "Enter User Session") + ProgramEnd());
+    ExpectTwoWorkers(pass);
+}
+
+TEST_F(SystemLinuxLogin, EndOfTheBusIsNoEndOfTheProgram)
+{
+    const std::unique_ptr<CCopy> copy = StartHeard({{"Enable", 0}});
+    m_bus.Stop();
+    ManualUpdate();
+    AwaitArmed(*copy, 2);
+    ExpectRest(*copy);
+    const Pass pass = EndCopy(*copy);
+    EXPECT_EQ(pass.exitCode, 0);
+    EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
+}
+
+// Rest.
+
+TEST_F(SystemLinuxLife, RestsWhileItWaits)
+{
+    const std::unique_ptr<CCopy> copy = StartBrief();
+    AwaitArmed(*copy);
+    ExpectRest(*copy);
+    EXPECT_EQ(EndCopy(*copy).exitCode, 0);
+}
+
+TEST_F(SystemLinuxLogin, RestsWhileItWaitsAndHears)
+{
+    const std::unique_ptr<CCopy> copy = StartHeard();
+    copy->WaitForRest();
+    ExpectRest(*copy);
+    EXPECT_EQ(EndCopy(*copy).exitCode, 0);
+}
+
+} // namespace
+} // namespace system_test
