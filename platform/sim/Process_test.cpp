@@ -335,6 +335,21 @@ public:
         Add(L"closed", static_cast<unsigned>(file.bytes.size()), path, caller);
     }
     void OnDebugLine(const Caller& caller, const CString& text) override { Add(L"line", 0, text, caller); }
+    void OnThreadStarted(const Caller& starter, const Caller& started) override
+    {
+        Add(L"started", started.threadId, L"thread", starter);
+    }
+    void OnThreadEnded(const Caller& thread) override { Add(L"ended", 0, L"thread", thread); }
+    void OnObjectMade(unsigned session, const CString& name) override { Add(L"made", session, name, {}); }
+    void OnEventPulsed(unsigned session, const CString& name, const Caller& caller) override
+    {
+        Add(L"pulsed", session, name, caller);
+    }
+    void OnSettingQueried(const Caller& caller, Hive hive, const CString& keyPath, const CString& valueName,
+                          const SettingsValue* value) override
+    {
+        Add(value == nullptr ? L"missed" : L"read", static_cast<unsigned>(hive), keyPath + L":" + valueName, caller);
+    }
 
     std::vector<CString> events;
 
@@ -359,12 +374,35 @@ TEST(SimObserver, SeesMutexesChangeHands)
     ReleaseOwnedMutex(mutex);
     ReleaseOwnedMutex(mutex);
     machine.RunUntilIdle();
+    std::erase_if(watcher.events, [](const CString& event) { return event.find(L"thread") != CString::npos; });
     EXPECT_THAT(watcher.events,
-                ElementsAre(L"acquired 0 Global\\m by 1000/1 of 1", L"released 0 Global\\m by 1000/1 of 1",
-                            L"acquired 0 Global\\m by 3000/2 of 2", L"abandoned 0 Global\\m by 3000/2 of 2"));
+                ElementsAre(L"made 0 Global\\m by 0/0 of 0", L"acquired 0 Global\\m by 1000/1 of 1",
+                            L"released 0 Global\\m by 1000/1 of 1", L"acquired 0 Global\\m by 3000/2 of 2",
+                            L"abandoned 0 Global\\m by 3000/2 of 2"));
     machine.SetObserver(nullptr);
     WaitForOne(mutex, 0, FALSE);
-    EXPECT_EQ(watcher.events.size(), 4U);
+    EXPECT_EQ(watcher.events.size(), 5U);
+}
+
+TEST(SimObserver, SeesThreadsEventsAndSettings)
+{
+    CMachine machine;
+    CWatcher watcher;
+    machine.SetObserver(&watcher);
+    machine.PutDword(Hive::kMachine, L"key", L"value", 1);
+    machine.StartProcess(2, [] {
+        StartBody([] { ReadSetting(Hive::kMachine); });
+        ReadSetting(Hive::kPerUser);
+        return 0;
+    });
+    machine.RunUntilIdle();
+    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
+    PulseNamedEvent(event);
+    EXPECT_EQ(CreateNamedEvent(L"event", nullptr), event);
+    EXPECT_THAT(watcher.events, ElementsAre(L"started 2 thread by 1000/1 of 1", L"started 3 thread by 3000/2 of 2",
+                                            L"missed 0 key:value by 3000/2 of 2", L"ended 0 thread by 3000/2 of 2",
+                                            L"read 1 key:value by 3000/3 of 2", L"ended 0 thread by 3000/3 of 2",
+                                            L"made 1 event by 0/0 of 0", L"pulsed 1 event by 1000/1 of 1"));
 }
 
 TEST(SimObserver, SeesFilesAndDebugLines)
