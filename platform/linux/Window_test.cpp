@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <condition_variable>
 #include <csignal>
-#include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -221,7 +220,7 @@ TEST_F(LinuxWindow, RefusesAndKeepsAFileInItsPlace)
 {
     fs::create_directory(m_session.SessionFolder());
     fs::permissions(m_session.SessionFolder(), fs::perms::owner_all);
-    CFileDescriptor(::open(SocketFile().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const CFileDescriptor file(::open(SocketFile().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     EXPECT_THAT(FailToMake(ERROR_INVALID_HANDLE), EndsWith(": something else has this name\n"));
     EXPECT_EQ(FindWindowOfClass(kClass), nullptr);
     EXPECT_TRUE(fs::is_regular_file(SocketFile()));
@@ -410,7 +409,7 @@ TEST_F(LinuxWindowDeathTest, EachSignalThatEndsAProgramEndsTheLoop)
                 const int result = RunMessageLoop(*window);
                 sender.join();
                 DestroyDialogWindow(*window);
-                std::exit(result == 0 && BlocksEndSignals(false) ? 7 : 1);
+                EndProcess(result == 0 && BlocksEndSignals(false) ? 7 : 1);
             },
             ExitedWithCode(7), "");
     }
@@ -424,7 +423,7 @@ TEST_F(LinuxWindowDeathTest, ASignalBetweenTheLoopsEndAndTheWindowsIsTaken)
             ::kill(::getpid(), SIGTERM);
             ::kill(::getpid(), SIGINT);
             window.reset();
-            std::exit(8);
+            EndProcess(8);
         },
         ExitedWithCode(8), "");
 }
