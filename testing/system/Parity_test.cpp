@@ -1,7 +1,6 @@
 // The Linux and the Windows program do the same.
 #include "testing/Reports.h"
-#include "testing/system/Sequences.h"
-#include "testing/system/SystemTest.h"
+#include "testing/system/Life.h"
 
 #include <map>
 
@@ -21,9 +20,52 @@ struct Outcome {
     std::vector<std::string> dates;
 };
 
-class SystemParity : public CSystemTest {
+// What the copies of one life traced, by who wrote it: application and workers of the copy that lives, a second one,
+// the one that ends it.
+using LifeLines = std::map<std::string, Lines>;
+
+class SystemParity : public CLifeTest {
 protected:
-    SystemParity() : CSystemTest(Platform::kLinux) {}
+    SystemParity() : CLifeTest(Platform::kLinux) {}
+
+    // Starts, updates, suspends, resumes, meets a second copy and ends.
+    LifeLines LiveOn(Platform platform)
+    {
+        const std::unique_ptr<CRig> rig = MakeRig(platform);
+        rig->PutSettings(Settings({}, kEveryLine));
+        const std::unique_ptr<CCopy> copy = rig->Start();
+        AwaitArmed(*copy);
+        EXPECT_TRUE(rig->Do("set AmporaSrvUpdateEvent"));
+        AwaitArmed(*copy, 2);
+        EXPECT_TRUE(rig->Do("post Ampora " + std::to_string(kPower) + " 4 0"));
+        EXPECT_TRUE(copy->WaitForLine({"TRA", "CAmporaSrvDlg::OnPowerBroadcast", "Leave"}));
+        EXPECT_TRUE(copy->WaitForLine({"TRA", "CAmporaThread::_CallThreadProc", "Leave"}));
+        for (const char* event : {"18", "7"}) {
+            EXPECT_TRUE(rig->Do("post Ampora " + std::to_string(kPower) + " " + event + " 0"));
+        }
+        EXPECT_TRUE(copy->WaitForLine({"TRA", "CAmporaSrvDlg::OnPowerBroadcast", "Leave"}, 3));
+        AwaitArmed(*copy, 3);
+        const std::unique_ptr<CCopy> second = rig->Start();
+        EXPECT_EQ(second->WaitForExit(kEndLimit), 0);
+        const std::unique_ptr<CCopy> exitCopy = rig->Start({"/Exit"});
+        EXPECT_EQ(exitCopy->WaitForExit(kEndLimit), 0);
+        EXPECT_EQ(copy->WaitForExit(kEndLimit), 0);
+        return {{"application", MainLines(copy->Trace())},
+                {"workers", WithoutFolder(WorkerLines(copy->Trace()))},
+                {"second copy", MainLines(second->Trace())},
+                {"copy that ends it", MainLines(exitCopy->Trace())}};
+    }
+
+    // The data folder's name is the platform's own.
+    static Lines WithoutFolder(Lines lines)
+    {
+        for (TraceLine& line : lines) {
+            if (line.message.starts_with("Save Folder Created(")) {
+                line.message = "Save Folder Created";
+            }
+        }
+        return lines;
+    }
 
     Outcome RunOn(Platform platform)
     {
@@ -102,6 +144,19 @@ TEST_F(SystemParity, SameReportsGiveTheSameFilesAndTraceLines)
         EXPECT_EQ(onLinux.threads[i], onWindows.threads[i]);
     }
     EXPECT_EQ(onLinux.files.size(), 16U); // Tokyo 5, Tohoku 0, Kansai 3, Chubu 5, Kyushu 3
+}
+
+TEST_F(SystemParity, SameLifeGivesTheSameTraceLines)
+{
+    const LifeLines onLinux = LiveOn(Platform::kLinux);
+    const LifeLines onWindows = LiveOn(Platform::kWindows);
+    for (const auto& [writer, lines] : onLinux) {
+        EXPECT_EQ(lines, onWindows.at(writer)) << writer;
+        EXPECT_TRUE(testing_support::TraceScopesBalance(lines)) << writer;
+    }
+    EXPECT_EQ(Life(Steps(onLinux.at("workers"))), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() +
+                                                      LaterPass() + IntervalArmed() + WokenUp() + WorkerEnd() +
+                                                      TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
 }
 
 } // namespace
