@@ -215,9 +215,9 @@ private:
     void CheckWorker(const Worker& worker);
 
     struct KnownFile {
-        std::vector<BYTE> bytes;
-        bool isWhole;
-        unsigned pass; // during which it was written
+        std::vector<BYTE> bytes = {};
+        bool isWhole = false;
+        unsigned pass = 0; // during which it was written
     };
 
     const platform::sim::CMachine& m_machine;

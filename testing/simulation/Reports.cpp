@@ -11,7 +11,7 @@ using platform::sim::HttpFault;
 namespace {
 
 constexpr std::int64_t kSilenceLimitMs = 30'000; // after which the simulated machine's client gives up
-constexpr std::int64_t kUsageSeconds = 6 * 3'600;
+constexpr std::int64_t kUsageSeconds = std::int64_t{6} * 3'600;
 constexpr std::int64_t kUsagesPerDay = 4;
 
 template <class... Numbers>

@@ -22,16 +22,16 @@ inline constexpr Company kCompanies[] = {
 
 // A kind of data, in the order of a pass.
 struct Kind {
-    DWORD code;
     const char* category; // the URL's words
     const char* word;
+    DWORD code;
     bool isTrimmed; // only what touches the pass's period is kept
 };
-inline constexpr Kind kKinds[] = {{1, "usage", "instant", true},
-                                  {2, "usage", "actual", true},
-                                  {4, "usage", "estimated", true},
-                                  {8, "peak", "supply", false},
-                                  {16, "peak", "demand", false}};
+inline constexpr Kind kKinds[] = {{"usage", "instant", 1, true},
+                                  {"usage", "actual", 2, true},
+                                  {"usage", "estimated", 4, true},
+                                  {"peak", "supply", 8, false},
+                                  {"peak", "demand", 16, false}};
 
 // A record of a data file.
 struct Record {
