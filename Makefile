@@ -9,7 +9,7 @@ help: ## show this list
 setup: ## install what building and testing need and this machine lacks
 	@scripts/setup.sh
 
-demo: setup ## one update pass against ampora-reportd, on Linux
+demo: setup ## the program at work against ampora-reportd, on Linux
 	@scripts/demo.sh linux
 
 demo-windows: setup ## the same with the Windows program, under wine

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Shows one update pass of amporasrv against ampora-reportd: demo.sh [linux|windows]
+# Shows amporasrv at work against ampora-reportd: it starts, makes its pass, says when the next one is due, makes another
+# one when amporactl asks for it, and ends when a second copy tells it to: demo.sh [linux|windows]
 #
 # Needs no settings on the machine and leaves nothing behind: settings, runtime, lock and data folders lie in a scratch
 # folder (Windows: settings and data in the wine prefix of this checkout, removed at the end).
@@ -11,12 +12,13 @@ build=build/$platform
 
 scratch=$(mktemp -d)
 reportd=
+service=
 clean_up() {
   trap - EXIT
-  if [ -n "$reportd" ]; then
-    kill "$reportd" 2>/dev/null || true
-    wait "$reportd" 2>/dev/null || true
-  fi
+  for process in $service $reportd; do
+    kill "$process" 2>/dev/null || true
+    wait "$process" 2>/dev/null || true
+  done
   if [ "$platform" = windows ]; then clean_windows; fi
   rm -rf "$scratch"
 }
@@ -25,10 +27,11 @@ trap 'exit 1' INT TERM
 
 settings() { # of the server at this port
   printf '%s\r\n' 'Windows Registry Editor Version 5.00' '' '[HKEY_LOCAL_MACHINE\Software\Halvex\AmporaSrv]' \
-    '"Enable"=dword:00000001' '"LogLevel"=dword:0000001b' "\"ApiHost\"=\"127.0.0.1:$1\""
+    '"Enable"=dword:00000001' '"LogLevel"=dword:0000000b' "\"ApiHost\"=\"127.0.0.1:$1\""
 }
 
-# What each platform does its own way: prepare, run_service (trace lines on standard output), run_control, clean.
+# What each platform does its own way: prepare, start_service (in the background, trace lines to $scratch/trace),
+# run_service (with arguments, to its end), run_control, clean.
 prepare_linux() {
   mkdir -p "$scratch"/{user,machine/AmporaSrv,lock,data}
   mkdir -m 700 "$scratch/run"
@@ -38,7 +41,11 @@ prepare_linux() {
   export AMPORA_CONNECTED_STATE=2 # the loopback interface is network enough
   unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
 }
-service_linux() { "$build/app/amporasrv" 2>&1; }
+start_service_linux() {
+  "$build/app/amporasrv" 2>"$scratch/trace" &
+  service=$!
+}
+run_service_linux() { "$build/app/amporasrv" "$@" 2>/dev/null; }
 control_linux() { "$build/ctl/amporactl" "$@"; }
 
 data_folder_windows() { echo "$(scripts/wine.sh path)/drive_c/ProgramData/AmporaSrv"; }
@@ -46,15 +53,32 @@ prepare_windows() {
   settings "$1" >"$scratch/settings.reg"
   scripts/wine.sh run regedit /S "$scratch/settings.reg" </dev/null >/dev/null 2>&1
 }
-service_windows() {
-  scripts/wine.sh run "$build/platform/win32/tracecat.exe" -- "$build/app/amporasrv.exe" </dev/null 2>/dev/null |
-    sed 1d # "ready"
+start_service_windows() {
+  mkfifo "$scratch/listening" # the listener ends when nobody has it open any more
+  exec 8<>"$scratch/listening"
+  scripts/wine.sh run "$build/platform/win32/tracecat.exe" <"$scratch/listening" >"$scratch/trace" 2>/dev/null 8>&- &
+  await 'the listener' grep -q '^ready' "$scratch/trace"
+  scripts/wine.sh run "$build/app/amporasrv.exe" </dev/null >/dev/null 2>&1 8>&- &
+  service=$!
 }
+run_service_windows() { scripts/wine.sh run "$build/app/amporasrv.exe" "$@" </dev/null >/dev/null 2>&1; }
 control_windows() { scripts/wine.sh run "$build/ctl/amporactl.exe" "$@" </dev/null 2>/dev/null; }
 clean_windows() {
   scripts/wine.sh run reg delete 'HKLM\Software\Halvex' /f </dev/null >/dev/null 2>&1 || true
   scripts/wine.sh stop
   rm -rf "$(data_folder_windows)"
+}
+
+# await WHAT COMMAND...: waits until the command succeeds, at most two minutes.
+await() {
+  local what=$1
+  shift
+  for _ in $(seq 1200); do
+    if "$@" 2>/dev/null; then return 0; fi
+    sleep 0.1
+  done
+  echo "demo: waited in vain for $what" >&2
+  return 1
 }
 
 start_reportd() {
@@ -65,28 +89,40 @@ start_reportd() {
   fi
   "${command[@]}" --port 0 </dev/null >"$scratch/reportd" 2>&1 &
   reportd=$!
-  for _ in $(seq 100); do
-    if grep -q 'http://' "$scratch/reportd"; then return; fi
-    kill -0 "$reportd" 2>/dev/null || break
-    sleep 0.1
-  done
-  cat "$scratch/reportd" >&2
-  echo "demo: ampora-reportd did not start" >&2
-  return 1
+  await ampora-reportd grep -q 'http://' "$scratch/reportd" || { cat "$scratch/reportd" >&2; return 1; }
+}
+
+# count PATTERN: how many trace lines have it.
+count() { grep -c "$1" "$scratch/trace" || true; }
+is_armed() { [ "$(count 'ThreadProc : Next UpdateTimer Started')" -ge "$1" ]; } # so often
+has_ended() { ! kill -0 "$service"; }
+
+# When the timer that was armed last falls due.
+next_update() {
+  local line
+  line=$(grep -a 'Set Interval:' "$scratch/trace" | tail -n 1 | tr -d '\r')
+  local minutes=${line##*Set Interval:}
+  local day time
+  read -r _ day time _ <<<"$line"
+  printf 'The next update is due %s minutes later, at %s.\n' "${minutes%min}" \
+    "$(date -d "@$(($(date -d "${day//\//-} ${time%.*}" +%s) + ${minutes%min} * 60))" +%H:%M:%S)"
 }
 
 # "[TRA] 2012/07/02 13:00:00.123 4711(4712) Function : message" becomes "13:00:00.123 TRA Function : message"; lines of
-# reading one XML node and of functions' entry and exit are left out, repeated ones are counted.
+# reading one XML node are left out, repeated ones are counted.
 readable() {
   sed -E 's/\r$//' | awk '
     function put() { if (count) printf "  %s%s\n", line, (count > 1 ? "  (" count " times)" : "") }
-    / CXMLParser::| CGSXMLAnalyzer::(GetAttribue|AnalyzeUsageTag) | : (Enter|Leave)$/ { left_out++; next }
+    / CXMLParser::| CGSXMLAnalyzer::(GetAttribue|AnalyzeUsageTag)/ { left_out++; next }
     /^\[/ {
       text = substr($1, 2, 3); for (i = 5; i <= NF; i++) text = text " " $i
       if (text == last) { count++; next }
       put(); last = text; line = $3 " " text; count = 1
     }
-    END { put(); printf "  and %d lines about single XML nodes and about entry and exit of functions\n", left_out }'
+    END {
+      put()
+      if (left_out) printf "  and %d lines about single XML nodes\n", left_out
+    }'
 }
 
 echo "Building..."
@@ -100,13 +136,31 @@ tr -d '\r' <"$scratch/reportd"
 port=$(grep -o '[0-9]*' "$scratch/reportd" | tail -n 1)
 "prepare_$platform" "$port"
 
-printf '\nThe trace lines of one pass of amporasrv:\n'
-"service_$platform" >"$scratch/trace"
-readable <"$scratch/trace"
+printf '\namporasrv starts and makes its pass:\n'
+"start_service_$platform"
+await 'the pass' is_armed 1
+lines=$(wc -l <"$scratch/trace")
+head -n "$lines" "$scratch/trace" | readable
+next_update
+
+printf '\namporactl asks for an update now:\n'
+"control_$platform" update
+await 'the update' is_armed 2
+tail -n "+$((lines + 1))" "$scratch/trace" |
+  grep -aE ' CAmporaUpdater::(ThreadProc|SetIntervalUpdate) : ' | readable
+next_update
+
+printf '\namporasrv /Exit ends it:\n'
+lines=$(wc -l <"$scratch/trace")
+"run_service_$platform" /Exit
+await 'the end of amporasrv' has_ended
+wait "$service"
+service=
+tail -n "+$((lines + 1))" "$scratch/trace" | readable
 
 printf '\nThe data files, shown by amporactl:\n'
 "control_$platform" show
 
-requests=$(grep -c 'CAmporaHttpClient::GetData : Enter' "$scratch/trace" || true)
-printf '\namporasrv made %d requests.\n' "$requests"
-[ "$requests" -eq 42 ] || { echo "demo: 42 were expected" >&2; exit 1; }
+reports=$(count 'CGSXMLAnalyzer::AnalyzeData : .* Tag Success')
+printf '\namporasrv has read %d reports.\n' "$reports"
+[ "$reports" -eq 84 ] || { echo "demo: 84 were expected" >&2; exit 1; }
