@@ -126,6 +126,8 @@ void CMachine::PassSuspended(std::int64_t timeMs)
 
 std::int64_t CMachine::ElapsedMs() const { return m_state->scheduler.Now() / portable::kUnitsPerMs; }
 
+std::size_t CMachine::ThreadCount() const { return m_state->scheduler.ThreadCount(); }
+
 void CMachine::RunUntilIdle() { RunFor(0); }
 
 void CMachine::RunFor(std::int64_t timeMs)

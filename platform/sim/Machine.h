@@ -141,6 +141,9 @@ public:
     // What the entry of a process returned; empty while any of its threads runs.
     std::optional<int> ExitCodeOf(DWORD processId) const;
 
+    // Threads that have not ended, and ended ones that still take memory, which the next start of a thread takes back.
+    std::size_t ThreadCount() const;
+
     // Settings store. session: whose user's hive the per-user one is.
     void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value,
                     unsigned session = 1);

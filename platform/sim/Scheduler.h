@@ -82,6 +82,9 @@ public:
 
     std::int64_t Now() const { return m_now; }
 
+    // Threads that have not ended, and those that have but are still to be cleared away.
+    std::size_t ThreadCount() const { return m_threads.size(); }
+
     // A new thread of this process that will run body when its turn comes. Throws std::system_error when there can be
     // no more threads.
     std::shared_ptr<SimThread> Start(const ProcessIdentity& process, std::function<void()> body);
