@@ -2,7 +2,8 @@
 //
 //   procctl -- PROGRAM [ARG...]
 //
-// Prints "started PID" and, when the program has ended, "ended 0x00000000" with its exit code. Meanwhile it does what
+// Prints "started PID" and, when the program has ended, "ended 0x00000000" with its exit code; before that it writes
+// "ended PID" to the debugger output, so that a listener knows that it has all of the program's. Meanwhile it does what
 // the lines of its standard input say, and answers each on a line of its own:
 //
 //   terminate     ends the program at once, as a crash does; "terminated"
@@ -89,6 +90,7 @@ int main()
     Answer("started " + std::to_string(information.dwProcessId));
     const CKernelHandle input(::CreateThread(nullptr, 0, ObeyInput, process.Get(), 0, nullptr));
     ::WaitForSingleObject(process.Get(), INFINITE);
+    ::OutputDebugStringA(("ended " + std::to_string(information.dwProcessId) + "\n").c_str());
     DWORD exitCode = 0;
     ::GetExitCodeProcess(process.Get(), &exitCode);
     std::printf("ended 0x%08lx\n", exitCode);
