@@ -191,7 +191,7 @@ public:
     {
         CAmporaUpdater::SetIntervalUpdate(timer);
         LARGE_INTEGER due{};
-        due.QuadPart = -(m_interval * 60 + shiftSeconds) * kSecond;
+        due.QuadPart = -(m_interval * LONGLONG{60} + shiftSeconds) * kSecond;
         return timer->Start(&due);
     }
 
