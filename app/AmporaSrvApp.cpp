@@ -3,6 +3,7 @@
 #include "app/AmporaSrvCmdLineInfo.h"
 #include "app/AmporaSrvDlg.h"
 #include "config/ConfigUtil.h"
+#include "config/SharedNames.h"
 #include "config/TraceLog.h"
 #include "platform/LastError.h"
 

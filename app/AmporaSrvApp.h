@@ -6,9 +6,6 @@
 
 class CTraceLog;
 
-// The mutex, one per session, that the running copy has.
-inline constexpr wchar_t kInstanceMutexName[] = L"AmporaSrvMutex";
-
 // Tells a running copy to quit, or sees to it that only one copy runs in the session and runs its hidden dialog.
 class CAmporaSrvApp : public CWinApp {
 public:

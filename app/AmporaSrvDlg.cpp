@@ -1,5 +1,6 @@
 #include "app/AmporaSrvDlg.h"
 
+#include "config/SharedNames.h"
 #include "config/TraceLog.h"
 
 namespace {

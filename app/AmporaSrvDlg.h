@@ -4,9 +4,8 @@
 #include "app/Dialog.h"
 #include "engine/AmporaUpdater.h"
 
-// The dialog's number in the resources, and its window class, by which a second copy of the program finds it.
+// The dialog's number in the resources.
 inline constexpr WORD kDialogTemplate = 102;
-inline constexpr wchar_t kWindowClassName[] = L"Ampora";
 
 // Is never shown. Runs the updater while the session is the console's and the machine is awake: starts it with the
 // window, stops it when the session is left or the machine suspends, starts it again when the session is entered or the

@@ -1,5 +1,6 @@
 #include "ctl/Control.h"
 
+#include "config/SharedNames.h"
 #include "ctl/Table.h"
 #include "platform/LastError.h"
 #include "platform/Sync.h"
@@ -25,9 +26,6 @@ constexpr char kUsage[] = "usage: amporactl show [--folder DIR]\n"
                           "Exit code: 0 when at least one file was shown and all are sound, or the update was\n"
                           "asked for; 1 when a file is faulty or there is none, or amporasrv is not running;\n"
                           "2 when the command line is not understood.\n";
-
-// The event, one per session, that amporasrv waits for.
-constexpr wchar_t kUpdateEventName[] = L"AmporaSrvUpdateEvent";
 
 struct Company {
     int siteNumber;

@@ -1,6 +1,7 @@
 #include "engine/AmporaUpdater.h"
 
 #include "config/ConfigUtil.h"
+#include "config/SharedNames.h"
 #include "config/TraceLog.h"
 #include "data/CalendarTime.h"
 #include "engine/AutoLock.h"

@@ -10,11 +10,6 @@
 class CTraceLog;
 class CWaitTableTimer;
 
-// Names of the objects that other processes can open. The mutex keeps the passes of all copies on the machine apart;
-// the event, one per session, wakes the worker.
-inline constexpr wchar_t kUpdateMutexName[] = L"Global\\AmporaSrvUpdateMutex";
-inline constexpr wchar_t kUpdateEventName[] = L"AmporaSrvUpdateEvent";
-
 // Start and Stop belong to the owning thread, the update operations to the worker thread. To be held by a
 // std::shared_ptr wherever the worker may outlive a Stop (AmporaThread.h).
 class CAmporaUpdater : public CAmporaThread {

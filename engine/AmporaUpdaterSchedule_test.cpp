@@ -1,5 +1,6 @@
 #include "engine/AmporaUpdater.h"
 
+#include "config/SharedNames.h"
 #include "config/TraceLog.h"
 #include "platform/sim/Machine.h"
 #include "testing/Trace.h"

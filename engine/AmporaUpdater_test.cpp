@@ -1,5 +1,6 @@
 #include "engine/AmporaUpdater.h"
 
+#include "config/SharedNames.h"
 #include "config/TraceLog.h"
 #include "engine/WaitTableTimer.h"
 #include "platform/Clock.h"

@@ -3,6 +3,7 @@
 
 #include "app/AmporaSrvApp.h"
 #include "app/AmporaSrvDlg.h"
+#include "config/SharedNames.h"
 #include "config/TraceLog.h"
 #include "platform/sim/Machine.h"
 #include "testing/Trace.h"

@@ -3,6 +3,7 @@
 
 #include "app/AmporaSrvDlg.h"
 #include "config/ConfigUtil.h"
+#include "config/SharedNames.h"
 #include "engine/WaitTableTimer.h"
 #include "fetch/AmporaPowerCompanies.h"
 #include "fetch/NullDacl.h"
