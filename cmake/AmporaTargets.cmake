@@ -43,10 +43,11 @@ function(ampora_test_options name)
   target_compile_options(${name} PRIVATE -O0 -g1)
 endfunction()
 
-# ampora_test(NAME SOURCES ... LINK ... [PLATFORM target]): a test program, one CTest test a case. It runs on the
-# simulated machine unless PLATFORM names another backend.
+# ampora_test(NAME SOURCES ... LINK ... [PLATFORM target] [LEFT_OUT filter]): a test program, one CTest test a case. It
+# runs on the simulated machine unless PLATFORM names another backend. LEFT_OUT: the tests that cannot be run here, as a
+# GoogleTest filter; empty for none.
 function(ampora_test name)
-  cmake_parse_arguments(arg "" "PLATFORM;TIMEOUT" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(arg "" "PLATFORM;TIMEOUT;LEFT_OUT" "SOURCES;LINK" ${ARGN})
   if(NOT arg_PLATFORM)
     set(arg_PLATFORM ampora_platform_sim)
   endif()
@@ -60,7 +61,8 @@ function(ampora_test name)
     target_link_libraries(${name} PRIVATE ampora_testing_sim)
   endif()
   target_link_libraries(${name} PRIVATE ${arg_LINK} ${arg_PLATFORM} GTest::gmock ampora_testing)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}." PROPERTIES TIMEOUT ${arg_TIMEOUT})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}." TEST_FILTER "-${arg_LEFT_OUT}"
+    PROPERTIES TIMEOUT ${arg_TIMEOUT})
 endfunction()
 
 # Appends to a variable the sources of every target below a folder, as paths below the project's folder.
