@@ -161,6 +161,7 @@ tail -n "+$((lines + 1))" "$scratch/trace" | readable
 printf '\nThe data files, shown by amporactl:\n'
 "control_$platform" show
 
-reports=$(count 'CGSXMLAnalyzer::AnalyzeData : .* Tag Success')
-printf '\namporasrv has read %d reports.\n' "$reports"
-[ "$reports" -eq 84 ] || { echo "demo: 84 were expected" >&2; exit 1; }
+# A day to come has no usage yet, which the server answers with 503.
+answers=$(count 'AnalyzeData : .* Tag Success\|AnalyzeData : No Data')
+printf '\namporasrv has got %d answers in two passes.\n' "$answers"
+[ "$answers" -eq 84 ] || { echo "demo: 84 were expected" >&2; exit 1; }
