@@ -132,7 +132,7 @@ TEST_F(AmporaSrvApp, FailingMutexDoesNotPreventTheStart)
     EXPECT_THAT(Messages(), Not(Contains(kMutexClosed)));
 }
 
-TEST_F(AmporaSrvApp, WindowClassOnlyChangesTheNameOfTheDialogTemplate)
+TEST_F(AmporaSrvApp, DialogIsMadeOnceOfTemplate102AndTheRegisteredClass)
 {
     Start();
     EXPECT_EQ(m_machine.WindowOf(L"Ampora")->templateNumber, 102);
@@ -157,11 +157,14 @@ TEST_F(AmporaSrvApp, WithoutCommonControlsTheProgramRunsAllTheSame)
     EXPECT_FALSE(HasEnded(Start()));
 }
 
-TEST_F(AmporaSrvApp, ExceptionBeyondAllHandlersEndsTheProgramWithFailure)
+TEST_F(AmporaSrvApp, ExceptionBeyondAllHandlersEndsTheProgramInOrderAndWithFailure)
 {
+    Put(L"LogLevel", kTraceTra | kTraceScope);
     m_machine.FailCall(Call::kCreateNamedMutexThrows, 1, 8);
     EXPECT_THAT(m_machine.ExitCodeOf(Start()), Optional(1));
-    EXPECT_THAT(Messages(), IsEmpty());
+    EXPECT_THAT(testing_support::TraceLines(),
+                ElementsAre(TraceLine{"TRA", kInitName, "Enter"}, TraceLine{"TRA", kInitName, "Leave"},
+                            TraceLine{"TRA", kExitName, "Enter"}, TraceLine{"TRA", kExitName, "Leave"}));
 }
 
 TEST_F(AmporaSrvApp, TraceLevelIsTakenFromTheSettingsOnceAtTheStart)

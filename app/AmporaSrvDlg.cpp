@@ -16,8 +16,6 @@ CAmporaSrvDlg::CAmporaSrvDlg()
 {
 }
 
-CAmporaSrvDlg::~CAmporaSrvDlg() = default;
-
 LRESULT CAmporaSrvDlg::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
 {
     switch (message) {

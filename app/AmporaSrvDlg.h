@@ -13,7 +13,6 @@ inline constexpr WORD kDialogTemplate = 102;
 class CAmporaSrvDlg : public CDialog {
 public:
     CAmporaSrvDlg();
-    ~CAmporaSrvDlg() override;
 
 protected:
     LRESULT WindowProc(UINT message, WPARAM wParam, LPARAM lParam) override;

@@ -138,7 +138,6 @@ TEST_F(AmporaSrvDlg, ResumeBySuspendNoticeAloneStartsToo)
 
 TEST_F(AmporaSrvDlg, OtherPowerEventsLeaveNoLine)
 {
-    Put(L"LogLevel", kTraceErr | kTraceWar | kTraceTra);
     Start();
     Messages();
     for (WPARAM event = 0; event < 0x20; ++event) {

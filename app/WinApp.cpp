@@ -5,10 +5,10 @@ int CWinApp::Run(const std::vector<CString>& arguments) noexcept
     try {
         m_arguments = arguments;
         InitInstance();
-        return ExitInstance();
     } catch (...) {
-        return 1;
+        SetExitCode(1);
     }
+    return ExitInstance();
 }
 
 BOOL CWinApp::InitInstance() { return TRUE; }

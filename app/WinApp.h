@@ -14,12 +14,12 @@ public:
     CWinApp& operator=(const CWinApp&) = delete;
 
     // Runs the program from its start to its end; its exit code. arguments: of the command line, without the program's
-    // name. Never throws: 1 when memory runs out.
+    // name. An exception of InitInstance makes the exit code 1.
     int Run(const std::vector<CString>& arguments) noexcept;
 
     // The program's work. TRUE would ask for a message loop of the application's own, which this frame does not have.
     virtual BOOL InitInstance();
-    // The end, after InitInstance in every case. The program's exit code.
+    // The end, after InitInstance in every case; must not throw. The program's exit code.
     virtual int ExitInstance();
 
 protected:
