@@ -57,7 +57,8 @@ BOOL RegisterSessionNotices(CWindow& window);
 BOOL EnableWindowInput(CWindow& window, BOOL enable);
 
 // Hands the thread's messages to the window until WM_QUIT has come or the window has been destroyed, without waking up
-// in between. Returns what WM_QUIT carries as its wParam, else 0.
+// in between. Returns what WM_QUIT carries as its wParam; for a destroyed window what EndMessageLoop was given before
+// that, else 0.
 int RunMessageLoop(CWindow& window);
 
 // Lets RunMessageLoop return exitCode when it has handled the messages that are there already.

@@ -249,6 +249,20 @@ TEST_F(WindowContract, EndingTheLoopFinishesTheMessagesThatAreThere)
     EXPECT_EQ(m_recorder.Count(WM_DESTROY), 0);
 }
 
+TEST_F(WindowContract, ALoopThatIsToEndReturnsItsCodeAlsoWhenTheWindowGoesFirst)
+{
+    m_recorder.m_handler = [](CWindow& window, UINT message) {
+        if (message == WM_APP) {
+            EndMessageLoop(window, 5);
+            DestroyDialogWindow(window);
+        }
+    };
+    const WindowPtr window = MakeWindow();
+    Post(WM_APP);
+    EXPECT_EQ(RunMessageLoop(*window), 5);
+    EXPECT_EQ(RunMessageLoop(*window), 0) << "once";
+}
+
 TEST_F(WindowContract, TheLoopMayBeEndedBeforeItBegins)
 {
     const WindowPtr window = MakeWindow();

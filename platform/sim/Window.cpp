@@ -115,16 +115,18 @@ int RunMessageLoop(CWindow& window)
     while (window.exists) {
         const CWindow::Message message = sim::Machine().windows.Next(window);
         if (message.number == WM_QUIT) {
+            window.exitCode.reset();
             return static_cast<int>(message.wParam);
         }
         Deliver(window, message);
     }
-    return 0;
+    return std::exchange(window.exitCode, std::nullopt).value_or(0);
 }
 
 void EndMessageLoop(CWindow& window, int exitCode)
 {
     CheckThread(window);
+    window.exitCode = exitCode;
     sim::Machine().windows.Post(window, {WM_QUIT, static_cast<WPARAM>(exitCode), 0});
 }
 

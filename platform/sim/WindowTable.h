@@ -5,6 +5,7 @@
 #include "platform/Window.h"
 
 #include <deque>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -32,7 +33,8 @@ public:
     bool exists = true; // not destroyed
     bool takesInput = true;
     bool getsSessionNotices = false;
-    int receiving = 0; // calls of ReceiveMessage under way
+    int receiving = 0;                // calls of ReceiveMessage under way
+    std::optional<int> exitCode = {}; // that the loop has been asked to return and has not yet
     std::deque<Message> queue = {};
 };
 

@@ -90,8 +90,9 @@ protected:
     }
 
     // While the copy waits no thread of it wakes up.
-    static void ExpectRest(const CCopy& copy)
+    static void ExpectRest(CCopy& copy)
     {
+        copy.WaitForRest();
         const std::map<std::string, long> before = Switches(copy.ProcessId());
         EXPECT_THAT(before, SizeIs(2));
         std::this_thread::sleep_for(std::chrono::seconds(3));
@@ -397,7 +398,6 @@ TEST_F(SystemLinuxLogin, RestsWhenTheBusHasEnded)
 TEST_F(SystemLinuxLogin, RestsWhileItWaitsAndHears)
 {
     const std::unique_ptr<CCopy> copy = StartHeard();
-    copy->WaitForRest();
     ExpectRest(*copy);
     EXPECT_EQ(EndCopy(*copy).exitCode, 0);
 }
