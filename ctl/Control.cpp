@@ -2,11 +2,11 @@
 
 #include "config/SharedNames.h"
 #include "ctl/Table.h"
+#include "format/DataFilePath.h"
+#include "format/DataFileReader.h"
 #include "platform/LastError.h"
 #include "platform/Sync.h"
 #include "platform/Text.h"
-#include "reader/DataFilePath.h"
-#include "reader/DataFileReader.h"
 
 #include <algorithm>
 #include <tuple>

@@ -1,11 +1,11 @@
 #include "ctl/Control.h"
 
+#include "format/DataFileFormat.h"
+#include "format/DataFilePath.h"
 #include "platform/Files.h"
 #include "platform/sim/Machine.h"
 #include "platform/Sync.h"
 #include "platform/Text.h"
-#include "reader/DataFileFormat.h"
-#include "reader/DataFilePath.h"
 
 #include <cstring>
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 // The ordered list of forecast records of one company and data type.
 #pragma once
 
-#include "reader/DataFileFormat.h"
+#include "format/DataFileFormat.h"
 
 #include <list>
 

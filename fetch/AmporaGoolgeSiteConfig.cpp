@@ -4,10 +4,10 @@
 #include "config/TraceLog.h"
 #include "data/GSXMLAnalyzer.h"
 #include "fetch/NullDacl.h"
+#include "format/DataFilePath.h"
 #include "platform/Files.h"
 #include "platform/LastError.h"
 #include "platform/Text.h"
-#include "reader/DataFilePath.h"
 
 namespace {
 

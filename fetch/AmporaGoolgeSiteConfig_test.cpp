@@ -1,8 +1,8 @@
 #include "fetch/AmporaGoolgeSiteConfig.h"
 
+#include "format/DataFilePath.h"
 #include "platform/Files.h"
 #include "platform/LastError.h"
-#include "reader/DataFilePath.h"
 #include "testing/FailingMemory.h"
 #include "testing/GoldenDataFile.h"
 #include "testing/MachineTest.h"

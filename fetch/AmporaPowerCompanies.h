@@ -5,7 +5,7 @@
 #include "config/ConfigUtil.h"
 #include "config/TraceLog.h"
 #include "fetch/AmporaGoolgeSiteConfig.h"
-#include "reader/DataFilePath.h"
+#include "format/DataFilePath.h"
 
 // What makes a company a class of its own.
 struct PowerCompany {

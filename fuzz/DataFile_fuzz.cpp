@@ -1,5 +1,5 @@
 // Data files as anybody may have left them.
-#include "reader/DataFileReader.h"
+#include "format/DataFileReader.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,7 @@
 // Shows calendar times and records in tests.
 #pragma once
 
-#include "reader/DataFileFormat.h"
+#include "format/DataFileFormat.h"
 
 #include <string>
 

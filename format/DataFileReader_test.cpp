@@ -1,8 +1,8 @@
-#include "reader/DataFileReader.h"
+#include "format/DataFileReader.h"
 
+#include "format/DataFilePath.h"
 #include "platform/Files.h"
 #include "platform/sim/Machine.h"
-#include "reader/DataFilePath.h"
 #include "testing/GoldenDataFile.h"
 
 #include <cstring>

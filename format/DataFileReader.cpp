@@ -1,4 +1,4 @@
-#include "reader/DataFileReader.h"
+#include "format/DataFileReader.h"
 
 #include "platform/Files.h"
 #include "platform/Text.h"

@@ -1,7 +1,7 @@
 // Reads the data files back, for the programs that use them.
 #pragma once
 
-#include "reader/DataFileFormat.h"
+#include "format/DataFileFormat.h"
 
 #include <span>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "reader/DataFilePath.h"
+#include "format/DataFilePath.h"
 
 #include "platform/Files.h"
 #include "platform/LastError.h"
