@@ -7,7 +7,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t si
 {
     for (const wchar_t* valueName : {L"", L"Enable", L"ApiHost"}) {
         platform::SettingsValue value;
-        const bool found = platform::native::FindRegValue(
+        const bool found = platform::linux::FindRegValue(
             {bytes, size}, L"HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv", valueName, &value);
         if (!found && !value.data.empty()) {
             std::abort();

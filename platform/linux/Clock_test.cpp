@@ -23,7 +23,7 @@ protected:
     }
     void SetZone(const char* zone) { m_session->SetVariable("TZ", zone); }
 
-    std::unique_ptr<native::CScratchSession> m_session = std::make_unique<native::CScratchSession>();
+    std::unique_ptr<linux::CScratchSession> m_session = std::make_unique<linux::CScratchSession>();
 };
 
 SYSTEMTIME Calendar(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0)

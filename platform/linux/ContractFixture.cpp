@@ -25,7 +25,7 @@ namespace contract {
 
 namespace {
 
-using native::CFileDescriptor;
+using linux::CFileDescriptor;
 
 // Collects what is written to standard error, from when it is made.
 class CErrorOutput {
@@ -55,8 +55,8 @@ private:
 using SettingsLines = std::map<CString, std::map<CString, std::string>>;
 
 struct Environment {
-    native::CScratchSession session;
-    native::CPeerProcess peer;
+    linux::CScratchSession session;
+    linux::CPeerProcess peer;
     std::map<Hive, SettingsLines> settings;
     std::unique_ptr<CErrorOutput> errorOutput;
     CFileDescriptor heldFile;

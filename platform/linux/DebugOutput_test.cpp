@@ -11,7 +11,7 @@
 namespace platform {
 namespace {
 
-using native::CFileDescriptor;
+using linux::CFileDescriptor;
 
 // Puts a descriptor in the place of standard error.
 class CErrorRedirection {

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-namespace platform::native {
+namespace platform::linux {
 
 std::string FolderFromEnvironment(const char* name, const std::string& fallback)
 {
@@ -21,4 +21,4 @@ std::string FolderFromEnvironment(const char* name, const std::string& fallback)
     return path;
 }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -3,11 +3,11 @@
 
 #include <string>
 
-namespace platform::native {
+namespace platform::linux {
 
 // The folder that a variable names, without a separator at its end ("/" alone stays); fallback when it is not set or
 // empty. Empty when it is not absolute: that would be another folder in every working directory. Any thread, as long as
 // none changes the environment.
 std::string FolderFromEnvironment(const char* name, const std::string& fallback);
 
-} // namespace platform::native
+} // namespace platform::linux

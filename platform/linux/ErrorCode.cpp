@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-namespace platform::native {
+namespace platform::linux {
 
 namespace {
 
@@ -63,4 +63,4 @@ DWORD ErrorCodeOf(int error)
 
 void SetLastErrorFrom(int error) { SetLastErrorCode(ErrorCodeOf(error)); }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -3,7 +3,7 @@
 
 #include "platform/Types.h"
 
-namespace platform::native {
+namespace platform::linux {
 
 // The Windows code that stands for an errno value; 31 (general failure) for one without a counterpart.
 DWORD ErrorCodeOf(int error);
@@ -11,4 +11,4 @@ DWORD ErrorCodeOf(int error);
 // Sets the calling thread's last error from an errno value.
 void SetLastErrorFrom(int error);
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -8,7 +8,7 @@
 #include <map>
 #include <sys/stat.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 namespace {
 
@@ -98,4 +98,4 @@ bool CEvent::Reset()
     return wasSet;
 }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -3,7 +3,7 @@
 
 #include "platform/linux/Waiting.h"
 
-namespace platform::native {
+namespace platform::linux {
 
 // A named event of this process: all its handles of one name are copies of one. The event is signalled while its FIFO
 // holds bytes, however many; so any program that writes to the file signals it. The process reads its own FIFO, which
@@ -31,4 +31,4 @@ private:
     CFileDescriptor m_file;
 };
 
-} // namespace platform::native
+} // namespace platform::linux

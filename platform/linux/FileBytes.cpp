@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <sys/stat.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 bool IsRegularFile(const CFileDescriptor& file)
 {
@@ -35,4 +35,4 @@ DWORD ReadBytes(const CFileDescriptor& file, std::size_t maxBytes, std::vector<B
     return ERROR_SUCCESS;
 }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-namespace platform::native {
+namespace platform::linux {
 
 // Whether an open file is a regular one.
 bool IsRegularFile(const CFileDescriptor& file);
@@ -14,4 +14,4 @@ bool IsRegularFile(const CFileDescriptor& file);
 // Appends what the file holds from where it stands to *bytes, until that has maxBytes. The Windows error code.
 DWORD ReadBytes(const CFileDescriptor& file, std::size_t maxBytes, std::vector<BYTE>* bytes);
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -4,7 +4,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace platform::native {
+namespace platform::linux {
 
 // Owns one descriptor, closed when the owner goes or is assigned to. A default-made owner holds none. One thread at a
 // time.
@@ -38,4 +38,4 @@ private:
     int m_descriptor = -1;
 };
 
-} // namespace platform::native
+} // namespace platform::linux

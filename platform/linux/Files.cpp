@@ -18,14 +18,14 @@ const wchar_t* const kPathSeparator = L"/";
 
 class COutputFile {
 public:
-    explicit COutputFile(native::CFileDescriptor descriptor) : m_descriptor(std::move(descriptor)) {}
+    explicit COutputFile(linux::CFileDescriptor descriptor) : m_descriptor(std::move(descriptor)) {}
 
-    native::CFileDescriptor m_descriptor;
+    linux::CFileDescriptor m_descriptor;
 };
 
 namespace {
 
-using native::CFileDescriptor;
+using linux::CFileDescriptor;
 
 // How often a file that somebody takes away between two looks is looked for again.
 constexpr int kOpenAttempts = 100;
@@ -53,10 +53,10 @@ CFileDescriptor OpenOrMakeFile(const std::string& path, bool forAll)
         if (file || errno != ENOENT) {
             return file;
         }
-        file = CFileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | kOpenFlags, native::kFilePrivate));
+        file = CFileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | kOpenFlags, linux::kFilePrivate));
         if (file) {
             // A file system without rights is no obstacle.
-            if (forAll && ::fchmod(file.Get(), native::kFileForAll) != 0 && errno != EPERM) {
+            if (forAll && ::fchmod(file.Get(), linux::kFileForAll) != 0 && errno != EPERM) {
                 return CFileDescriptor();
             }
             return file;
@@ -71,24 +71,24 @@ CFileDescriptor OpenOrMakeFile(const std::string& path, bool forAll)
 // Refuses everything but a regular file and one that others use. The error code.
 DWORD LockRegularFile(const CFileDescriptor& file, int operation)
 {
-    if (!native::IsRegularFile(file)) {
+    if (!linux::IsRegularFile(file)) {
         return ERROR_ACCESS_DENIED;
     }
     if (::flock(file.Get(), operation | LOCK_NB) != 0) {
-        return errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : native::ErrorCodeOf(errno);
+        return errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : linux::ErrorCodeOf(errno);
     }
     return ERROR_SUCCESS;
 }
 
 // The code for a file or folder that could not be made: what is missing then is the folder around it.
-DWORD CodeOfMaking(int error) { return error == ENOENT ? ERROR_PATH_NOT_FOUND : native::ErrorCodeOf(error); }
+DWORD CodeOfMaking(int error) { return error == ENOENT ? ERROR_PATH_NOT_FOUND : linux::ErrorCodeOf(error); }
 
 } // namespace
 
 BOOL GetCommonAppDataFolder(CString* folder)
 {
     folder->clear();
-    const std::string path = native::FolderFromEnvironment("AMPORA_COMMON_APPDATA", "/var/lib");
+    const std::string path = linux::FolderFromEnvironment("AMPORA_COMMON_APPDATA", "/var/lib");
     struct stat status = {};
     if ((::mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) || ::stat(path.c_str(), &status) != 0 ||
         !S_ISDIR(status.st_mode)) {
@@ -107,14 +107,14 @@ BOOL PathExists(const CString& path)
 BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
 {
     const std::string nativePath = NativePath(path);
-    if (::mkdir(nativePath.c_str(), native::kFolderPrivate) != 0) {
+    if (::mkdir(nativePath.c_str(), linux::kFolderPrivate) != 0) {
         SetLastErrorCode(CodeOfMaking(errno));
         return FALSE;
     }
-    if (native::IsOpenToAll(security)) {
+    if (linux::IsOpenToAll(security)) {
         const CFileDescriptor folder(::open(nativePath.c_str(), O_RDONLY | O_DIRECTORY | kOpenFlags));
-        if (!folder || (::fchmod(folder.Get(), native::kFolderForAll) != 0 && errno != EPERM)) {
-            native::SetLastErrorFrom(errno);
+        if (!folder || (::fchmod(folder.Get(), linux::kFolderForAll) != 0 && errno != EPERM)) {
+            linux::SetLastErrorFrom(errno);
             return FALSE;
         }
     }
@@ -123,7 +123,7 @@ BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
 
 OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* security)
 {
-    CFileDescriptor file = OpenOrMakeFile(NativePath(path), native::IsOpenToAll(security));
+    CFileDescriptor file = OpenOrMakeFile(NativePath(path), linux::IsOpenToAll(security));
     if (!file) {
         SetLastErrorCode(CodeOfMaking(errno));
         return nullptr;
@@ -131,7 +131,7 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
     DWORD code = LockRegularFile(file, LOCK_EX);
     // Only with the lock, for a reader may be in the middle of the old content.
     if (code == ERROR_SUCCESS && ::ftruncate(file.Get(), 0) != 0) {
-        code = native::ErrorCodeOf(errno);
+        code = linux::ErrorCodeOf(errno);
     }
     if (code != ERROR_SUCCESS) {
         SetLastErrorCode(code);
@@ -147,7 +147,7 @@ void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t si
         written = ::write(file->m_descriptor.Get(), bytes, size);
     } while (written < 0 && errno == EINTR);
     if (written < 0) {
-        throw CFileException(native::ErrorCodeOf(errno) == ERROR_DISK_FULL ? ERROR_DISK_FULL : ERROR_WRITE_FAULT);
+        throw CFileException(linux::ErrorCodeOf(errno) == ERROR_DISK_FULL ? ERROR_DISK_FULL : ERROR_WRITE_FAULT);
     }
     // A regular file takes less than it is given only when there is no room for the rest.
     if (static_cast<std::size_t>(written) != size) {
@@ -161,11 +161,11 @@ DWORD ReadWholeFile(const CString& path, std::size_t maxBytes, std::vector<BYTE>
     const CFileDescriptor file(::open(NativePath(path).c_str(), O_RDONLY | kOpenFlags));
     if (!file) {
         const int error = errno;
-        return error == ENOENT && !PathExists(FolderOf(path)) ? ERROR_PATH_NOT_FOUND : native::ErrorCodeOf(error);
+        return error == ENOENT && !PathExists(FolderOf(path)) ? ERROR_PATH_NOT_FOUND : linux::ErrorCodeOf(error);
     }
     DWORD code = LockRegularFile(file, LOCK_SH);
     if (code == ERROR_SUCCESS) {
-        code = native::ReadBytes(file, maxBytes, bytes);
+        code = linux::ReadBytes(file, maxBytes, bytes);
     }
     if (code != ERROR_SUCCESS) {
         bytes->clear();

@@ -52,7 +52,7 @@ protected:
         EXPECT_TRUE(bytes.empty());
     }
 
-    native::CScratchSession m_session;
+    linux::CScratchSession m_session;
     mode_t m_umask;
     fs::path m_folder;
     SecurityDescriptorPtr m_plain;

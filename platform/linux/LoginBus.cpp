@@ -6,7 +6,7 @@
 #include <system_error>
 #include <thread>
 
-namespace platform::native {
+namespace platform::linux {
 
 namespace {
 
@@ -179,4 +179,4 @@ std::vector<std::string> CLoginBus::ListenersTo(const std::string& signalName)
     return listeners;
 }
 
-} // namespace platform::native
+} // namespace platform::linux

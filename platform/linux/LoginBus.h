@@ -10,7 +10,7 @@
 #include <systemd/sd-bus.h>
 #include <vector>
 
-namespace platform::native {
+namespace platform::linux {
 
 // A private message bus, and on it, once started, a mock of the login manager. Both end with this object. Operations
 // throw std::runtime_error when they fail. One thread at a time.
@@ -54,4 +54,4 @@ private:
     std::unique_ptr<sd_bus, CloseBus> m_bus; // the test's connection
 };
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -8,7 +8,7 @@
 #include <systemd/sd-login.h>
 #include <unistd.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 namespace {
 
@@ -163,4 +163,4 @@ int CLoginMonitor::OnPropertiesChanged(sd_bus_message* message, void* monitor, s
     return 0;
 }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -9,7 +9,7 @@
 #include <systemd/sd-bus.h>
 #include <vector>
 
-namespace platform::native {
+namespace platform::linux {
 
 // What a window gets about it.
 struct LoginNotice {
@@ -50,4 +50,4 @@ private:
     std::unique_ptr<sd_bus, CloseBus> m_bus; // none: no notices
 };
 
-} // namespace platform::native
+} // namespace platform::linux

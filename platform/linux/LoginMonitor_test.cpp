@@ -5,7 +5,7 @@
 
 #include <gmock/gmock.h>
 
-namespace platform::native {
+namespace platform::linux {
 namespace {
 
 using testing::ElementsAre;
@@ -197,4 +197,4 @@ TEST_F(LinuxLogin, ABusThatEndsIsLetGo)
 }
 
 } // namespace
-} // namespace platform::native
+} // namespace platform::linux

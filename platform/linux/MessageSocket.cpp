@@ -12,7 +12,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 namespace {
 
@@ -194,4 +194,4 @@ bool SendMessageTo(const CFileDescriptor& socket, const PostedMessage& message)
     return ::send(socket.Get(), &message, sizeof(message), MSG_DONTWAIT | MSG_NOSIGNAL) == sizeof(message);
 }
 
-} // namespace platform::native
+} // namespace platform::linux

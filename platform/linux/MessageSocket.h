@@ -8,7 +8,7 @@
 #include <string>
 #include <sys/types.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 // A posted message: one datagram of this size.
 struct PostedMessage {
@@ -55,4 +55,4 @@ CFileDescriptor ConnectMessageSocket(const std::string& name);
 // there any more, EAGAIN when too many messages are waiting. Any thread.
 bool SendMessageTo(const CFileDescriptor& socket, const PostedMessage& message);
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -10,7 +10,7 @@
 #include <system_error>
 #include <thread>
 
-namespace platform::native {
+namespace platform::linux {
 
 namespace {
 
@@ -173,4 +173,4 @@ bool CMutex::AcceptLock()
     return true;
 }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -3,7 +3,7 @@
 
 #include "platform/linux/Waiting.h"
 
-namespace platform::native {
+namespace platform::linux {
 
 // One handle of a named mutex. Owning the mutex means an exclusive flock on its file, whose first byte says so too: it
 // is '1' from the moment the mutex is acquired until it is released. The system drops the flock of a process that ends,
@@ -44,4 +44,4 @@ private:
     bool m_isAwaited = false; // a thread waits for the flock
 };
 
-} // namespace platform::native
+} // namespace platform::linux

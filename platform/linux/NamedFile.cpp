@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 namespace {
 
@@ -139,4 +139,4 @@ bool ShareExistence(const CFileDescriptor& file) { return LockFirstByte(file, F_
 
 void DropExistence(const CFileDescriptor& file) { LockFirstByte(file, F_UNLCK, false); }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::native {
+namespace platform::linux {
 
 // The file name of a named object, "Global\\" removed before; empty when the name cannot be one of a file.
 std::string FileNameOf(std::wstring_view name);
@@ -41,4 +41,4 @@ bool ShareExistence(const CFileDescriptor& file);
 // Lets go of the lock while the file stays open.
 void DropExistence(const CFileDescriptor& file);
 
-} // namespace platform::native
+} // namespace platform::linux

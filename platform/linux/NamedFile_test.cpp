@@ -12,7 +12,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-namespace platform::native {
+namespace platform::linux {
 namespace {
 
 namespace fs = std::filesystem;
@@ -217,4 +217,4 @@ TEST_F(SessionFolder, FailsWithoutTheRuntimeFolder)
 }
 
 } // namespace
-} // namespace platform::native
+} // namespace platform::linux

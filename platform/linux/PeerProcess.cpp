@@ -6,7 +6,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 namespace {
 
@@ -64,4 +64,4 @@ void CPeerProcess::Start()
     ::posix_spawn_file_actions_destroy(&actions);
 }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -6,7 +6,7 @@
 #include <string>
 #include <sys/types.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 // A process of the program contract_peer, which acts on named objects when told to. Made by the first command and, once
 // killed, by the next one. One thread at a time.
@@ -30,4 +30,4 @@ private:
     CFileDescriptor m_answers;
 };
 
-} // namespace platform::native
+} // namespace platform::linux

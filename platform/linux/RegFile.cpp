@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <optional>
 
-namespace platform::native {
+namespace platform::linux {
 
 namespace {
 
@@ -303,4 +303,4 @@ bool FindRegValue(std::span<const BYTE> bytes, std::wstring_view keyPath, std::w
     return found.has_value();
 }
 
-} // namespace platform::native
+} // namespace platform::linux

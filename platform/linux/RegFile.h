@@ -23,7 +23,7 @@
 #include <span>
 #include <string_view>
 
-namespace platform::native {
+namespace platform::linux {
 
 // Finds one value as it were in the registry after the import of this file into an empty one: a later line counts more
 // than an earlier one, and what is deleted is gone. bytes: the file; keyPath: with the root's full name
@@ -33,4 +33,4 @@ namespace platform::native {
 bool FindRegValue(std::span<const BYTE> bytes, std::wstring_view keyPath, std::wstring_view valueName,
                   SettingsValue* value);
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -5,7 +5,7 @@
 
 #include <gmock/gmock.h>
 
-namespace platform::native {
+namespace platform::linux {
 namespace {
 
 using testing::ElementsAre;
@@ -322,4 +322,4 @@ TEST(RegFile, ALargeFileIsReadToItsEnd)
 }
 
 } // namespace
-} // namespace platform::native
+} // namespace platform::linux

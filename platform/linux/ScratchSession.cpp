@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-namespace platform::native {
+namespace platform::linux {
 
 CScratchSession::CScratchSession()
 {
@@ -31,4 +31,4 @@ void CScratchSession::SetVariable(const std::string& name, const char* value)
     value == nullptr ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value, 1);
 }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace platform::native {
+namespace platform::linux {
 
 // As long as it lives, the environment names folders inside a scratch folder for everything that this backend looks up
 // there: session objects, lock files, settings of both hives and common application data. One at a time, made and
@@ -39,4 +39,4 @@ private:
     std::map<std::string, std::optional<std::string>> m_before; // what the variables were
 };
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -12,7 +12,7 @@ public:
     bool m_nullDacl = false;
 };
 
-namespace native {
+namespace linux {
 
 // Whether objects made with this descriptor are everybody's. security: null for the default rights.
 inline bool IsOpenToAll(const CSecurityDescriptor* security) { return security != nullptr && security->m_nullDacl; }
@@ -23,6 +23,6 @@ inline constexpr mode_t kFilePrivate = 0600;
 inline constexpr mode_t kFolderForAll = 0777;
 inline constexpr mode_t kFolderPrivate = 0700;
 
-} // namespace native
+} // namespace linux
 
 } // namespace platform

@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 std::string SessionFolderPath()
 {
@@ -34,4 +34,4 @@ CFileDescriptor OpenSessionFolder()
     return folder;
 }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace platform::native {
+namespace platform::linux {
 
 // Its path: "AmporaSrv" below $XDG_RUNTIME_DIR, or "/tmp/AmporaSrv-" and the user's number where that variable is not
 // set to an absolute path. Nothing is looked at or made. Any thread.
@@ -15,4 +15,4 @@ std::string SessionFolderPath();
 // of the user's own that nobody else may enter. Any thread.
 CFileDescriptor OpenSessionFolder();
 
-} // namespace platform::native
+} // namespace platform::linux

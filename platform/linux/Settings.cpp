@@ -18,14 +18,14 @@ constexpr char kFileBelowFolder[] = "/AmporaSrv/settings.reg";
 // The first folder in $XDG_CONFIG_DIRS, which separates them by colons.
 std::string MachineFolder()
 {
-    const std::string folders = native::FolderFromEnvironment("XDG_CONFIG_DIRS", "/etc/xdg");
+    const std::string folders = linux::FolderFromEnvironment("XDG_CONFIG_DIRS", "/etc/xdg");
     return folders.substr(0, folders.find(':'));
 }
 
 std::string UserFolder()
 {
-    const std::string home = native::FolderFromEnvironment("HOME", {});
-    return native::FolderFromEnvironment("XDG_CONFIG_HOME", home.empty() ? home : home + "/.config");
+    const std::string home = linux::FolderFromEnvironment("HOME", {});
+    return linux::FolderFromEnvironment("XDG_CONFIG_HOME", home.empty() ? home : home + "/.config");
 }
 
 // The whole file. Empty when there is none, it cannot be read or is too long.
@@ -36,8 +36,8 @@ std::vector<BYTE> ReadSettingsFile(const std::string& folder)
         return bytes;
     }
     // Without blocking, for the path may be a FIFO that nobody writes to.
-    const native::CFileDescriptor file(::open((folder + kFileBelowFolder).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!file || !native::IsRegularFile(file) || native::ReadBytes(file, kMaxFileSize + 1, &bytes) != ERROR_SUCCESS ||
+    const linux::CFileDescriptor file(::open((folder + kFileBelowFolder).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file || !linux::IsRegularFile(file) || linux::ReadBytes(file, kMaxFileSize + 1, &bytes) != ERROR_SUCCESS ||
         bytes.size() > kMaxFileSize) {
         bytes.clear();
     }
@@ -51,7 +51,7 @@ BOOL QuerySettingsValue(Hive hive, const CString& keyPath, const wchar_t* valueN
     const bool perUser = hive == Hive::kPerUser;
     const std::vector<BYTE> bytes = ReadSettingsFile(perUser ? UserFolder() : MachineFolder());
     const CString root = perUser ? L"HKEY_CURRENT_USER\\" : L"HKEY_LOCAL_MACHINE\\";
-    return native::FindRegValue(bytes, root + keyPath, valueName, value) ? TRUE : FALSE;
+    return linux::FindRegValue(bytes, root + keyPath, valueName, value) ? TRUE : FALSE;
 }
 
 } // namespace platform

@@ -33,7 +33,7 @@ protected:
         return QuerySettingsValue(hive, L"Software\\Test", L"N", &value) ? value.data.at(0) : -1;
     }
 
-    native::CScratchSession m_session;
+    linux::CScratchSession m_session;
 };
 
 TEST_F(LinuxSettings, AFileHoldsKeysOfItsOwnHiveOnly)

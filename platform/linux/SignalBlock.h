@@ -4,7 +4,7 @@
 #include <csignal>
 #include <pthread.h>
 
-namespace platform::native {
+namespace platform::linux {
 
 // As long as it lives, these signals, beside those that are blocked already, do not reach the calling thread and the
 // threads that it starts meanwhile. Made and destroyed on one thread.
@@ -19,4 +19,4 @@ private:
     sigset_t m_before = {};
 };
 
-} // namespace platform::native
+} // namespace platform::linux

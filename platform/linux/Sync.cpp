@@ -14,7 +14,7 @@ namespace platform {
 
 namespace {
 
-using namespace native;
+using namespace linux;
 
 // As many as the Windows functions take.
 constexpr std::size_t kMaxWaitObjects = 64;

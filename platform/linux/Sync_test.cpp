@@ -18,7 +18,7 @@
 #include <sys/stat.h>
 #include <thread>
 
-namespace platform::native {
+namespace platform::linux {
 namespace {
 
 namespace fs = std::filesystem;
@@ -453,4 +453,4 @@ TEST(LinuxTimer, ARoutineMayDisarmAnotherThatIsDue)
 }
 
 } // namespace
-} // namespace platform::native
+} // namespace platform::linux

@@ -11,7 +11,7 @@
 #include <sys/syscall.h>
 #include <thread>
 
-namespace platform::native {
+namespace platform::linux {
 
 // The name of the calling thread's task.
 inline std::string OwnTask() { return std::to_string(CurrentThreadIdentifier()); }
@@ -47,4 +47,4 @@ inline void Await(const std::function<bool()>& condition)
     EXPECT_TRUE(condition());
 }
 
-} // namespace platform::native
+} // namespace platform::linux

@@ -19,7 +19,7 @@ namespace platform {
 class CThread {
 public:
     // Readable, for good, once the thread has ended.
-    native::CFileDescriptor m_ended = native::CFileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    linux::CFileDescriptor m_ended = linux::CFileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     // Whoever sees it set also sees all that the thread has done; a descriptor alone promises nothing about memory.
     std::atomic<bool> m_hasEnded = false;
 };
@@ -32,7 +32,7 @@ void Run(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 {
     entry(argument);
     // Whoever sees the thread ended also finds the mutexes abandoned that it still owned.
-    native::CThreadState::Current().End();
+    linux::CThreadState::Current().End();
     // Before anybody can know that the thread has ended, so that it does not count for them.
     --g_runningThreads;
     thread->m_hasEnded = true;
@@ -67,7 +67,7 @@ ThreadPtr StartThread(ThreadEntry entry, void* argument)
     } catch (const std::bad_alloc&) {
         error = ENOMEM;
     }
-    native::SetLastErrorFrom(error);
+    linux::SetLastErrorFrom(error);
     return nullptr;
 }
 
@@ -77,7 +77,7 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
         SetLastErrorCode(ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
     }
-    const native::Deadline deadline = native::DeadlineAfter(timeoutMs);
+    const linux::Deadline deadline = linux::DeadlineAfter(timeoutMs);
     std::vector<pollfd> ended = {{thread->m_ended.Get(), POLLIN, 0}};
     for (;;) {
         if (thread->m_hasEnded) {
@@ -86,7 +86,7 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
         if (deadline && std::chrono::steady_clock::now() >= *deadline) {
             return WAIT_TIMEOUT;
         }
-        if (!native::Poll(ended, deadline)) {
+        if (!linux::Poll(ended, deadline)) {
             return WAIT_FAILED;
         }
     }

@@ -13,7 +13,7 @@ namespace platform {
 
 namespace {
 
-using namespace native;
+using namespace linux;
 
 // Does not block: a wait reads it to learn whether the timer is due.
 CFileDescriptor MakeTimerDescriptor(clockid_t clock)

@@ -12,7 +12,7 @@
 
 namespace platform {
 
-namespace native {
+namespace linux {
 
 constinit std::mutex g_dispatcher;
 
@@ -106,14 +106,14 @@ bool Poll(std::vector<pollfd>& descriptors, const Deadline& deadline)
     return true;
 }
 
-} // namespace native
+} // namespace linux
 
 std::deque<CWaitObject::Entry>::const_iterator CWaitObject::FirstEntry() const
 {
     return std::ranges::find_if(m_waits, [](const Entry& entry) { return !entry.wait->ended; });
 }
 
-native::CThreadState* CWaitObject::FirstWaiting() const
+linux::CThreadState* CWaitObject::FirstWaiting() const
 {
     const auto first = FirstEntry();
     return first == m_waits.end() ? nullptr : &first->wait->thread;
@@ -129,7 +129,7 @@ void CWaitObject::EndFirstWait(DWORD status)
 
 CTimer::~CTimer()
 {
-    const std::lock_guard lock(native::g_dispatcher);
+    const std::lock_guard lock(linux::g_dispatcher);
     Detach();
 }
 

@@ -22,7 +22,7 @@ namespace platform {
 
 class CWaitObject;
 
-namespace native {
+namespace linux {
 
 class CMutex;
 
@@ -67,7 +67,7 @@ struct Wait {
     DWORD result = WAIT_TIMEOUT; // once ended
 };
 
-} // namespace native
+} // namespace linux
 
 // A named mutex or event. All members under the dispatcher, but the destructor, which must not hold it.
 class CWaitObject {
@@ -79,7 +79,7 @@ public:
 
     // Takes the object for the calling thread if it is signalled now: WAIT_OBJECT_0 or WAIT_ABANDONED_0. Otherwise
     // WAIT_TIMEOUT, or WAIT_FAILED with the last error set.
-    virtual DWORD TryTake(native::CThreadState& thread) = 0;
+    virtual DWORD TryTake(linux::CThreadState& thread) = 0;
     // Sees to it that the entered waits are ended when the object becomes signalled. False, with the last error set, on
     // failure.
     virtual bool Watch() { return true; }
@@ -87,21 +87,21 @@ public:
     virtual int WatchedDescriptor() const { return -1; }
 
     // Enters a wait; index: of the object among those waited for. Removes all its entries.
-    void Enter(native::Wait& wait, DWORD index) { m_waits.push_back({&wait, index}); }
-    void Remove(const native::Wait& wait)
+    void Enter(linux::Wait& wait, DWORD index) { m_waits.push_back({&wait, index}); }
+    void Remove(const linux::Wait& wait)
     {
         std::erase_if(m_waits, [&wait](const Entry& entry) { return entry.wait == &wait; });
     }
 
 protected:
     // The thread of the wait that was entered first and has not ended; null for none.
-    native::CThreadState* FirstWaiting() const;
+    linux::CThreadState* FirstWaiting() const;
     // Ends that wait with status plus the index. There must be one.
     void EndFirstWait(DWORD status);
 
 private:
     struct Entry {
-        native::Wait* wait;
+        linux::Wait* wait;
         DWORD index;
     };
     std::deque<Entry>::const_iterator FirstEntry() const;
@@ -112,7 +112,7 @@ private:
 // A timer. All members under the dispatcher, but the destructor, which must not hold it.
 class CTimer {
 public:
-    CTimer(native::CFileDescriptor relative, native::CFileDescriptor absolute)
+    CTimer(linux::CFileDescriptor relative, linux::CFileDescriptor absolute)
         : m_relative(std::move(relative)), m_absolute(std::move(absolute))
     {
     }
@@ -123,16 +123,16 @@ public:
     // Takes the timer off its thread's list.
     void Detach();
 
-    native::CFileDescriptor m_relative; // on the monotonic clock
-    native::CFileDescriptor m_absolute; // on the wall clock
-    int m_armed = -1;                   // whichever of them is armed
-    native::CThreadState* m_thread = nullptr;
+    linux::CFileDescriptor m_relative; // on the monotonic clock
+    linux::CFileDescriptor m_absolute; // on the wall clock
+    int m_armed = -1;                  // whichever of them is armed
+    linux::CThreadState* m_thread = nullptr;
     TimerRoutine m_routine = nullptr;
     void* m_argument = nullptr;
     bool m_isDue = false; // the routine is to run
 };
 
-namespace native {
+namespace linux {
 
 // When a wait gives up; none for never.
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
@@ -144,6 +144,6 @@ Deadline DeadlineAfter(DWORD timeoutMs);
 // on failure.
 bool Poll(std::vector<pollfd>& descriptors, const Deadline& deadline);
 
-} // namespace native
+} // namespace linux
 
 } // namespace platform

@@ -60,21 +60,21 @@ public:
     }
 
 private:
-    static native::CFileDescriptor Open(const sigset_t& signals)
+    static linux::CFileDescriptor Open(const sigset_t& signals)
     {
-        return native::CFileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+        return linux::CFileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
     }
 
     sigset_t m_signals;
-    native::CSignalBlock m_block;
-    native::CFileDescriptor m_descriptor;
+    linux::CSignalBlock m_block;
+    linux::CFileDescriptor m_descriptor;
 };
 
 // Everything that a window hears; goes with the window.
 struct Channels {
-    native::CMessageSocket socket;
+    linux::CMessageSocket socket;
     CEndSignals signals;
-    native::CLoginMonitor login;
+    linux::CLoginMonitor login;
 };
 
 } // namespace
@@ -99,7 +99,7 @@ private:
     void Give(UINT message, WPARAM wParam, LPARAM lParam) { m_receiver.ReceiveMessage(*this, message, wParam, lParam); }
     bool Sleep();
     void GiveLoginNotices();
-    void GivePosted(const native::PostedMessage& posted);
+    void GivePosted(const linux::PostedMessage& posted);
 
     CMessageReceiver& m_receiver;
     bool m_isDestroyed = false; // or being so
@@ -156,26 +156,26 @@ int CWindow::RunLoop()
 // Until something is due, which is at once when the loop is to end. False on failure.
 bool CWindow::Sleep()
 {
-    native::Deadline deadline;
+    linux::Deadline deadline;
     if (m_exitCode) {
         deadline = std::chrono::steady_clock::time_point();
     }
     std::vector<pollfd> channels = {{m_channels->socket.Descriptor(), POLLIN, 0},
                                     {m_channels->signals.Descriptor(), POLLIN, 0},
                                     m_channels->login.Watch(&deadline)};
-    return native::Poll(channels, deadline);
+    return linux::Poll(channels, deadline);
 }
 
 void CWindow::GiveLoginNotices()
 {
-    for (const native::LoginNotice& notice : m_channels->login.Process()) {
+    for (const linux::LoginNotice& notice : m_channels->login.Process()) {
         if (m_channels) {
             Give(notice.message, notice.wParam, notice.lParam);
         }
     }
 }
 
-void CWindow::GivePosted(const native::PostedMessage& posted)
+void CWindow::GivePosted(const linux::PostedMessage& posted)
 {
     // What it points to would lie in another process.
     if (posted.message != WM_WINDOWPOSCHANGING) {
@@ -185,9 +185,9 @@ void CWindow::GivePosted(const native::PostedMessage& posted)
 
 class CFoundWindow {
 public:
-    explicit CFoundWindow(native::CFileDescriptor socket) : m_socket(std::move(socket)) {}
+    explicit CFoundWindow(linux::CFileDescriptor socket) : m_socket(std::move(socket)) {}
 
-    native::CFileDescriptor m_socket;
+    linux::CFileDescriptor m_socket;
 };
 
 namespace {
@@ -235,7 +235,7 @@ std::string ReasonOf(int error)
 WindowPtr FailToCreate(const CString& className, DWORD code, const std::string& reason)
 {
     OutputDebugText(DecodeUtf8(std::string(program_invocation_short_name) + ": cannot make the window \"" +
-                               EncodeUtf8(className) + "\" in " + native::SessionFolderPath() + ": " + reason + "\n"));
+                               EncodeUtf8(className) + "\" in " + linux::SessionFolderPath() + ": " + reason + "\n"));
     SetLastErrorCode(code);
     return nullptr;
 }
@@ -256,9 +256,9 @@ WindowPtr CreateDialogWindow(WORD, const wchar_t* className, CMessageReceiver& r
         return FailToCreate(className, ERROR_CANNOT_FIND_WND_CLASS, "its class is not registered");
     }
     auto window = std::make_shared<CWindow>(receiver);
-    if (!window->Create(native::FileNameOf(className))) {
+    if (!window->Create(linux::FileNameOf(className))) {
         const int error = errno;
-        return FailToCreate(className, error == ENOTSOCK ? ERROR_INVALID_HANDLE : native::ErrorCodeOf(error),
+        return FailToCreate(className, error == ENOTSOCK ? ERROR_INVALID_HANDLE : linux::ErrorCodeOf(error),
                             ReasonOf(error));
     }
     return window;
@@ -289,7 +289,7 @@ void EndMessageLoop(CWindow& window, int exitCode) { window.m_exitCode = exitCod
 
 FoundWindowPtr FindWindowOfClass(const wchar_t* className)
 {
-    native::CFileDescriptor socket = native::ConnectMessageSocket(native::FileNameOf(className));
+    linux::CFileDescriptor socket = linux::ConnectMessageSocket(linux::FileNameOf(className));
     return socket ? std::make_shared<CFoundWindow>(std::move(socket)) : nullptr;
 }
 
@@ -299,9 +299,9 @@ BOOL PostToWindow(const FoundWindowPtr& window, UINT message, WPARAM wParam, LPA
         SetLastErrorCode(ERROR_INVALID_WINDOW_HANDLE);
         return FALSE;
     }
-    if (!native::SendMessageTo(window->m_socket, {message, wParam, lParam})) {
+    if (!linux::SendMessageTo(window->m_socket, {message, wParam, lParam})) {
         const bool isGone = errno == ECONNREFUSED || errno == ENOTCONN;
-        SetLastErrorCode(isGone ? ERROR_INVALID_WINDOW_HANDLE : native::ErrorCodeOf(errno));
+        SetLastErrorCode(isGone ? ERROR_INVALID_WINDOW_HANDLE : linux::ErrorCodeOf(errno));
         return FALSE;
     }
     return TRUE;

@@ -20,7 +20,7 @@
 #include <sys/un.h>
 #include <vector>
 
-namespace platform::native {
+namespace platform::linux {
 namespace {
 
 namespace fs = std::filesystem;
@@ -115,7 +115,7 @@ public:
     {
         EXPECT_TRUE(PostToWindow(FindWindowOfClass(kClass), WM_APP, ++m_marks, 0));
         m_recorder.Await(WM_APP, m_marks);
-        native::Await([this] { return IsPolling(m_task); });
+        linux::Await([this] { return IsPolling(m_task); });
     }
     long Switches() const { return VoluntarySwitches(m_task); }
     // How long the thread has been at work.
@@ -508,4 +508,4 @@ TEST_F(LinuxWindow, ABusThatNeverAnswersDelaysNothing)
 }
 
 } // namespace
-} // namespace platform::native
+} // namespace platform::linux

@@ -334,7 +334,7 @@ protected:
         return copy;
     }
 
-    platform::native::CLoginBus m_bus;
+    platform::linux::CLoginBus m_bus;
 };
 
 TEST_F(SystemLinuxLogin, SleepIsSuspendAndWakingUpIsResume)
