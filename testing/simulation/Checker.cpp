@@ -61,7 +61,7 @@ std::string Portable(const CString& text)
     return bytes;
 }
 
-// A whole number that stands for bytes in the trace.
+// A whole number that stands for bytes in the log.
 std::string HashOf(const std::vector<BYTE>& bytes)
 {
     std::uint64_t hash = 0xCBF29CE484222325;
@@ -80,8 +80,8 @@ CString DataFilePath(const Company& company, const Kind& kind)
            platform::FormatText(L"%s_%08X.dat", platform::DecodeUtf8(company.word), kind.code);
 }
 
-CChecker::CChecker(const platform::sim::CMachine& machine, CTrace& trace, CZone zone, UtcMs utcNow, Answerer answer)
-    : m_machine(machine), m_trace(trace), m_zone(std::move(zone)), m_utcAtStart(utcNow - machine.ElapsedMs()),
+CChecker::CChecker(const platform::sim::CMachine& machine, CRunLog& log, CZone zone, UtcMs utcNow, Answerer answer)
+    : m_machine(machine), m_log(log), m_zone(std::move(zone)), m_utcAtStart(utcNow - machine.ElapsedMs()),
       m_answer(std::move(answer))
 {
 }
@@ -94,7 +94,7 @@ void CChecker::Violate(const std::string& text)
     }
 }
 
-void CChecker::Note(const std::string& line) { m_trace.Add(Now(), line); }
+void CChecker::Note(const std::string& line) { m_log.Add(Now(), line); }
 
 // --- What the simulation does
 

@@ -7,7 +7,7 @@
 #include "platform/sim/Observer.h"
 #include "testing/simulation/Due.h"
 #include "testing/simulation/Reports.h"
-#include "testing/simulation/Trace.h"
+#include "testing/simulation/RunLog.h"
 
 #include <deque>
 #include <functional>
@@ -30,7 +30,7 @@ public:
     using Answerer = std::function<Reply(const Kind& kind, const SYSTEMTIME& day, const CZone& zone)>;
 
     // utcNow: the wall clock at virtual time 0. answer: draws what the report API answers.
-    CChecker(const platform::sim::CMachine& machine, CTrace& trace, CZone zone, UtcMs utcNow, Answerer answer);
+    CChecker(const platform::sim::CMachine& machine, CRunLog& log, CZone zone, UtcMs utcNow, Answerer answer);
 
     // --- What the simulation does. Said before it is done, unless told otherwise.
 
@@ -221,7 +221,7 @@ private:
     };
 
     const platform::sim::CMachine& m_machine;
-    CTrace& m_trace;
+    CRunLog& m_log;
     const CZone m_zone;
     UtcMs m_utcAtStart;
     const Answerer m_answer;

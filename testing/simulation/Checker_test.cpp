@@ -461,13 +461,13 @@ TEST(Checker, NoticesAFileThatIsChangedAfterwards)
 TEST(Checker, NoticesThatNothingHasConverged)
 {
     const platform::sim::CMachine machine;
-    CTrace trace(false);
+    CRunLog log(false);
     const CChecker::Answerer answer = [](const Kind&, const SYSTEMTIME&, const CZone&) { return Reply(); };
-    CChecker files(machine, trace, CZone(0), 0, answer);
+    CChecker files(machine, log, CZone(0), 0, answer);
     files.CheckConverged(0);
     ASSERT_TRUE(files.FirstViolation());
     EXPECT_THAT(files.FirstViolation()->text, HasSubstr("is not right again after the faults"));
-    CChecker passes(machine, trace, CZone(0), 0, answer);
+    CChecker passes(machine, log, CZone(0), 0, answer);
     passes.CheckPassSince(1, 0);
     ASSERT_TRUE(passes.FirstViolation());
     EXPECT_THAT(passes.FirstViolation()->text, HasSubstr("has made no pass after the faults"));

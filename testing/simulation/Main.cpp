@@ -104,8 +104,8 @@ void RunSeed(const CommandLine& line, std::uint64_t seed, Sum& sum)
     CSimulation simulation(seed, options, RunAmporaSrv, line.printsTrace);
     simulation.Run();
     if (line.printsTrace) {
-        std::cout << simulation.Trace().Text() << "trace " << simulation.Trace().Hash() << " "
-                  << simulation.Trace().Length() << "\n";
+        std::cout << simulation.Log().Text() << "trace " << simulation.Log().Hash() << " " << simulation.Log().Length()
+                  << "\n";
     }
     sum.passes += simulation.PassCount();
     sum.requests += simulation.RequestCount();

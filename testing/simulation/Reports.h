@@ -49,7 +49,7 @@ struct Reply {
     platform::sim::HttpAnswer answer = {};
     std::int64_t lastsMs = 0;            // until the program goes on
     std::optional<Records> records = {}; // empty: the download or the analysis fails
-    const char* name = "report";         // for the trace
+    const char* name = "report";         // for the log
 };
 
 // Draws the answer to one request. zone: in which the ends of usages are computed.

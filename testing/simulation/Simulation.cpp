@@ -45,10 +45,10 @@ int RunAmporaSrv(const std::vector<CString>& arguments)
     return application.Run(arguments);
 }
 
-CSimulation::CSimulation(std::uint64_t seed, const Options& options, Program program, bool keepsTrace)
+CSimulation::CSimulation(std::uint64_t seed, const Options& options, Program program, bool keepsLog)
     : m_options(options), m_program(std::move(program)), m_random(seed * 3), m_answers(seed * 3 + 1),
-      m_faults(seed * 3 + 2), m_trace(keepsTrace), m_zone(MakeZone()),
-      m_checker(m_machine, m_trace, m_zone, platform::ReadTime() * kSecondMs,
+      m_faults(seed * 3 + 2), m_log(keepsLog), m_zone(MakeZone()),
+      m_checker(m_machine, m_log, m_zone, platform::ReadTime() * kSecondMs,
                 [this](const Kind& kind, const SYSTEMTIME& day, const CZone& zone) {
                     return DrawReply(m_answers, m_isCalm ? Options() : m_options, kind, day, zone);
                 }),

@@ -14,7 +14,7 @@ int RunAmporaSrv(const std::vector<CString>& arguments);
 // One simulation, on a machine of its own.
 class CSimulation {
 public:
-    CSimulation(std::uint64_t seed, const Options& options, Program program, bool keepsTrace);
+    CSimulation(std::uint64_t seed, const Options& options, Program program, bool keepsLog);
     // After a violation it asks the program to end and lets some minutes pass; the simulated machine ends the test
     // program when a thread is left even then.
     ~CSimulation();
@@ -25,7 +25,7 @@ public:
     void Run();
 
     const std::optional<Violation>& FirstViolation() const { return m_checker.FirstViolation(); }
-    const CTrace& Trace() const { return m_trace; }
+    const CRunLog& Log() const { return m_log; }
     unsigned PassCount() const { return m_checker.PassCount(); }
     std::uint64_t RequestCount() const { return m_checker.RequestCount(); }
 
@@ -36,7 +36,7 @@ private:
     };
 
     bool HasFailed() const { return m_checker.FirstViolation().has_value(); }
-    void Note(const std::string& line) { m_trace.Add(m_machine.ElapsedMs(), line); }
+    void Note(const std::string& line) { m_log.Add(m_machine.ElapsedMs(), line); }
     unsigned AnySession() { return static_cast<unsigned>(1 + m_random.Below(m_sessions.size())); }
     // Lets time pass and looks whether all is well.
     void Pass(std::int64_t timeMs);
@@ -77,7 +77,7 @@ private:
     CGenerator m_random;  // what happens
     CGenerator m_answers; // what the report API answers
     CGenerator m_faults;  // which calls fail
-    CTrace m_trace;
+    CRunLog m_log;
     platform::sim::CMachine m_machine;
     CZone m_zone;
     CChecker m_checker;

@@ -17,8 +17,8 @@ Outcome Simulated(std::uint64_t seed, const Options& options)
     CSimulation simulation(seed, options, RunAmporaSrv, true);
     simulation.Run();
     EXPECT_FALSE(simulation.FirstViolation()) << simulation.FirstViolation()->text;
-    const CTrace& trace = simulation.Trace();
-    return {trace.Text(), trace.Hash(), trace.Length(), simulation.PassCount()};
+    const CRunLog& log = simulation.Log();
+    return {log.Text(), log.Hash(), log.Length(), simulation.PassCount()};
 }
 
 Options Everything(unsigned days, unsigned logLevel)

@@ -9,9 +9,9 @@ namespace simulation {
 
 // Lines with the virtual time at which they were written. Their hash and length are always known; the text itself only
 // when it is kept.
-class CTrace {
+class CRunLog {
 public:
-    explicit CTrace(bool keepsText) : m_keepsText(keepsText) {}
+    explicit CRunLog(bool keepsText) : m_keepsText(keepsText) {}
 
     void Add(std::int64_t nowMs, std::string_view line);
 

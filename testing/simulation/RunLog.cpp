@@ -1,8 +1,8 @@
-#include "testing/simulation/Trace.h"
+#include "testing/simulation/RunLog.h"
 
 namespace simulation {
 
-void CTrace::Add(std::int64_t nowMs, std::string_view line)
+void CRunLog::Add(std::int64_t nowMs, std::string_view line)
 {
     std::string text = std::to_string(nowMs) + " ";
     text += line;
