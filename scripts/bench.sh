@@ -4,4 +4,4 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake --preset linux --log-level=WARNING
 cmake --build --preset linux --target ampora_bench -- --quiet
-exec build/linux/bench/ampora_bench "$@"
+exec build/linux/tests/ampora_bench "$@"

@@ -42,11 +42,11 @@ prepare_linux() {
   unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
 }
 start_service_linux() {
-  "$build/app/amporasrv" 2>"$scratch/trace" &
+  "$build/bin/amporasrv" 2>"$scratch/trace" &
   service=$!
 }
-run_service_linux() { "$build/app/amporasrv" "$@" 2>/dev/null; }
-control_linux() { "$build/ctl/amporactl" "$@"; }
+run_service_linux() { "$build/bin/amporasrv" "$@" 2>/dev/null; }
+control_linux() { "$build/bin/amporactl" "$@"; }
 
 data_folder_windows() { echo "$(scripts/wine.sh path)/drive_c/ProgramData/AmporaSrv"; }
 prepare_windows() {
@@ -56,13 +56,13 @@ prepare_windows() {
 start_service_windows() {
   mkfifo "$scratch/listening" # the listener ends when nobody has it open any more
   exec 8<>"$scratch/listening"
-  scripts/wine.sh run "$build/platform/win32/tracecat.exe" <"$scratch/listening" >"$scratch/trace" 2>/dev/null 8>&- &
+  scripts/wine.sh run "$build/tests/tracecat.exe" <"$scratch/listening" >"$scratch/trace" 2>/dev/null 8>&- &
   await 'the listener' grep -q '^ready' "$scratch/trace"
-  scripts/wine.sh run "$build/app/amporasrv.exe" </dev/null >/dev/null 2>&1 8>&- &
+  scripts/wine.sh run "$build/bin/amporasrv.exe" </dev/null >/dev/null 2>&1 8>&- &
   service=$!
 }
-run_service_windows() { scripts/wine.sh run "$build/app/amporasrv.exe" "$@" </dev/null >/dev/null 2>&1; }
-control_windows() { scripts/wine.sh run "$build/ctl/amporactl.exe" "$@" </dev/null 2>/dev/null; }
+run_service_windows() { scripts/wine.sh run "$build/bin/amporasrv.exe" "$@" </dev/null >/dev/null 2>&1; }
+control_windows() { scripts/wine.sh run "$build/bin/amporactl.exe" "$@" </dev/null 2>/dev/null; }
 clean_windows() {
   scripts/wine.sh run reg delete 'HKLM\Software\Halvex' /f </dev/null >/dev/null 2>&1 || true
   scripts/wine.sh stop
@@ -82,10 +82,10 @@ await() {
 }
 
 start_reportd() {
-  local command=("$build/server/ampora-reportd")
+  local command=("$build/bin/ampora-reportd")
   if [ "$platform" = windows ]; then
     scripts/wine.sh start
-    command=(env WINEPREFIX="$(scripts/wine.sh path)" WINEDEBUG=-all wine "$build/server/ampora-reportd.exe")
+    command=(env WINEPREFIX="$(scripts/wine.sh path)" WINEDEBUG=-all wine "$build/bin/ampora-reportd.exe")
   fi
   "${command[@]}" --port 0 </dev/null >"$scratch/reportd" 2>&1 &
   reportd=$!

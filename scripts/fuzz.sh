@@ -12,6 +12,6 @@ for fuzzer in "${fuzzers[@]}"; do
   found=build/linux-fuzz/found/$fuzzer
   mkdir -p "$found"
   printf '\n== %s\n' "$fuzzer"
-  build/linux-fuzz/fuzz/fuzz_"$fuzzer" -max_total_time="${FUZZ_SECONDS:-30}" -timeout=10 -rss_limit_mb=2048 \
+  build/linux-fuzz/tests/fuzz_"$fuzzer" -max_total_time="${FUZZ_SECONDS:-30}" -timeout=10 -rss_limit_mb=2048 \
     -print_final_stats=1 -verbosity=0 -artifact_prefix="$found/broken-" "$found" "fuzz/seeds/$fuzzer"
 done

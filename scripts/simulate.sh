@@ -5,5 +5,5 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 cmake --preset linux >/dev/null
 cmake --build --preset linux --target ampora_simulate -- --quiet
-exec build/linux/testing/simulation/ampora_simulate --first-seed "${FIRST_SEED:-1}" --seeds "${SEEDS:-200}" \
+exec build/linux/tests/ampora_simulate --first-seed "${FIRST_SEED:-1}" --seeds "${SEEDS:-200}" \
   --days "${DAYS:-30}" --jobs "$(nproc)" "$@"

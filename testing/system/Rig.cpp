@@ -291,19 +291,19 @@ std::unique_ptr<CCopy> CWindowsRig::Start(const std::vector<std::string>& argume
 {
     if (!m_impl->listener) {
         m_impl->listener = std::make_shared<CBackgroundProcess>(
-            std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("platform/win32/tracecat.exe").string(),
+            std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/tracecat.exe").string(),
                                      "--ids"},
             Variables(), kCommandLimit);
     }
     const std::vector<std::string> command = {AMPORA_WINE, "run",
-                                              m_impl->Program("platform/win32/procctl.exe").string(), "--",
-                                              "Z:" + m_impl->Program("app/amporasrv.exe").string()};
+                                              m_impl->Program("tests/procctl.exe").string(), "--",
+                                              "Z:" + m_impl->Program("bin/amporasrv.exe").string()};
     return std::make_unique<CWindowsCopy>(Joined(command, arguments), Variables(), m_impl->listener);
 }
 
 ProcessResult CWindowsRig::RunControl(const std::vector<std::string>& arguments)
 {
-    const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Program("ctl/amporactl.exe").string()};
+    const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Program("bin/amporactl.exe").string()};
     ProcessResult result = RunProcess(Joined(command, arguments), Variables(), kCommandLimit);
     std::erase(result.out, '\r');
     std::erase(result.err, '\r');
@@ -315,7 +315,7 @@ fs::path CWindowsRig::CommonFolder() const { return m_impl->commonFolder; }
 std::unique_ptr<CBackgroundProcess> CWindowsRig::HoldOpen(const fs::path& file)
 {
     return std::make_unique<CBackgroundProcess>(
-        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("testing/system/hold-open.exe").string(),
+        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/hold-open.exe").string(),
                                  "Z:" + file.string()},
         Environment{}, kCommandLimit);
 }
@@ -325,7 +325,7 @@ std::string CWindowsRig::ShowWindow(CCopy& copy) { return dynamic_cast<CWindowsC
 std::unique_ptr<CBackgroundProcess> CWindowsRig::StartPeer()
 {
     return std::make_unique<CBackgroundProcess>(
-        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("platform/contract/contract_peer.exe").string()},
+        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/contract_peer.exe").string()},
         Variables());
 }
 
