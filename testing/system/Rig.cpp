@@ -291,12 +291,10 @@ std::unique_ptr<CCopy> CWindowsRig::Start(const std::vector<std::string>& argume
 {
     if (!m_impl->listener) {
         m_impl->listener = std::make_shared<CBackgroundProcess>(
-            std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/tracecat.exe").string(),
-                                     "--ids"},
+            std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/tracecat.exe").string(), "--ids"},
             Variables(), kCommandLimit);
     }
-    const std::vector<std::string> command = {AMPORA_WINE, "run",
-                                              m_impl->Program("tests/procctl.exe").string(), "--",
+    const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Program("tests/procctl.exe").string(), "--",
                                               "Z:" + m_impl->Program("bin/amporasrv.exe").string()};
     return std::make_unique<CWindowsCopy>(Joined(command, arguments), Variables(), m_impl->listener);
 }
@@ -325,8 +323,7 @@ std::string CWindowsRig::ShowWindow(CCopy& copy) { return dynamic_cast<CWindowsC
 std::unique_ptr<CBackgroundProcess> CWindowsRig::StartPeer()
 {
     return std::make_unique<CBackgroundProcess>(
-        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/contract_peer.exe").string()},
-        Variables());
+        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/contract_peer.exe").string()}, Variables());
 }
 
 struct CLinuxRig::Impl {
