@@ -33,14 +33,14 @@ BOOL CAmporaSrvApp::InitInstance()
     CAmporaSrvCmdLineInfo commandLine;
     ParseCommandLine(Arguments(), commandLine);
     if (commandLine.IsExitMode()) {
-        scope.Log().Tra(L"Exit Mode");
-        TellRunningCopyToQuit(scope.Log());
+        scope.Tra(L"Exit Mode");
+        TellRunningCopyToQuit(scope);
         return FALSE;
     }
     platform::InitializeControls(kControlKinds);
     CWinApp::InitInstance();
-    if (ClaimSession(scope.Log())) {
-        RunDialog(scope.Log());
+    if (ClaimSession(scope)) {
+        RunDialog(scope);
     }
     return FALSE;
 }
@@ -74,7 +74,7 @@ int CAmporaSrvApp::ExitInstance()
 {
     const CTraceScope scope(L"CAmporaSrvApp::ExitInstance");
     if (m_hMutex) {
-        scope.Log().Tra(L"Close Mutex");
+        scope.Tra(L"Close Mutex");
         m_hMutex.reset();
     }
     return CWinApp::ExitInstance();

@@ -58,16 +58,16 @@ void CAmporaSrvDlg::OnSessionChange(UINT code, UINT /*sessionId*/)
     const CTraceScope scope(L"CAmporaSrvDlg::OnSessionChange");
     try {
         if (code == WTS_CONSOLE_CONNECT) {
-            scope.Log().Tra(L"Enter User Session");
+            scope.Tra(L"Enter User Session");
             if (!m_updater->Start()) {
-                scope.Log().Err(L"Sesstion Change Start Fail");
+                scope.Err(L"Sesstion Change Start Fail");
             }
         } else if (code == WTS_CONSOLE_DISCONNECT) {
-            scope.Log().Tra(L"Leave User Session");
+            scope.Tra(L"Leave User Session");
             m_updater->Stop(kLeaveTimeoutMs);
         }
     } catch (...) {
-        scope.Log().Err(L"SessionChange Exception");
+        scope.Err(L"SessionChange Exception");
     }
     Default();
 }
@@ -77,16 +77,16 @@ UINT CAmporaSrvDlg::OnPowerBroadcast(UINT event, UINT /*data*/)
     const CTraceScope scope(L"CAmporaSrvDlg::OnPowerBroadcast");
     try {
         if (event == PBT_APMSUSPEND) {
-            scope.Log().Tra(L"Suspend");
+            scope.Tra(L"Suspend");
             m_updater->Stop(kLeaveTimeoutMs);
         } else if (event == PBT_APMRESUMESUSPEND || event == PBT_APMRESUMEAUTOMATIC) {
-            scope.Log().Tra(L"Resume");
+            scope.Tra(L"Resume");
             if (!m_updater->Start()) {
-                scope.Log().Err(L"Resume Start Fail");
+                scope.Err(L"Resume Start Fail");
             }
         }
     } catch (...) {
-        scope.Log().Err(L"PowerEvent Exception");
+        scope.Err(L"PowerEvent Exception");
     }
     return static_cast<UINT>(Default());
 }

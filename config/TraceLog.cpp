@@ -6,26 +6,26 @@
 
 DWORD g_dwLogLevel = 0;
 
-void CTraceLog::Enter() const noexcept
-{
-    if ((g_dwLogLevel & kTraceScope) != 0) {
-        Tra(L"Enter");
-    }
-}
-
-void CTraceLog::Leave() const noexcept
-{
-    if ((g_dwLogLevel & kTraceScope) != 0) {
-        Tra(L"Leave");
-    }
-}
-
 void CTraceLog::Write(const wchar_t* tag, const wchar_t* format,
                       std::span<const platform::TextArgument> arguments) const noexcept
 {
     try {
         OutputTraceLine(tag, m_pszFunction, platform::FormatTextV(format, arguments));
     } catch (...) { // NOLINT(bugprone-empty-catch): a trace line that cannot be made is lost, its writer goes on
+    }
+}
+
+void CTraceScope::Enter() const noexcept
+{
+    if ((g_dwLogLevel & kTraceScope) != 0) {
+        Tra(L"Enter");
+    }
+}
+
+void CTraceScope::Leave() const noexcept
+{
+    if ((g_dwLogLevel & kTraceScope) != 0) {
+        Tra(L"Leave");
     }
 }
 

@@ -13,12 +13,15 @@ inline constexpr DWORD kTraceWar = 2;
 inline constexpr DWORD kTraceTra = 8;
 inline constexpr DWORD kTraceScope = 16; // "Enter" and "Leave", only together with kTraceTra
 
-// Writes trace lines under one function's name. Holds nothing but the pointer to that name, so copies are free. Every
-// operation may be called from any thread and never throws; a line that cannot be formatted or written is lost.
+// Writes trace lines under one function's name. Helpers that trace under their caller's name take a const CTraceLog&,
+// for which the caller hands in its CTraceScope. Holds nothing but the pointer to the name. Every operation may be
+// called from any thread and never throws; a line that cannot be formatted or written is lost.
 class CTraceLog {
 public:
     // pszFunction: qualified name of the function that logs, a literal; must not be null.
     constexpr explicit CTraceLog(const wchar_t* pszFunction) noexcept : m_pszFunction(pszFunction) {}
+    CTraceLog(const CTraceLog&) = delete;
+    CTraceLog& operator=(const CTraceLog&) = delete;
 
     // Each tests its bit before anything is formatted. format: as for platform::FormatText; a message that is not a
     // literal goes in as an argument of L"%s".
@@ -47,10 +50,6 @@ public:
         }
     }
 
-    // "Enter" and "Leave", when both kTraceTra and kTraceScope are set.
-    void Enter() const noexcept;
-    void Leave() const noexcept;
-
 private:
     void Write(const wchar_t* tag, const wchar_t* format,
                std::span<const platform::TextArgument> arguments) const noexcept;
@@ -58,19 +57,19 @@ private:
     const wchar_t* m_pszFunction;
 };
 
-// Writes "Enter" when constructed and "Leave" when destroyed, also by an exception. Log gives the lines between.
-class CTraceScope {
+// The log of a function that also writes "Enter" when it begins and "Leave" when it ends, by an exception, too, when
+// both kTraceTra and kTraceScope are set.
+class CTraceScope : public CTraceLog {
 public:
     // pszFunction: as for CTraceLog.
-    explicit CTraceScope(const wchar_t* pszFunction) noexcept : m_pszFunction(pszFunction) { Log().Enter(); }
-    ~CTraceScope() { Log().Leave(); }
+    explicit CTraceScope(const wchar_t* pszFunction) noexcept : CTraceLog(pszFunction) { Enter(); }
+    ~CTraceScope() { Leave(); }
     CTraceScope(const CTraceScope&) = delete;
     CTraceScope& operator=(const CTraceScope&) = delete;
 
-    CTraceLog Log() const noexcept { return CTraceLog(m_pszFunction); }
-
 private:
-    const wchar_t* m_pszFunction;
+    void Enter() const noexcept;
+    void Leave() const noexcept;
 };
 
 // Formats and writes one line, line feed included, in one call to the debugger output:

@@ -27,9 +27,9 @@ void WriteEverything(DWORD mask)
 {
     g_dwLogLevel = mask;
     const CTraceScope scope(kFunction);
-    scope.Log().Err(L"e");
-    scope.Log().War(L"w");
-    scope.Log().Tra(L"t");
+    scope.Err(L"e");
+    scope.War(L"w");
+    scope.Tra(L"t");
 }
 
 const TraceLine kErr{"ERR", "Test::Work", "e"};
@@ -38,7 +38,7 @@ const TraceLine kTra{"TRA", "Test::Work", "t"};
 const TraceLine kEnter{"TRA", "Test::Work", "Enter"};
 const TraceLine kLeave{"TRA", "Test::Work", "Leave"};
 
-static_assert(std::is_trivially_copyable_v<CTraceLog> && sizeof(CTraceLog) == sizeof(void*));
+static_assert(sizeof(CTraceLog) == sizeof(void*));
 static_assert(sizeof(CTraceScope) == sizeof(void*));
 
 TEST_F(TraceLog, MaskZeroWritesNothing)
@@ -253,9 +253,9 @@ TEST_F(TraceLog, ADisabledLevelNeitherFormatsNorAllocates)
     g_dwLogLevel = 0;
     const CFailingMemory memory(1);
     const CTraceScope scope(kFunction);
-    scope.Log().Err(L"%s", text);
-    scope.Log().War(L"%s", text);
-    scope.Log().Tra(L"%s", text);
+    scope.Err(L"%s", text);
+    scope.War(L"%s", text);
+    scope.Tra(L"%s", text);
     EXPECT_FALSE(memory.HasFailed());
     EXPECT_EQ(m_machine.CallCount(Call::kOutputDebugText), 0U);
 }

@@ -61,7 +61,7 @@ BOOL CAmporaDataCollection::AddAmporaData(const CAmporaDataCollection* other)
 {
     const CTraceScope scope(L"CAmporaDataCollection::AddAmporaData");
     if (other == nullptr) {
-        scope.Log().Err(L"Invalid Parameter");
+        scope.Err(L"Invalid Parameter");
         return FALSE;
     }
     m_records.insert(m_records.end(), other->m_records.begin(), other->m_records.end());
@@ -76,7 +76,7 @@ void CAmporaDataCollection::AdjustData(const SYSTEMTIME& lower, const SYSTEMTIME
     for (auto position = m_records.end(); position != m_records.begin();) {
         const auto record = std::prev(position);
         if (IsOutside(*record, lowerCount, upperCount)) {
-            scope.Log().Tra(L"Out of Range. Remove Item");
+            scope.Tra(L"Out of Range. Remove Item");
             position = m_records.erase(record);
         } else {
             position = record;

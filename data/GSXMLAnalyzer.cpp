@@ -42,12 +42,12 @@ constexpr TagHandler kHandlers[] = {
 
 // Loads with Load or LoadFile of the parser; null also when that throws.
 template <class LoadCall>
-DomElementPtr LoadGuarded(LoadCall load, const wchar_t* function, const wchar_t* failed)
+DomElementPtr LoadGuarded(LoadCall load, const CTraceLog& log, const wchar_t* failed)
 {
     try {
         return load();
     } catch (...) {
-        CTraceLog(function).War(failed);
+        log.War(failed);
         return nullptr;
     }
 }
@@ -67,13 +67,13 @@ CGSXMLAnalyzer::~CGSXMLAnalyzer() { const CTraceScope scope(L"CGSXMLAnalyzer::~C
 
 std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeData(CString strXml)
 {
-    return AnalyzeData(LoadGuarded([&] { return Load(strXml); }, kAnalyzeData, L"Load Exception"));
+    return AnalyzeData(LoadGuarded([&] { return Load(strXml); }, CTraceLog(kAnalyzeData), L"Load Exception"));
 }
 
 std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeFile(CString strPath)
 {
-    return AnalyzeData(
-        LoadGuarded([&] { return LoadFile(strPath); }, L"CGSXMLAnalyzer::AnalyzeFile", L"Load File Exception"));
+    const CTraceLog log(L"CGSXMLAnalyzer::AnalyzeFile");
+    return AnalyzeData(LoadGuarded([&] { return LoadFile(strPath); }, log, L"Load File Exception"));
 }
 
 BOOL CGSXMLAnalyzer::AnalyzeInstantTag(const DomNodePtr& node, CAmporaDataCollection* collection)
@@ -107,7 +107,7 @@ std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeData(const DomElem
 {
     const CTraceScope scope(kAnalyzeData);
     if (!element || GetTagName(element) != kRootTag) {
-        scope.Log().Err(kOtherName);
+        scope.Err(kOtherName);
         return nullptr;
     }
     const DomNodeListPtr children = GetChildNodes(element);
@@ -119,12 +119,12 @@ std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeData(const DomElem
     try {
         collection = std::make_unique<CAmporaDataCollection>();
     } catch (...) {
-        scope.Log().Err(L"Collection Create Fail");
+        scope.Err(L"Collection Create Fail");
         return nullptr;
     }
     for (LONG index = 0; index < count; ++index) {
         if (const DomNodePtr child = GetNode(children, index)) {
-            AnalyzeChild(child, collection.get());
+            AnalyzeChild(scope, child, collection.get());
         }
     }
     return collection;
@@ -135,21 +135,21 @@ BOOL CGSXMLAnalyzer::AnalyzeUsageTag(const DomNodePtr& node, SYSTEMTIME& start, 
 {
     const CTraceScope scope(L"CGSXMLAnalyzer::AnalyzeUsageTag");
     if (!node || GetTagName(node) != L"usage") {
-        scope.Log().Err(kOtherName);
+        scope.Err(kOtherName);
         return FALSE;
     }
     const DomAttributeMapPtr attributes = GetNodeAttributes(node);
     if (!attributes) {
-        scope.Log().Err(L"NO Attribute.");
+        scope.Err(L"NO Attribute.");
         return FALSE;
     }
     if (!GetAttribue(attributes, L"datetime", start)) {
-        scope.Log().Err(L"NO datetime Attribute.");
+        scope.Err(L"NO datetime Attribute.");
         return FALSE;
     }
     CString duration;
     if (!CXMLParser::GetAttribue(attributes, L"duration", duration)) {
-        scope.Log().Err(L"NO duration Attribute.");
+        scope.Err(L"NO duration Attribute.");
         return FALSE;
     }
     ScanUnsigned(duration, durationSeconds);
@@ -162,7 +162,7 @@ BOOL CGSXMLAnalyzer::GetAttribue(const DomAttributeMapPtr& attributes, CString s
     const CTraceScope scope(L"CGSXMLAnalyzer::GetAttribue");
     CString text;
     if (!CXMLParser::GetAttribue(attributes, strName, text)) {
-        scope.Log().Err(L"Node Value Get Fail.");
+        scope.Err(L"Node Value Get Fail.");
         return FALSE;
     }
     ScanDateTime(text, time);
@@ -181,17 +181,17 @@ BOOL CGSXMLAnalyzer::AnalyzeUsages(const wchar_t* function, const DomNodePtr& no
 {
     const CTraceScope scope(function);
     if (!node || GetTagName(node) != tagName) {
-        scope.Log().Err(otherName);
+        scope.Err(otherName);
         return FALSE;
     }
     if (collection == nullptr) {
-        scope.Log().Err(L"Parameter is invalid");
+        scope.Err(L"Parameter is invalid");
         return FALSE;
     }
     const DomNodeListPtr children = GetChildNodes(node);
     const LONG count = GetChildCount(children);
     if (count == 0) {
-        scope.Log().War(L"Data Not Set.");
+        scope.War(L"Data Not Set.");
         return FALSE;
     }
     for (LONG index = 0; index < count; ++index) {
@@ -211,7 +211,7 @@ BOOL CGSXMLAnalyzer::AnalyzePeak(const wchar_t* function, const DomNodePtr& node
 {
     const CTraceScope scope(function);
     const auto fail = [&scope](const wchar_t* message) {
-        scope.Log().Err(message);
+        scope.Err(message);
         return FALSE;
     };
     if (!node || GetTagName(node) != texts.tagName) {
@@ -222,7 +222,7 @@ BOOL CGSXMLAnalyzer::AnalyzePeak(const wchar_t* function, const DomNodePtr& node
     }
     const DomNodeListPtr children = GetChildNodes(node);
     if (GetChildCount(children) == 0) {
-        scope.Log().War(L"Data Not Set.");
+        scope.War(L"Data Not Set.");
         return FALSE;
     }
     const DomNodePtr child = GetNode(children, 0);
@@ -250,9 +250,8 @@ BOOL CGSXMLAnalyzer::AnalyzePeak(const wchar_t* function, const DomNodePtr& node
 }
 
 // Hands a child of the root to its handler and logs the outcome; a failure stops nothing.
-void CGSXMLAnalyzer::AnalyzeChild(const DomNodePtr& child, CAmporaDataCollection* collection)
+void CGSXMLAnalyzer::AnalyzeChild(const CTraceLog& log, const DomNodePtr& child, CAmporaDataCollection* collection)
 {
-    const CTraceLog log(kAnalyzeData);
     const CString name = GetTagName(child);
     for (const TagHandler& handler : kHandlers) {
         if (name != handler.name) {

@@ -4,6 +4,8 @@
 #include "data/AmporaAnalyzer.h"
 #include "data/XMLParser.h"
 
+class CTraceLog;
+
 // Turns a power_report document into records, in document order:
 //
 //   <power_report>
@@ -58,5 +60,5 @@ private:
                        const wchar_t* tagName, const wchar_t* otherName);
     BOOL AnalyzePeak(const wchar_t* function, const platform::DomNodePtr& node, CAmporaDataCollection* collection,
                      const PeakTexts& texts);
-    void AnalyzeChild(const platform::DomNodePtr& child, CAmporaDataCollection* collection);
+    void AnalyzeChild(const CTraceLog& log, const platform::DomNodePtr& child, CAmporaDataCollection* collection);
 };

@@ -95,21 +95,21 @@ void CXMLParser::Finalize() { const CTraceScope scope(L"CXMLParser::Finalize"); 
 DomElementPtr CXMLParser::Load(CString strXml)
 {
     const CTraceScope scope(L"CXMLParser::Load");
-    return LoadDocument(scope.Log(), platform::LoadDomText, strXml, L"XML Load fail.(0x08X)");
+    return LoadDocument(scope, platform::LoadDomText, strXml, L"XML Load fail.(0x08X)");
 }
 
 DomElementPtr CXMLParser::LoadFile(CString strPath)
 {
     const CTraceScope scope(L"CXMLParser::LoadFile");
-    return LoadDocument(scope.Log(), platform::LoadDomFile, strPath, L"XML Load File fail.(0x08X)");
+    return LoadDocument(scope, platform::LoadDomFile, strPath, L"XML Load File fail.(0x08X)");
 }
 
 DomNodeListPtr CXMLParser::GetChildNodes(const DomNodePtr& node)
 {
     const CTraceScope scope(L"CXMLParser::GetChildNodes");
     DomNodeListPtr list;
-    if (IsGiven(scope.Log(), node, kNullNode)) {
-        Succeeded(scope.Log(), platform::GetDomChildNodes(node, &list), kChildrenFailed);
+    if (IsGiven(scope, node, kNullNode)) {
+        Succeeded(scope, platform::GetDomChildNodes(node, &list), kChildrenFailed);
     }
     return list;
 }
@@ -118,8 +118,8 @@ DomNodeListPtr CXMLParser::GetChildNodes(const DomElementPtr& element)
 {
     const CTraceScope scope(L"CXMLParser::GetChildNodes");
     DomNodeListPtr list;
-    if (IsGiven(scope.Log(), element, kNullElement)) {
-        Succeeded(scope.Log(), platform::GetDomChildNodes(element, &list), kChildrenFailed);
+    if (IsGiven(scope, element, kNullElement)) {
+        Succeeded(scope, platform::GetDomChildNodes(element, &list), kChildrenFailed);
     }
     return list;
 }
@@ -128,8 +128,8 @@ DomNodePtr CXMLParser::GetNode(const DomNodeListPtr& list, LONG index)
 {
     const CTraceScope scope(L"CXMLParser::GetNode");
     DomNodePtr node;
-    if (IsGiven(scope.Log(), list, kNullNode)) {
-        Succeeded(scope.Log(), platform::GetDomItem(list, index, &node), L"Node get fail.(0x08X)");
+    if (IsGiven(scope, list, kNullNode)) {
+        Succeeded(scope, platform::GetDomItem(list, index, &node), L"Node get fail.(0x08X)");
     }
     return node;
 }
@@ -138,8 +138,8 @@ DomAttributeMapPtr CXMLParser::GetNodeAttributes(const DomNodePtr& node)
 {
     const CTraceScope scope(L"CXMLParser::GetNodeAttributes");
     DomAttributeMapPtr attributes;
-    if (IsGiven(scope.Log(), node, kNullNode)) {
-        Succeeded(scope.Log(), platform::GetDomAttributes(node, &attributes), L"Attribute get fail.(0x08X)");
+    if (IsGiven(scope, node, kNullNode)) {
+        Succeeded(scope, platform::GetDomAttributes(node, &attributes), L"Attribute get fail.(0x08X)");
     }
     return attributes;
 }
@@ -148,9 +148,8 @@ CString CXMLParser::GetTagName(const DomNodePtr& node)
 {
     const CTraceScope scope(L"CXMLParser::GetTagName");
     CString name;
-    if (IsGiven(scope.Log(), node, kNullNode) &&
-        Succeeded(scope.Log(), platform::GetDomNodeName(node, &name), kTagNameFailed)) {
-        scope.Log().Tra(kTagName, name);
+    if (IsGiven(scope, node, kNullNode) && Succeeded(scope, platform::GetDomNodeName(node, &name), kTagNameFailed)) {
+        scope.Tra(kTagName, name);
     }
     return name;
 }
@@ -159,9 +158,9 @@ CString CXMLParser::GetTagName(const DomElementPtr& element)
 {
     const CTraceScope scope(L"CXMLParser::GetTagName");
     CString name;
-    if (IsGiven(scope.Log(), element, kNullElement) &&
-        Succeeded(scope.Log(), platform::GetDomTagName(element, &name), kTagNameFailed)) {
-        scope.Log().Tra(kTagName, name);
+    if (IsGiven(scope, element, kNullElement) &&
+        Succeeded(scope, platform::GetDomTagName(element, &name), kTagNameFailed)) {
+        scope.Tra(kTagName, name);
     }
     return name;
 }
@@ -170,9 +169,9 @@ CString CXMLParser::GetTagValue(const DomNodePtr& node)
 {
     const CTraceScope scope(L"CXMLParser::GetTagValue");
     CString text;
-    if (IsGiven(scope.Log(), node, kNullNode) &&
-        Succeeded(scope.Log(), platform::GetDomText(node, &text), L"Tag Value get fail.(0x08X)")) {
-        scope.Log().Tra(L"TagValue is \"%s\"", text);
+    if (IsGiven(scope, node, kNullNode) &&
+        Succeeded(scope, platform::GetDomText(node, &text), L"Tag Value get fail.(0x08X)")) {
+        scope.Tra(L"TagValue is \"%s\"", text);
     }
     return text;
 }
@@ -181,9 +180,9 @@ LONG CXMLParser::GetChildCount(const DomNodeListPtr& list)
 {
     const CTraceScope scope(L"CXMLParser::GetChildCount");
     LONG count = 0;
-    if (IsGiven(scope.Log(), list, kNullNode)) {
-        Succeeded(scope.Log(), platform::GetDomLength(list, &count), L"ChildName Count get fail.(0x08X)");
-        scope.Log().Tra(L"ChildNode Count is %d", count);
+    if (IsGiven(scope, list, kNullNode)) {
+        Succeeded(scope, platform::GetDomLength(list, &count), L"ChildName Count get fail.(0x08X)");
+        scope.Tra(L"ChildNode Count is %d", count);
     }
     return count;
 }
@@ -192,24 +191,23 @@ bool CXMLParser::GetAttribue(const DomAttributeMapPtr& attributes, CString strNa
 {
     const CTraceScope scope(L"CXMLParser::GetAttribue");
     if (!attributes || strName.empty()) {
-        scope.Log().Err(L"Node Parameter NULL or AttrName Empty.");
+        scope.Err(L"Node Parameter NULL or AttrName Empty.");
         return false;
     }
     DomNodePtr attribute;
-    if (!Succeeded(scope.Log(), platform::GetDomNamedItem(attributes, strName, &attribute),
+    if (!Succeeded(scope, platform::GetDomNamedItem(attributes, strName, &attribute),
                    L"Target Attribute get fail.(0x%08X)")) {
         return false;
     }
     if (!attribute) {
-        scope.Log().Tra(L"Target Attribute no Attirbute.");
+        scope.Tra(L"Target Attribute no Attirbute.");
         return false;
     }
     CString text;
-    if (!Succeeded(scope.Log(), platform::GetDomNodeValue(attribute, &text),
-                   L"Target Attribute Value get fail.(0x%08X)")) {
+    if (!Succeeded(scope, platform::GetDomNodeValue(attribute, &text), L"Target Attribute Value get fail.(0x%08X)")) {
         return false;
     }
     value = std::move(text);
-    scope.Log().Tra(L"Attribute : \"%s\" = \"%s\"", strName, value);
+    scope.Tra(L"Attribute : \"%s\" = \"%s\"", strName, value);
     return true;
 }

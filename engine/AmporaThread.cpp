@@ -36,7 +36,7 @@ BOOL CAmporaThread::Start()
     auto launch = std::make_unique<Launch>(Launch{this, weak_from_this().lock(), m_run});
     m_thread = platform::StartThread(&CAmporaThread::_CallThreadProc, launch.get());
     if (!m_thread) {
-        scope.Log().Err(L"Thread Create Fail");
+        scope.Err(L"Thread Create Fail");
         return FALSE;
     }
     // From here on it belongs to the thread.

@@ -27,8 +27,6 @@ constexpr Kind kKinds[] = {
     {kInstantUsage, true}, {kActualUsage, true}, {kEstimatedUsage, true}, {kPeakSupply, false}, {kPeakDemand, false},
 };
 
-constexpr wchar_t kUpdateOneName[] = L"CAmporaUpdater::UpdateOnePowerCompany";
-
 } // namespace
 
 CAmporaUpdater::CAmporaUpdater() { const CTraceScope scope(L"CAmporaUpdater::CAmporaUpdater"); }
@@ -52,28 +50,28 @@ BOOL CAmporaUpdater::Start()
     const CTraceScope scope(L"CAmporaUpdater::Start");
     const CAutoLock lock(&m_lock);
     if (Objects().event) {
-        scope.Log().Tra(L"Already Started");
+        scope.Tra(L"Already Started");
         return TRUE;
     }
     // Every user's and every session's copy must be able to open them.
-    const platform::SecurityDescriptorPtr everybody = MakeNullDacl(scope.Log());
+    const platform::SecurityDescriptorPtr everybody = MakeNullDacl(scope);
     if (!everybody) {
         return FALSE;
     }
     NamedObjects objects;
     objects.mutex = platform::CreateNamedMutex(kUpdateMutexName, FALSE, everybody.get());
     if (!objects.mutex) {
-        scope.Log().Err(L"CreateMutex Fail.");
+        scope.Err(L"CreateMutex Fail.");
         return FALSE;
     }
     objects.event = platform::CreateNamedEvent(kUpdateEventName, everybody.get());
     if (!objects.event) {
-        scope.Log().Err(L"CreateEvent Fail.");
+        scope.Err(L"CreateEvent Fail.");
         return FALSE;
     }
     SetObjects(std::move(objects));
     if (!CAmporaThread::Start()) {
-        scope.Log().Err(L"Start Fail.");
+        scope.Err(L"Start Fail.");
         SetObjects({});
         return FALSE;
     }
@@ -102,28 +100,28 @@ void CAmporaUpdater::ThreadProc()
     CAmporaKyushuPowerCompany kyushu;
     CAmporaSiteConfig* const sites[] = {&tokyo, &tohoku, &kansai, &chubu, &kyushu, nullptr};
     if (IsExitSet()) {
-        scope.Log().Tra(L"Exit...");
+        scope.Tra(L"Exit...");
         return;
     }
     BOOL initialResult = TRUE;
     if (m_initialUpdate) {
-        initialResult = RunInitialUpdate(scope.Log(), sites);
+        initialResult = RunInitialUpdate(scope, sites);
         m_initialUpdate = false;
     }
     if (IsExitSet()) {
-        scope.Log().Tra(L"Exit...");
+        scope.Tra(L"Exit...");
         return;
     }
     CWaitTableTimer timer;
     if (timer.Create()) {
-        scope.Log().Tra(L"Created Timer");
+        scope.Tra(L"Created Timer");
     } else {
-        scope.Log().Err(L"Timer Create Fail");
+        scope.Err(L"Timer Create Fail");
     }
     // Without a first pass to count an interval from, today's base time comes first.
-    const bool armed = !initialResult && ArmBaseTimer(scope.Log(), timer);
+    const bool armed = !initialResult && ArmBaseTimer(scope, timer);
     if (!IsExitSet()) {
-        RunSchedule(scope.Log(), timer, armed, sites);
+        RunSchedule(scope, timer, armed, sites);
     }
     timer.Close();
 }
@@ -250,7 +248,7 @@ BOOL CAmporaUpdater::Update(CAmporaSiteConfig* const* sites)
     }
     if (turn.exit) {
         // A mutex acquired at this moment is left to be abandoned by the ending thread.
-        scope.Log().Tra(L"Exit Signal.");
+        scope.Tra(L"Exit Signal.");
         return FALSE;
     }
     BOOL result = TRUE;
@@ -264,7 +262,7 @@ BOOL CAmporaUpdater::Update(CAmporaSiteConfig* const* sites)
             UpdateOnePowerCompany(&m_httpClient, *sites, start, end);
             if (IsExitSet()) {
                 result = FALSE;
-                scope.Log().Tra(L"Exit Flag ON");
+                scope.Tra(L"Exit Flag ON");
                 break;
             }
         }
@@ -279,9 +277,9 @@ BOOL CAmporaUpdater::Update(CAmporaSiteConfig* const* sites)
 void CAmporaUpdater::UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSiteConfig* site, const SYSTEMTIME& start,
                                            const SYSTEMTIME& end)
 {
-    const CTraceScope scope(kUpdateOneName);
+    const CTraceScope scope(L"CAmporaUpdater::UpdateOnePowerCompany");
     if (site == nullptr) {
-        scope.Log().Err(L"Invalid Parameter");
+        scope.Err(L"Invalid Parameter");
         return;
     }
     for (const Kind& kind : kKinds) {
@@ -289,9 +287,10 @@ void CAmporaUpdater::UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSit
             return;
         }
         try {
-            const std::unique_ptr<CAmporaDataCollection> merged = FetchDays(*client, *site, kind.dataType, start, end);
+            const std::unique_ptr<CAmporaDataCollection> merged =
+                FetchDays(scope, *client, *site, kind.dataType, start, end);
             if (IsExitSet()) {
-                scope.Log().Tra(L"Exit Flag on");
+                scope.Tra(L"Exit Flag on");
                 return;
             }
             if (merged) {
@@ -307,11 +306,10 @@ void CAmporaUpdater::UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSit
     }
 }
 
-std::unique_ptr<CAmporaDataCollection> CAmporaUpdater::FetchDays(CAmporaHttpClient& client, CAmporaSiteConfig& site,
-                                                                 DWORD dataType, const SYSTEMTIME& start,
-                                                                 const SYSTEMTIME& end) const
+std::unique_ptr<CAmporaDataCollection> CAmporaUpdater::FetchDays(const CTraceLog& log, CAmporaHttpClient& client,
+                                                                 CAmporaSiteConfig& site, DWORD dataType,
+                                                                 const SYSTEMTIME& start, const SYSTEMTIME& end) const
 {
-    const CTraceLog log(kUpdateOneName);
     std::unique_ptr<CAmporaDataCollection> merged;
     std::int64_t day = TimeFromCalendar(start);
     const std::int64_t last = TimeFromCalendar(end);
@@ -351,9 +349,9 @@ BOOL CAmporaUpdater::SetIntervalUpdate(CWaitTableTimer* timer)
     LONG minimum = 0;
     LONG maximum = 0;
     CConfigUtil::GetIntervalSetting(interval, minimum, maximum);
-    scope.Log().Tra(L"Interval:%dmin, Rand:%dmin - %dmin", interval, minimum, maximum);
+    scope.Tra(L"Interval:%dmin, Rand:%dmin - %dmin", interval, minimum, maximum);
     const LONG random = m_random.Draw(minimum, maximum);
-    scope.Log().Tra(L"Set Interval:%dmin", LONGLONG{interval} + random);
+    scope.Tra(L"Set Interval:%dmin", LONGLONG{interval} + random);
     const LARGE_INTEGER dueTime = IntervalDueTime(interval, random);
     return timer->Start(&dueTime);
 }

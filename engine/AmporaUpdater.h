@@ -56,8 +56,9 @@ private:
     };
     Turn WaitForTurn(const NamedObjects& objects) const;
     // The records of all days of one kind in one list; null when no day gave any.
-    std::unique_ptr<CAmporaDataCollection> FetchDays(CAmporaHttpClient& client, CAmporaSiteConfig& site, DWORD dataType,
-                                                     const SYSTEMTIME& start, const SYSTEMTIME& end) const;
+    std::unique_ptr<CAmporaDataCollection> FetchDays(const CTraceLog& log, CAmporaHttpClient& client,
+                                                     CAmporaSiteConfig& site, DWORD dataType, const SYSTEMTIME& start,
+                                                     const SYSTEMTIME& end) const;
     // The pass at the first start. Whether it was made and handled every site.
     BOOL RunInitialUpdate(const CTraceLog& log, CAmporaSiteConfig* const* sites);
     // Arms the timer for today's base time, if that is still to come. Whether it was armed.

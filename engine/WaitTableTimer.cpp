@@ -26,10 +26,10 @@ BOOL CWaitTableTimer::Create()
     }
     m_timer = platform::MakeTimer();
     if (!m_timer) {
-        scope.Log().Err(L"Timer Create Fail.(0x%08X)", platform::GetLastErrorCode());
+        scope.Err(L"Timer Create Fail.(0x%08X)", platform::GetLastErrorCode());
         return FALSE;
     }
-    scope.Log().Tra(L"Created Timer");
+    scope.Tra(L"Created Timer");
     return TRUE;
 }
 
@@ -39,10 +39,10 @@ BOOL CWaitTableTimer::Start(const LARGE_INTEGER* dueTime)
     const CAutoLock lock(&m_lock);
     const BOOL started = platform::ArmTimer(m_timer, dueTime, &CWaitTableTimer::_TimerAPCProc, this);
     if (!started) {
-        scope.Log().Err(L"Timer Start Fail.(0x%08X)", platform::GetLastErrorCode());
+        scope.Err(L"Timer Start Fail.(0x%08X)", platform::GetLastErrorCode());
         return started;
     }
-    scope.Log().Tra(L"Timer Started");
+    scope.Tra(L"Timer Started");
     return started;
 }
 
@@ -52,9 +52,9 @@ BOOL CWaitTableTimer::Cancel()
     const CAutoLock lock(&m_lock);
     if (m_timer) {
         if (platform::DisarmTimer(m_timer)) {
-            scope.Log().Tra(L"Timer Canceled.");
+            scope.Tra(L"Timer Canceled.");
         } else {
-            scope.Log().War(L"Timer Cancel Fail.(0x%08X)", platform::GetLastErrorCode());
+            scope.War(L"Timer Cancel Fail.(0x%08X)", platform::GetLastErrorCode());
         }
     }
     return TRUE;
@@ -75,11 +75,11 @@ void CWaitTableTimer::_TimerAPCProc(void* arg, DWORD timerLowValue, DWORD timerH
     const CTraceScope scope(L"CWaitTableTimer::_TimerAPCProc");
     try {
         if (arg == nullptr) {
-            scope.Log().War(L"Param is not CWaitTableTimer Obj");
+            scope.War(L"Param is not CWaitTableTimer Obj");
             return;
         }
         static_cast<CWaitTableTimer*>(arg)->OnTimerEvent(timerLowValue, timerHighValue);
     } catch (...) {
-        scope.Log().War(L"Timer Proc Exception");
+        scope.War(L"Timer Proc Exception");
     }
 }

@@ -57,23 +57,22 @@ std::unique_ptr<CAmporaDataCollection> CAmporaGoolgeSiteConfig::AnalyzeData(DWOR
                                                                             DWORD status)
 {
     const CTraceScope scope(L"CAmporaGoolgeSiteConfig::AnalyzeData");
-    const CTraceLog log = scope.Log();
     if (!body.empty()) {
         try {
             return m_analyzer->AnalyzeData(std::move(body));
         } catch (...) {
-            log.Err(L"Analyze Exception!");
+            scope.Err(L"Analyze Exception!");
             return nullptr;
         }
     }
     if (status != kStatusNoData) {
-        log.Err(L"Data is Empty");
+        scope.Err(L"Data is Empty");
         return nullptr;
     }
-    log.Tra(L"No Data");
+    scope.Tra(L"No Data");
     std::unique_ptr<CAmporaDataCollection> collection = MakeCollection();
     if (!collection) {
-        log.Err(L"CAmporaDataCollection Allocate Fail!");
+        scope.Err(L"CAmporaDataCollection Allocate Fail!");
     }
     // Set in both cases: callers that look at it learn by it that the list is empty for want of data.
     platform::SetLastErrorCode(ERROR_OUTOFMEMORY);
@@ -96,18 +95,17 @@ void CAmporaGoolgeSiteConfig::OutData(CString filePath, DWORD dataType, const CA
                                       SYSTEMTIME writeTime)
 {
     const CTraceScope scope(L"CAmporaGoolgeSiteConfig::OutData");
-    const CTraceLog log = scope.Log();
     if (collection == nullptr) {
-        log.Err(L"Param is NULL");
+        scope.Err(L"Param is NULL");
         return;
     }
-    const platform::SecurityDescriptorPtr security = MakeNullDacl(log);
+    const platform::SecurityDescriptorPtr security = MakeNullDacl(scope);
     if (!security) {
         return;
     }
     const platform::OutputFilePtr file = platform::OpenForReplace(filePath, security.get());
     if (!file) {
-        log.Err(L"Open Fail.");
+        scope.Err(L"Open Fail.");
         return;
     }
     const auto& records = collection->Records();
@@ -121,23 +119,22 @@ void CAmporaGoolgeSiteConfig::OutData(CString filePath, DWORD dataType, const CA
 CString CAmporaGoolgeSiteConfig::GetSaveFolderPath()
 {
     const CTraceScope scope(L"CAmporaGoolgeSiteConfig::GetSaveFolderPath");
-    const CTraceLog log = scope.Log();
     CString path = DataFolder();
     if (path.empty()) {
-        log.Err(L"Get Common App Folder Fail.");
+        scope.Err(L"Get Common App Folder Fail.");
         return {};
     }
     if (platform::PathExists(path)) {
         return path;
     }
-    const platform::SecurityDescriptorPtr security = MakeNullDacl(log);
+    const platform::SecurityDescriptorPtr security = MakeNullDacl(scope);
     if (!security) {
         return {};
     }
     if (platform::MakeFolder(path, security.get())) {
-        log.Tra(L"Save Folder Created(%s)", path);
+        scope.Tra(L"Save Folder Created(%s)", path);
     } else {
-        log.War(L"Save Folder Create Fail");
+        scope.War(L"Save Folder Create Fail");
     }
     return path;
 }

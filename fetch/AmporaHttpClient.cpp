@@ -93,27 +93,26 @@ CAmporaHttpClient::~CAmporaHttpClient()
 BOOL CAmporaHttpClient::GetData(CString strUrl, CString& body, DWORD& status)
 {
     const CTraceScope scope(L"CAmporaHttpClient::GetData");
-    const CTraceLog log = scope.Log();
-    if (!IsOnLine(log)) {
+    if (!IsOnLine(scope)) {
         return FALSE;
     }
     UrlParts url;
     if (!SplitUrl(strUrl, &url)) {
-        log.Err(L"AfxParseURL Fail.");
+        scope.Err(L"AfxParseURL Fail.");
         return FALSE;
     }
     const platform::HttpConnectionPtr connection = Connect(m_session, url);
     if (!connection) {
-        log.Err(L"CHttpConnection Create Fail.");
+        scope.Err(L"CHttpConnection Create Fail.");
         platform::SetLastErrorCode(ERROR_OUTOFMEMORY);
         return FALSE;
     }
     // What this throws is the caller's: a request that cannot even be prepared is no failed download.
     const platform::HttpRequestPtr request = platform::OpenHttpRequest(connection, url.object, kContext);
     try {
-        return Receive(request, body, status, log);
+        return Receive(request, body, status, scope);
     } catch (const std::exception&) {
-        log.War(L"Exception!");
+        scope.War(L"Exception!");
         return FALSE;
     }
 }

@@ -34,11 +34,11 @@ public:
     {
         const CTraceScope scope(Company.getUrlName);
         if (!CConfigUtil::IsSiteEnable(Company.siteNumber)) {
-            scope.Log().Tra(L"Not Update Setting");
+            scope.Tra(L"Not Update Setting");
             return {};
         }
         if ((dataType & CConfigUtil::GetSupportDataType(Company.siteNumber, Company.defaultMask)) == 0) {
-            scope.Log().Tra(L"Not Support Setting");
+            scope.Tra(L"Not Support Setting");
             return {};
         }
         return GetURL(FileKeyOfSite(Company.siteNumber), dataType, day);
@@ -50,12 +50,12 @@ public:
         const CTraceScope scope(Company.outDataName);
         // Called for the folder's sake: GetFilePath below finds it for itself.
         if (GetSaveFolderPath().empty()) {
-            scope.Log().Err(L"Save Folder Path Get Fail.");
+            scope.Err(L"Save Folder Path Get Fail.");
             return;
         }
         wchar_t filePath[MAX_PATH];
         if (!GetFilePath(filePath, Company.siteNumber, dataType)) {
-            scope.Log().Err(L"Save File Path Get Fail.");
+            scope.Err(L"Save File Path Get Fail.");
             return;
         }
         OutData(filePath, dataType, collection, writeTime);
