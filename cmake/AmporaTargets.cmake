@@ -45,8 +45,11 @@ endfunction()
 
 # ampora_test(NAME SOURCES ... LINK ... [PLATFORM target] [LEFT_OUT filter]): a test program, one CTest test a case. It
 # runs on the simulated machine unless PLATFORM names another backend. LEFT_OUT: the tests that cannot be run here, as a
-# GoogleTest filter; empty for none.
+# GoogleTest filter; empty for none. Without AMPORA_TESTS there is no such program.
 function(ampora_test name)
+  if(NOT AMPORA_TESTS)
+    return()
+  endif()
   cmake_parse_arguments(arg "" "PLATFORM;TIMEOUT;LEFT_OUT" "SOURCES;LINK" ${ARGN})
   if(NOT arg_PLATFORM)
     set(arg_PLATFORM ampora_platform_sim)
