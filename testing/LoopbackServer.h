@@ -1,7 +1,7 @@
 // An HTTP server for tests, on loopback.
 #pragma once
 
-#include "platform/sim/HttpAnswer.h"
+#include "testing/HttpAnswer.h"
 
 #include <chrono>
 #include <memory>

@@ -3,8 +3,8 @@
 // Functions are called between SetUp and TearDown of Fixture.h, on the test's main thread.
 #pragma once
 
-#include "platform/sim/HttpAnswer.h"
 #include "platform/Types.h"
+#include "testing/HttpAnswer.h"
 
 #include <vector>
 

@@ -8,8 +8,8 @@
 #pragma once
 
 #include "platform/Settings.h"
-#include "platform/sim/HttpAnswer.h"
 #include "platform/Types.h"
+#include "testing/HttpAnswer.h"
 
 #include <functional>
 #include <memory>

@@ -1,7 +1,7 @@
 // The report API of the simulation, and what the program has to make of its answers.
 #pragma once
 
-#include "platform/sim/HttpAnswer.h"
+#include "testing/HttpAnswer.h"
 #include "testing/simulation/LocalTime.h"
 #include "testing/simulation/Options.h"
 

@@ -2,7 +2,7 @@
 // have to hold then. Everything here is written down anew, apart from the program's own code.
 #pragma once
 
-#include "platform/sim/HttpAnswer.h"
+#include "testing/HttpAnswer.h"
 
 #include <ctime>
 #include <optional>
