@@ -107,9 +107,9 @@ TEST_F(AmporaSrvApp, PassesOfTwoSessionsDoNotOverlap)
 {
     Put(L"Enable", 1);
     std::vector<DWORD> requesters;
-    m_machine.SetHttpHandler([&](const platform::sim::HttpExchange& exchange) {
+    m_machine.SetHttpHandler([&](const testing_support::HttpExchange& exchange) {
         requesters.push_back(exchange.processId);
-        return platform::sim::HttpAnswer{.status = 503, .latencyMs = 50};
+        return testing_support::HttpAnswer{.status = 503, .latencyMs = 50};
     });
     Start({}, 1);
     Start({}, 2);

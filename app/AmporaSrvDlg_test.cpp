@@ -6,13 +6,13 @@ namespace {
 
 using namespace testing_support;
 using platform::sim::Call;
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Optional;
 using ::testing::SizeIs;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
 
 constexpr char kSessionName[] = "CAmporaSrvDlg::OnSessionChange";
 constexpr char kPowerName[] = "CAmporaSrvDlg::OnPowerBroadcast";

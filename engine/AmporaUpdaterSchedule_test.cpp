@@ -14,13 +14,13 @@ namespace {
 
 using platform::Hive;
 using platform::sim::Call;
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using testing_support::CountTrace;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
 using testing_support::TraceLine;
 
 constexpr wchar_t kMainKey[] = L"Software\\Halvex\\AmporaSrv";

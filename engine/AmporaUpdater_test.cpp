@@ -21,14 +21,14 @@ namespace {
 
 using platform::Hive;
 using platform::sim::Call;
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
 using platform::sim::SimFile;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 using ::testing::SizeIs;
 using testing_support::CountTrace;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
 using testing_support::SlotOf;
 using testing_support::TraceLine;
 using testing_support::TraceMessages;

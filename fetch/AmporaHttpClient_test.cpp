@@ -11,11 +11,11 @@
 namespace {
 
 using platform::sim::Call;
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
-using platform::sim::HttpFault;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
+using testing_support::HttpFault;
 using testing_support::TraceLine;
 using testing_support::TraceLines;
 using testing_support::TraceMessages;

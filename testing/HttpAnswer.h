@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace platform::sim {
+namespace testing_support {
 
 // What goes wrong with an answer.
 enum class HttpFault {
@@ -44,4 +44,4 @@ struct HttpExchange {
 
 using HttpHandler = std::function<HttpAnswer(const HttpExchange&)>;
 
-} // namespace platform::sim
+} // namespace testing_support

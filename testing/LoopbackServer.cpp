@@ -26,9 +26,6 @@ namespace testing_support {
 
 namespace asio = boost::asio;
 using asio::ip::tcp;
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
-using platform::sim::HttpFault;
 
 namespace {
 
@@ -164,7 +161,7 @@ asio::awaitable<bool> Give(tcp::socket& socket, const HttpAnswer& answer, const 
 } // namespace
 
 struct CLoopbackServer::Impl {
-    explicit Impl(platform::sim::HttpHandler answerer) : handler(std::move(answerer)), acceptor(io, kAnyLoopbackPort)
+    explicit Impl(HttpHandler answerer) : handler(std::move(answerer)), acceptor(io, kAnyLoopbackPort)
     {
         asio::co_spawn(io, Accept(), asio::detached);
         thread = std::thread([this] { io.run(); });
@@ -263,7 +260,7 @@ struct CLoopbackServer::Impl {
         return prelude;
     }
 
-    const platform::sim::HttpHandler handler;
+    const HttpHandler handler;
 
     std::mutex mutex; // guards what follows
     std::string prelude = {};
@@ -279,10 +276,7 @@ struct CLoopbackServer::Impl {
     std::thread thread;
 };
 
-CLoopbackServer::CLoopbackServer(platform::sim::HttpHandler handler)
-    : m_impl(std::make_unique<Impl>(std::move(handler)))
-{
-}
+CLoopbackServer::CLoopbackServer(HttpHandler handler) : m_impl(std::make_unique<Impl>(std::move(handler))) {}
 
 CLoopbackServer::~CLoopbackServer() = default;
 

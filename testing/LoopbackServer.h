@@ -18,7 +18,7 @@ public:
     // Listens on a free port from here on. handler: runs on the server's thread, must not throw, gives the answer to
     // each request; HttpFault::kRefused comes too late here and is kClosedEarly. Throws std::exception when the server
     // cannot listen.
-    explicit CLoopbackServer(platform::sim::HttpHandler handler);
+    explicit CLoopbackServer(HttpHandler handler);
     // Ends every connection, stalled ones too.
     ~CLoopbackServer();
     CLoopbackServer(const CLoopbackServer&) = delete;
@@ -33,7 +33,7 @@ public:
     bool EndStalled(std::chrono::seconds limit);
 
     // Every request so far, in the order in which they arrived.
-    std::vector<platform::sim::HttpExchange> Exchanges() const;
+    std::vector<HttpExchange> Exchanges() const;
     // Connections accepted so far.
     unsigned ConnectionCount() const;
     // Connections open now, as far as the server has noticed.

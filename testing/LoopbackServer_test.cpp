@@ -8,9 +8,6 @@ namespace testing_support {
 namespace {
 
 namespace asio = boost::asio;
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
-using platform::sim::HttpFault;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;

@@ -51,13 +51,13 @@ private:
 };
 
 // A handler that answers every request with this.
-inline platform::sim::HttpHandler Always(const platform::sim::HttpAnswer& answer)
+inline HttpHandler Always(const HttpAnswer& answer)
 {
-    return [answer](const platform::sim::HttpExchange&) { return answer; };
+    return [answer](const HttpExchange&) { return answer; };
 }
 
 // What a client that asks once gets, with the end of the connection.
-inline std::string AskOnce(const platform::sim::HttpAnswer& answer, boost::system::error_code* end)
+inline std::string AskOnce(const HttpAnswer& answer, boost::system::error_code* end)
 {
     const CLoopbackServer server(Always(answer));
     CRawClient client(server.Port());

@@ -21,7 +21,7 @@ void UseNoProxy();
 
 // Starts a server that answers with this handler, which may run on another thread; once a test. It stops with the next
 // call of StopWeb, which TearDown of a test has to make.
-Place StartWeb(platform::sim::HttpHandler handler);
+Place StartWeb(testing_support::HttpHandler handler);
 void StopWeb();
 
 // A place where connections are refused, until StopWeb.
@@ -31,7 +31,7 @@ Place RefusingPlace();
 void SendBeforeAnswers(const char* bytes);
 
 // Every request that reached the server so far.
-std::vector<platform::sim::HttpExchange> WebExchanges();
+std::vector<testing_support::HttpExchange> WebExchanges();
 
 // Whether this is wine's WinINet, which differs from the documented one: it takes what is no HTTP for an answer, and
 // chunks that break off for the body's end; goes round a circle of redirections for ever; and keeps connections beyond

@@ -5,9 +5,9 @@
 namespace contract {
 namespace {
 
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
-using platform::sim::HttpFault;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
+using testing_support::HttpFault;
 
 constexpr unsigned kSilenceLimitMs = 30'000;
 constexpr unsigned kBeforeItMs = kSilenceLimitMs - 500;

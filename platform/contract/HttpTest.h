@@ -61,10 +61,10 @@ protected:
     }
 
     // From here on the web answers with this.
-    void Serve(platform::sim::HttpHandler handler) { m_place = StartWeb(std::move(handler)); }
-    void Serve(const platform::sim::HttpAnswer& answer)
+    void Serve(testing_support::HttpHandler handler) { m_place = StartWeb(std::move(handler)); }
+    void Serve(const testing_support::HttpAnswer& answer)
     {
-        Serve([answer](const platform::sim::HttpExchange&) { return answer; });
+        Serve([answer](const testing_support::HttpExchange&) { return answer; });
     }
 
     platform::HttpRequestPtr Open(const CString& object = L"/path") const { return OpenAt(m_session, m_place, object); }

@@ -10,11 +10,11 @@ using platform::OpenHttpRequest;
 using platform::QueryHttpStatusCode;
 using platform::ReadHttpBody;
 using platform::SendHttpRequest;
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
-using platform::sim::HttpFault;
 using testing::Pair;
 using testing::StartsWith;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
+using testing_support::HttpFault;
 
 using Http = HttpTest;
 

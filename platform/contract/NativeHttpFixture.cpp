@@ -17,7 +17,7 @@ constexpr wchar_t kLoopback[] = L"127.0.0.1";
 
 } // namespace
 
-Place StartWeb(platform::sim::HttpHandler handler)
+Place StartWeb(testing_support::HttpHandler handler)
 {
     g_server = std::make_unique<testing_support::CLoopbackServer>(std::move(handler));
     return {kLoopback, g_server->Port()};
@@ -37,6 +37,6 @@ Place RefusingPlace()
 
 void SendBeforeAnswers(const char* bytes) { g_server->SetPrelude(bytes); }
 
-std::vector<platform::sim::HttpExchange> WebExchanges() { return g_server->Exchanges(); }
+std::vector<testing_support::HttpExchange> WebExchanges() { return g_server->Exchanges(); }
 
 } // namespace contract

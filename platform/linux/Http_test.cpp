@@ -11,11 +11,11 @@
 namespace platform {
 namespace {
 
-using sim::HttpAnswer;
-using sim::HttpExchange;
-using sim::HttpFault;
 using testing::SizeIs;
 using testing_support::CLoopbackServer;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
+using testing_support::HttpFault;
 
 // An environment variable set, or with null unset, for a while.
 class CVariable {

@@ -11,8 +11,8 @@
 namespace platform {
 
 using sim::Call;
-using sim::HttpAnswer;
-using sim::HttpFault;
+using testing_support::HttpAnswer;
+using testing_support::HttpFault;
 
 namespace {
 
@@ -151,10 +151,10 @@ DWORD Exchange(CHttpSession& session, const Destination& destination, HttpAnswer
         session.keptConnections[destination.host] = connection;
     }
     const sim::Caller caller = sim::CallingThread();
-    const sim::HttpExchange exchange{"GET",      destination.target, destination.host, session.agent,
-                                     connection, caller.processId,   caller.session};
+    const testing_support::HttpExchange exchange{"GET",      destination.target, destination.host, session.agent,
+                                                 connection, caller.processId,   caller.session};
     // A copy: the handler may put another in its place.
-    const sim::HttpHandler handler = machine.httpHandler;
+    const testing_support::HttpHandler handler = machine.httpHandler;
     answer = handler(exchange);
     if (answer.fault != HttpFault::kRefused && machine.keepsHttpExchanges) {
         machine.httpExchanges.push_back(exchange);

@@ -7,13 +7,13 @@
 namespace contract {
 
 using platform::sim::CMachine;
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
-using platform::sim::HttpFault;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
+using testing_support::HttpFault;
 
 void UseNoProxy() {}
 
-Place StartWeb(platform::sim::HttpHandler handler)
+Place StartWeb(testing_support::HttpHandler handler)
 {
     CMachine::Current().SetHttpHandler(std::move(handler));
     return {L"web.example", 8470};

@@ -10,6 +10,9 @@ namespace platform::sim {
 namespace {
 
 using testing::ElementsAre;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
+using testing_support::HttpFault;
 
 class SimHttp : public testing::Test {
 protected:

@@ -36,7 +36,7 @@ MachineState::MachineState()
 {
     utcAtStart = UtcOfLocal(CountOfCalendar({2012, 7, 1, 2, 13, 0, 0, 0}));
     freeBytes = std::numeric_limits<std::size_t>::max();
-    httpHandler = [](const HttpExchange&) { return HttpAnswer{.status = 404}; };
+    httpHandler = [](const testing_support::HttpExchange&) { return testing_support::HttpAnswer{.status = 404}; };
     connectedFlags = 2; // LAN
     otherProcess.process.processId = 2000;
     otherProcess.threadId = 1;
@@ -184,7 +184,7 @@ void CMachine::ClearFaults() { m_state->faults.Clear(); }
 
 unsigned CMachine::CallCount(Call call) const { return m_state->faults.CallCount(call); }
 
-void CMachine::SetHttpHandler(HttpHandler handler) { m_state->httpHandler = std::move(handler); }
+void CMachine::SetHttpHandler(testing_support::HttpHandler handler) { m_state->httpHandler = std::move(handler); }
 
 void CMachine::SetConnectedState(BOOL result, DWORD flags)
 {
@@ -194,7 +194,7 @@ void CMachine::SetConnectedState(BOOL result, DWORD flags)
 
 void CMachine::KeepHttpExchanges(bool keep) { m_state->keepsHttpExchanges = keep; }
 
-std::vector<HttpExchange> CMachine::HttpExchanges() const { return m_state->httpExchanges; }
+std::vector<testing_support::HttpExchange> CMachine::HttpExchanges() const { return m_state->httpExchanges; }
 
 std::size_t CMachine::OpenHttpHandleCount() const
 {

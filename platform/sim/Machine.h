@@ -171,11 +171,11 @@ public:
     unsigned CallCount(Call call) const;
 
     // The web. The handler runs on the requesting thread and may change the machine.
-    void SetHttpHandler(HttpHandler handler);
+    void SetHttpHandler(testing_support::HttpHandler handler);
     void SetConnectedState(BOOL result, DWORD flags);
     // The requests that reached the web so far, while they are kept (which they are at first); a refused one did not.
     void KeepHttpExchanges(bool keep);
-    std::vector<HttpExchange> HttpExchanges() const;
+    std::vector<testing_support::HttpExchange> HttpExchanges() const;
     // Connections and requests that were opened and are not closed yet.
     std::size_t OpenHttpHandleCount() const;
 

@@ -77,9 +77,9 @@ struct MachineState {
     CString commonAppDataFolder = CString(L"C:") + kPathSeparator + L"ProgramData";
     std::size_t freeBytes = 0;
 
-    HttpHandler httpHandler = {};
+    testing_support::HttpHandler httpHandler = {};
     bool keepsHttpExchanges = true;
-    std::vector<HttpExchange> httpExchanges = {};
+    std::vector<testing_support::HttpExchange> httpExchanges = {};
     unsigned httpConnections = 0;                      // made so far
     std::vector<std::weak_ptr<void>> httpHandles = {}; // of every connection and request opened so far
     BOOL connectedResult = TRUE;

@@ -11,8 +11,8 @@ namespace simulation {
 
 using platform::Hive;
 using platform::sim::Call;
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
 
 namespace {
 

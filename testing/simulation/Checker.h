@@ -56,7 +56,7 @@ public:
     void OnFault(platform::sim::Call call);
 
     // The web's answer to a request.
-    platform::sim::HttpAnswer Answer(const platform::sim::HttpExchange& exchange);
+    testing_support::HttpAnswer Answer(const testing_support::HttpExchange& exchange);
 
     // --- What it is asked.
 

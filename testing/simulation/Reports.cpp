@@ -6,7 +6,7 @@
 
 namespace simulation {
 
-using platform::sim::HttpFault;
+using testing_support::HttpFault;
 
 namespace {
 

@@ -46,7 +46,7 @@ std::string TargetOf(const Company& company, const Kind& kind, const SYSTEMTIME&
 
 // An answer and what it means.
 struct Reply {
-    platform::sim::HttpAnswer answer = {};
+    testing_support::HttpAnswer answer = {};
     std::int64_t lastsMs = 0;            // until the program goes on
     std::optional<Records> records = {}; // empty: the download or the analysis fails
     const char* name = "report";         // for the log

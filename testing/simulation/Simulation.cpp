@@ -14,7 +14,7 @@ namespace simulation {
 
 using platform::Hive;
 using platform::sim::Call;
-using platform::sim::HttpExchange;
+using testing_support::HttpExchange;
 
 namespace {
 

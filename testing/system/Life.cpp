@@ -68,9 +68,9 @@ void CLifeTest::SetLocalTime(int hour, int minute, int second)
 void CLifeTest::StallFirstRequest()
 {
     SetAnswerForAll([this](const Request& request) {
-        platform::sim::HttpAnswer answer = Healthy().Answer(request);
+        testing_support::HttpAnswer answer = Healthy().Answer(request);
         if (Exchanges().size() == 1) {
-            answer.fault = platform::sim::HttpFault::kStalled;
+            answer.fault = testing_support::HttpFault::kStalled;
         }
         return answer;
     });

@@ -426,7 +426,7 @@ TEST_F(SystemLife, StormOfNoticesDuringPassesLeavesNoDisorder)
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed); // NOLINT(cert-msc51-cpp): given
     SetAnswerForAll([this](const Request& request) {
-        platform::sim::HttpAnswer answer = Healthy().Answer(request);
+        testing_support::HttpAnswer answer = Healthy().Answer(request);
         answer.latencyMs = 3;
         return answer;
     });

@@ -250,7 +250,7 @@ TEST_F(SystemLinuxLife, RunsInAFolderOfItsOwnWithoutARuntimeFolder)
 TEST_F(SystemLinuxLife, CopiesOfTwoSessionsRunTheirPassesOneAfterTheOther)
 {
     SetAnswerForAll([this](const Request& request) {
-        platform::sim::HttpAnswer answer = Healthy().Answer(request);
+        testing_support::HttpAnswer answer = Healthy().Answer(request);
         answer.latencyMs = 3;
         return answer;
     });

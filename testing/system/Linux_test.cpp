@@ -143,7 +143,7 @@ TEST_F(SystemLinux, ReadOnlyFolderCostsTheFilesThatAreNotThere)
 // A limit on the size of files stands in for a full disk: writes fail after 50 bytes, 18 of them in the first record.
 TEST_F(SystemLinux, WriteThatFailsCostsItsFileAlone)
 {
-    SetAnswer("tohoku", [](const Request&) { return platform::sim::HttpAnswer{.status = 503}; });
+    SetAnswer("tohoku", [](const Request&) { return testing_support::HttpAnswer{.status = 503}; });
     LinuxRig().SetWrapper({"sh", "-c", "trap '' XFSZ; exec prlimit --fsize=50 \"$0\" \"$@\""});
     const Pass pass = RunPass("", kEveryLine);
     EXPECT_EQ(pass.exitCode, 0);
@@ -168,9 +168,9 @@ TEST_F(SystemLinux, WriteThatFailsCostsItsFileAlone)
 TEST_F(SystemLinux, StalledBodyEndsAfter30Seconds)
 {
     SetAnswer("tokyo", [this](const Request& request) {
-        platform::sim::HttpAnswer answer = Healthy().Answer(request);
+        testing_support::HttpAnswer answer = Healthy().Answer(request);
         if (request.dataType == 8 && request.date == Dates().front()) {
-            answer.fault = platform::sim::HttpFault::kStalledBody;
+            answer.fault = testing_support::HttpFault::kStalledBody;
         }
         return answer;
     });

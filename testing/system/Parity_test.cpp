@@ -7,7 +7,7 @@
 namespace system_test {
 namespace {
 
-using platform::sim::HttpAnswer;
+using testing_support::HttpAnswer;
 using testing_support::TraceLine;
 
 constexpr std::size_t kWriteTimeOffset = 16;

@@ -11,9 +11,6 @@
 namespace system_test {
 namespace {
 
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
-using platform::sim::HttpFault;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
@@ -22,6 +19,9 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
+using testing_support::HttpFault;
 using testing_support::PeakReport;
 using testing_support::Report;
 using testing_support::TraceLine;

@@ -7,8 +7,8 @@
 
 namespace system_test {
 
-using platform::sim::HttpAnswer;
-using platform::sim::HttpExchange;
+using testing_support::HttpAnswer;
+using testing_support::HttpExchange;
 using testing_support::TraceLine;
 
 namespace {

@@ -44,7 +44,7 @@ std::string OnlySetting(const std::string& wanted, unsigned dataType);
 class CSystemTest : public testing::Test {
 protected:
     // What to answer a request with. A null function: a healthy report.
-    using AnswerFunction = std::function<platform::sim::HttpAnswer(const Request&)>;
+    using AnswerFunction = std::function<testing_support::HttpAnswer(const Request&)>;
 
     explicit CSystemTest(Platform platform = PlatformUnderTest());
     ~CSystemTest() override;
@@ -77,7 +77,7 @@ protected:
     bool EndStalled() { return m_server->EndStalled(std::chrono::seconds(60)); }
 
     // What was asked for so far, in order; the one that is being answered included. Any thread.
-    std::vector<platform::sim::HttpExchange> Exchanges() const;
+    std::vector<testing_support::HttpExchange> Exchanges() const;
     std::vector<Request> Requests() const;
     // The days asked for so far, in order.
     std::vector<std::string> Dates() const;
@@ -106,7 +106,7 @@ protected:
     const CHealthyReports& Healthy() const { return m_healthy; }
 
 private:
-    platform::sim::HttpAnswer Answer(const platform::sim::HttpExchange& exchange);
+    testing_support::HttpAnswer Answer(const testing_support::HttpExchange& exchange);
     // Null: a healthy report.
     AnswerFunction FindAnswer(const Request& request) const;
     // The files that the last pass has written are written by now.
@@ -116,7 +116,7 @@ private:
     std::mutex m_answering;     // held by who makes an answer; who gets it sees what the answers before have done
     mutable std::mutex m_mutex; // guards the next two
     std::map<std::pair<std::string, unsigned>, AnswerFunction> m_answers;
-    std::vector<platform::sim::HttpExchange> m_exchanges;
+    std::vector<testing_support::HttpExchange> m_exchanges;
     std::time_t m_before = 0; // around the last pass
     std::time_t m_after = 0;
     std::unique_ptr<CRig> m_rig;

@@ -169,7 +169,7 @@ std::string Bytes64(unsigned long long value)
 
 std::string CalendarBytes(std::time_t time) { return CalendarBytes(LocalTime(time)); }
 
-platform::sim::HttpAnswer CHealthyReports::Answer(const Request& request) const
+testing_support::HttpAnswer CHealthyReports::Answer(const Request& request) const
 {
     if (request.dataType >= 8) {
         const std::string value = std::to_string(PeakValue(request.company, request.dataType, request.date));

@@ -48,7 +48,7 @@ class CHealthyReports {
 public:
     explicit CHealthyReports(std::time_t now) : m_now(now) {}
 
-    platform::sim::HttpAnswer Answer(const Request& request) const;
+    testing_support::HttpAnswer Answer(const Request& request) const;
     // The bytes behind the header of the data file. dates: the days that were asked for, in order.
     std::string RecordBytes(const std::string& company, unsigned dataType, const std::vector<std::string>& dates) const;
 
