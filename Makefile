@@ -1,52 +1,80 @@
-# The commands. Each sets up what it needs first; scripts/ does the work.
-.DEFAULT_GOAL := help
-.PHONY: help setup demo demo-windows test test-linux test-windows test-asan test-tsan simulate fuzz bench coverage format tidy \
-        clean
+# The commands. Each installs what it needs first, and no more; scripts/ does the work.
+.DEFAULT_GOAL := programs
+.PHONY: help programs windows setup demo demo-windows check test test-linux test-windows test-asan test-tsan simulate fuzz \
+        bench coverage format tidy clean
+
+programs: ## build the programs for this system and say where they lie; what "make" alone does
+	@scripts/setup.sh build
+	@scripts/build.sh linux
+	@echo 'Next: "make demo" shows them at work, "make help" lists the commands, README.md tells how to use them.'
+
+windows: ## the same for Windows
+	@scripts/setup.sh windows
+	@scripts/build.sh windows
 
 help: ## show this list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
 
-setup: ## install what building and testing need and this machine lacks
-	@scripts/setup.sh
+setup: ## install everything that any of these commands needs
+	@scripts/setup.sh all
 
-demo: setup ## the program at work against ampora-reportd, on Linux
+demo: ## the program at work against ampora-reportd
+	@scripts/setup.sh build
 	@scripts/demo.sh linux
 
-demo-windows: setup ## the same with the Windows program, under wine
+demo-windows: ## the same with the Windows programs, under wine
+	@scripts/setup.sh windows wine
 	@scripts/demo.sh windows
 
-test: setup ## every check and test: what has to pass before a change goes in
-	@scripts/test.sh checks linux windows
+check: ## layout, layers, repository rules, static analysis, and the checks of these checks
+	@scripts/setup.sh build tests checks
+	@scripts/test.sh checks
 
-test-linux: setup ## build and test for Linux
+test: ## build and run every test, for Linux and, under wine, for Windows
+	@scripts/setup.sh build windows wine tests bus
+	@scripts/test.sh linux windows
+
+test-linux: ## build and run the tests for Linux
+	@scripts/setup.sh build tests bus
 	@scripts/test.sh linux
 
-test-windows: setup ## build for Windows and test under wine
+test-windows: ## build the tests for Windows and run them under wine
+	@scripts/setup.sh build windows wine tests bus
 	@scripts/test.sh windows
 
-test-asan: setup ## the Linux tests with address and undefined behaviour sanitizers
+test-asan: ## the Linux tests with address and undefined behaviour sanitizers
+	@scripts/setup.sh build tests bus
 	@scripts/test.sh linux-asan
 
-test-tsan: setup ## the Linux tests with the thread sanitizer
+test-tsan: ## the Linux tests with the thread sanitizer
+	@scripts/setup.sh build tests bus
 	@scripts/test.sh linux-tsan
 
-simulate: setup ## run the whole program for DAYS simulated days (default 30) under each of SEEDS seeds (default 200)
+simulate: ## run the whole program for DAYS simulated days (default 30) under each of SEEDS seeds (default 200)
+	@scripts/setup.sh build tests
 	@SEEDS=$(SEEDS) DAYS=$(DAYS) FIRST_SEED=$(FIRST_SEED) scripts/simulate.sh
 
-fuzz: setup ## run each fuzzer for FUZZ_SECONDS (default 30)
+fuzz: ## run each fuzzer for FUZZ_SECONDS (default 30)
+	@scripts/setup.sh build fuzz
 	@scripts/fuzz.sh
 
-bench: setup ## run the benchmarks
+bench: ## run the benchmarks
+	@scripts/setup.sh build tests
 	@scripts/bench.sh
 
-coverage: setup ## line and branch coverage of the Linux tests
+coverage: ## line and branch coverage of the Linux tests
+	@scripts/setup.sh build tests bus coverage
 	@scripts/coverage.sh
 
-format: setup ## lay out all sources
+format: ## lay out all sources
+	@scripts/setup.sh format
 	@scripts/check-format --fix
 
-tidy: setup ## static analysis of all sources
+tidy: ## static analysis of all sources
+	@scripts/setup.sh build tests checks
+	@scripts/configure.sh --tests linux
 	@scripts/check-tidy
 
 clean: ## remove everything that was built
+	@scripts/wine.sh stop
 	rm -rf build

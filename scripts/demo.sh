@@ -126,10 +126,9 @@ readable() {
 }
 
 echo "Building..."
-targets=(amporasrv amporactl ampora_reportd)
+targets=(programs)
 if [ "$platform" = windows ]; then targets+=(tracecat); fi
-{ cmake --preset "$platform" && cmake --build --preset "$platform" --target "${targets[@]}"; } >"$scratch/build" 2>&1 ||
-  { cat "$scratch/build" >&2; exit 1; }
+scripts/build.sh "$platform" "${targets[@]}"
 
 start_reportd
 tr -d '\r' <"$scratch/reportd"

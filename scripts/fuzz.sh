@@ -6,8 +6,7 @@ cd "$(dirname "$0")/.."
 fuzzers=("$@")
 [ "$#" -gt 0 ] || fuzzers=(analyzer data_file settings)
 
-cmake --preset linux-fuzz --log-level=WARNING
-cmake --build --preset linux-fuzz --target "${fuzzers[@]/#/fuzz_}" -- --quiet
+scripts/build.sh linux-fuzz "${fuzzers[@]/#/fuzz_}"
 for fuzzer in "${fuzzers[@]}"; do
   found=build/linux-fuzz/found/$fuzzer
   mkdir -p "$found"

@@ -1,23 +1,32 @@
 #!/usr/bin/env bash
-# Installs what building and testing need and this machine lacks, by Debian package name, in one apt-get call.
+# Installs what the named groups of Debian packages hold and this machine lacks, in one apt-get call: setup.sh GROUP...
 # Does nothing, quickly, when nothing is missing. Needs root or sudo only when something is missing.
 set -euo pipefail
 
-# One line a group; README.md gives each dependency's reason.
-packages=(
-  binutils cmake g++ make ninja-build pkg-config          # native build
-  g++-mingw-w64-x86-64-posix wine wine64                  # Windows build and its test machine
-  googletest libbenchmark-dev                             # tests (sources, built for both systems) and benchmarks
-  libboost1.81-dev libfmt-dev                             # HTTP server of ampora-reportd, wide formatted text
-  libcurl4-openssl-dev libxml2-dev                        # Linux: HTTP client and DOM
-  libsystemd-dev                                          # Linux: notices of the login manager, through sd-bus
-  dbus-daemon python3-dbusmock                            # tests: a message bus with a login manager of their own
-  clang clang-format clang-tidy gcovr libclang-rt-14-dev  # checks, fuzzers, coverage
-  git python3                                             # repository checks
+# README.md gives each dependency's reason.
+declare -A groups=(
+  [build]='cmake g++ libboost1.81-dev libcurl4-openssl-dev libfmt-dev libsystemd-dev libxml2-dev make ninja-build pkg-config'
+  [windows]='cmake g++-mingw-w64-x86-64-posix libboost1.81-dev libfmt-dev make ninja-build'
+  [wine]='wine wine64'
+  [tests]='googletest libbenchmark-dev python3' # to build test programs and benchmarks, and check trace messages
+  [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
+  [format]='clang-format git'
+  [checks]='clang-format clang-tidy git python3'
+  [fuzz]='clang libclang-rt-14-dev'
+  [coverage]='gcovr'
 )
 
+[ "$#" -gt 0 ] || { echo "usage: setup.sh GROUP... (all, or any of: ${!groups[*]})" >&2; exit 2; }
+[ "$*" != all ] || set -- "${!groups[@]}"
+wanted=()
+for group in "$@"; do
+  [ -n "${groups[$group]:-}" ] || { echo "setup: there is no group $group" >&2; exit 2; }
+  read -r -a packages <<<"${groups[$group]}"
+  wanted+=("${packages[@]}")
+done
+
 missing=()
-for package in "${packages[@]}"; do
+for package in $(printf '%s\n' "${wanted[@]}" | sort -u); do
   [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
 done
 [ "${#missing[@]}" -gt 0 ] || exit 0

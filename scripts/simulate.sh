@@ -3,7 +3,6 @@
 # on all processors. Arguments go to the simulator.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-cmake --preset linux >/dev/null
-cmake --build --preset linux --target ampora_simulate -- --quiet
+scripts/build.sh --tests linux ampora_simulate
 exec build/linux/tests/ampora_simulate --first-seed "${FIRST_SEED:-1}" --seeds "${SEEDS:-200}" \
   --days "${DAYS:-30}" --jobs "$(nproc)" "$@"

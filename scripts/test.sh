@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs the parts named, in order, whatever becomes of the one before:
-#   checks                                  layout, layers, repository rules, static analysis
+#   checks                                  what can be said without running anything: layout, layers, repository rules,
+#                                           static analysis; and the checks of these checks
 #   linux | linux-asan | linux-tsan | linux-coverage | windows   build that preset, test it, check its trace messages
 # Ends with the test runner's closing lines of each part. Exit status 1 when anything failed.
 set -uo pipefail
@@ -27,11 +28,6 @@ step() {
   return 1
 }
 
-build() {
-  cmake --preset "$1" >"build/$1-configure.log" 2>&1 || { cat "build/$1-configure.log"; return 1; }
-  cmake --build --preset "$1" -- --quiet
-}
-
 # Each test process leaves the trace lines that it saw in this folder.
 run_tests() {
   local preset=$1
@@ -54,11 +50,11 @@ run_checks() {
   step "layout" scripts/check-format
   step "layers" scripts/check-layers
   step "repository rules" scripts/check-repository
-  if step "linux build" build linux; then step "static analysis" scripts/check-tidy; fi
+  if step "configuration" scripts/configure.sh --tests linux; then step "static analysis" scripts/check-tidy; fi
 }
 
 run_preset() {
-  step "$1 build" build "$1" || return
+  step "$1 build" scripts/build.sh --tests "$1" all || return
   if [ "$1" = windows ]; then step "wine" start_wine || return; fi
   step "$1 tests" run_tests "$1"
   step "$1 trace messages" scripts/check-trace-messages "build/$1/trace-messages"
