@@ -1,14 +1,27 @@
 #!/usr/bin/env bash
-# Shows amporasrv at work against ampora-reportd: it starts, makes its pass, says when the next one is due, makes another
-# one when amporactl asks for it, and ends when a second copy tells it to: demo.sh [linux|windows]
+# Shows amporasrv at work against ampora-reportd: it starts and makes its pass, makes another one when amporactl asks for
+# it, and ends when a second copy tells it to: demo.sh [linux|windows]
 #
-# Needs no settings on the machine and leaves nothing behind: settings, runtime, lock and data folders lie in a scratch
-# folder (Windows: settings and data in the wine prefix of this checkout, removed at the end).
+# Needs no settings on the machine and leaves none behind: settings, runtime, lock and data folders lie in a scratch folder
+# (Windows: settings and data in the wine prefix of this checkout, removed at the end). Only the trace is kept, in
+# build/demo. Exit status 1, with the reason on standard error, when anything expected does not happen.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 platform=${1:-linux}
-case $platform in linux | windows) ;; *) echo "usage: demo.sh [linux|windows]" >&2; exit 2 ;; esac
-build=build/$platform
+case $platform in
+  linux) bin=build/linux/bin suffix='' trace=build/demo/trace.txt ;;
+  windows) bin=build/windows/bin suffix=.exe trace=build/demo/trace-windows.txt ;;
+  *) echo "usage: demo.sh [linux|windows]" >&2; exit 2 ;;
+esac
+
+# With the settings' defaults a pass asks for 21 kinds of data of five companies, two days each.
+files=21
+answers=$((2 * files))
+
+fail() {
+  echo "demo: $1; the trace is in $trace" >&2
+  exit 1
+}
 
 scratch=$(mktemp -d)
 reportd=
@@ -30,8 +43,13 @@ settings() { # of the server at this port
     '"Enable"=dword:00000001' '"LogLevel"=dword:0000000b' "\"ApiHost\"=\"127.0.0.1:$1\""
 }
 
-# What each platform does its own way: prepare, start_service (in the background, trace lines to $scratch/trace),
-# run_service (with arguments, to its end), run_control, clean.
+# What each platform does its own way: build, start_reportd, prepare, start_service (in the background, trace lines to
+# $trace), run_service (with arguments, to its end), run_control, clean.
+build_linux() { scripts/build.sh linux programs; }
+start_reportd_linux() {
+  "$bin/ampora-reportd" --port 0 </dev/null >"$scratch/reportd" 2>&1 &
+  reportd=$!
+}
 prepare_linux() {
   mkdir -p "$scratch"/{user,machine/AmporaSrv,lock,data}
   mkdir -m 700 "$scratch/run"
@@ -42,13 +60,19 @@ prepare_linux() {
   unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
 }
 start_service_linux() {
-  "$build/bin/amporasrv" 2>"$scratch/trace" &
+  "$bin/amporasrv" 2>"$trace" &
   service=$!
 }
-run_service_linux() { "$build/bin/amporasrv" "$@" 2>/dev/null; }
-control_linux() { "$build/bin/amporactl" "$@"; }
+run_service_linux() { "$bin/amporasrv" "$@" 2>/dev/null; }
+run_control_linux() { "$bin/amporactl" "$@"; }
 
-data_folder_windows() { echo "$(scripts/wine.sh path)/drive_c/ProgramData/AmporaSrv"; }
+build_windows() { scripts/build.sh windows programs tracecat; }
+start_reportd_windows() {
+  scripts/wine.sh start
+  WINEPREFIX=$(scripts/wine.sh path) WINEDEBUG=-all wine "$bin/ampora-reportd.exe" --port 0 </dev/null \
+    >"$scratch/reportd" 2>&1 &
+  reportd=$!
+}
 prepare_windows() {
   settings "$1" >"$scratch/settings.reg"
   scripts/wine.sh run regedit /S "$scratch/settings.reg" </dev/null >/dev/null 2>&1
@@ -56,17 +80,17 @@ prepare_windows() {
 start_service_windows() {
   mkfifo "$scratch/listening" # the listener ends when nobody has it open any more
   exec 8<>"$scratch/listening"
-  scripts/wine.sh run "$build/tests/tracecat.exe" <"$scratch/listening" >"$scratch/trace" 2>/dev/null 8>&- &
-  await 'the listener' grep -q '^ready' "$scratch/trace"
-  scripts/wine.sh run "$build/bin/amporasrv.exe" </dev/null >/dev/null 2>&1 8>&- &
+  scripts/wine.sh run build/windows/tests/tracecat.exe <"$scratch/listening" >"$trace" 2>/dev/null 8>&- &
+  await 'the listener' grep -q '^ready' "$trace"
+  scripts/wine.sh run "$bin/amporasrv.exe" </dev/null >/dev/null 2>&1 8>&- &
   service=$!
 }
-run_service_windows() { scripts/wine.sh run "$build/bin/amporasrv.exe" "$@" </dev/null >/dev/null 2>&1; }
-control_windows() { scripts/wine.sh run "$build/bin/amporactl.exe" "$@" </dev/null 2>/dev/null; }
+run_service_windows() { scripts/wine.sh run "$bin/amporasrv.exe" "$@" </dev/null >/dev/null 2>&1; }
+run_control_windows() { scripts/wine.sh run "$bin/amporactl.exe" "$@" </dev/null 2>/dev/null | tr -d '\r'; }
 clean_windows() {
   scripts/wine.sh run reg delete 'HKLM\Software\Halvex' /f </dev/null >/dev/null 2>&1 || true
   scripts/wine.sh stop
-  rm -rf "$(data_folder_windows)"
+  rm -rf "$(scripts/wine.sh path)/drive_c/ProgramData/AmporaSrv"
 }
 
 # await WHAT COMMAND...: waits until the command succeeds, at most two minutes.
@@ -77,90 +101,83 @@ await() {
     if "$@" 2>/dev/null; then return 0; fi
     sleep 0.1
   done
-  echo "demo: waited in vain for $what" >&2
-  return 1
+  fail "timed out waiting for $what"
 }
 
-start_reportd() {
-  local command=("$build/bin/ampora-reportd")
-  if [ "$platform" = windows ]; then
-    scripts/wine.sh start
-    command=(env WINEPREFIX="$(scripts/wine.sh path)" WINEDEBUG=-all wine "$build/bin/ampora-reportd.exe")
-  fi
-  "${command[@]}" --port 0 </dev/null >"$scratch/reportd" 2>&1 &
-  reportd=$!
-  await ampora-reportd grep -q 'http://' "$scratch/reportd" || { cat "$scratch/reportd" >&2; return 1; }
-}
-
-# count PATTERN: how many trace lines have it.
-count() { grep -c "$1" "$scratch/trace" || true; }
-is_armed() { [ "$(count 'ThreadProc : Next UpdateTimer Started')" -ge "$1" ]; } # so often
+# count PATTERN: how many lines of the trace, from the current pass on, have it.
+count() { tail -n "+$first_line" "$trace" | grep -c "$1" || true; }
+is_armed() { [ "$(count 'ThreadProc : Next UpdateTimer Started')" -gt 0 ]; }
 has_ended() { ! kill -0 "$service"; }
+is_armed_or_ended() { is_armed || has_ended; }
+mark_trace() { first_line=$(($(wc -l <"$trace") + 1)); }
+
+# Shows a command as it is typed.
+say_command() { printf '\n$ %s/%s%s%s\n' "$bin" "$1" "$suffix" "${2:+ $2}"; }
+
+# Waits for the end of the pass and tells what it did.
+show_pass() {
+  await 'the end of the pass' is_armed_or_ended
+  is_armed || fail 'amporasrv ended before it had made its pass'
+  local reports missing
+  reports=$(count 'AnalyzeData : .* Tag Success')
+  missing=$(count 'GetData : StatusCode is Error 503')
+  echo "  $((reports + missing)) requests: $reports answered with a report, $missing with status 503"
+  [ $((reports + missing)) -eq "$answers" ] || fail "$answers answers were expected"
+  "run_control_$platform" show >"$scratch/table" || fail 'amporactl cannot show the data files'
+  awk 'NR > 1 { if (!($1 in records)) order[++n] = $1; records[$1] += $4; all += $4 }
+    END { printf "  %d records in %d files:", all, NR - 1
+          for (i = 1; i <= n; i++) printf " %s %d%s", order[i], records[order[i]], (i < n ? "," : "\n") }' "$scratch/table"
+  [ "$(awk 'NR > 1 && $4 > 0' "$scratch/table" | wc -l)" -eq "$files" ] || fail "$files files with records were expected"
+  show_next_update
+}
 
 # When the timer that was armed last falls due.
-next_update() {
+show_next_update() {
   local line
-  line=$(grep -a 'Set Interval:' "$scratch/trace" | tail -n 1 | tr -d '\r')
-  local minutes=${line##*Set Interval:}
-  local day time
-  read -r _ day time _ <<<"$line"
-  printf 'The next update is due %s minutes later, at %s.\n' "${minutes%min}" \
-    "$(date -d "@$(($(date -d "${day//\//-} ${time%.*}" +%s) + ${minutes%min} * 60))" +%H:%M:%S)"
+  line=$(tail -n "+$first_line" "$trace" | grep 'Set Interval:' | tail -n 1 | tr -d '\r')
+  [[ $line =~ ^\[[^\ ]*\ ([0-9/]+)\ ([0-9:]+).*Set\ Interval:([0-9]+)min$ ]] || fail 'no next update was announced'
+  local end
+  end=$(date -d "${BASH_REMATCH[1]//\//-} ${BASH_REMATCH[2]}" +%s)
+  echo "  next update: ${BASH_REMATCH[3]} minutes later, at $(date -d "@$((end + ${BASH_REMATCH[3]} * 60))" +%H:%M:%S)"
 }
 
-# "[TRA] 2012/07/02 13:00:00.123 4711(4712) Function : message" becomes "13:00:00.123 TRA Function : message"; lines of
-# reading one XML node are left out, repeated ones are counted.
-readable() {
-  sed -E 's/\r$//' | awk '
-    function put() { if (count) printf "  %s%s\n", line, (count > 1 ? "  (" count " times)" : "") }
-    / CXMLParser::| CGSXMLAnalyzer::(GetAttribue|AnalyzeUsageTag)/ { left_out++; next }
-    /^\[/ {
-      text = substr($1, 2, 3); for (i = 5; i <= NF; i++) text = text " " $i
-      if (text == last) { count++; next }
-      put(); last = text; line = $3 " " text; count = 1
-    }
-    END {
-      put()
-      if (left_out) printf "  and %d lines about single XML nodes\n", left_out
-    }'
-}
+mkdir -p build/demo
+rm -f "$trace"
+cat <<END
+This demo builds the programs and starts, in a scratch folder with settings of its own,
+  ampora-reportd  a report server that computes sample data, on a free port of this machine;
+  amporasrv       the background program: it downloads the reports of five power companies and writes data files;
+  amporactl       which asks it for an update and shows the data files.
 
-echo "Building..."
-targets=(programs)
-if [ "$platform" = windows ]; then targets+=(tracecat); fi
-scripts/build.sh "$platform" "${targets[@]}"
+END
+"build_$platform"
 
-start_reportd
-tr -d '\r' <"$scratch/reportd"
-port=$(grep -o '[0-9]*' "$scratch/reportd" | tail -n 1)
-"prepare_$platform" "$port"
+say_command ampora-reportd '--port 0'
+"start_reportd_$platform"
+await ampora-reportd grep -q 'http://' "$scratch/reportd"
+sed 's/\r$//; s/^/  /' "$scratch/reportd"
+"prepare_$platform" "$(grep -o '[0-9]*' "$scratch/reportd" | tail -n 1)"
 
-printf '\namporasrv starts and makes its pass:\n'
+say_command amporasrv
+echo '  It makes its first pass at once and asks for two days of each kind of data. Status 503 means that there is no data'
+echo '  for that day, such as the usage of tomorrow.'
+first_line=1
 "start_service_$platform"
-await 'the pass' is_armed 1
-lines=$(wc -l <"$scratch/trace")
-head -n "$lines" "$scratch/trace" | readable
-next_update
+show_pass
 
-printf '\namporactl asks for an update now:\n'
-"control_$platform" update
-await 'the update' is_armed 2
-tail -n "+$((lines + 1))" "$scratch/trace" |
-  grep -aE ' CAmporaUpdater::(ThreadProc|SetIntervalUpdate) : ' | readable
-next_update
+say_command amporactl update
+mark_trace
+"run_control_$platform" update || fail 'amporactl cannot ask for an update'
+show_pass
 
-printf '\namporasrv /Exit ends it:\n'
-lines=$(wc -l <"$scratch/trace")
-"run_service_$platform" /Exit
+say_command amporasrv /Exit
+"run_service_$platform" /Exit || fail 'the copy that tells amporasrv to end failed'
 await 'the end of amporasrv' has_ended
-wait "$service"
+wait "$service" || fail "amporasrv ended with exit code $?"
 service=
-tail -n "+$((lines + 1))" "$scratch/trace" | readable
+echo '  The running copy has ended, with exit code 0.'
 
-printf '\nThe data files, shown by amporactl:\n'
-"control_$platform" show
+say_command amporactl show
+cat "$scratch/table"
 
-# A day to come has no usage yet, which the server answers with 503.
-answers=$(count 'AnalyzeData : .* Tag Success\|AnalyzeData : No Data')
-printf '\namporasrv has got %d answers in two passes.\n' "$answers"
-[ "$answers" -eq 84 ] || { echo "demo: 84 were expected" >&2; exit 1; }
+printf '\nThe trace of all this, %d lines, is in %s.\n' "$(wc -l <"$trace")" "$trace"
