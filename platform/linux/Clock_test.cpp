@@ -1,7 +1,7 @@
 #include "platform/Clock.h"
 
+#include "platform/contract/linux/ScratchSession.h"
 #include "platform/LastError.h"
-#include "platform/linux/ScratchSession.h"
 #include "platform/portable/FileTime.h"
 
 #include <ctime>
@@ -23,7 +23,7 @@ protected:
     }
     void SetZone(const char* zone) { m_session->SetVariable("TZ", zone); }
 
-    std::unique_ptr<linux::CScratchSession> m_session = std::make_unique<linux::CScratchSession>();
+    std::unique_ptr<testing_support::CScratchSession> m_session = std::make_unique<testing_support::CScratchSession>();
 };
 
 SYSTEMTIME Calendar(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0)

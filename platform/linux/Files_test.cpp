@@ -1,7 +1,7 @@
 #include "platform/Files.h"
 
+#include "platform/contract/linux/ScratchSession.h"
 #include "platform/LastError.h"
-#include "platform/linux/ScratchSession.h"
 #include "platform/Text.h"
 
 #include <csignal>
@@ -52,7 +52,7 @@ protected:
         EXPECT_TRUE(bytes.empty());
     }
 
-    linux::CScratchSession m_session;
+    testing_support::CScratchSession m_session;
     mode_t m_umask;
     fs::path m_folder;
     SecurityDescriptorPtr m_plain;

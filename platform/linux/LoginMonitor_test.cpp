@@ -1,7 +1,7 @@
 #include "platform/linux/LoginMonitor.h"
 
-#include "platform/linux/LoginBus.h"
-#include "platform/linux/ScratchSession.h"
+#include "platform/contract/linux/ScratchSession.h"
+#include "testing/process/linux/LoginBus.h"
 
 #include <gmock/gmock.h>
 
@@ -10,6 +10,8 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing_support::CLoginBus;
+using testing_support::CScratchSession;
 
 // Limits a wait that should end; only a failing test reaches it.
 constexpr DWORD kLongMs = 20000;

@@ -1,7 +1,7 @@
 #include "platform/linux/NamedFile.h"
 
+#include "platform/contract/linux/ScratchSession.h"
 #include "platform/LastError.h"
-#include "platform/linux/ScratchSession.h"
 #include "platform/linux/SessionFolder.h"
 #include "platform/Sync.h"
 
@@ -14,6 +14,8 @@
 
 namespace platform::linux {
 namespace {
+
+using testing_support::CScratchSession;
 
 namespace fs = std::filesystem;
 

@@ -1,6 +1,6 @@
 #include "platform/Settings.h"
 
-#include "platform/linux/ScratchSession.h"
+#include "platform/contract/linux/ScratchSession.h"
 
 #include <filesystem>
 #include <fstream>
@@ -33,7 +33,7 @@ protected:
         return QuerySettingsValue(hive, L"Software\\Test", L"N", &value) ? value.data.at(0) : -1;
     }
 
-    linux::CScratchSession m_session;
+    testing_support::CScratchSession m_session;
 };
 
 TEST_F(LinuxSettings, AFileHoldsKeysOfItsOwnHiveOnly)

@@ -1,11 +1,11 @@
 #include "platform/Sync.h"
 
+#include "platform/contract/linux/ScratchSession.h"
+#include "platform/contract/linux/TaskWatch.h"
 #include "platform/LastError.h"
-#include "platform/linux/PeerProcess.h"
-#include "platform/linux/ScratchSession.h"
-#include "platform/linux/TaskWatch.h"
 #include "platform/Thread.h"
 #include "platform/Timer.h"
+#include "testing/process/linux/PeerProcess.h"
 
 #include <algorithm>
 #include <array>
@@ -20,6 +20,13 @@
 
 namespace platform::linux {
 namespace {
+
+using testing_support::Await;
+using testing_support::CPeerProcess;
+using testing_support::CScratchSession;
+using testing_support::IsPolling;
+using testing_support::OwnTask;
+using testing_support::VoluntarySwitches;
 
 namespace fs = std::filesystem;
 

@@ -1,11 +1,11 @@
 #include "platform/Window.h"
 
+#include "platform/contract/linux/ScratchSession.h"
+#include "platform/contract/linux/TaskWatch.h"
 #include "platform/LastError.h"
-#include "platform/linux/LoginBus.h"
 #include "platform/linux/MessageSocket.h"
-#include "platform/linux/PeerProcess.h"
-#include "platform/linux/ScratchSession.h"
-#include "platform/linux/TaskWatch.h"
+#include "testing/process/linux/LoginBus.h"
+#include "testing/process/linux/PeerProcess.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -22,6 +22,13 @@
 
 namespace platform::linux {
 namespace {
+
+using testing_support::CLoginBus;
+using testing_support::CPeerProcess;
+using testing_support::CScratchSession;
+using testing_support::IsPolling;
+using testing_support::OwnTask;
+using testing_support::VoluntarySwitches;
 
 namespace fs = std::filesystem;
 using testing::AllOf;
@@ -115,7 +122,7 @@ public:
     {
         EXPECT_TRUE(PostToWindow(FindWindowOfClass(kClass), WM_APP, ++m_marks, 0));
         m_recorder.Await(WM_APP, m_marks);
-        linux::Await([this] { return IsPolling(m_task); });
+        testing_support::Await([this] { return IsPolling(m_task); });
     }
     long Switches() const { return VoluntarySwitches(m_task); }
     // How long the thread has been at work.

@@ -1,8 +1,8 @@
 #include "platform/Http.h"
 #include "platform/LastError.h"
 #include "platform/sim/Machine.h"
-#include "platform/sim/TestThread.h"
 #include "platform/Sync.h"
+#include "testing/TestThread.h"
 
 #include <gmock/gmock.h>
 
@@ -13,6 +13,7 @@ using testing::ElementsAre;
 using testing_support::HttpAnswer;
 using testing_support::HttpExchange;
 using testing_support::HttpFault;
+using testing_support::StartBody;
 
 class SimHttp : public testing::Test {
 protected:

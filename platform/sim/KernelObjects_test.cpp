@@ -1,8 +1,8 @@
 #include "platform/LastError.h"
 #include "platform/Security.h"
 #include "platform/sim/Machine.h"
-#include "platform/sim/TestThread.h"
 #include "platform/Sync.h"
+#include "testing/TestThread.h"
 
 #include <gmock/gmock.h>
 
@@ -10,6 +10,7 @@ namespace platform::sim {
 namespace {
 
 using testing::ElementsAre;
+using testing_support::StartBody;
 
 TEST(SimEvent, PulseWithNobodyWaitingIsLost)
 {

@@ -5,9 +5,9 @@
 #include "platform/Dom.h"
 #include "platform/LastError.h"
 #include "platform/Settings.h"
-#include "platform/sim/TestThread.h"
 #include "platform/Sync.h"
 #include "platform/Timer.h"
+#include "testing/TestThread.h"
 
 #include <gmock/gmock.h>
 #include <new>
@@ -16,6 +16,7 @@ namespace platform::sim {
 namespace {
 
 using testing::ElementsAre;
+using testing_support::StartBody;
 
 std::vector<WORD> LocalClock()
 {

@@ -6,9 +6,9 @@
 #include "platform/Settings.h"
 #include "platform/sim/Machine.h"
 #include "platform/sim/Observer.h"
-#include "platform/sim/TestThread.h"
 #include "platform/Sync.h"
 #include "platform/Timer.h"
+#include "testing/TestThread.h"
 
 #include <gmock/gmock.h>
 #include <new>
@@ -18,6 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing_support::StartBody;
 
 TEST(SimProcess, EndsWithTheLastOfItsThreads)
 {

@@ -2,8 +2,8 @@
 #include "platform/CriticalSection.h"
 #include "platform/LastError.h"
 #include "platform/sim/Machine.h"
-#include "platform/sim/TestThread.h"
 #include "platform/Sync.h"
+#include "testing/TestThread.h"
 
 #include <gmock/gmock.h>
 
@@ -11,6 +11,7 @@ namespace platform::sim {
 namespace {
 
 using testing::ElementsAre;
+using testing_support::StartBody;
 
 TEST(SimScheduler, StartedThreadsRunInTheOrderOfTheirStart)
 {

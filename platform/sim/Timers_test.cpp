@@ -1,8 +1,8 @@
 #include "platform/LastError.h"
 #include "platform/sim/Machine.h"
-#include "platform/sim/TestThread.h"
 #include "platform/Sync.h"
 #include "platform/Timer.h"
+#include "testing/TestThread.h"
 
 #include <gmock/gmock.h>
 
@@ -10,6 +10,7 @@ namespace platform::sim {
 namespace {
 
 using testing::ElementsAre;
+using testing_support::StartBody;
 
 constexpr std::int64_t kMs = 10'000;
 // 2012-07-02 04:00:00 UTC, at which a machine starts.

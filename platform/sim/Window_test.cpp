@@ -2,7 +2,7 @@
 
 #include "platform/LastError.h"
 #include "platform/sim/Machine.h"
-#include "platform/sim/TestThread.h"
+#include "testing/TestThread.h"
 
 #include <gmock/gmock.h>
 
@@ -11,6 +11,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing_support::StartBody;
 
 constexpr wchar_t kClass[] = L"Class";
 

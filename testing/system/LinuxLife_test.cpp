@@ -1,5 +1,5 @@
 // The life of the Linux program: users, folders and signals, the login manager, rest.
-#include "platform/linux/LoginBus.h"
+#include "testing/process/linux/LoginBus.h"
 #include "testing/system/Life.h"
 
 #include <filesystem>
@@ -334,7 +334,7 @@ protected:
         return copy;
     }
 
-    platform::linux::CLoginBus m_bus;
+    testing_support::CLoginBus m_bus;
 };
 
 TEST_F(SystemLinuxLogin, SleepIsSuspendAndWakingUpIsResume)

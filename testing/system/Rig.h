@@ -1,7 +1,7 @@
 // Runs the real amporasrv: on this system, or the Windows one under wine.
 #pragma once
 
-#include "testing/system/Process.h"
+#include "testing/process/Process.h"
 #include "testing/Trace.h"
 
 #include <filesystem>
@@ -10,6 +10,12 @@
 #include <vector>
 
 namespace system_test {
+
+using testing_support::CBackgroundProcess;
+using testing_support::Environment;
+using testing_support::ProcessResult;
+using testing_support::RunProcess;
+using testing_support::WaitUntil;
 
 enum class Platform { kLinux, kWindows };
 

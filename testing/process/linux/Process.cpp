@@ -1,4 +1,4 @@
-#include "testing/system/Process.h"
+#include "testing/process/Process.h"
 
 #include <array>
 #include <cerrno>
@@ -15,7 +15,7 @@
 #include <thread>
 #include <unistd.h>
 
-namespace system_test {
+namespace testing_support {
 namespace {
 
 [[noreturn]] void Fail(int code, const std::string& what)
@@ -305,4 +305,4 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
     return true;
 }
 
-} // namespace system_test
+} // namespace testing_support

@@ -1,10 +1,10 @@
 // Linux as the contract suite drives it.
 #include "platform/contract/Fixture.h"
 
+#include "platform/contract/linux/ScratchSession.h"
 #include "platform/linux/FileDescriptor.h"
-#include "platform/linux/PeerProcess.h"
-#include "platform/linux/ScratchSession.h"
 #include "platform/Text.h"
+#include "testing/process/linux/PeerProcess.h"
 
 #include <chrono>
 #include <csignal>
@@ -55,8 +55,8 @@ private:
 using SettingsLines = std::map<CString, std::map<CString, std::string>>;
 
 struct Environment {
-    linux::CScratchSession session;
-    linux::CPeerProcess peer;
+    testing_support::CScratchSession session;
+    testing_support::CPeerProcess peer;
     std::map<Hive, SettingsLines> settings;
     std::unique_ptr<CErrorOutput> errorOutput;
     CFileDescriptor heldFile;

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace platform::linux {
+namespace testing_support {
 
 // As long as it lives, the environment names folders inside a scratch folder for everything that this backend looks up
 // there: session objects, lock files, settings of both hives and common application data. One at a time, made and
@@ -35,8 +35,8 @@ public:
     std::filesystem::path MachineSettings() const { return Folder() / "machine" / "AmporaSrv" / "settings.reg"; }
 
 private:
-    testing_support::CScratchFolder m_folder;
+    CScratchFolder m_folder;
     std::map<std::string, std::optional<std::string>> m_before; // what the variables were
 };
 
-} // namespace platform::linux
+} // namespace testing_support

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace system_test {
+namespace testing_support {
 
 // Changes of the environment that the program sees. Without value: removed.
 using Environment = std::map<std::string, std::string>;
@@ -64,4 +64,4 @@ ProcessResult RunProcess(const std::vector<std::string>& command, const Environm
 // Waits until the condition holds, looking at it again and again. False when the time is up before.
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);
 
-} // namespace system_test
+} // namespace testing_support

@@ -6,13 +6,13 @@
 #include <functional>
 #include <utility>
 
-namespace platform::sim {
+namespace testing_support {
 
 // Starts a thread that runs body.
-inline ThreadPtr StartBody(std::function<void()> body)
+inline platform::ThreadPtr StartBody(std::function<void()> body)
 {
     auto* handedOver = new std::function<void()>(std::move(body));
-    return StartThread(
+    return platform::StartThread(
         [](void* argument) -> DWORD {
             const std::unique_ptr<std::function<void()>> owned(static_cast<std::function<void()>*>(argument));
             (*owned)();
@@ -21,4 +21,4 @@ inline ThreadPtr StartBody(std::function<void()> body)
         handedOver);
 }
 
-} // namespace platform::sim
+} // namespace testing_support

@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-namespace platform::win32 {
+namespace testing_support {
 
 // One text as it arrived.
 struct DebugMessage {
@@ -42,10 +42,10 @@ private:
     CDebugListener() = default;
     bool TryOpen();
 
-    CKernelHandle m_bufferReady;
-    CKernelHandle m_dataReady;
-    CKernelHandle m_mapping;
-    CMappedView m_view;
+    platform::win32::CKernelHandle m_bufferReady;
+    platform::win32::CKernelHandle m_dataReady;
+    platform::win32::CKernelHandle m_mapping;
+    platform::win32::CMappedView m_view;
 };
 
-} // namespace platform::win32
+} // namespace testing_support

@@ -6,7 +6,7 @@
 #include <string>
 #include <sys/types.h>
 
-namespace platform::linux {
+namespace testing_support {
 
 // A process of the program contract_peer, which acts on named objects when told to. Made by the first command and, once
 // killed, by the next one. One thread at a time.
@@ -26,8 +26,8 @@ private:
     void Start();
 
     pid_t m_process = -1;
-    CFileDescriptor m_commands;
-    CFileDescriptor m_answers;
+    platform::linux::CFileDescriptor m_commands;
+    platform::linux::CFileDescriptor m_answers;
 };
 
-} // namespace platform::linux
+} // namespace testing_support

@@ -11,10 +11,10 @@
 #include <sys/syscall.h>
 #include <thread>
 
-namespace platform::linux {
+namespace testing_support {
 
 // The name of the calling thread's task.
-inline std::string OwnTask() { return std::to_string(CurrentThreadIdentifier()); }
+inline std::string OwnTask() { return std::to_string(platform::CurrentThreadIdentifier()); }
 
 // Whether a task sleeps in the system call of a wait.
 inline bool IsPolling(const std::string& task)
@@ -47,4 +47,4 @@ inline void Await(const std::function<bool()>& condition)
     EXPECT_TRUE(condition());
 }
 
-} // namespace platform::linux
+} // namespace testing_support

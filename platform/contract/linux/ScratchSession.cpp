@@ -1,8 +1,8 @@
-#include "platform/linux/ScratchSession.h"
+#include "platform/contract/linux/ScratchSession.h"
 
 #include <cstdlib>
 
-namespace platform::linux {
+namespace testing_support {
 
 CScratchSession::CScratchSession()
 {
@@ -31,4 +31,4 @@ void CScratchSession::SetVariable(const std::string& name, const char* value)
     value == nullptr ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value, 1);
 }
 
-} // namespace platform::linux
+} // namespace testing_support

@@ -1,10 +1,12 @@
-#include "platform/win32/tools/DebugListener.h"
+#include "testing/process/win32/DebugListener.h"
 
 #include "platform/win32/SecurityDescriptor.h"
 
 #include <algorithm>
 
-namespace platform::win32 {
+namespace testing_support {
+
+using namespace platform;
 
 namespace {
 
@@ -77,7 +79,7 @@ bool CDebugListener::TryOpen()
     if (!security || !SetNullDacl(security)) {
         return false;
     }
-    SECURITY_ATTRIBUTES attributes = AttributesOf(security.get());
+    SECURITY_ATTRIBUTES attributes = win32::AttributesOf(security.get());
     m_bufferReady.Reset(::CreateEventW(&attributes, FALSE, FALSE, L"DBWIN_BUFFER_READY"));
     if (!m_bufferReady || ::GetLastError() == ERROR_ALREADY_EXISTS) {
         return false;
@@ -95,4 +97,4 @@ bool CDebugListener::TryOpen()
     return m_view && ::SetEvent(m_bufferReady.Get());
 }
 
-} // namespace platform::win32
+} // namespace testing_support

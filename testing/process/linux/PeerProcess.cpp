@@ -1,4 +1,4 @@
-#include "platform/linux/PeerProcess.h"
+#include "testing/process/linux/PeerProcess.h"
 
 #include <cerrno>
 #include <csignal>
@@ -6,7 +6,9 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-namespace platform::linux {
+namespace testing_support {
+
+using platform::linux::CFileDescriptor;
 
 namespace {
 
@@ -64,4 +66,4 @@ void CPeerProcess::Start()
     ::posix_spawn_file_actions_destroy(&actions);
 }
 
-} // namespace platform::linux
+} // namespace testing_support

@@ -1,8 +1,8 @@
 // A system bus of a test's own, with a login manager that says what the test wants.
 #pragma once
 
+#include "testing/process/Process.h"
 #include "testing/ScratchFolder.h"
-#include "testing/system/Process.h"
 
 #include <memory>
 #include <optional>
@@ -10,7 +10,7 @@
 #include <systemd/sd-bus.h>
 #include <vector>
 
-namespace platform::linux {
+namespace testing_support {
 
 // A private message bus, and on it, once started, a mock of the login manager. Both end with this object. Operations
 // throw std::runtime_error when they fail. One thread at a time.
@@ -47,11 +47,11 @@ private:
     bool HasLoginManager();
     std::vector<std::string> ListenersTo(const std::string& signalName);
 
-    testing_support::CScratchFolder m_folder;
+    CScratchFolder m_folder;
     std::string m_address;
-    std::optional<system_test::CBackgroundProcess> m_daemon;
-    std::optional<system_test::CBackgroundProcess> m_loginManager;
+    std::optional<CBackgroundProcess> m_daemon;
+    std::optional<CBackgroundProcess> m_loginManager;
     std::unique_ptr<sd_bus, CloseBus> m_bus; // the test's connection
 };
 
-} // namespace platform::linux
+} // namespace testing_support

@@ -1,4 +1,4 @@
-#include "platform/linux/LoginBus.h"
+#include "testing/process/linux/LoginBus.h"
 
 #include <chrono>
 #include <functional>
@@ -6,7 +6,7 @@
 #include <system_error>
 #include <thread>
 
-namespace platform::linux {
+namespace testing_support {
 
 namespace {
 
@@ -79,7 +79,7 @@ CLoginBus::CLoginBus() : m_address("unix:path=" + (m_folder.Path() / "bus").stri
     const std::string file = m_folder.Write("bus.conf", configuration).string();
     m_daemon.emplace(std::vector<std::string>{"dbus-daemon", "--config-file=" + file, "--nofork", "--nopidfile",
                                               "--nosyslog", "--print-address"},
-                     system_test::Environment{}, kStartLimit);
+                     Environment{}, kStartLimit);
     Connect();
 }
 
@@ -99,7 +99,7 @@ void CLoginBus::StartLoginManager()
     m_loginManager.emplace(std::vector<std::string>{"sh", "-c",
                                                     "echo started; exec /usr/bin/python3 -m dbusmock --system "
                                                     "--template logind --logfile /dev/null"},
-                           system_test::Environment{{"DBUS_SYSTEM_BUS_ADDRESS", m_address}}, kStartLimit);
+                           Environment{{"DBUS_SYSTEM_BUS_ADDRESS", m_address}}, kStartLimit);
     Await("start of the login manager", [this] { return HasLoginManager(); });
 }
 
@@ -179,4 +179,4 @@ std::vector<std::string> CLoginBus::ListenersTo(const std::string& signalName)
     return listeners;
 }
 
-} // namespace platform::linux
+} // namespace testing_support
