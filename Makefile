@@ -27,7 +27,7 @@ demo-windows: ## the same with the Windows programs, under wine
 	@scripts/demo.sh windows
 
 check: ## layout, layers, repository rules, static analysis, and the checks of these checks
-	@scripts/setup.sh build tests checks
+	@scripts/setup.sh build windows tests checks
 	@scripts/test.sh checks
 
 test: ## build and run every test, for Linux and, under wine, for Windows
@@ -71,8 +71,9 @@ format: ## lay out all sources
 	@scripts/check-format --fix
 
 tidy: ## static analysis of all sources
-	@scripts/setup.sh build tests checks
+	@scripts/setup.sh build windows tests checks
 	@scripts/configure.sh --tests linux
+	@scripts/configure.sh --tests windows
 	@scripts/check-tidy
 
 clean: ## remove everything that was built

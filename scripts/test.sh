@@ -45,12 +45,14 @@ start_wine() {
   scripts/wine.sh start
 }
 
+configure_both() { scripts/configure.sh --tests linux && scripts/configure.sh --tests windows; }
+
 run_checks() {
   step "checks of the checks" scripts/test-checks
   step "layout" scripts/check-format
   step "layers" scripts/check-layers
   step "repository rules" scripts/check-repository
-  if step "configuration" scripts/configure.sh --tests linux; then step "static analysis" scripts/check-tidy; fi
+  if step "configuration" configure_both; then step "static analysis" scripts/check-tidy; fi
 }
 
 run_preset() {

@@ -10,7 +10,7 @@ struct CCriticalSection::Impl {
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    CRITICAL_SECTION section;
+    CRITICAL_SECTION section{};
 };
 
 CCriticalSection::CCriticalSection() : m_impl(std::make_unique<Impl>()) {}

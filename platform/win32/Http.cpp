@@ -85,7 +85,7 @@ BOOL QueryConnectedState(DWORD* flags)
 HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD context)
 {
     CInternetHandle handle(::InternetOpenW(agent, INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr, 0));
-    return handle ? std::make_shared<CHttpSession>(std::move(handle), context) : nullptr;
+    return handle ? std::make_shared<CHttpSession>(CHttpSession{std::move(handle), context}) : nullptr;
 }
 
 void CloseHttpSession(const HttpSessionPtr& session)
@@ -99,14 +99,14 @@ HttpConnectionPtr OpenHttpConnection(const HttpSessionPtr& session, const CStrin
 {
     CInternetHandle handle(::InternetConnectW(session->handle.Get(), server.c_str(), port, nullptr, nullptr,
                                               INTERNET_SERVICE_HTTP, 0, session->context));
-    return handle ? std::make_shared<CHttpConnection>(session, std::move(handle)) : nullptr;
+    return handle ? std::make_shared<CHttpConnection>(CHttpConnection{session, std::move(handle)}) : nullptr;
 }
 
 HttpRequestPtr OpenHttpRequest(const HttpConnectionPtr& connection, const CString& object, DWORD context)
 {
     CInternetHandle handle(::HttpOpenRequestW(connection->handle.Get(), L"GET", object.empty() ? L"/" : object.c_str(),
                                               L"HTTP/1.1", nullptr, nullptr, kRequestFlags, context));
-    return handle ? std::make_shared<CHttpRequest>(connection, std::move(handle)) : nullptr;
+    return handle ? std::make_shared<CHttpRequest>(CHttpRequest{connection, std::move(handle)}) : nullptr;
 }
 
 BOOL SendHttpRequest(const HttpRequestPtr& request)

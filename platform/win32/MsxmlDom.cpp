@@ -37,7 +37,7 @@ public:
     VARIANT* Get() { return &m_value; }
 
 private:
-    VARIANT m_value;
+    VARIANT m_value{};
 };
 
 BstrPtr MakeBstr(std::wstring_view text)

@@ -14,7 +14,7 @@ constexpr int kMaxQueries = 8;
 BOOL QuerySettingsValue(Hive hive, const CString& keyPath, const wchar_t* valueName, SettingsValue* value)
 {
     *value = {};
-    const HKEY root = hive == Hive::kPerUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+    const auto root = hive == Hive::kPerUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
     win32::CRegistryKey key;
     if (::RegOpenKeyExW(root, keyPath.c_str(), 0, KEY_READ, key.Receive()) != ERROR_SUCCESS) {
         return FALSE;

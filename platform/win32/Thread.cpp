@@ -60,7 +60,7 @@ DWORD CurrentThreadIdentifier() { return ::GetCurrentThreadId(); }
 void EndProcess(int exitCode)
 {
     if (g_runningThreads == 0) {
-        std::exit(exitCode);
+        std::exit(exitCode); // NOLINT(concurrency-mt-unsafe): there is no other thread
     }
     // ExitProcess would end the other threads first and then call the libraries, which may wait for ever for a lock
     // that such a thread held.

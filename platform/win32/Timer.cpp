@@ -99,8 +99,9 @@ BOOL ArmTimer(const TimerPtr& timer, const LARGE_INTEGER* dueTime, TimerRoutine 
     }
     ArmedRoutines().Remove(timer->m_routine);
     timer->m_routine = ArmedRoutines().Add(routine, argument);
-    return ::SetWaitableTimer(timer->m_handle.Get(), dueTime, 0, RunRoutine, reinterpret_cast<void*>(timer->m_routine),
-                              FALSE);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the system hands the number through and follows no pointer
+    auto* const number = reinterpret_cast<void*>(timer->m_routine);
+    return ::SetWaitableTimer(timer->m_handle.Get(), dueTime, 0, RunRoutine, number, FALSE);
 }
 
 BOOL DisarmTimer(const TimerPtr& timer)

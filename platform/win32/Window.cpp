@@ -28,12 +28,16 @@ namespace {
 
 HINSTANCE ProgramInstance() { return ::GetModuleHandleW(nullptr); }
 
-CWindow* WindowOf(HWND handle) { return reinterpret_cast<CWindow*>(::GetWindowLongPtrW(handle, DWLP_USER)); }
+CWindow* WindowOf(HWND handle)
+{
+    const LONG_PTR own = ::GetWindowLongPtrW(handle, DWLP_USER);
+    return reinterpret_cast<CWindow*>(own); // NOLINT(performance-no-int-to-ptr): the system keeps it as an integer
+}
 
 // The last message of all: the window is forgotten, and its message loop looks at that.
 LRESULT ForgetWindow(CWindow* window, WPARAM wParam, LPARAM lParam)
 {
-    const HWND handle = std::exchange(window->m_handle, nullptr);
+    const auto handle = std::exchange(window->m_handle, nullptr);
     ::SetWindowLongPtrW(handle, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(window->m_previous));
     // What another thread sends is handled inside GetMessageW, which returns for a posted message only.
     ::PostThreadMessageW(::GetCurrentThreadId(), WM_NULL, 0, 0);
@@ -58,9 +62,11 @@ INT_PTR CALLBACK ReceiveDialogMessage(HWND handle, UINT message, WPARAM wParam, 
     if (message != WM_INITDIALOG || WindowOf(handle)) { // the receiver has had it and gives it to the system
         return FALSE;
     }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): what CreateDialogWindow handed over travels as an integer
     auto* const window = reinterpret_cast<CWindow*>(lParam);
     window->m_handle = handle;
     ::SetWindowLongPtrW(handle, DWLP_USER, lParam);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the system gives a procedure out as an integer
     window->m_previous = reinterpret_cast<WNDPROC>(
         ::SetWindowLongPtrW(handle, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(ReceiveWindowMessage)));
     return window->m_receiver.ReceiveMessage(*window, message, wParam, 0);
@@ -94,7 +100,7 @@ WindowPtr CreateDialogWindow(WORD templateNumber, const wchar_t* className, CMes
         return nullptr;
     }
     auto window = std::make_shared<CWindow>(receiver);
-    const HWND handle = ::CreateDialogParamW(ProgramInstance(), MAKEINTRESOURCEW(templateNumber), nullptr,
+    const auto handle = ::CreateDialogParamW(ProgramInstance(), MAKEINTRESOURCEW(templateNumber), nullptr,
                                              ReceiveDialogMessage, reinterpret_cast<LPARAM>(window.get()));
     return handle ? window : nullptr;
 }
@@ -140,8 +146,8 @@ void EndMessageLoop(CWindow&, int exitCode) { ::PostQuitMessage(exitCode); }
 
 FoundWindowPtr FindWindowOfClass(const wchar_t* className)
 {
-    const HWND handle = ::FindWindowW(className, nullptr);
-    return handle ? std::make_shared<CFoundWindow>(handle) : nullptr;
+    const auto handle = ::FindWindowW(className, nullptr);
+    return handle ? std::make_shared<CFoundWindow>(CFoundWindow{handle}) : nullptr;
 }
 
 BOOL PostToWindow(const FoundWindowPtr& window, UINT message, WPARAM wParam, LPARAM lParam)

@@ -31,7 +31,7 @@ void Answer(const std::string& text) { std::cout << text << std::endl; }
 // Shows a window as any program may do to any other's.
 std::string Show(const CString& className)
 {
-    const HWND window = ::FindWindowW(className.c_str(), nullptr);
+    const auto window = ::FindWindowW(className.c_str(), nullptr);
     if (window == nullptr) {
         return "no window";
     }
