@@ -1,31 +1,12 @@
 #include "testing/Reports.h"
 
 #include <cstdio>
-#include <stdexcept>
 
 namespace testing_support {
 
 namespace {
 
 std::string Attribute(const std::string& name, const std::string& value) { return " " + name + "=\"" + value + "\""; }
-
-std::string TagOfType(unsigned dataType)
-{
-    switch (dataType) {
-    case 1:
-        return "instant_usage";
-    case 2:
-        return "actual_usage";
-    case 4:
-        return "estimated_usage";
-    case 8:
-        return "peak_supply";
-    case 16:
-        return "peak_demand";
-    default:
-        throw std::invalid_argument("no data type code");
-    }
-}
 
 // Ten entities, each ten times the one before: a thousand million characters when expanded.
 std::string EntityBomb()
@@ -42,6 +23,16 @@ std::string EntityBomb()
 }
 
 } // namespace
+
+UsageRow UsageOf(const Record& record, std::int64_t seconds)
+{
+    return {DateTimeText(record.start), std::to_string(seconds), std::to_string(record.value)};
+}
+
+PeakRow PeakOf(const Record& record)
+{
+    return {DateTimeText(record.start), DateTimeText(record.end), std::to_string(record.value)};
+}
 
 std::string UsageXml(const UsageRow& row)
 {
@@ -71,13 +62,13 @@ std::string UsageReport(unsigned dataType, const std::vector<UsageRow>& usages)
     for (const UsageRow& usage : usages) {
         content += "\n    " + UsageXml(usage);
     }
-    return Report("\n  " + ElementXml(TagOfType(dataType), content + "\n  ") + "\n");
+    return Report("\n  " + ElementXml(KindOf(dataType).element, content + "\n  ") + "\n");
 }
 
 std::string PeakReport(unsigned dataType, const PeakRow& peak)
 {
-    const std::string child = PeakXml(dataType == 8 ? "supply" : "demand", peak);
-    return Report("\n  " + ElementXml(TagOfType(dataType), "\n    " + child + "\n  ") + "\n");
+    const std::string child = PeakXml(KindOf(dataType).item, peak);
+    return Report("\n  " + ElementXml(KindOf(dataType).element, "\n    " + child + "\n  ") + "\n");
 }
 
 std::vector<UsageRow> UsagesOfDay(const std::string& date, int count, int stepSeconds)

@@ -1,6 +1,8 @@
 // Power reports for tests, as the API would send them (UTF-8).
 #pragma once
 
+#include "testing/World.h"
+
 #include <ostream>
 #include <string>
 #include <vector>
@@ -20,6 +22,10 @@ struct PeakRow {
     std::string end = "2012-07-02T23:59:59";
     std::string value = "5000";
 };
+
+// The elements that tell of a record. seconds: a usage's duration.
+UsageRow UsageOf(const Record& record, std::int64_t seconds);
+PeakRow PeakOf(const Record& record);
 
 std::string UsageXml(const UsageRow& row);
 // tagName: "supply" or "demand".

@@ -1,12 +1,17 @@
 #include "testing/simulation/Reports.h"
 
-#include <array>
-#include <cstdio>
+#include "testing/Reports.h"
+
 #include <iterator>
 
 namespace simulation {
 
+using testing_support::ElementXml;
 using testing_support::HttpFault;
+using testing_support::PeakOf;
+using testing_support::PeakXml;
+using testing_support::UsageOf;
+using testing_support::UsageXml;
 
 namespace {
 
@@ -14,52 +19,36 @@ constexpr std::int64_t kSilenceLimitMs = 30'000; // after which the simulated ma
 constexpr std::int64_t kUsageSeconds = std::int64_t{6} * 3'600;
 constexpr std::int64_t kUsagesPerDay = 4;
 
-template <class... Numbers>
-std::string Formatted(const char* format, Numbers... numbers)
-{
-    std::array<char, 80> text{};
-    std::snprintf(text.data(), text.size(), format, numbers...);
-    return text.data();
-}
-
-std::string DateTimeOf(const SYSTEMTIME& time)
-{
-    return Formatted("%04d-%02d-%02dT%02d:%02d:%02d", time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute,
-                     time.wSecond);
-}
-
 // A report of the day and its records.
-struct Report {
+struct DrawnReport {
     std::string xml;
     Records records;
 };
 
-Report UsageReport(CGenerator& generator, const Kind& kind, LocalMs day, const CZone& zone)
+std::string ReportOf(const Kind& kind, const std::string& items)
 {
-    const std::string tag = std::string(kind.word) + "_usage";
-    Report report;
+    return ElementXml("power_report", ElementXml(kind.element, items));
+}
+
+DrawnReport DrawUsages(CGenerator& generator, const Kind& kind, LocalMs day, const CZone& zone)
+{
+    Records records;
+    std::string items;
     for (std::int64_t i = 0; i < kUsagesPerDay; ++i) {
         const LocalMs start = day + i * kUsageSeconds * kSecondMs;
         const UtcMs end = zone.ToUtc(start) + kUsageSeconds * kSecondMs;
-        const Record record{generator.Below(10'000'000), CalendarOf(start), CalendarOf(zone.ToLocal(end))};
-        report.xml += "<usage datetime=\"" + DateTimeOf(record.start) + "\" duration=\"" +
-                      std::to_string(kUsageSeconds) + "\">" + std::to_string(record.value) + "</usage>";
-        report.records.push_back(record);
+        records.push_back({generator.Below(10'000'000), CalendarOf(start), CalendarOf(zone.ToLocal(end))});
+        items += UsageXml(UsageOf(records.back(), kUsageSeconds));
     }
-    report.xml = "<power_report><" + tag + ">" + report.xml + "</" + tag + "></power_report>";
-    return report;
+    return {ReportOf(kind, items), records};
 }
 
-Report PeakReport(CGenerator& generator, const Kind& kind, LocalMs day)
+DrawnReport DrawPeak(CGenerator& generator, const Kind& kind, LocalMs day)
 {
-    const std::string tag = std::string("peak_") + kind.word;
     const std::int64_t hour = generator.Between(0, 22);
     const Record record{generator.Below(10'000'000), CalendarOf(day + hour * kHourMs),
                         CalendarOf(day + (hour + 1) * kHourMs)};
-    return {"<power_report><" + tag + "><" + kind.word + " start=\"" + DateTimeOf(record.start) + "\" end=\"" +
-                DateTimeOf(record.end) + "\">" + std::to_string(record.value) + "</" + kind.word + "></" + tag +
-                "></power_report>",
-            {record}};
+    return {ReportOf(kind, PeakXml(kind.item, PeakOf(record))), {record}};
 }
 
 // An answer of which nothing comes to use.
@@ -138,16 +127,15 @@ void DrawStall(CGenerator& generator, Reply& reply)
 
 std::string TargetOf(const Company& company, const Kind& kind, const SYSTEMTIME& day)
 {
-    return std::string("/") + kind.category + "/" + company.word + "/" + kind.word +
-           Formatted("?date=%04d-%02d-%02d&output=xml", day.wYear, day.wMonth, day.wDay);
+    return testing_support::TargetOf({company.word, static_cast<unsigned>(kind.code), testing_support::DateText(day)});
 }
 
 Reply DrawReply(CGenerator& generator, const Options& options, const Kind& kind, const SYSTEMTIME& day,
                 const CZone& zone)
 {
     const LocalMs midnight = LocalOf({day.wYear, day.wMonth, 0, day.wDay, 0, 0, 0, 0});
-    Report report =
-        kind.isTrimmed ? UsageReport(generator, kind, midnight, zone) : PeakReport(generator, kind, midnight);
+    DrawnReport report =
+        kind.isTrimmed ? DrawUsages(generator, kind, midnight, zone) : DrawPeak(generator, kind, midnight);
     Reply reply;
     reply.answer.body = std::move(report.xml);
     reply.records = std::move(report.records);

@@ -138,7 +138,7 @@ void CLifeTest::ExpectHealthyPassOfANewCopy()
 void CLifeTest::ExpectNoOverlap() const
 {
     std::vector<Request> wholePass;
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         for (const unsigned dataType : KindsOf(company.word)) {
             for (const std::string& date : Dates()) {
                 wholePass.push_back({company.word, dataType, date});

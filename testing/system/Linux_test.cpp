@@ -90,7 +90,7 @@ TEST_F(SystemLinux, CommonFolderThatCannotBeMadeKeepsEveryFileFromBeingWritten)
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(CountLines(pass, kUpdated), 1);
     EXPECT_EQ(CountLines(pass, {"ERR", kGetSaveFolder, "Get Common App Folder Fail."}), kAllFiles);
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         EXPECT_EQ(CountLines(pass, {"ERR", company.className + "::OutData", "Save Folder Path Get Fail."}),
                   static_cast<int>(KindsOf(company.word).size()));
     }
@@ -151,7 +151,7 @@ TEST_F(SystemLinux, WriteThatFailsCostsItsFileAlone)
     EXPECT_EQ(CountLines(pass, kUpdated), 1);
     EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaGoolgeSiteConfig::OutData", "Leave"}), 21);
     EXPECT_EQ(CountLines(pass, kOpenFail), 0);
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         for (const unsigned dataType : KindsOf(company.word)) {
             if (company.word == "tohoku") {
                 ExpectEmptyFile(company.word, dataType); // a header alone still fits

@@ -89,7 +89,7 @@ protected:
     // A pass in which every file exists and no request gets an answer.
     void RunUnanswered(const std::string& moreSettings = "")
     {
-        for (const Company& company : Companies()) {
+        for (const TestCompany& company : kTestCompanies) {
             PutOldFiles(company.word);
         }
         const Pass pass = RunPass(moreSettings);
@@ -97,7 +97,7 @@ protected:
         EXPECT_EQ(CountLines(pass, kSendFail), kAllRequests);
         EXPECT_EQ(CountLines(pass, kGetDataFail), kAllRequests);
         EXPECT_EQ(CountLines(pass, kUpdated), 1);
-        for (const Company& company : Companies()) {
+        for (const TestCompany& company : kTestCompanies) {
             ExpectOldFiles(company.word);
         }
     }
@@ -160,7 +160,7 @@ std::vector<TraceLine> HealthySteps(const std::string& dataFolder)
         {1, "Instant"}, {2, "Actual"}, {4, "Estimated"}, {8, "PeakSupply"}, {16, "PeakDemand"}};
     std::vector<TraceLine> steps = {{"TRA", "CAmporaUpdater::ThreadProc", "Update Flag ON"}};
     bool folderMade = false;
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         for (const unsigned dataType : kDataTypes) {
             for (int day = 0; day < 2; ++day) {
                 if ((company.mask & dataType) != 0) {
@@ -193,7 +193,7 @@ TEST_F(SystemPass, AsksForEveryReportOfBothDaysInOrder)
     EXPECT_TRUE(dates[0] == DateOf(before - 43200) || dates[0] == DateOf(after - 43200)) << dates[0];
     EXPECT_TRUE(dates[1] == DateOf(before + 43200) || dates[1] == DateOf(after + 43200)) << dates[1];
     std::vector<std::string> expected;
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         for (const unsigned dataType : kDataTypes) {
             for (const std::string& date : dates) {
                 if ((company.mask & dataType) != 0) {
@@ -224,7 +224,7 @@ TEST_F(SystemPass, UsesOneConnectionAndNamesItself)
 TEST_F(SystemPass, WritesEveryFileByteForByte)
 {
     RunPass();
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         ExpectHealthyFiles(company.word);
     }
     const auto files = std::filesystem::directory_iterator(Rig().DataFolder());
@@ -348,7 +348,7 @@ TEST_F(SystemPass, ReplacesTheFilesOfTheLastPass)
     PutOldFile("tokyo", 1);
     RunPass();
     RunPass();
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         ExpectHealthyFiles(company.word);
     }
 }
@@ -518,7 +518,7 @@ TEST_F(SystemPass, ChunkedAnswerIsRead)
         return answer;
     });
     RunPass();
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         ExpectHealthyFiles(company.word);
     }
 }

@@ -29,18 +29,6 @@ std::string FileBytes(const std::filesystem::path& path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::string HeaderBytes(unsigned dataType, std::size_t recordCount)
-{
-    return Bytes32(0x00010000) + Bytes32(dataType) + Bytes32(static_cast<unsigned>(recordCount)) + Bytes32(0);
-}
-
-std::string FileName(const std::string& company, unsigned dataType)
-{
-    std::array<char, 32> code{};
-    std::snprintf(code.data(), code.size(), "_%08X.dat", dataType);
-    return company + code.data();
-}
-
 int CountLines(const Pass& pass, const TraceLine& line)
 {
     return static_cast<int>(std::count_if(pass.lines.begin(), pass.lines.end(),
@@ -88,7 +76,7 @@ std::string SiteSetting(const std::string& company, const std::string& valueName
 std::string OnlySetting(const std::string& wanted, unsigned dataType)
 {
     std::string settings = SiteSetting(wanted, "SupportDataType", dataType);
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         if (company.word != wanted) {
             settings += SiteSetting(company.word, "Enable", 0);
         }
@@ -141,7 +129,7 @@ void CSystemTest::SetAnswer(const std::string& company, AnswerFunction answer, u
 
 void CSystemTest::SetAnswerForAll(const AnswerFunction& answer)
 {
-    for (const Company& company : Companies()) {
+    for (const TestCompany& company : kTestCompanies) {
         SetAnswer(company.word, answer);
     }
 }
@@ -230,7 +218,7 @@ std::vector<std::string> CSystemTest::Dates() const
 
 std::filesystem::path CSystemTest::DataFile(const std::string& company, unsigned dataType) const
 {
-    return m_rig->DataFolder() / FileName(company, dataType);
+    return m_rig->DataFolder() / DataFileName(company, dataType);
 }
 
 std::string CSystemTest::Records(const std::string& company, unsigned dataType) const
@@ -301,7 +289,7 @@ void CSystemTest::ExpectEmptyFile(const std::string& company, unsigned dataType)
 
 void CSystemTest::ExpectOthersHealthy(const std::string& company) const
 {
-    for (const Company& other : Companies()) {
+    for (const TestCompany& other : kTestCompanies) {
         if (other.word != company) {
             ExpectHealthyFiles(other.word);
         }

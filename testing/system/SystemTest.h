@@ -2,8 +2,8 @@
 #pragma once
 
 #include "testing/LoopbackServer.h"
+#include "testing/system/HealthyReports.h"
 #include "testing/system/Rig.h"
-#include "testing/system/World.h"
 
 #include <gmock/gmock.h>
 
@@ -20,10 +20,6 @@ inline constexpr unsigned kEveryLine = 27;
 
 // The bytes of a file; empty when there is none.
 std::string FileBytes(const std::filesystem::path& path);
-// The first 16 of a data file's 32 header bytes: all but the time of writing.
-std::string HeaderBytes(unsigned dataType, std::size_t recordCount);
-// "tokyo_00000010.dat"
-std::string FileName(const std::string& company, unsigned dataType);
 
 // How often a line was written.
 int CountLines(const Pass& pass, const testing_support::TraceLine& line);
