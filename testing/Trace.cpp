@@ -4,36 +4,57 @@
 #include "platform/Text.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string_view>
 
 namespace testing_support {
+
+namespace {
+
+bool IsLevel(std::string_view text) { return text == "ERR" || text == "WAR" || text == "TRA"; }
+
+bool IsTime(std::string_view text)
+{
+    const std::string_view shape = "0000/00/00 00:00:00.000";
+    return std::equal(text.begin(), text.end(), shape.begin(), shape.end(),
+                      [](char c, char as) { return as == '0' ? c >= '0' && c <= '9' : c == as; });
+}
+
+} // namespace
 
 std::ostream& operator<<(std::ostream& stream, const TraceLine& line)
 {
     return stream << "[" << line.level << "] " << line.function << " : " << line.message;
 }
 
-TraceLine ParseTraceLine(const std::string& line)
+std::optional<StampedLine> ParseTraceLine(const std::string& text)
 {
-    // "[TRA] 2012/07/02 13:00:00.000 1(2) Function : message\n"
-    const std::size_t close = line.find("] ");
-    const std::size_t ids = line.find(") ");
-    const std::size_t colon = line.find(" : ");
-    if (line.empty() || line[0] != '[' || close == std::string::npos || ids == std::string::npos ||
-        colon == std::string::npos || colon < ids) {
+    std::array<char, 4> level{};
+    std::array<char, 24> time{};
+    StampedLine line;
+    int end = 0;
+    std::sscanf(text.c_str(), "[%3[A-Z]] %23[0-9/:. ] %d(%d) %n", level.data(), time.data(), &line.process,
+                &line.thread, &end);
+    const auto head = static_cast<std::size_t>(end);
+    const std::size_t colon = text.find(" : ", head);
+    if (head == 0 || !IsLevel(level.data()) || !IsTime(time.data()) || colon == std::string::npos || colon == head) {
         return {};
     }
-    TraceLine parsed{line.substr(1, close - 1), line.substr(ids + 2, colon - ids - 2), line.substr(colon + 3)};
-    if (!parsed.message.empty() && parsed.message.back() == '\n') {
-        parsed.message.pop_back();
+    line.time = time.data();
+    line.trace = {level.data(), text.substr(head, colon - head), text.substr(colon + 3)};
+    if (line.trace.message.ends_with('\n')) {
+        line.trace.message.pop_back();
     }
-    return parsed;
+    return line;
 }
 
 std::vector<TraceLine> TraceLines()
 {
     std::vector<TraceLine> lines;
     for (const CString& text : platform::sim::CMachine::Current().DebugLines()) {
-        lines.push_back(ParseTraceLine(platform::EncodeUtf8(text)));
+        const std::optional<StampedLine> line = ParseTraceLine(platform::EncodeUtf8(text));
+        lines.push_back(line ? line->trace : TraceLine{});
     }
     return lines;
 }

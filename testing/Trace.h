@@ -1,8 +1,7 @@
 // Reads trace lines back in tests.
 #pragma once
 
-#include "platform/Types.h"
-
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -20,8 +19,16 @@ struct TraceLine {
 };
 std::ostream& operator<<(std::ostream& stream, const TraceLine& line);
 
-// Splits a line; level is empty for text that is no trace line.
-TraceLine ParseTraceLine(const std::string& line);
+// The same with what differs from run to run.
+struct StampedLine {
+    TraceLine trace;
+    std::string time; // "2012/07/02 13:00:00.000", local
+    int process = 0;
+    int thread = 0;
+};
+// Takes a line apart: "[TRA] 2012/07/02 13:00:00.000 1(2) Function : message", with or without the line's end. Empty
+// for text that is no trace line.
+std::optional<StampedLine> ParseTraceLine(const std::string& text);
 
 // The lines that the simulated machine's debugger got so far.
 std::vector<TraceLine> TraceLines();

@@ -46,11 +46,11 @@ public:
 private:
     void Add(const std::string& text)
     {
-        const testing_support::TraceLine parsed = testing_support::ParseTraceLine(text);
-        if (parsed.level.empty()) {
+        const auto parsed = testing_support::ParseTraceLine(text);
+        if (!parsed) {
             return; // other output, such as a test's own
         }
-        std::string line = parsed.level + "|" + parsed.function + "|" + parsed.message;
+        std::string line = parsed->trace.level + "|" + parsed->trace.function + "|" + parsed->trace.message;
         std::replace_if(
             line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
         const std::scoped_lock lock(m_mutex);

@@ -156,7 +156,7 @@ void CLifeTest::ExpectNoOverlap() const
 void CLifeTest::ExpectScopesBalanceButOfWaiting(const Pass& pass)
 {
     std::map<unsigned, Lines> byThread;
-    for (const Line& line : pass.lines) {
+    for (const StampedLine& line : pass.lines) {
         byThread[line.thread].push_back(line.trace);
     }
     const TraceLine beforeTheWait = IntervalArmed().back();

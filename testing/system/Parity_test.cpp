@@ -79,7 +79,7 @@ protected:
         EXPECT_EQ(pass.exitCode, 0);
         Outcome outcome;
         std::map<unsigned, std::size_t> threads;
-        for (Line line : pass.lines) {
+        for (StampedLine line : pass.lines) {
             const auto thread = threads.try_emplace(line.thread, threads.size()).first->second;
             outcome.threads.resize(threads.size());
             if (line.trace.message.starts_with("Save Folder Created(")) {

@@ -248,7 +248,7 @@ TEST_F(SystemPass, TracesEntryAndExitOfEveryFunction)
     EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaGoolgeSiteConfig::OutData", "Enter"}), 21);
     EXPECT_EQ(CountLines(pass, {"TRA", kUpdateOne, "Enter"}), 5);
     EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaUpdater::Update", "Enter"}), 1);
-    for (const Line& line : pass.lines) {
+    for (const StampedLine& line : pass.lines) {
         EXPECT_EQ(line.process, pass.lines.front().process);
     }
 }
@@ -264,7 +264,7 @@ TEST_F(SystemPass, TracesErrorsAndWarningsAloneWhenLogLevelIs3)
     SetAnswer("tokyo", [](const Request&) { return HttpAnswer{.status = 404}; });
     const Pass pass = RunSilentPass("", 3);
     EXPECT_EQ(pass.lines.size(), 20U); // two for each of Tokyo's ten reports
-    for (const Line& line : pass.lines) {
+    for (const StampedLine& line : pass.lines) {
         EXPECT_EQ(line.trace.level, "ERR") << line.trace;
     }
 }

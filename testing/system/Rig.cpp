@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -30,24 +29,15 @@ std::string Variable(const char* name)
     return value != nullptr ? value : "";
 }
 
-// What a trace line says before " : " and its message, which can be too long for an expression. Made before there are
-// threads: two threads that compile expressions race for tables of the standard library.
-const std::regex kTraceHead(R"(\[(ERR|WAR|TRA)\] \d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3} (\d+)\((\d+)\) (\S{1,100}))");
-
 // Takes the trace log of a copy apart.
 Pass MakePass(int exitCode, const std::string& text)
 {
     Pass pass{exitCode, text, {}, 0};
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);) {
-        const std::size_t end = line.find(" : ");
-        const std::string start = line.substr(0, end);
-        std::smatch parts;
-        if (end != std::string::npos && line.find('\r') == std::string::npos &&
-            std::regex_match(start, parts, kTraceHead)) {
-            pass.lines.push_back({{parts[1], parts[4], line.substr(end + 3)},
-                                  static_cast<unsigned>(std::stoul(parts[2])),
-                                  static_cast<unsigned>(std::stoul(parts[3]))});
+        const auto parsed = testing_support::ParseTraceLine(line);
+        if (parsed && line.find('\r') == std::string::npos) {
+            pass.lines.push_back(*parsed);
         } else {
             ++pass.brokenLines;
         }
@@ -201,23 +191,19 @@ std::unique_ptr<CRig> MakeRig(Platform platform)
     return std::make_unique<CLinuxRig>();
 }
 
+int CountLines(const Pass& pass, const TraceLine& line)
+{
+    return static_cast<int>(std::count_if(pass.lines.begin(), pass.lines.end(),
+                                          [&](const StampedLine& written) { return written.trace == line; }));
+}
+
 Pass CCopy::Trace()
 {
     const int exitCode = WaitForExit(milliseconds(0)).value_or(-1);
     return MakePass(exitCode, Text());
 }
 
-int CCopy::CountLine(const TraceLine& line) const
-{
-    const std::string start = "[" + line.level + "] ";
-    const std::string end = ") " + line.function + " : " + line.message;
-    std::istringstream stream(Text());
-    int count = 0;
-    for (std::string written; std::getline(stream, written);) {
-        count += written.starts_with(start) && written.ends_with(end) ? 1 : 0;
-    }
-    return count;
-}
+int CCopy::CountLine(const TraceLine& line) const { return CountLines(MakePass(-1, Text()), line); }
 
 bool CCopy::WaitForLine(const TraceLine& line, int count)
 {

@@ -15,6 +15,7 @@ using testing_support::CBackgroundProcess;
 using testing_support::Environment;
 using testing_support::ProcessResult;
 using testing_support::RunProcess;
+using testing_support::StampedLine;
 using testing_support::WaitUntil;
 
 enum class Platform { kLinux, kWindows };
@@ -22,20 +23,15 @@ enum class Platform { kLinux, kWindows };
 // The platform that this run tests: Windows when the environment names a Windows build (AMPORA_WINDOWS_BUILD).
 Platform PlatformUnderTest();
 
-// One trace line with what it says about who wrote it.
-struct Line {
-    testing_support::TraceLine trace;
-    unsigned process = 0;
-    unsigned thread = 0;
-};
-
 // What a copy of amporasrv has given.
 struct Pass {
     int exitCode = -1;
-    std::string text;        // all that it wrote to the trace log
-    std::vector<Line> lines; // the same, taken apart; lines that are no trace lines are not in it
-    int brokenLines = 0;     // how many those are
+    std::string text;               // all that it wrote to the trace log
+    std::vector<StampedLine> lines; // the same, taken apart; without what is no trace line
+    int brokenLines = 0;            // how many those are
 };
+// How often a line was written.
+int CountLines(const Pass& pass, const testing_support::TraceLine& line);
 
 // A copy of amporasrv that has been started; killed when this object goes.
 class CCopy {

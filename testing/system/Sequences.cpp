@@ -58,7 +58,7 @@ Lines operator+(Lines first, const Lines& second)
 Lines MainLines(const Pass& pass)
 {
     Lines lines;
-    for (const Line& line : pass.lines) {
+    for (const StampedLine& line : pass.lines) {
         if (line.thread == pass.lines.front().thread) {
             lines.push_back(line.trace);
         }
@@ -70,7 +70,7 @@ Lines WorkerLines(const Pass& pass)
 {
     std::vector<unsigned> threads; // in order of their first lines
     std::map<unsigned, Lines> byThread;
-    for (const Line& line : pass.lines) {
+    for (const StampedLine& line : pass.lines) {
         if (line.thread != pass.lines.front().thread) {
             if (!byThread.contains(line.thread)) {
                 threads.push_back(line.thread);

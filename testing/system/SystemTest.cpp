@@ -29,16 +29,10 @@ std::string FileBytes(const std::filesystem::path& path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-int CountLines(const Pass& pass, const TraceLine& line)
-{
-    return static_cast<int>(std::count_if(pass.lines.begin(), pass.lines.end(),
-                                          [&](const Line& written) { return written.trace == line; }));
-}
-
 bool ScopesBalance(const Pass& pass)
 {
     std::map<unsigned, std::vector<TraceLine>> byThread;
-    for (const Line& line : pass.lines) {
+    for (const StampedLine& line : pass.lines) {
         byThread[line.thread].push_back(line.trace);
     }
     return std::all_of(byThread.begin(), byThread.end(),

@@ -21,8 +21,6 @@ inline constexpr unsigned kEveryLine = 27;
 // The bytes of a file; empty when there is none.
 std::string FileBytes(const std::filesystem::path& path);
 
-// How often a line was written.
-int CountLines(const Pass& pass, const testing_support::TraceLine& line);
 // Of each thread: whether "Enter" and "Leave" pair up and nest.
 bool ScopesBalance(const Pass& pass);
 
