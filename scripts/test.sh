@@ -52,6 +52,7 @@ run_checks() {
   step "layout" scripts/check-format
   step "layers" scripts/check-layers
   step "repository rules" scripts/check-repository
+  step "documents" scripts/check-docs
   if step "configuration" configure_both; then step "static analysis" scripts/check-tidy; fi
 }
 
