@@ -2,9 +2,9 @@
 #include "data/GSXMLAnalyzer.h"
 #include "fetch/AmporaHttpClient.h"
 #include "fetch/AmporaPowerCompanies.h"
+#include "platform/Apartment.h"
 #include "platform/Clock.h"
 #include "platform/Text.h"
-#include "platform/Thread.h"
 #include "testing/Reports.h"
 #include "testing/ScratchFolder.h"
 

@@ -2,6 +2,7 @@
 
 #include "config/TraceLog.h"
 #include "engine/AutoLock.h"
+#include "platform/Apartment.h"
 
 thread_local const CAmporaThread::Run* CAmporaThread::t_run = nullptr;
 

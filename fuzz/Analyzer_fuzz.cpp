@@ -1,8 +1,8 @@
 // Report texts as they come from the network.
 #include "data/CalendarTime.h"
 #include "data/GSXMLAnalyzer.h"
+#include "platform/Apartment.h"
 #include "platform/Text.h"
-#include "platform/Thread.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t size)
 {

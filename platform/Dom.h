@@ -5,11 +5,11 @@
 // - Text nodes of white space alone are not listed, unless xml:space says otherwise; comments, processing instructions
 //   and CDATA sections are nodes like elements.
 // - Handles are shared; any of them keeps its whole document alive. A document and its handles belong to one thread,
-//   which must be inside an apartment (Thread.h).
+//   which must be inside an apartment (Apartment.h).
 //
 // Every function returns a COM status (Linux: E_FAIL or the library's error code as a failure) and leaves its result
-// empty on failure. Want of memory is E_OUTOFMEMORY; only the two functions that load throw, namely std::bad_alloc.
-// Handles passed in must not be null.
+// empty on failure. Running out of memory is E_OUTOFMEMORY; only the two functions that load throw, namely
+// std::bad_alloc. Handles passed in must not be null.
 #pragma once
 
 #include "platform/Types.h"

@@ -1,4 +1,4 @@
-// Threads, their identifiers and their COM apartment.
+// Threads, their identifiers and the end of the process.
 #pragma once
 
 #include "platform/Types.h"
@@ -31,10 +31,5 @@ DWORD CurrentThreadIdentifier();
 // destroyed as after a return from main. Not on the simulated machine, whose processes end with their last thread. Main
 // thread.
 [[noreturn]] void EndProcess(int exitCode);
-
-// Enters a single-threaded COM apartment on the calling thread, which the DOM needs (Dom.h); leaves it again. Calls
-// pair. Nothing to do off Windows.
-void EnterApartment();
-void LeaveApartment();
 
 } // namespace platform

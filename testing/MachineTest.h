@@ -2,6 +2,7 @@
 #pragma once
 
 #include "config/TraceLog.h"
+#include "platform/Apartment.h"
 #include "platform/sim/Machine.h"
 #include "platform/Thread.h"
 

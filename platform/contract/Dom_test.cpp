@@ -1,3 +1,4 @@
+#include "platform/Apartment.h"
 #include "platform/contract/ContractTest.h"
 #include "platform/Dom.h"
 #include "platform/Text.h"

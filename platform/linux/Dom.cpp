@@ -1,8 +1,10 @@
 // The document object model on libxml2, made to behave as MSXML does. libxml2 is the parser inside wine's MSXML too, so
 // limits (256 levels, 10 MB of text in one node) come out the same by themselves; this file adds the rest: which text
 // is dropped, how it is trimmed, what may stand before and behind the document.
+#include "platform/Dom.h"
+
 #include "platform/portable/DocumentCheck.h"
-#include "platform/portable/RealDom.h"
+#include "platform/portable/StatusOf.h"
 #include "platform/Text.h"
 
 #include <algorithm>
@@ -369,15 +371,9 @@ const xmlNode* FindAttribute(const xmlNode* element, std::string_view name)
 
 } // namespace
 
-namespace real_dom {
-
-void EnterApartment() {}
-
-void LeaveApartment() {}
-
 HRESULT CreateDomDocument(DomDocumentPtr* document)
 {
-    return StatusOf(document, [&] {
+    return portable::StatusOf(document, [&] {
         *document = std::make_shared<CDomDocument>();
         return S_OK;
     });
@@ -414,7 +410,7 @@ HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* ele
     if (!document->tree) {
         return E_FAIL;
     }
-    return StatusOf(element, [&] {
+    return portable::StatusOf(element, [&] {
         *element =
             std::make_shared<CDomElement>(CDomElement{document->tree, xmlDocGetRootElement(document->tree.get())});
         return S_OK;
@@ -423,12 +419,12 @@ HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* ele
 
 HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list)
 {
-    return StatusOf(list, [&] { return ListChildren(node->tree, node->node, list); });
+    return portable::StatusOf(list, [&] { return ListChildren(node->tree, node->node, list); });
 }
 
 HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list)
 {
-    return StatusOf(list, [&] { return ListChildren(element->tree, element->node, list); });
+    return portable::StatusOf(list, [&] { return ListChildren(element->tree, element->node, list); });
 }
 
 HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
@@ -437,7 +433,7 @@ HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
     if (index < 0 || static_cast<std::size_t>(index) >= list->nodes.size()) {
         return S_FALSE;
     }
-    return StatusOf(node, [&] {
+    return portable::StatusOf(node, [&] {
         *node = std::make_shared<CDomNode>(CDomNode{list->tree, list->nodes[static_cast<std::size_t>(index)]});
         return S_OK;
     });
@@ -455,7 +451,7 @@ HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
     if (node->node->type != XML_ELEMENT_NODE) {
         return S_FALSE;
     }
-    return StatusOf(attributes, [&] {
+    return portable::StatusOf(attributes, [&] {
         *attributes = std::make_shared<CDomAttributeMap>(CDomAttributeMap{node->tree, node->node});
         return S_OK;
     });
@@ -463,7 +459,7 @@ HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
 
 HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
 {
-    return StatusOf(name, [&] {
+    return portable::StatusOf(name, [&] {
         *name = DecodeUtf8(NodeName(node->node));
         return S_OK;
     });
@@ -471,7 +467,7 @@ HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
 
 HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
 {
-    return StatusOf(name, [&] {
+    return portable::StatusOf(name, [&] {
         *name = DecodeUtf8(QualifiedName(element->node));
         return S_OK;
     });
@@ -479,7 +475,7 @@ HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
 
 HRESULT GetDomText(const DomNodePtr& node, CString* text)
 {
-    return StatusOf(text, [&] {
+    return portable::StatusOf(text, [&] {
         *text = Text(node->node);
         return S_OK;
     });
@@ -488,7 +484,7 @@ HRESULT GetDomText(const DomNodePtr& node, CString* text)
 HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& name, DomNodePtr* attribute)
 {
     attribute->reset();
-    return StatusOf(attribute, [&] {
+    return portable::StatusOf(attribute, [&] {
         const xmlNode* found = FindAttribute(attributes->element, EncodeUtf8(name));
         if (found == nullptr) {
             return S_FALSE;
@@ -504,12 +500,10 @@ HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
         value->clear();
         return S_FALSE;
     }
-    return StatusOf(value, [&] {
+    return portable::StatusOf(value, [&] {
         *value = Content(node->node);
         return S_OK;
     });
 }
-
-} // namespace real_dom
 
 } // namespace platform

@@ -106,8 +106,4 @@ DWORD CurrentProcessIdentifier() { return static_cast<DWORD>(::getpid()); }
 
 DWORD CurrentThreadIdentifier() { return static_cast<DWORD>(::gettid()); }
 
-void EnterApartment() {}
-
-void LeaveApartment() {}
-
 } // namespace platform

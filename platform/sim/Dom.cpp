@@ -1,7 +1,6 @@
 // The real document object model, unless a fault is due.
 #include "platform/Dom.h"
 
-#include "platform/portable/RealDom.h"
 #include "platform/sim/MachineState.h"
 
 #include <new>
@@ -9,6 +8,22 @@
 namespace platform {
 
 using sim::Call;
+
+// The functions of Dom.h as the native backend defines them: CMakeLists.txt builds its DOM with these names.
+decltype(CreateDomDocument) RealCreateDomDocument;
+decltype(LoadDomText) RealLoadDomText;
+decltype(LoadDomFile) RealLoadDomFile;
+decltype(GetDomDocumentElement) RealGetDomDocumentElement;
+HRESULT RealGetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list);
+HRESULT RealGetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list);
+decltype(GetDomItem) RealGetDomItem;
+decltype(GetDomLength) RealGetDomLength;
+decltype(GetDomAttributes) RealGetDomAttributes;
+decltype(GetDomNodeName) RealGetDomNodeName;
+decltype(GetDomTagName) RealGetDomTagName;
+decltype(GetDomText) RealGetDomText;
+decltype(GetDomNamedItem) RealGetDomNamedItem;
+decltype(GetDomNodeValue) RealGetDomNodeValue;
 
 namespace {
 
@@ -20,99 +35,99 @@ HRESULT Fault(Call call, Result* result)
     return static_cast<HRESULT>(sim::Machine().faults.Take(call).value_or(static_cast<DWORD>(S_OK)));
 }
 
-void ThrowIfDue(Call call)
+// The result of the real function, or the fault that is due instead.
+template <class Result, class Function>
+HRESULT UnlessFault(Call call, Result* result, Function real)
 {
-    if (sim::Machine().faults.Take(call)) {
+    const HRESULT fault = Fault(call, result);
+    return fault != S_OK ? fault : real();
+}
+
+// As above, for a function that may also throw.
+template <class Function>
+HRESULT UnlessFault(Call call, Call callThrows, bool* loaded, Function real)
+{
+    const HRESULT fault = Fault(call, loaded);
+    if (sim::Machine().faults.Take(callThrows)) {
         throw std::bad_alloc();
     }
+    return fault != S_OK ? fault : real();
 }
 
 } // namespace
 
 HRESULT CreateDomDocument(DomDocumentPtr* document)
 {
-    const HRESULT fault = Fault(Call::kCreateDomDocument, document);
-    return fault != S_OK ? fault : real_dom::CreateDomDocument(document);
+    return UnlessFault(Call::kCreateDomDocument, document, [&] { return RealCreateDomDocument(document); });
 }
 
 HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
 {
-    const HRESULT fault = Fault(Call::kLoadDomText, loaded);
-    ThrowIfDue(Call::kLoadDomTextThrows);
-    return fault != S_OK ? fault : real_dom::LoadDomText(document, xml, loaded);
+    return UnlessFault(Call::kLoadDomText, Call::kLoadDomTextThrows, loaded,
+                       [&] { return RealLoadDomText(document, xml, loaded); });
 }
 
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)
 {
-    const HRESULT fault = Fault(Call::kLoadDomFile, loaded);
-    ThrowIfDue(Call::kLoadDomFileThrows);
-    return fault != S_OK ? fault : real_dom::LoadDomFile(document, path, loaded);
+    return UnlessFault(Call::kLoadDomFile, Call::kLoadDomFileThrows, loaded,
+                       [&] { return RealLoadDomFile(document, path, loaded); });
 }
 
 HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* element)
 {
-    const HRESULT fault = Fault(Call::kGetDomDocumentElement, element);
-    return fault != S_OK ? fault : real_dom::GetDomDocumentElement(document, element);
+    return UnlessFault(Call::kGetDomDocumentElement, element,
+                       [&] { return RealGetDomDocumentElement(document, element); });
 }
 
 HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list)
 {
-    const HRESULT fault = Fault(Call::kGetDomChildNodes, list);
-    return fault != S_OK ? fault : real_dom::GetDomChildNodes(node, list);
+    return UnlessFault(Call::kGetDomChildNodes, list, [&] { return RealGetDomChildNodes(node, list); });
 }
 
 HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list)
 {
-    const HRESULT fault = Fault(Call::kGetDomChildNodes, list);
-    return fault != S_OK ? fault : real_dom::GetDomChildNodes(element, list);
+    return UnlessFault(Call::kGetDomChildNodes, list, [&] { return RealGetDomChildNodes(element, list); });
 }
 
 HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
 {
-    const HRESULT fault = Fault(Call::kGetDomItem, node);
-    return fault != S_OK ? fault : real_dom::GetDomItem(list, index, node);
+    return UnlessFault(Call::kGetDomItem, node, [&] { return RealGetDomItem(list, index, node); });
 }
 
 HRESULT GetDomLength(const DomNodeListPtr& list, LONG* length)
 {
-    const HRESULT fault = Fault(Call::kGetDomLength, length);
-    return fault != S_OK ? fault : real_dom::GetDomLength(list, length);
+    return UnlessFault(Call::kGetDomLength, length, [&] { return RealGetDomLength(list, length); });
 }
 
 HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
 {
-    const HRESULT fault = Fault(Call::kGetDomAttributes, attributes);
-    return fault != S_OK ? fault : real_dom::GetDomAttributes(node, attributes);
+    return UnlessFault(Call::kGetDomAttributes, attributes, [&] { return RealGetDomAttributes(node, attributes); });
 }
 
 HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
 {
-    const HRESULT fault = Fault(Call::kGetDomNodeName, name);
-    return fault != S_OK ? fault : real_dom::GetDomNodeName(node, name);
+    return UnlessFault(Call::kGetDomNodeName, name, [&] { return RealGetDomNodeName(node, name); });
 }
 
 HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
 {
-    const HRESULT fault = Fault(Call::kGetDomNodeName, name);
-    return fault != S_OK ? fault : real_dom::GetDomTagName(element, name);
+    return UnlessFault(Call::kGetDomNodeName, name, [&] { return RealGetDomTagName(element, name); });
 }
 
 HRESULT GetDomText(const DomNodePtr& node, CString* text)
 {
-    const HRESULT fault = Fault(Call::kGetDomText, text);
-    return fault != S_OK ? fault : real_dom::GetDomText(node, text);
+    return UnlessFault(Call::kGetDomText, text, [&] { return RealGetDomText(node, text); });
 }
 
 HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& name, DomNodePtr* attribute)
 {
-    const HRESULT fault = Fault(Call::kGetDomNamedItem, attribute);
-    return fault != S_OK ? fault : real_dom::GetDomNamedItem(attributes, name, attribute);
+    return UnlessFault(Call::kGetDomNamedItem, attribute,
+                       [&] { return RealGetDomNamedItem(attributes, name, attribute); });
 }
 
 HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
 {
-    const HRESULT fault = Fault(Call::kGetDomNodeValue, value);
-    return fault != S_OK ? fault : real_dom::GetDomNodeValue(node, value);
+    return UnlessFault(Call::kGetDomNodeValue, value, [&] { return RealGetDomNodeValue(node, value); });
 }
 
 } // namespace platform

@@ -1,3 +1,4 @@
+#include "platform/Apartment.h"
 #include "platform/sim/Machine.h"
 
 #include "platform/Clock.h"

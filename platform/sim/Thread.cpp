@@ -1,7 +1,6 @@
 #include "platform/Thread.h"
 
 #include "platform/LastError.h"
-#include "platform/portable/RealDom.h"
 #include "platform/sim/MachineState.h"
 
 #include <system_error>
@@ -49,18 +48,6 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
 DWORD CurrentProcessIdentifier() { return sim::CScheduler::Self().context.process.processId; }
 
 DWORD CurrentThreadIdentifier() { return sim::CScheduler::Self().context.threadId; }
-
-void EnterApartment()
-{
-    ++sim::Machine().apartmentBalance;
-    real_dom::EnterApartment();
-}
-
-void LeaveApartment()
-{
-    --sim::Machine().apartmentBalance;
-    real_dom::LeaveApartment();
-}
 
 } // namespace platform
 

@@ -1,6 +1,8 @@
 // The document object model on MSXML, through COM.
+#include "platform/Dom.h"
+
 #include "platform/portable/DocumentCheck.h"
-#include "platform/portable/RealDom.h"
+#include "platform/portable/StatusOf.h"
 #include "platform/Text.h"
 
 #include <filesystem>
@@ -141,12 +143,6 @@ bool MayBeParsed(const CString& path)
 
 } // namespace
 
-namespace real_dom {
-
-void EnterApartment() { static_cast<void>(CoInitialize(nullptr)); }
-
-void LeaveApartment() { CoUninitialize(); }
-
 HRESULT CreateDomDocument(DomDocumentPtr* document)
 {
     document->reset();
@@ -160,7 +156,7 @@ HRESULT CreateDomDocument(DomDocumentPtr* document)
     if (FAILED(status)) {
         return status;
     }
-    return StatusOf(document, [&] {
+    return portable::StatusOf(document, [&] {
         *document = Wrap<CDomDocument>(static_cast<IXMLDOMDocument*>(object));
         if (!*document) {
             return E_POINTER;
@@ -188,7 +184,7 @@ HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* l
 {
     *loaded = false;
     if (!MayBeParsed(path)) {
-        return real_dom::LoadDomText(document, CString(), loaded);
+        return LoadDomText(document, CString(), loaded);
     }
     CVariant source;
     source.Get()->vt = VT_BSTR;
@@ -203,7 +199,7 @@ HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* ele
 {
     IXMLDOMElement* root = nullptr;
     const HRESULT status = document->object->get_documentElement(&root);
-    return StatusOf(element, [&] {
+    return portable::StatusOf(element, [&] {
         *element = Wrap<CDomElement>(root);
         return FailureIfNull(status, root);
     });
@@ -211,12 +207,12 @@ HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* ele
 
 HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list)
 {
-    return StatusOf(list, [&] { return ListChildren(node->object.get(), list); });
+    return portable::StatusOf(list, [&] { return ListChildren(node->object.get(), list); });
 }
 
 HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list)
 {
-    return StatusOf(list, [&] { return ListChildren(element->object.get(), list); });
+    return portable::StatusOf(list, [&] { return ListChildren(element->object.get(), list); });
 }
 
 HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
@@ -239,7 +235,7 @@ HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
 {
     IXMLDOMNamedNodeMap* map = nullptr;
     const HRESULT status = node->object->get_attributes(&map);
-    return StatusOf(attributes, [&] {
+    return portable::StatusOf(attributes, [&] {
         *attributes = Wrap<CDomAttributeMap>(map);
         return status;
     });
@@ -247,22 +243,23 @@ HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
 
 HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
 {
-    return StatusOf(name, [&] { return ReadText(node->object.get(), &IXMLDOMNode::get_nodeName, name); });
+    return portable::StatusOf(name, [&] { return ReadText(node->object.get(), &IXMLDOMNode::get_nodeName, name); });
 }
 
 HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
 {
-    return StatusOf(name, [&] { return ReadText(element->object.get(), &IXMLDOMElement::get_tagName, name); });
+    return portable::StatusOf(name,
+                              [&] { return ReadText(element->object.get(), &IXMLDOMElement::get_tagName, name); });
 }
 
 HRESULT GetDomText(const DomNodePtr& node, CString* text)
 {
-    return StatusOf(text, [&] { return ReadText(node->object.get(), &IXMLDOMNode::get_text, text); });
+    return portable::StatusOf(text, [&] { return ReadText(node->object.get(), &IXMLDOMNode::get_text, text); });
 }
 
 HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& name, DomNodePtr* attribute)
 {
-    return StatusOf(attribute, [&] {
+    return portable::StatusOf(attribute, [&] {
         const BstrPtr key = MakeBstr(name);
         IXMLDOMNode* item = nullptr;
         const HRESULT status = attributes->object->getNamedItem(key.get(), &item);
@@ -274,7 +271,7 @@ HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& nam
 HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
 {
     value->clear();
-    return StatusOf(value, [&] {
+    return portable::StatusOf(value, [&] {
         CVariant content;
         const HRESULT status = node->object->get_nodeValue(content.Get());
         if (SUCCEEDED(status) && SUCCEEDED(VariantChangeType(content.Get(), content.Get(), 0, VT_BSTR))) {
@@ -283,7 +280,5 @@ HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
         return status;
     });
 }
-
-} // namespace real_dom
 
 } // namespace platform

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <objbase.h>
 
 namespace platform {
 
@@ -68,9 +67,5 @@ void EndProcess(int exitCode)
     ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(exitCode));
     std::abort(); // not reached: a process may always end itself
 }
-
-void EnterApartment() { static_cast<void>(::CoInitialize(nullptr)); }
-
-void LeaveApartment() { ::CoUninitialize(); }
 
 } // namespace platform

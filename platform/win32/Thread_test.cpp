@@ -1,3 +1,4 @@
+#include "platform/Apartment.h"
 #include "platform/Thread.h"
 
 #include <cstdio>

@@ -1,0 +1,9 @@
+#include "platform/Apartment.h"
+
+namespace platform {
+
+void EnterApartment() {}
+
+void LeaveApartment() {}
+
+} // namespace platform
