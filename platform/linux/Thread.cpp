@@ -92,6 +92,10 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
     }
 }
 
+DWORD CurrentProcessIdentifier() { return static_cast<DWORD>(::getpid()); }
+
+DWORD CurrentThreadIdentifier() { return static_cast<DWORD>(::gettid()); }
+
 void EndProcess(int exitCode)
 {
     if (g_runningThreads == 0) {
@@ -101,9 +105,5 @@ void EndProcess(int exitCode)
     std::fflush(nullptr);
     ::_exit(exitCode);
 }
-
-DWORD CurrentProcessIdentifier() { return static_cast<DWORD>(::getpid()); }
-
-DWORD CurrentThreadIdentifier() { return static_cast<DWORD>(::gettid()); }
 
 } // namespace platform

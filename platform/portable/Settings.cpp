@@ -1,5 +1,5 @@
-#include "platform/portable/Utf16.h"
 #include "platform/Settings.h"
+#include "platform/portable/Utf16.h"
 
 namespace platform {
 
