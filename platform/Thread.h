@@ -28,8 +28,8 @@ DWORD CurrentThreadIdentifier();
 
 // Ends the process with this exit code. Threads of StartThread that still run are not waited for: they end wherever
 // they are, and none of them sees an object of static storage destroyed; without such threads those objects are
-// destroyed as after a return from main. Not on the simulated machine, whose processes end with their last thread. Main
-// thread.
+// destroyed as after a return from main. On the simulated machine this ends the first thread, whose local objects are
+// destroyed, and the process ends, with this code, when its other threads have ended. Main thread.
 [[noreturn]] void EndProcess(int exitCode);
 
 } // namespace platform

@@ -136,9 +136,10 @@ public:
 
     // Starts a process in a session: a first thread that runs entry. Returns its identifier. It ends with the last of
     // its threads; the identifiers of ended ones are not used again. The thread that made the machine is a process,
-    // too, in session 1.
-    DWORD StartProcess(unsigned session, std::function<int()> entry);
-    // What the entry of a process returned; empty while any of its threads runs.
+    // too, in session 1 and without arguments, which cannot be ended. arguments: its command line, without the
+    // program's name.
+    DWORD StartProcess(unsigned session, std::function<int()> entry, std::vector<CString> arguments = {});
+    // What the entry of a process returned or EndProcess was given; empty while any of its threads runs.
     std::optional<int> ExitCodeOf(DWORD processId) const;
 
     // Threads that have not ended, and ended ones that still take memory, which the next start of a thread takes back.

@@ -22,10 +22,16 @@ struct DiskEntry {
     bool isOpen = false;
 };
 
-// A process: how many of its threads have not ended, and what its entry returned.
+// A process.
 struct SimProcess {
-    unsigned threads = 0;
-    int exitCode = 0;
+    unsigned threads = 0; // that have not ended
+    int exitCode = 0;     // once its first thread has ended
+    std::vector<CString> arguments = {};
+};
+
+// Thrown by EndProcess, to end the first thread of a process.
+struct ProcessEnd {
+    int exitCode;
 };
 
 // Everything is for the thread that holds the scheduler's baton.

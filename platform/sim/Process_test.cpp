@@ -1,3 +1,4 @@
+#include "platform/Arguments.h"
 #include "platform/Clock.h"
 #include "platform/DebugOutput.h"
 #include "platform/Files.h"
@@ -32,6 +33,57 @@ TEST(SimProcess, EndsWithTheLastOfItsThreads)
     EXPECT_FALSE(machine.ExitCodeOf(process));
     machine.RunFor(2);
     EXPECT_EQ(machine.ExitCodeOf(process), 3);
+}
+
+TEST(SimProcess, HasTheArgumentsItWasStartedWith)
+{
+    CMachine machine;
+    std::vector<std::vector<CString>> seen;
+    const auto look = [&] {
+        seen.push_back(ProgramArguments(0, nullptr));
+        return 0;
+    };
+    machine.StartProcess(1, look, {L"/Exit", L"\u65e5 \u672c"});
+    machine.StartProcess(1, look);
+    machine.RunUntilIdle();
+    EXPECT_THAT(seen, ElementsAre(ElementsAre(L"/Exit", L"\u65e5 \u672c"), IsEmpty()));
+    EXPECT_THAT(ProgramArguments(0, nullptr), IsEmpty());
+}
+
+TEST(SimProcess, EndsWhereEndProcessIsCalled)
+{
+    CMachine machine;
+    auto held = std::make_shared<int>(1);
+    const std::weak_ptr<int> watched = held;
+    bool wentOn = false;
+    const DWORD process = machine.StartProcess(1, [&, held = std::move(held)] {
+        EndProcess(*held + 4);
+        wentOn = true;
+        return 6;
+    });
+    machine.RunUntilIdle();
+    EXPECT_EQ(machine.ExitCodeOf(process), 5);
+    EXPECT_FALSE(wentOn);
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST(SimProcess, EndsWithItsLastThreadAfterEndProcess)
+{
+    CMachine machine;
+    const DWORD process = machine.StartProcess(1, []() -> int {
+        StartBody([] { CMachine::Current().RunFor(50); });
+        EndProcess(5);
+    });
+    machine.RunFor(49);
+    EXPECT_FALSE(machine.ExitCodeOf(process));
+    machine.RunFor(2);
+    EXPECT_EQ(machine.ExitCodeOf(process), 5);
+}
+
+TEST(SimProcessDeathTest, TheOneThatMadeTheMachineCannotBeEnded)
+{
+    const CMachine machine;
+    EXPECT_DEATH(EndProcess(0), "the process that made it is to end");
 }
 
 TEST(SimProcess, HasAnIdentifierOfItsOwnThatItsThreadsShare)

@@ -49,6 +49,14 @@ DWORD CurrentProcessIdentifier() { return sim::CScheduler::Self().context.proces
 
 DWORD CurrentThreadIdentifier() { return sim::CScheduler::Self().context.threadId; }
 
+void EndProcess(int exitCode)
+{
+    if (CurrentProcessIdentifier() == sim::ProcessIdentity().processId) {
+        sim::EndProgram("the process that made it is to end");
+    }
+    throw sim::ProcessEnd{exitCode};
+}
+
 } // namespace platform
 
 namespace platform::sim {
@@ -81,11 +89,18 @@ void MachineState::EndThread(const SimThread& thread)
     }
 }
 
-DWORD CMachine::StartProcess(unsigned session, std::function<int()> entry)
+DWORD CMachine::StartProcess(unsigned session, std::function<int()> entry, std::vector<CString> arguments)
 {
     const DWORD processId = m_state->nextProcessId++;
-    int& exitCode = m_state->processes[processId].exitCode; // elements of a map stay where they are
-    m_state->StartThread({processId, session}, [&exitCode, entry = std::move(entry)] { exitCode = entry(); });
+    SimProcess& process = m_state->processes[processId]; // elements of a map stay where they are
+    process.arguments = std::move(arguments);
+    m_state->StartThread({processId, session}, [&exitCode = process.exitCode, entry = std::move(entry)] {
+        try {
+            exitCode = entry();
+        } catch (const ProcessEnd& end) {
+            exitCode = end.exitCode;
+        }
+    });
     return processId;
 }
 
