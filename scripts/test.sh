@@ -51,6 +51,7 @@ run_checks() {
   step "checks of the checks" scripts/test-checks
   step "layout" scripts/check-format
   step "layers" scripts/check-layers
+  step "backends" scripts/check-backends
   step "repository rules" scripts/check-repository
   step "documents" scripts/check-docs
   if step "configuration" configure_both; then step "static analysis" scripts/check-tidy; fi
