@@ -3,8 +3,71 @@
 #include "platform/sim/Scheduler.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace platform::sim {
+
+namespace {
+
+// In the order of Call.
+constexpr const char* kCallNames[] = {
+    "TimeToLocalCalendar",
+    "LocalCalendarToTime",
+    "CalendarToFileTime",
+    "LocalToUtcFileTime",
+    "QuerySettingsValue",
+    "OutputDebugText",
+    "StartThread",
+    "CreateNamedMutex",
+    "CreateNamedMutexThrows",
+    "CreateNamedEvent",
+    "ReleaseOwnedMutex",
+    "WaitForOne",
+    "WaitForAny",
+    "MakeTimer",
+    "ArmTimer",
+    "DisarmTimer",
+    "InitializeDescriptor",
+    "SetNullDacl",
+    "OpenHttpSession",
+    "OpenHttpConnection",
+    "OpenHttpConnectionThrows",
+    "OpenHttpRequest",
+    "OpenHttpRequestThrows",
+    "SendHttpRequest",
+    "SendHttpRequestThrows",
+    "QueryHttpStatusCode",
+    "QueryHttpStatusCodeThrows",
+    "ReadHttpBody",
+    "CloseHttpSession",
+    "CreateDomDocument",
+    "LoadDomText",
+    "LoadDomTextThrows",
+    "LoadDomFile",
+    "LoadDomFileThrows",
+    "GetDomDocumentElement",
+    "GetDomChildNodes",
+    "GetDomItem",
+    "GetDomLength",
+    "GetDomAttributes",
+    "GetDomNodeName",
+    "GetDomText",
+    "GetDomNamedItem",
+    "GetDomNodeValue",
+    "GetCommonAppDataFolder",
+    "MakeFolder",
+    "OpenForReplace",
+    "WriteFileBytes",
+    "InitializeControls",
+    "RegisterDialogClass",
+    "CreateDialogWindow",
+    "RegisterSessionNotices",
+};
+static_assert(std::size(kCallNames) == static_cast<std::size_t>(Call::kCount));
+
+} // namespace
+
+const char* NameOf(Call call) { return kCallNames[static_cast<std::size_t>(call)]; }
 
 void CFaults::FailCall(Call call, unsigned nth, DWORD code)
 {

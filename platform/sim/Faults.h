@@ -10,6 +10,9 @@
 
 namespace platform::sim {
 
+// "ArmTimer" for Call::kArmTimer.
+const char* NameOf(Call call);
+
 // Counts the calls of each kind and says which of them are to fail.
 class CFaults {
 public:
