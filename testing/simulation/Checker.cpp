@@ -1,6 +1,6 @@
 #include "testing/simulation/Checker.h"
 
-#include "platform/Files.h"
+#include "platform/sim/Faults.h"
 #include "platform/Text.h"
 #include "platform/Thread.h"
 
@@ -13,6 +13,9 @@ using platform::Hive;
 using platform::sim::Call;
 using testing_support::HttpAnswer;
 using testing_support::HttpExchange;
+using At = WorkerState::At;
+using Step = PassState::Step;
+using What = Order::What;
 
 namespace {
 
@@ -20,18 +23,14 @@ constexpr wchar_t kMainKey[] = L"Software\\Halvex\\AmporaSrv";
 constexpr wchar_t kSiteKey[] = L"Software\\Halvex\\AmporaSrv\\site\\";
 constexpr wchar_t kUpdateMutex[] = L"Global\\AmporaSrvUpdateMutex";
 constexpr wchar_t kUpdateEvent[] = L"AmporaSrvUpdateEvent";
-constexpr int kMain = 0; // as a site number: the main key
 
-constexpr std::int64_t kHalfDayMs = 12 * kHourMs;
-constexpr std::int64_t kStopMs = 100;  // how long a stop on leaving waits for the worker
-constexpr std::int64_t kQuitMs = 1000; // and on quitting
-constexpr std::int64_t kRestMs = 1000; // after a failed wait for the mutex
+constexpr std::int64_t kStopMs = 100; // how long a stop on leaving waits for the worker
 
-// The site that a key is of; kMain for the main key, -1 for any other.
+// The site that a key is of; kMainKeySite for the main key, -1 for any other.
 int SiteOf(const CString& keyPath)
 {
     if (keyPath == kMainKey) {
-        return kMain;
+        return kMainKeySite;
     }
     return keyPath.starts_with(kSiteKey) ? static_cast<int>(std::stol(keyPath.substr(std::size(kSiteKey) - 1))) : -1;
 }
@@ -44,13 +43,6 @@ std::optional<DWORD> NumberOf(const platform::SettingsValue* value)
     DWORD number = 0;
     std::memcpy(&number, value->data.data(), sizeof(number));
     return number;
-}
-
-template <class Value>
-void Append(std::vector<BYTE>& bytes, const Value& value)
-{
-    const auto* first = reinterpret_cast<const BYTE*>(&value); // NOLINT: bytes are what is compared
-    bytes.insert(bytes.end(), first, first + sizeof(value));
 }
 
 // Text that is the same on every system.
@@ -73,44 +65,42 @@ std::string HashOf(const std::vector<BYTE>& bytes)
 
 } // namespace
 
-CString DataFilePath(const Company& company, const Kind& kind)
-{
-    const CString separator = platform::kPathSeparator;
-    return L"C:" + separator + L"ProgramData" + separator + L"AmporaSrv" + separator +
-           platform::FormatText(L"%s_%08X.dat", platform::DecodeUtf8(company.word), kind.code);
-}
-
 CChecker::CChecker(const platform::sim::CMachine& machine, CRunLog& log, CZone zone, UtcMs utcNow, Answerer answer)
-    : m_machine(machine), m_log(log), m_zone(std::move(zone)), m_utcAtStart(utcNow - machine.ElapsedMs()),
-      m_answer(std::move(answer))
+    : m_log(log), m_zone(std::move(zone)), m_answer(std::move(answer)), m_state(machine, utcNow)
 {
 }
 
-void CChecker::Violate(const std::string& text)
+bool CChecker::Check(const Seen& seen)
 {
     if (!m_violation) {
-        m_violation = Violation{Now(), text};
-        Note("VIOLATION " + text);
+        m_violation = FindViolation(seen);
+        if (m_violation) {
+            Note("VIOLATION " + m_violation->text);
+        }
     }
+    return !m_violation;
 }
 
-void CChecker::Note(const std::string& line) { m_log.Add(Now(), line); }
+Seen CChecker::SeenOf(Moment moment, const WorkerState* worker) const
+{
+    return {m_state, moment, worker == nullptr ? nullptr : &m_state.programs.at(worker->processId), worker};
+}
 
 // --- What the simulation does
 
 void CChecker::OnProgramStarted(DWORD processId, unsigned session)
 {
-    Program& program = m_programs[processId];
+    ProgramState& program = m_state.programs[processId];
     program.processId = processId;
     program.session = session;
     program.mainThread = m_firstThreads.at(processId);
-    program.orders.push_back({Order::What::kStart, Now()});
-    Note("program " + std::to_string(processId) + " of session " + std::to_string(session));
+    OnOrder(processId, What::kStart);
+    Note(program.Name() + " of session " + std::to_string(session));
 }
 
 void CChecker::OnShortCopyStarted(DWORD processId, unsigned session)
 {
-    m_shortCopies[processId] = session;
+    m_state.shortCopies.insert(processId);
     Note("short copy " + std::to_string(processId) + " of session " + std::to_string(session));
 }
 
@@ -120,64 +110,42 @@ void CChecker::OnEntryReturns(DWORD processId)
         return;
     }
     Note("process " + std::to_string(processId) + " returns");
-    if (m_shortCopies.erase(processId) > 0) {
+    if (m_state.shortCopies.erase(processId) > 0 || !IsProgram(processId)) {
         return;
     }
-    const auto found = m_programs.find(processId);
-    if (found == m_programs.end()) {
-        return;
-    }
-    Program& program = found->second;
-    SkipIdleOrders(program);
-    if (!program.isQuitting || program.orders.front().what != Order::What::kQuit) {
-        Violate("program " + std::to_string(processId) + " ends without being told to");
-    } else if (program.isStarted) {
-        Violate("program " + std::to_string(processId) + " ends without stopping its worker");
-    }
+    ProgramState& program = m_state.programs.at(processId);
+    program.DropIdleOrders();
+    Check({m_state, Moment::kReturns, &program});
     program.hasReturned = true;
     program.orders.clear();
 }
 
-void CChecker::OnStartPosted(DWORD processId)
+void CChecker::OnOrder(DWORD processId, What what)
 {
-    m_programs.at(processId).orders.push_back({Order::What::kStart, Now()});
-}
-
-void CChecker::OnStopPosted(DWORD processId) { m_programs.at(processId).orders.push_back({Order::What::kStop, Now()}); }
-
-void CChecker::OnQuitPosted(DWORD processId)
-{
-    Program& program = m_programs.at(processId);
-    program.orders.push_back({Order::What::kQuit, Now()});
-    program.isQuitting = true;
+    ProgramState& program = m_state.programs.at(processId);
+    program.orders.push_back({what, m_state.Now()});
+    program.isQuitting = program.isQuitting || what == What::kQuit;
 }
 
 void CChecker::OnClockMoved(std::int64_t byMs)
 {
-    m_utcAtStart += byMs;
-    m_clockMovedMs = Now();
+    m_state.utcAtStart += byMs;
+    m_state.clockMovedMs = m_state.Now();
 }
 
 void CChecker::OnManualUpdate(unsigned session)
 {
-    if (m_violation) {
-        return;
-    }
-    for (auto& [thread, worker] : m_workers) {
+    for (auto& [thread, worker] : m_state.workers) {
         if (worker.session != session || worker.mustEndBy) {
             continue;
         }
         if (worker.at == At::kWait) {
-            worker.isWoken = true;
-            worker.sinceMs = Now();
-            return;
-        }
-        // Its wait for the mutex, or its rest, uses the event up.
-        if (worker.at == At::kTurn || (worker.at == At::kPass && !worker.pass.hasBegun)) {
-            return;
+            worker.sinceMs = m_state.Now();
+        } else if (worker.at == At::kTurn || (worker.at == At::kPass && !worker.pass.HasBegun())) {
+            return; // its wait for the mutex, or its rest, uses the event up
         }
     }
-    m_eventIsSet[session] = m_machine.NamedObjectExists(kUpdateEvent, session);
+    m_state.eventIsSet[session] = m_state.machine.NamedObjectExists(kUpdateEvent, session);
 }
 
 void CChecker::OnFault(Call call)
@@ -186,311 +154,148 @@ void CChecker::OnFault(Call call)
         return;
     }
     const Caller caller{platform::CurrentProcessIdentifier(), 0, platform::CurrentThreadIdentifier()};
-    Note("fault " + std::to_string(static_cast<int>(call)) + " in thread " + std::to_string(caller.threadId));
-    if (Program* program = ProgramOfMain(caller)) {
-        if (call == Call::kRegisterSessionNotices) {
-            program->getsSessionNotices = false;
-        } else if (call == Call::kCreateNamedMutex || call == Call::kCreateNamedMutexThrows ||
-                   call == Call::kCreateNamedEvent || call == Call::kStartThread) {
-            FailStart(*program);
-        }
-        return;
+    Note(std::string("fault ") + platform::sim::NameOf(call) + " in thread " + std::to_string(caller.threadId));
+    ProgramState* program = ProgramOfMain(caller);
+    WorkerState* worker = WorkerOf(caller.threadId);
+    if (program != nullptr && call == Call::kRegisterSessionNotices) {
+        program->getsSessionNotices = false;
+    } else if (program != nullptr && (call == Call::kCreateNamedMutex || call == Call::kCreateNamedMutexThrows ||
+                                      call == Call::kCreateNamedEvent || call == Call::kStartThread)) {
+        TakeOrder(Moment::kStarts, program);
+    } else if (worker != nullptr) {
+        OnWorkerFault(*worker, call);
     }
-    Worker* worker = WorkerOf(caller);
-    if (worker == nullptr) {
-        return;
+}
+
+void CChecker::OnWorkerFault(WorkerState& worker, Call call)
+{
+    constexpr Call kOfSchedule[] = {Call::kMakeTimer, Call::kArmTimer, Call::kDisarmTimer, Call::kWaitForOne,
+                                    Call::kWaitForAny};
+    if (std::find(std::begin(kOfSchedule), std::end(kOfSchedule), call) != std::end(kOfSchedule)) {
+        worker.hasFaultySchedule = true;
+    } else if (call == Call::kOpenForReplace && worker.IsIn(Step::kWrite)) {
+        worker.pass.EndKind();
+    } else if (call == Call::kWriteFileBytes) {
+        worker.writeFailed = true;
     }
-    Settle(*worker);
-    bool& eventIsSet = m_eventIsSet[worker->session];
-    const bool isWaiting = worker->at == At::kWait;
-    switch (call) {
-    case Call::kMakeTimer:
-        worker->hasTimer = false;
-        break;
-    case Call::kArmTimer:
-        if (isWaiting && worker->isAtBase) {
-            // The interval timer is tried at once; the wait has not begun.
-            eventIsSet = eventIsSet || worker->tookPending;
-            MoveTo(*worker, At::kInterval);
-        } else if (isWaiting) {
-            worker->due = std::move(worker->oldDue);
-            worker->dueIsOld = true;
-        }
-        break;
-    case Call::kDisarmTimer:
-        worker->disarmFailed = isWaiting && worker->isWoken;
-        break;
-    case Call::kWaitForOne:
-        if (isWaiting) {
-            eventIsSet = eventIsSet || worker->tookPending;
-            worker->mustEndBy = Now();
-        } else if (m_mutexOwner == 0 || m_mutexOwner == worker->threadId) {
-            eventIsSet = eventIsSet || worker->tookPending; // the rest is left out
-        }
-        break;
-    case Call::kWaitForAny:
-        worker->tookPending = std::exchange(eventIsSet, false);
-        worker->pausesUntilMs = Now() + kRestMs;
-        break;
-    case Call::kOpenForReplace:
-        if (worker->at == At::kPass && worker->pass.step == Step::kWrite) {
-            EndKind(*worker);
-        }
-        break;
-    case Call::kWriteFileBytes:
-        worker->writeFailed = true;
-        break;
-    default:
-        break;
+}
+
+HttpAnswer CChecker::Answer(const HttpExchange& exchange)
+{
+    ++m_requests;
+    WorkerState* worker = WorkerOf(platform::CurrentThreadIdentifier());
+    Seen seen = SeenOf(Moment::kRequests, worker);
+    seen.target = exchange.target;
+    if (!Check(seen)) {
+        return {};
     }
+    PassState& pass = worker->pass;
+    pass.reply = m_answer(pass.KindInTurn(), pass.Day(m_zone), m_zone);
+    pass.downloadEndsMs = m_state.Now() + pass.reply.lastsMs;
+    pass.step = Step::kDownload;
+    Note(worker->Name() + " gets " + exchange.target + ": " + pass.reply.name + " in " +
+         std::to_string(pass.reply.lastsMs) + " ms");
+    return pass.reply.answer;
 }
 
 // --- What it is asked
 
-DWORD CChecker::RunningCopy(unsigned session) const
+const ProgramState* CChecker::CopyOf(unsigned session) const
 {
-    for (const auto& [processId, program] : m_programs) {
-        if (program.session == session && !program.isQuitting && !program.hasReturned) {
-            return processId;
-        }
-    }
-    return 0;
-}
-
-bool CChecker::HasCopy(unsigned session) const
-{
-    return std::any_of(m_programs.begin(), m_programs.end(),
-                       [&](const auto& entry) { return entry.second.session == session && !entry.second.hasReturned; });
-}
-
-bool CChecker::GetsSessionNotices(DWORD processId) const { return m_programs.at(processId).getsSessionNotices; }
-
-bool CChecker::IsMainThread(const Caller& caller) const
-{
-    const auto found = m_programs.find(caller.processId);
-    return found != m_programs.end() && found->second.mainThread == caller.threadId;
-}
-
-void CChecker::CheckPassSince(unsigned session, unsigned passes)
-{
-    if (m_lastPasses[session] <= passes) {
-        Violate("session " + std::to_string(session) + " has made no pass after the faults");
-    }
+    const auto found = std::find_if(m_state.programs.begin(), m_state.programs.end(), [&](const auto& entry) {
+        return entry.second.session == session && !entry.second.hasReturned;
+    });
+    return found == m_state.programs.end() ? nullptr : &found->second;
 }
 
 void CChecker::CheckDeadlines()
 {
-    if (m_violation) {
-        return;
+    Check({m_state, Moment::kIdle});
+    for (auto& [processId, program] : m_state.programs) {
+        program.DropIdleOrders();
+        Check({m_state, Moment::kProgramIdle, &program});
     }
-    for (const auto& [processId, session] : m_shortCopies) {
-        Violate("second copy " + std::to_string(processId) + " does not end at once");
-    }
-    for (auto& [processId, program] : m_programs) {
-        CheckProgram(program);
-    }
-    for (auto& [thread, worker] : m_workers) {
+    for (auto& [thread, worker] : m_state.workers) {
         Settle(worker);
-        CheckWorker(worker);
-    }
-}
-
-void CChecker::CheckProgram(Program& program)
-{
-    SkipIdleOrders(program);
-    if (program.orders.empty()) {
-        return;
-    }
-    const Order& order = program.orders.front();
-    const std::string name = "program " + std::to_string(program.processId);
-    const std::int64_t from = std::max(order.postedMs, program.freeMs);
-    if (order.what == Order::What::kQuit) {
-        if (Now() >= from + kQuitMs) {
-            Violate(name + " does not end although it was told to");
-        }
-    } else if (Now() >= from) {
-        Violate(name +
-                (order.what == Order::What::kStart ? " does not start its worker" : " does not stop its worker"));
-    }
-}
-
-void CChecker::CheckWorker(const Worker& worker)
-{
-    const std::string name = NameOf(worker);
-    if (worker.mustEndBy) {
-        if (Now() >= *worker.mustEndBy) {
-            Violate(name + " does not end");
-        }
-        return;
-    }
-    switch (worker.at) {
-    case At::kStart:
-        Violate(name + " neither updates nor waits after its start");
-        break;
-    case At::kBase:
-    case At::kInterval:
-        Violate(name + " does not arm its timer");
-        break;
-    case At::kTurn:
-        if (m_mutexOwner == 0 && Now() >= worker.pausesUntilMs) {
-            Violate(name + " does not take the free update mutex");
-        }
-        break;
-    case At::kPass:
-        if (worker.pass.step != Step::kDownload && Now() >= worker.pausesUntilMs) {
-            Violate(name + " stands still in its pass");
-        }
-        break;
-    case At::kWait:
-        if (worker.isWoken) {
-            Violate(name + " does not heed the update event");
-        } else if (worker.due && worker.due->IsOverdue(Now(), UtcNow())) {
-            Violate(name + " leaves out a pass that is due");
-        }
-        break;
-    }
-}
-
-void CChecker::CheckLeftovers()
-{
-    if (m_violation) {
-        return;
-    }
-    for (const auto& [processId, program] : m_programs) {
-        if (!program.hasReturned || !m_machine.ExitCodeOf(processId)) {
-            Violate("program " + std::to_string(processId) + " is left");
-        }
-    }
-    const auto check = [this](std::size_t count, const char* what) {
-        if (count > 0) {
-            Violate(std::to_string(count) + " " + what + " left");
-        }
-    };
-    check(m_workers.size(), "worker threads are");
-    check(m_machine.WindowCount(), "windows are");
-    check(m_machine.NamedObjectCount(), "named objects are");
-    check(m_machine.OpenHttpHandleCount(), "HTTP handles are");
-    check(m_machine.ArmedTimerCount(), "armed timers are");
-    for (const CString& path : m_machine.FilePaths()) {
-        if (!m_files.contains(path)) {
-            Violate("file " + Portable(path) + " is none of the program's");
-        } else if (m_machine.FindFile(path)->bytes != m_files.at(path).bytes) {
-            Violate("file " + Portable(path) + " does not hold what was written last");
+        if (worker.mustEndBy || !worker.hasFaultySchedule) {
+            Check(SeenOf(worker.mustEndBy ? Moment::kStoppedIdle : Moment::kWorkerIdle, &worker));
         }
     }
 }
 
-void CChecker::CheckConverged(unsigned firstPass)
+void CChecker::CheckConverged(unsigned sessions, unsigned firstPass)
 {
-    for (const Company& company : kCompanies) {
-        for (const Kind& kind : kKinds) {
-            if ((company.mask & kind.code) == 0) {
-                continue;
-            }
-            const CString path = DataFilePath(company, kind);
-            const auto found = m_files.find(path);
-            if (found == m_files.end() || !found->second.isWhole || found->second.pass < firstPass) {
-                Violate("file " + Portable(path) + " is not right again after the faults");
-            }
-        }
-    }
+    m_state.sessions = sessions;
+    m_state.convergesFrom = firstPass;
+    Check({m_state, Moment::kConverged});
 }
+
+void CChecker::CheckLeftovers() { Check({m_state, Moment::kTakenDown}); }
 
 // --- Programs
 
-CChecker::Program* CChecker::ProgramOfMain(const Caller& caller)
+ProgramState* CChecker::ProgramOfMain(const Caller& caller)
 {
-    return IsMainThread(caller) ? &m_programs.at(caller.processId) : nullptr;
+    const auto found = m_state.programs.find(caller.processId);
+    return found != m_state.programs.end() && found->second.mainThread == caller.threadId ? &found->second : nullptr;
 }
 
-void CChecker::SkipIdleOrders(Program& program)
+bool CChecker::TakeOrder(Moment moment, ProgramState* program)
 {
-    std::deque<Order>& orders = program.orders;
-    while (!orders.empty() && ((orders.front().what == Order::What::kStart && program.isStarted) ||
-                               (orders.front().what == Order::What::kStop && !program.isStarted))) {
-        orders.pop_front();
+    if (program != nullptr) {
+        program->DropIdleOrders();
     }
-}
-
-bool CChecker::TakeOrder(Program& program, Order::What what)
-{
-    SkipIdleOrders(program);
-    if (program.orders.empty() || program.orders.front().what != what) {
+    if (!Check({m_state, moment, program})) {
         return false;
     }
-    program.orders.pop_front();
-    return true;
-}
-
-void CChecker::FailStart(Program& program)
-{
-    if (!TakeOrder(program, Order::What::kStart)) {
-        Violate("program " + std::to_string(program.processId) + " makes named objects unasked");
+    if (!program->IsTold(What::kQuit)) { // which counts until it returns
+        program->orders.pop_front();
     }
+    return true;
 }
 
 void CChecker::OnThreadStarted(const Caller& starter, const Caller& started)
 {
-    if (m_violation) {
-        return;
-    }
     if (starter.processId != started.processId) {
         m_firstThreads[started.processId] = started.threadId; // of which kind the process is, is said right after this
         return;
     }
-    Program* program = ProgramOfMain(starter);
-    if (program == nullptr || program->hasReturned || !TakeOrder(*program, Order::What::kStart)) {
-        Violate("process " + std::to_string(starter.processId) + " starts a worker unasked");
+    ProgramState* program = ProgramOfMain(starter);
+    if (!TakeOrder(Moment::kStarts, program)) {
         return;
     }
-    Note("worker " + std::to_string(started.threadId) + " of program " + std::to_string(program->processId));
+    Note("worker " + std::to_string(started.threadId) + " of " + program->Name());
     program->isStarted = true;
     program->worker = started.threadId;
-    Worker& worker = m_workers[started.threadId];
-    worker.threadId = started.threadId;
-    worker.processId = program->processId;
-    worker.session = program->session;
-    worker.sinceMs = Now();
-}
-
-void CChecker::OnThreadEnded(const Caller& thread)
-{
-    if (m_violation) {
-        return;
-    }
-    if (Worker* worker = WorkerOf(thread)) {
-        EndWorker(*worker);
-    }
+    m_state.workers[started.threadId] = {.threadId = started.threadId,
+                                         .processId = program->processId,
+                                         .session = program->session,
+                                         .sinceMs = m_state.Now()};
 }
 
 void CChecker::OnEventPulsed(unsigned session, const CString& name, const Caller& caller)
 {
-    if (m_violation) {
+    ProgramState* program = name == kUpdateEvent ? ProgramOfMain(caller) : nullptr;
+    if (!TakeOrder(Moment::kPulses, program)) {
         return;
     }
-    Program* program = ProgramOfMain(caller);
-    if (name != kUpdateEvent || program == nullptr) {
-        Violate("process " + std::to_string(caller.processId) + " pulses an event");
-        return;
-    }
-    SkipIdleOrders(*program);
-    const bool quits = !program->orders.empty() && program->orders.front().what == Order::What::kQuit;
-    if (!quits && !TakeOrder(*program, Order::What::kStop)) {
-        Violate("program " + std::to_string(program->processId) + " stops its worker unasked");
-    }
-    m_eventIsSet[session] = false;
+    m_state.eventIsSet[session] = false;
     program->isStarted = false;
-    program->freeMs = Now() + kStopMs;
-    StopWorker(*program);
+    program->freeMs = m_state.Now() + kStopMs;
+    if (WorkerState* worker = WorkerOf(program->worker)) {
+        const bool isDownloading = worker->IsIn(Step::kDownload);
+        Note(worker->Name() + (isDownloading ? " is told to end in a download" : " is told to end"));
+        worker->mustEndBy = isDownloading ? worker->pass.downloadEndsMs : m_state.Now();
+    }
 }
 
 void CChecker::OnObjectMade(unsigned session, const CString& name)
 {
     // What had the name before is gone, whoever owned it.
     if (name == kUpdateEvent) {
-        m_eventIsSet[session] = false;
+        m_state.eventIsSet[session] = false;
     } else if (name == kUpdateMutex) {
-        m_mutexOwner = 0;
+        m_state.mutexOwner = 0;
     }
 }
 
@@ -503,108 +308,88 @@ void CChecker::OnDebugLine(const Caller& /*caller*/, const CString& text)
 
 // --- Workers
 
-CChecker::Worker* CChecker::WorkerOf(const Caller& caller)
+WorkerState* CChecker::WorkerOf(DWORD threadId)
 {
-    const auto found = m_workers.find(caller.threadId);
-    return found == m_workers.end() ? nullptr : &found->second;
+    const auto found = m_state.workers.find(threadId);
+    if (m_violation || found == m_state.workers.end()) {
+        return nullptr;
+    }
+    Settle(found->second);
+    return &found->second;
 }
 
-std::string CChecker::NameOf(const Worker& worker)
-{
-    return "worker " + std::to_string(worker.threadId) + " of program " + std::to_string(worker.processId);
-}
-
-void CChecker::MoveTo(Worker& worker, At at)
+void CChecker::MoveTo(WorkerState& worker, At at)
 {
     worker.at = at;
-    worker.sinceMs = Now();
+    worker.sinceMs = m_state.Now();
 }
 
-void CChecker::StopWorker(Program& program)
+void CChecker::OnThreadEnded(const Caller& thread)
 {
-    const auto found = m_workers.find(program.worker);
-    if (found == m_workers.end()) {
-        return;
+    if (const WorkerState* worker = WorkerOf(thread.threadId)) {
+        Note(worker->Name() + " ends");
+        Check(SeenOf(Moment::kWorkerEnds, worker));
+        bool& isDone = m_state.programs.at(worker->processId).initialUpdateDone;
+        isDone = isDone || worker->isInitial;
+        m_state.workers.erase(thread.threadId);
     }
-    Worker& worker = found->second;
-    Settle(worker);
-    const bool isDownloading = worker.at == At::kPass && worker.pass.step == Step::kDownload;
-    Note(NameOf(worker) + (isDownloading ? " is told to end in a download" : " is told to end"));
-    worker.mustEndBy = isDownloading ? worker.pass.downloadEndsMs : Now();
-}
-
-void CChecker::EndWorker(Worker& worker)
-{
-    Note(NameOf(worker) + " ends");
-    if (!worker.mustEndBy) {
-        Violate(NameOf(worker) + " ends without being told to");
-    } else if (Now() > *worker.mustEndBy) {
-        Violate(NameOf(worker) + " ends too late");
-    }
-    if (worker.isInitial) {
-        m_programs.at(worker.processId).initialUpdateDone = true;
-    }
-    m_workers.erase(worker.threadId);
 }
 
 void CChecker::OnSettingQueried(const Caller& caller, Hive hive, const CString& keyPath, const CString& valueName,
                                 const platform::SettingsValue* value)
 {
-    Worker* worker = WorkerOf(caller);
-    const int site = SiteOf(keyPath);
-    if (m_violation || worker == nullptr || valueName == L"ApiHost") {
+    WorkerState* worker = WorkerOf(caller.threadId);
+    if (worker == nullptr || valueName == L"ApiHost") {
         return;
     }
-    Settle(*worker);
-    const std::optional<DWORD> number = NumberOf(value);
-    const bool isMasterSwitch = site == kMain && valueName == L"Enable";
-    if (hive == Hive::kPerUser) {
-        if (isMasterSwitch) {
-            Violate(NameOf(*worker) + " looks for the master switch in the user's settings");
+    Seen seen = SeenOf(Moment::kLooksUp, worker);
+    seen.hive = hive;
+    seen.site = SiteOf(keyPath);
+    seen.name = valueName;
+    const bool isMain = seen.site == kMainKeySite;
+    if (Check(seen) && !isMain) {
+        seen.moment = Moment::kLooksUpSite;
+        if (Check(seen) && !worker->pass.HasBegun()) {
+            worker->pass.Begin(m_zone, m_state.UtcNow());
         }
-        if (site != kMain && valueName == L"Enable") {
-            BeginStep(*worker, site);
-        }
-        worker->lookup = {site, valueName};
-        if (!number) {
-            return;
-        }
-    } else if (!isMasterSwitch && worker->lookup != std::pair(site, valueName)) {
-        Violate(NameOf(*worker) + " passes over the user's settings");
     }
-    worker->lookup = {-1, {}};
-    OnValue(*worker, site, valueName, number);
+    const std::optional<DWORD> number = NumberOf(value);
+    const bool isFinal = hive == Hive::kMachine || number;
+    worker->userLookup = isFinal ? std::pair(-1, CString()) : std::pair(seen.site, valueName);
+    if (m_violation || !isFinal) {
+        return;
+    }
+    if (isMain) {
+        OnMainValue(*worker, valueName, number);
+    } else {
+        OnSiteValue(*worker, valueName, number);
+    }
 }
 
-void CChecker::OnValue(Worker& worker, int site, const CString& name, std::optional<DWORD> value)
+void CChecker::OnSiteValue(WorkerState& worker, const CString& name, std::optional<DWORD> value)
 {
-    if (m_violation) {
-        return;
+    PassState& pass = worker.pass;
+    const bool isSwitch = name == L"Enable";
+    if (isSwitch && value.value_or(1) != 0) {
+        return; // the kinds are looked up next
     }
-    if (site != kMain) {
-        Pass& pass = worker.pass;
-        if (worker.at != At::kPass || pass.company == std::size(kCompanies)) {
-            Violate(NameOf(worker) + " looks for a site out of turn");
-            return;
-        }
-        if (name == L"Enable") {
-            if (value && *value == 0) {
-                OnUrlSettled(worker, false);
-            }
-        } else {
-            const DWORD mask = value.value_or(kCompanies[pass.company].mask);
-            OnUrlSettled(worker, (mask & kKinds[pass.kind].code) != 0);
-        }
-        return;
+    const DWORD kinds = isSwitch ? 0 : value.value_or(pass.CompanyInTurn().mask);
+    if ((kinds & pass.KindInTurn().code) != 0 && m_isConnected) {
+        pass.ExpectRequest(m_zone);
+    } else {
+        pass.EndDay(std::nullopt, m_heldPath);
     }
+}
+
+void CChecker::OnMainValue(WorkerState& worker, const CString& name, std::optional<DWORD> value)
+{
     if (name == L"Enable") {
         OnDecision(worker, value.value_or(0) != 0);
         return;
     }
+    worker.numbers.erase(name);
     if (value) {
-        worker.values[platform::EncodeUtf8(name)] = static_cast<LONG>(*value);
-    } else {
-        worker.values.erase(platform::EncodeUtf8(name));
+        worker.numbers[name] = static_cast<LONG>(*value);
     }
     if (name == L"FixedClockMax") {
         OnBaseSettings(worker);
@@ -613,350 +398,128 @@ void CChecker::OnValue(Worker& worker, int site, const CString& name, std::optio
     }
 }
 
-void CChecker::OnDecision(Worker& worker, bool isEnabled)
+void CChecker::OnDecision(WorkerState& worker, bool isEnabled)
 {
-    Program& program = m_programs.at(worker.processId);
-    Note(NameOf(worker) + (isEnabled ? " begins a pass" : " skips a pass"));
-    if (worker.mustEndBy) {
-        Violate(NameOf(worker) + " goes on although it was told to end");
+    Note(worker.Name() + (isEnabled ? " begins a pass" : " skips a pass"));
+    Check(SeenOf(Moment::kDecides, &worker));
+    worker.isInitial = worker.at == At::kStart;
+    // A wait that the event ended uses it up, and the wait for a mutex that is not free does.
+    if (worker.at == At::kWait || (isEnabled && m_state.mutexOwner != 0)) {
+        m_state.eventIsSet[worker.session] = false;
     }
-    if (worker.at == At::kStart) {
-        if (program.initialUpdateDone || Now() > worker.sinceMs) {
-            Violate(NameOf(worker) + " makes an initial update that is none");
-        }
-        worker.isInitial = true;
-    } else if (worker.at == At::kWait && worker.isWoken) {
-        if (Now() > worker.sinceMs) {
-            Violate(NameOf(worker) + " heeds the update event too late");
-        }
-        worker.oldDue = worker.disarmFailed ? std::move(worker.due) : std::nullopt;
-    } else if (worker.at == At::kWait && worker.due) {
-        const bool mayBeLate =
-            worker.dueIsOld || (worker.due->IsByClock() && (m_clockMovedMs == Now() || worker.sinceMs == Now()));
-        if (!worker.due->MayFallDueAt(Now(), UtcNow(), mayBeLate)) {
-            Violate(NameOf(worker) + " makes a pass that is not due");
-        }
-        worker.oldDue.reset();
-    } else {
-        Violate(NameOf(worker) + " makes a pass that nobody asked for");
-    }
-    worker.disarmFailed = false;
     if (isEnabled) {
         worker.pass = {};
         MoveTo(worker, At::kTurn);
-        if (m_mutexOwner != 0) {
-            // The wait for the mutex uses up an event that was set before.
-            worker.tookPending = std::exchange(m_eventIsSet[worker.session], false);
-        }
         return;
     }
-    const bool isInitial = std::exchange(worker.isInitial, false);
-    program.initialUpdateDone = program.initialUpdateDone || isInitial;
-    MoveTo(worker, isInitial ? At::kBase : At::kInterval);
+    ProgramState& program = m_state.programs.at(worker.processId);
+    const bool hadFirstPass = std::exchange(program.initialUpdateDone, true);
+    MoveTo(worker, hadFirstPass ? At::kInterval : At::kBase);
 }
 
-void CChecker::OnBaseSettings(Worker& worker)
+void CChecker::OnBaseSettings(WorkerState& worker)
 {
-    if (worker.at != At::kBase || Now() > worker.sinceMs) {
-        Violate(NameOf(worker) + " looks for the base time out of turn");
-    }
-    const auto valueOr = [&](const char* name, std::int64_t other) {
-        const auto found = worker.values.find(name);
-        return found == worker.values.end() ? other : found->second;
-    };
-    const std::int64_t clock = valueOr("FixedClock", 9);
-    const Minutes delay = RandomMinutesBetween(valueOr("FixedClockMin", 0), valueOr("FixedClockMax", 30));
-    if (CalendarOf(m_zone.ToLocal(UtcNow())).wHour >= clock) {
+    Check(SeenOf(Moment::kReadsBase, &worker));
+    const std::int64_t clock = worker.NumberOr(L"FixedClock", 9);
+    const Minutes delay =
+        RandomMinutesBetween(worker.NumberOr(L"FixedClockMin", 0), worker.NumberOr(L"FixedClockMax", 30));
+    if (CalendarOf(m_zone.ToLocal(m_state.UtcNow())).wHour >= clock) {
         MoveTo(worker, At::kInterval);
         return;
     }
-    std::optional<CDue> due = CDue::AtBaseTime(m_zone, UtcNow(), clock, delay);
+    std::optional<CDue> due = CDue::AtBaseTime(m_zone, m_state.UtcNow(), clock, delay);
     if (!due) {
         // The conversion's exception ends the worker.
-        Note(NameOf(worker) + " finds no such hour");
-        worker.mustEndBy = Now();
-    } else if (!worker.hasTimer) {
+        Note(worker.Name() + " finds no such hour");
+        worker.mustEndBy = m_state.Now();
+    } else if (worker.hasFaultySchedule) { // no timer
         MoveTo(worker, At::kInterval);
     } else {
-        Note(NameOf(worker) + " waits for the base time");
-        BeginWait(worker, std::move(due));
-        worker.isAtBase = true;
+        Note(worker.Name() + " waits for the base time");
+        MoveTo(worker, At::kWait);
+        worker.due = std::move(due);
     }
 }
 
-void CChecker::OnIntervalSettings(Worker& worker)
+void CChecker::OnIntervalSettings(WorkerState& worker)
 {
-    const bool isRestart = worker.at == At::kStart && m_programs.at(worker.processId).initialUpdateDone;
-    if ((worker.at != At::kInterval && !isRestart) || Now() > worker.sinceMs || worker.mustEndBy) {
-        Violate(NameOf(worker) + " looks for the interval out of turn");
-    }
-    const auto valueOr = [&](const char* name, std::int64_t other) {
-        const auto found = worker.values.find(name);
-        return found == worker.values.end() ? other : found->second;
-    };
-    const Minutes random = RandomMinutesBetween(valueOr("IntervalMin", -15), valueOr("IntervalMax", 15));
-    std::optional<CDue> due;
-    if (worker.hasTimer) {
-        due = CDue::AfterInterval(Now(), valueOr("Interval", 30), random);
-    }
-    BeginWait(worker, std::move(due));
-    worker.isAtBase = false;
-}
-
-void CChecker::BeginWait(Worker& worker, std::optional<CDue> due)
-{
+    Check(SeenOf(Moment::kReadsInterval, &worker));
+    const Minutes random =
+        RandomMinutesBetween(worker.NumberOr(L"IntervalMin", -15), worker.NumberOr(L"IntervalMax", 15));
     MoveTo(worker, At::kWait);
-    worker.due = std::move(due);
-    worker.dueIsOld = false;
-    worker.isWoken = std::exchange(m_eventIsSet[worker.session], false);
-    worker.tookPending = worker.isWoken;
+    worker.due = CDue::AfterInterval(m_state.Now(), worker.NumberOr(L"Interval", 30), random);
 }
 
 // --- Passes
 
 void CChecker::OnMutexAcquired(unsigned /*session*/, const CString& name, const Caller& owner)
 {
-    if (m_violation || name != kUpdateMutex) {
+    WorkerState* worker = WorkerOf(owner.threadId);
+    if (name != kUpdateMutex || !Check(SeenOf(Moment::kTakesMutex, worker))) {
         return;
     }
-    if (m_mutexOwner != 0) {
-        Violate("two threads own the update mutex");
+    m_state.mutexOwner = owner.threadId;
+    if (worker != nullptr) {
+        Note(worker->Name() + " has the mutex");
+        MoveTo(*worker, At::kPass);
     }
-    m_mutexOwner = owner.threadId;
-    Worker* worker = WorkerOf(owner);
-    if (worker == nullptr) {
-        return;
-    }
-    Note(NameOf(*worker) + " has the mutex");
-    if (worker->at != At::kTurn) {
-        Violate(NameOf(*worker) + " takes the update mutex out of turn");
-    }
-    MoveTo(*worker, At::kPass);
 }
 
 void CChecker::OnMutexReleased(unsigned /*session*/, const CString& name, const Caller& owner, bool abandoned)
 {
-    if (m_violation || name != kUpdateMutex) {
+    if (name != kUpdateMutex) {
         return;
     }
-    m_mutexOwner = 0;
-    Worker* worker = WorkerOf(owner);
+    m_state.mutexOwner = 0;
+    WorkerState* worker = WorkerOf(owner.threadId);
     if (worker == nullptr) {
         return;
     }
-    Note(NameOf(*worker) + (abandoned ? " abandons the mutex" : " gives the mutex back"));
-    Settle(*worker);
-    if (worker->at != At::kPass) {
-        Violate(NameOf(*worker) + " gives back a mutex that it had no need of");
-    } else if (!worker->mustEndBy) {
-        EndPass(*worker);
-        if (abandoned) {
-            Violate(NameOf(*worker) + " abandons the update mutex");
-        }
+    Note(worker->Name() + (abandoned ? " abandons the mutex" : " gives the mutex back"));
+    Seen seen = SeenOf(Moment::kGivesMutex, worker);
+    seen.isAbandoned = abandoned;
+    if (Check(seen) && !worker->mustEndBy) {
+        m_state.lastPasses[worker->session] = ++m_state.passes;
+        m_state.programs.at(worker->processId).initialUpdateDone = true;
+        MoveTo(*worker, At::kInterval);
     }
 }
 
-void CChecker::EndPass(Worker& worker)
+void CChecker::Settle(WorkerState& worker)
 {
-    const Pass& pass = worker.pass;
-    if (pass.company != std::size(kCompanies) || pass.step != Step::kBetween) {
-        Violate(NameOf(worker) + " ends its pass early");
+    PassState& pass = worker.pass;
+    if (worker.IsIn(Step::kDownload) && m_state.Now() >= pass.downloadEndsMs && !worker.mustEndBy &&
+        Check(SeenOf(Moment::kHasAnswer, &worker))) {
+        pass.EndDay(pass.reply.records, m_heldPath);
     }
-    ++m_passes;
-    m_lastPasses[worker.session] = m_passes;
-    if (std::exchange(worker.isInitial, false)) {
-        m_programs.at(worker.processId).initialUpdateDone = true;
-    }
-    MoveTo(worker, At::kInterval);
-}
-
-void CChecker::BeginPass(Worker& worker)
-{
-    Pass& pass = worker.pass;
-    pass.hasBegun = true;
-    // Through the local clock, whole seconds.
-    const LocalMs local = m_zone.ToLocal(UtcNow()) / kSecondMs * kSecondMs;
-    const UtcMs now = m_zone.ToUtc(local);
-    pass.lower = m_zone.ToLocal(now - kHalfDayMs);
-    pass.upper = m_zone.ToLocal(now + kHalfDayMs);
-    const UtcMs last = m_zone.ToUtc(pass.upper);
-    for (UtcMs day = m_zone.ToUtc(pass.lower); day <= last; day += kDayMs) {
-        pass.days.push_back(day);
-    }
-}
-
-void CChecker::Settle(Worker& worker)
-{
-    Pass& pass = worker.pass;
-    if (worker.at == At::kPass && pass.step == Step::kDownload && Now() >= pass.downloadEndsMs && !worker.mustEndBy) {
-        if (Now() > pass.downloadEndsMs) {
-            Violate(NameOf(worker) + " stands still after a download");
-        }
-        EndDay(worker, pass.reply.records);
-    }
-}
-
-void CChecker::BeginStep(Worker& worker, int site)
-{
-    Pass& pass = worker.pass;
-    if (worker.at != At::kPass) {
-        Violate(NameOf(worker) + " looks for a site outside a pass");
-        return;
-    }
-    if (worker.mustEndBy) {
-        Violate(NameOf(worker) + " goes on with its pass although it was told to end");
-    }
-    if (!pass.hasBegun) {
-        BeginPass(worker);
-    }
-    if (pass.step != Step::kBetween) {
-        Violate(NameOf(worker) + (pass.step == Step::kRequest ? " leaves out a request" : " leaves out a file"));
-    } else if (pass.company == std::size(kCompanies) || kCompanies[pass.company].site != site) {
-        Violate(NameOf(worker) + " looks for a site out of turn");
-    }
-    pass.company = std::min(pass.company, std::size(kCompanies) - 1); // only after a violation
-}
-
-void CChecker::OnUrlSettled(Worker& worker, bool isWanted)
-{
-    if (isWanted && m_isConnected) {
-        worker.pass.step = Step::kRequest;
-    } else {
-        EndDay(worker, std::nullopt);
-    }
-}
-
-HttpAnswer CChecker::Answer(const HttpExchange& exchange)
-{
-    if (m_violation) {
-        return {};
-    }
-    const Caller caller{exchange.processId, exchange.session, platform::CurrentThreadIdentifier()};
-    Worker* worker = WorkerOf(caller);
-    ++m_requests;
-    if (worker == nullptr || worker->at != At::kPass || m_mutexOwner != caller.threadId) {
-        Violate("thread " + std::to_string(caller.threadId) + " sends a request without the update mutex");
-        return {};
-    }
-    Pass& pass = worker->pass;
-    Settle(*worker);
-    if (worker->mustEndBy) {
-        Violate(NameOf(*worker) + " sends a request although it was told to end");
-        return {};
-    }
-    if (pass.step != Step::kRequest) {
-        Violate(NameOf(*worker) + " sends a request that is not wanted: " + exchange.target);
-        return {};
-    }
-    const Kind& kind = kKinds[pass.kind];
-    const SYSTEMTIME day = CalendarOf(m_zone.ToLocal(pass.days.at(pass.day)));
-    const std::string target = TargetOf(kCompanies[pass.company], kind, day);
-    if (exchange.target != target) {
-        Violate(NameOf(*worker) + " asks for " + exchange.target + ", not for " + target);
-    }
-    pass.reply = m_answer(kind, day, m_zone);
-    pass.downloadEndsMs = Now() + pass.reply.lastsMs;
-    pass.step = Step::kDownload;
-    Note(NameOf(*worker) + " gets " + exchange.target + ": " + pass.reply.name + " in " +
-         std::to_string(pass.reply.lastsMs) + " ms");
-    return pass.reply.answer;
-}
-
-void CChecker::EndDay(Worker& worker, const std::optional<Records>& records)
-{
-    Pass& pass = worker.pass;
-    if (records) {
-        if (!pass.merged) {
-            pass.merged.emplace();
-        }
-        pass.merged->insert(pass.merged->end(), records->begin(), records->end());
-    }
-    pass.step = Step::kBetween;
-    if (++pass.day < pass.days.size()) {
-        return;
-    }
-    if (pass.merged && PathOf(pass) != m_heldPath) {
-        pass.step = Step::kWrite;
-    } else {
-        EndKind(worker);
-    }
-}
-
-void CChecker::EndKind(Worker& worker)
-{
-    Pass& pass = worker.pass;
-    pass.merged.reset();
-    pass.step = Step::kBetween;
-    pass.day = 0;
-    if (++pass.kind == std::size(kKinds)) {
-        pass.kind = 0;
-        ++pass.company;
-    }
-}
-
-CString CChecker::PathOf(const Pass& pass) const { return DataFilePath(kCompanies[pass.company], kKinds[pass.kind]); }
-
-std::vector<BYTE> CChecker::FileOf(const Pass& pass) const
-{
-    const Kind& kind = kKinds[pass.kind];
-    std::vector<BYTE> records;
-    DWORD count = 0;
-    for (const Record& record : *pass.merged) {
-        if (kind.isTrimmed && (LocalOf(record.end) < pass.lower || LocalOf(record.start) > pass.upper)) {
-            continue;
-        }
-        ++count;
-        Append(records, record.value);
-        Append(records, record.start);
-        Append(records, record.end);
-    }
-    std::vector<BYTE> bytes;
-    Append(bytes, DWORD{0x00010000});
-    Append(bytes, kind.code);
-    Append(bytes, count);
-    Append(bytes, DWORD{0});
-    Append(bytes, CalendarOf(m_zone.ToLocal(UtcNow())));
-    bytes.insert(bytes.end(), records.begin(), records.end());
-    return bytes;
 }
 
 void CChecker::OnFileOpened(const Caller& caller, const CString& path)
 {
-    if (m_violation) {
+    WorkerState* worker = WorkerOf(caller.threadId);
+    Seen seen = SeenOf(Moment::kOpensFile, worker);
+    seen.name = path;
+    if (!Check(seen)) {
         return;
     }
-    Worker* worker = WorkerOf(caller);
-    if (worker == nullptr || m_mutexOwner != caller.threadId) {
-        Violate("thread " + std::to_string(caller.threadId) + " writes a file without the update mutex");
-        return;
-    }
-    Settle(*worker);
-    Pass& pass = worker->pass;
-    if (pass.step != Step::kWrite || path != PathOf(pass)) {
-        Violate(NameOf(*worker) + " writes " + Portable(path) + ", for which there is no reason");
-        return;
-    }
-    pass.expected = FileOf(pass);
-    pass.step = Step::kWriting;
+    worker->pass.expected = worker->pass.File(CalendarOf(m_zone.ToLocal(m_state.UtcNow())));
+    worker->pass.step = Step::kWriting;
 }
 
 void CChecker::OnFileClosed(const Caller& caller, const CString& path, const platform::sim::SimFile& file)
 {
-    Worker* worker = WorkerOf(caller);
-    if (m_violation || worker == nullptr || worker->pass.step != Step::kWriting) {
+    WorkerState* worker = WorkerOf(caller.threadId);
+    if (worker == nullptr || !worker->IsIn(Step::kWriting)) {
         return;
     }
-    const std::vector<BYTE>& expected = worker->pass.expected;
-    const bool isWhole = file.bytes == expected;
-    const bool isPart =
-        file.bytes.size() < expected.size() && std::equal(file.bytes.begin(), file.bytes.end(), expected.begin());
-    if (!isWhole && !(isPart && (worker->writeFailed || m_diskIsLimited))) {
-        Violate(NameOf(*worker) + " writes something else into " + Portable(path) + " than it was told");
-    }
+    Seen seen = SeenOf(Moment::kClosesFile, worker);
+    seen.name = path;
+    seen.content = file.bytes;
+    Check(seen);
     Note("file " + Portable(path) + " " + HashOf(file.bytes));
-    m_files[path] = {file.bytes, isWhole, m_passes};
+    m_state.files[path] = {file.bytes, file.bytes == worker->pass.expected, m_state.passes};
     worker->writeFailed = false;
-    EndKind(*worker);
+    worker->pass.EndKind();
 }
 
 } // namespace simulation

@@ -1,4 +1,4 @@
-// Every promise that the checker watches can be broken, and it notices: programs with one flaw each.
+// Programs with one flaw each, and which invariant the checker finds violated.
 #include "testing/simulation/Simulation.h"
 
 #include "app/AmporaSrvDlg.h"
@@ -12,20 +12,117 @@
 #include "platform/Window.h"
 
 #include <gmock/gmock.h>
+#include <set>
 #include <stdexcept>
 
 namespace simulation {
 namespace {
 
-using testing::HasSubstr;
+using Arguments = std::vector<CString>;
 
 constexpr std::uint64_t kSeed = 9;
 constexpr LONGLONG kSecond = 10'000'000;
 
-// A dialog that has an updater of any class.
-template <class Updater>
-class CStandIn : public platform::CMessageReceiver {
+// --- What the programs have in common
+
+class CFlawedUpdater;
+
+// What an updater does otherwise; it does the right thing for an empty member.
+struct Flaw {
+    std::function<BOOL(CFlawedUpdater&)> start = {};
+    std::function<void(CFlawedUpdater&, DWORD timeoutMs)> stop = {};
+    std::function<void(CFlawedUpdater&)> run = {};
+    std::function<BOOL(CFlawedUpdater&, CAmporaSiteConfig* const* sites)> update = {};
+    std::function<BOOL(CFlawedUpdater&, CWaitTableTimer& timer)> arm = {};
+    std::function<void(CFlawedUpdater&)> updateCompany = {};
+    std::function<CString(CAmporaSiteConfig&, DWORD dataType, SYSTEMTIME day)> url = {};
+    std::function<void(CAmporaSiteConfig&, DWORD dataType, CAmporaDataCollection&, SYSTEMTIME writeTime)> write = {};
+    bool forgetsItsFirstPass = false; // when the machine is suspended
+};
+
+// A site with the flaw of its updater.
+class CFlawedSite : public CAmporaSiteConfig {
 public:
+    CFlawedSite(CAmporaSiteConfig& site, const Flaw& flaw) : m_site(site), m_flaw(flaw) {}
+    CString GetURL(DWORD dataType, SYSTEMTIME day) override
+    {
+        return m_flaw.url ? m_flaw.url(m_site, dataType, day) : m_site.GetURL(dataType, day);
+    }
+    std::unique_ptr<CAmporaDataCollection> AnalyzeData(DWORD dataType, CString body, DWORD status) override
+    {
+        return m_site.AnalyzeData(dataType, std::move(body), status);
+    }
+    void OutData(DWORD dataType, const CAmporaDataCollection* collection, SYSTEMTIME writeTime) override
+    {
+        CAmporaDataCollection copy;
+        copy.AddAmporaData(collection);
+        if (m_flaw.write) {
+            m_flaw.write(m_site, dataType, copy, writeTime);
+        } else {
+            m_site.OutData(dataType, &copy, writeTime);
+        }
+    }
+
+private:
+    CAmporaSiteConfig& m_site;
+    const Flaw& m_flaw;
+};
+
+class CFlawedUpdater : public CAmporaUpdater {
+public:
+    explicit CFlawedUpdater(const Flaw& flaw) : m_flaw(flaw)
+    {
+        LONG minimum = 0;
+        LONG maximum = 0;
+        CConfigUtil::GetIntervalSetting(m_interval, minimum, maximum);
+    }
+
+    BOOL Start() override { return m_flaw.start ? m_flaw.start(*this) : CAmporaUpdater::Start(); }
+    void Stop(DWORD timeoutMs) override
+    {
+        m_flaw.stop ? m_flaw.stop(*this, timeoutMs) : CAmporaUpdater::Stop(timeoutMs);
+    }
+    void ThreadProc() override { m_flaw.run ? m_flaw.run(*this) : CAmporaUpdater::ThreadProc(); }
+    BOOL Update(CAmporaSiteConfig* const* sites) override
+    {
+        return m_flaw.update ? m_flaw.update(*this, sites) : CAmporaUpdater::Update(sites);
+    }
+    BOOL SetIntervalUpdate(CWaitTableTimer* timer) override
+    {
+        return m_flaw.arm ? m_flaw.arm(*this, *timer) : CAmporaUpdater::SetIntervalUpdate(timer);
+    }
+    void UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSiteConfig* site, const SYSTEMTIME& start,
+                               const SYSTEMTIME& end) override
+    {
+        CFlawedSite flawed(*site, m_flaw);
+        if (m_flaw.updateCompany) {
+            m_flaw.updateCompany(*this);
+        } else {
+            CAmporaUpdater::UpdateOnePowerCompany(client, &flawed, start, end);
+        }
+    }
+
+    // Waits until it is told to end.
+    void Sleep() const
+    {
+        const platform::WaitHandle never = platform::CreateNamedEvent(L"never", nullptr);
+        while (!IsExitSet()) {
+            platform::WaitForOne(never, 1000, FALSE);
+        }
+    }
+
+    const bool m_wasOff = !CConfigUtil::IsUpdateEnable();
+    LONG m_interval = 0;
+    bool m_hasStarted = false;
+
+private:
+    const Flaw& m_flaw;
+};
+
+// The program's dialog with that updater.
+class CFlawedDialog : public platform::CMessageReceiver {
+public:
+    explicit CFlawedDialog(const Flaw& flaw) : m_flaw(flaw) {}
     int Run()
     {
         platform::RegisterDialogClass(kWindowClassName);
@@ -45,484 +142,51 @@ public:
             m_updater->Stop(1000);
         } else if (isPower && wParam == PBT_APMSUSPEND) {
             m_updater->Stop(100);
+            m_updater = m_flaw.forgetsItsFirstPass ? std::make_shared<CFlawedUpdater>(m_flaw) : m_updater;
         } else if (isPower) {
             m_updater->Start();
         }
         return platform::ProcessByDefault(window, message, wParam, lParam);
     }
 
-    std::shared_ptr<Updater> m_updater = std::make_shared<Updater>();
+private:
+    const Flaw& m_flaw;
+    std::shared_ptr<CFlawedUpdater> m_updater = std::make_shared<CFlawedUpdater>(m_flaw);
 };
 
-// The program with another updater; its short copies are the real ones.
-template <class Updater>
-int RunStandIn(const std::vector<CString>& arguments)
+// The program with that updater; its short copies are the real ones.
+Entry With(const Flaw& flaw)
 {
-    return arguments.empty() ? CStandIn<Updater>().Run() : RunAmporaSrv(arguments);
+    return [flaw](const Arguments& arguments) {
+        return arguments.empty() ? CFlawedDialog(flaw).Run() : RunAmporaSrv(arguments);
+    };
 }
 
-// What the checker says; empty when it is content.
-std::string ViolationOf(Program program, const Options& options = {})
-{
-    CSimulation simulation(kSeed, options, std::move(program), false);
-    simulation.Run();
-    const auto& violation = simulation.FirstViolation();
-    return violation ? violation->text : "";
-}
-
-template <class Updater>
-std::string ViolationOf(const Options& options = {})
-{
-    return ViolationOf(RunStandIn<Updater>, options);
-}
-
-Options With(bool Options::*one, bool Options::*other = nullptr)
+Options Only(bool Options::*one)
 {
     Options options;
     options.*one = true;
-    if (other != nullptr) {
-        options.*other = true;
-    }
     return options;
 }
 
-TEST(Checker, IsContentWithTheProgram) { EXPECT_EQ(ViolationOf(RunAmporaSrv), ""); }
-
-TEST(Checker, IsContentWithAStandInWithoutFlaw)
+BOOL ArmFor(CFlawedUpdater& updater, CWaitTableTimer& timer, LONGLONG extraSeconds)
 {
-    EXPECT_EQ(ViolationOf<CAmporaUpdater>(With(&Options::suspend, &Options::manual)), "");
+    updater.CAmporaUpdater::SetIntervalUpdate(&timer);
+    LARGE_INTEGER due{};
+    due.QuadPart = -(updater.m_interval * LONGLONG{60} + extraSeconds) * kSecond;
+    return timer.Start(&due);
 }
 
-// --- Passes do not overlap
-
-class CAsksWithoutMutex : public CAmporaUpdater {
-public:
-    BOOL Update(CAmporaSiteConfig* const* sites) override
-    {
-        CAmporaHttpClient client;
-        CString body;
-        DWORD status = 0;
-        client.GetData(L"http://host/", body, status);
-        return CAmporaUpdater::Update(sites);
-    }
-};
-
-TEST(Checker, NoticesARequestWithoutTheMutex)
+void SendRequest()
 {
-    EXPECT_THAT(ViolationOf<CAsksWithoutMutex>(), HasSubstr("sends a request without the update mutex"));
-}
-
-class CWritesWithoutMutex : public CAmporaUpdater {
-public:
-    BOOL Update(CAmporaSiteConfig* const* sites) override
-    {
-        const BOOL result = CAmporaUpdater::Update(sites);
-        platform::OpenForReplace(DataFilePath(kCompanies[0], kKinds[0]), MakeNullDacl(CTraceLog(L"")).get());
-        return result;
-    }
-};
-
-TEST(Checker, NoticesAFileWrittenWithoutTheMutex)
-{
-    EXPECT_THAT(ViolationOf<CWritesWithoutMutex>(), HasSubstr("writes a file without the update mutex"));
-}
-
-// Its pass is one, but for the mutex.
-class CTakesNoTurn : public CAmporaUpdater {
-public:
-    BOOL Update(CAmporaSiteConfig* const* sites) override
-    {
-        CAmporaHttpClient client;
-        for (; *sites != nullptr; ++sites) {
-            UpdateOnePowerCompany(&client, *sites, {2012, 7, 0, 1, 0, 0, 0, 0}, {2012, 7, 0, 2, 0, 0, 0, 0});
-        }
-        return TRUE;
-    }
-};
-
-TEST(Checker, NoticesAPassThatTakesNoTurn)
-{
-    EXPECT_THAT(ViolationOf<CTakesNoTurn>(), HasSubstr("looks for a site outside a pass"));
-}
-
-// --- Every pass that is due, once, in its time
-
-// Does nothing until it is to end.
-class CSleeps : public CAmporaUpdater {
-public:
-    void ThreadProc() override
-    {
-        const platform::WaitHandle never = platform::CreateNamedEvent(L"never", nullptr);
-        while (!IsExitSet()) {
-            platform::WaitForOne(never, 1000, FALSE);
-        }
-    }
-};
-
-TEST(Checker, NoticesThatTheFirstPassIsMissing)
-{
-    EXPECT_THAT(ViolationOf<CSleeps>(), HasSubstr("neither updates nor waits after its start"));
-}
-
-class CUpdatesTwice : public CAmporaUpdater {
-public:
-    BOOL Update(CAmporaSiteConfig* const* sites) override
-    {
-        CAmporaUpdater::Update(sites);
-        return CAmporaUpdater::Update(sites);
-    }
-};
-
-TEST(Checker, NoticesAPassThatIsMadeTwice)
-{
-    EXPECT_THAT(ViolationOf<CUpdatesTwice>(), HasSubstr("takes the update mutex out of turn"));
-}
-
-// Arms its timer for some seconds more or less than the settings say.
-template <LONGLONG shiftSeconds>
-class CArmsWrongly : public CAmporaUpdater {
-public:
-    CArmsWrongly()
-    {
-        LONG minimum = 0;
-        LONG maximum = 0;
-        CConfigUtil::GetIntervalSetting(m_interval, minimum, maximum);
-    }
-    BOOL SetIntervalUpdate(CWaitTableTimer* timer) override
-    {
-        CAmporaUpdater::SetIntervalUpdate(timer);
-        LARGE_INTEGER due{};
-        due.QuadPart = -(m_interval * LONGLONG{60} + shiftSeconds) * kSecond;
-        return timer->Start(&due);
-    }
-
-private:
-    LONG m_interval = 0;
-};
-
-TEST(Checker, NoticesAPassThatComesTooLate)
-{
-    EXPECT_THAT(ViolationOf<CArmsWrongly<86'400>>(), HasSubstr("leaves out a pass that is due"));
-}
-
-TEST(Checker, NoticesAPassThatComesTooEarly)
-{
-    EXPECT_THAT(ViolationOf<CArmsWrongly<-3'600>>(), HasSubstr("makes a pass that is not due"));
-}
-
-// As an interval does that counts from the pass's begin.
-TEST(Checker, NoticesAnIntervalThatCountsFromAnotherMoment)
-{
-    EXPECT_THAT(ViolationOf<CArmsWrongly<-7>>(), HasSubstr("makes a pass that is not due"));
-}
-
-class CArmsNothing : public CAmporaUpdater {
-public:
-    BOOL SetIntervalUpdate(CWaitTableTimer* /*timer*/) override { return TRUE; }
-};
-
-TEST(Checker, NoticesATimerThatIsNotArmed)
-{
-    EXPECT_THAT(ViolationOf<CArmsNothing>(), HasSubstr("does not arm its timer"));
-}
-
-class CPassesOverUserSettings : public CAmporaUpdater {
-public:
-    BOOL SetIntervalUpdate(CWaitTableTimer* /*timer*/) override
-    {
-        platform::SettingsValue value;
-        return platform::QuerySettingsValue(platform::Hive::kMachine, L"Software\\Halvex\\AmporaSrv", L"Interval",
-                                            &value);
-    }
-};
-
-TEST(Checker, NoticesThatTheUsersSettingsArePassedOver)
-{
-    EXPECT_THAT(ViolationOf<CPassesOverUserSettings>(), HasSubstr("passes over the user's settings"));
-}
-
-// Heeds neither its timer nor the event.
-class CIsDeaf : public CAmporaUpdater {
-public:
-    BOOL SetIntervalUpdate(CWaitTableTimer* timer) override
-    {
-        CAmporaUpdater::SetIntervalUpdate(timer);
-        const platform::WaitHandle never = platform::CreateNamedEvent(L"never", nullptr);
-        while (!IsExitSet()) {
-            platform::WaitForOne(never, 1000, FALSE);
-        }
-        throw std::runtime_error("told to end");
-    }
-};
-
-TEST(Checker, NoticesThatARequestForAnUpdateIsNotHeeded)
-{
-    Options options = With(&Options::manual);
-    EXPECT_THAT(ViolationOf<CIsDeaf>(options), HasSubstr("does not heed the update event"));
-}
-
-// A resumed machine gets a pass at once.
-class CForgetsItsFirstPass : public CStandIn<CAmporaUpdater> {
-public:
-    LRESULT ReceiveMessage(platform::CWindow& window, UINT message, WPARAM wParam, LPARAM lParam) override
-    {
-        const LRESULT result = CStandIn<CAmporaUpdater>::ReceiveMessage(window, message, wParam, lParam);
-        if (message == WM_POWERBROADCAST && wParam == PBT_APMSUSPEND) {
-            m_updater = std::make_shared<CAmporaUpdater>();
-        }
-        return result;
-    }
-};
-
-TEST(Checker, NoticesAFirstPassAfterResume)
-{
-    const Program program = [](const std::vector<CString>& arguments) {
-        return arguments.empty() ? CForgetsItsFirstPass().Run() : RunAmporaSrv(arguments);
-    };
-    EXPECT_THAT(ViolationOf(program, With(&Options::suspend)), HasSubstr("makes an initial update that is none"));
-}
-
-// --- Nothing while updating is off
-
-// Makes a pass before each wait, if updating was off when it was made.
-class CIgnoresTheSwitch : public CAmporaUpdater {
-public:
-    BOOL SetIntervalUpdate(CWaitTableTimer* timer) override
-    {
-        CAmporaTokyoPowerCompany tokyo;
-        CAmporaSiteConfig* const sites[] = {&tokyo, nullptr};
-        if (m_isOff) {
-            Update(sites);
-        }
-        return CAmporaUpdater::SetIntervalUpdate(timer);
-    }
-
-private:
-    const bool m_isOff = !CConfigUtil::IsUpdateEnable();
-};
-
-TEST(Checker, NoticesAPassWhileUpdatingIsOff)
-{
-    EXPECT_THAT(ViolationOf<CIgnoresTheSwitch>(With(&Options::settings)), HasSubstr("takes the update mutex out of"));
-}
-
-// --- The files
-
-// A site that changes what another one does.
-class CChangedSite : public CAmporaSiteConfig {
-public:
-    explicit CChangedSite(CAmporaSiteConfig& site) : m_site(site) {}
-    CString GetURL(DWORD dataType, SYSTEMTIME day) override { return m_site.GetURL(dataType, day); }
-    std::unique_ptr<CAmporaDataCollection> AnalyzeData(DWORD dataType, CString body, DWORD status) override
-    {
-        return m_site.AnalyzeData(dataType, std::move(body), status);
-    }
-    void OutData(DWORD dataType, const CAmporaDataCollection* collection, SYSTEMTIME writeTime) override
-    {
-        m_site.OutData(dataType, collection, writeTime);
-    }
-
-protected:
-    CAmporaSiteConfig& m_site;
-};
-
-template <class Site>
-class CUsesSite : public CAmporaUpdater {
-public:
-    void UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSiteConfig* site, const SYSTEMTIME& start,
-                               const SYSTEMTIME& end) override
-    {
-        Site changed(*site);
-        CAmporaUpdater::UpdateOnePowerCompany(client, &changed, start, end);
-    }
-};
-
-class CAddsRecord : public CChangedSite {
-public:
-    using CChangedSite::CChangedSite;
-    void OutData(DWORD dataType, const CAmporaDataCollection* collection, SYSTEMTIME writeTime) override
-    {
-        CAmporaDataCollection more;
-        more.AddAmporaData(collection);
-        more.AddAmporaData(writeTime, writeTime, 1);
-        m_site.OutData(dataType, &more, writeTime);
-    }
-};
-
-TEST(Checker, NoticesAFileWithOtherContent)
-{
-    EXPECT_THAT(ViolationOf<CUsesSite<CAddsRecord>>(), HasSubstr("writes something else"));
-}
-
-class CWritesAnotherTime : public CChangedSite {
-public:
-    using CChangedSite::CChangedSite;
-    void OutData(DWORD dataType, const CAmporaDataCollection* collection, SYSTEMTIME writeTime) override
-    {
-        writeTime.wMilliseconds ^= 1;
-        m_site.OutData(dataType, collection, writeTime);
-    }
-};
-
-TEST(Checker, NoticesAFileWithAnotherTime)
-{
-    EXPECT_THAT(ViolationOf<CUsesSite<CWritesAnotherTime>>(), HasSubstr("writes something else"));
-}
-
-class CWritesNothing : public CChangedSite {
-public:
-    using CChangedSite::CChangedSite;
-    void OutData(DWORD /*dataType*/, const CAmporaDataCollection* /*collection*/, SYSTEMTIME /*writeTime*/) override {}
-};
-
-TEST(Checker, NoticesAFileThatIsNotWritten)
-{
-    EXPECT_THAT(ViolationOf<CUsesSite<CWritesNothing>>(), HasSubstr("leaves out a file"));
-}
-
-class CWritesAnotherFile : public CChangedSite {
-public:
-    using CChangedSite::CChangedSite;
-    void OutData(DWORD dataType, const CAmporaDataCollection* collection, SYSTEMTIME writeTime) override
-    {
-        m_site.OutData(dataType == 1 ? 2 : dataType, collection, writeTime);
-    }
-};
-
-TEST(Checker, NoticesAnotherFile)
-{
-    EXPECT_THAT(ViolationOf<CUsesSite<CWritesAnotherFile>>(), HasSubstr("for which there is no reason"));
-}
-
-class CAsksForAnotherDay : public CChangedSite {
-public:
-    using CChangedSite::CChangedSite;
-    CString GetURL(DWORD dataType, SYSTEMTIME day) override
-    {
-        day.wDay = day.wDay == 1 ? 2 : 1;
-        return m_site.GetURL(dataType, day);
-    }
-};
-
-TEST(Checker, NoticesARequestForAnotherDay)
-{
-    EXPECT_THAT(ViolationOf<CUsesSite<CAsksForAnotherDay>>(), HasSubstr("asks for "));
-}
-
-class CAsksForNothing : public CChangedSite {
-public:
-    using CChangedSite::CChangedSite;
-    CString GetURL(DWORD dataType, SYSTEMTIME day) override
-    {
-        m_site.GetURL(dataType, day);
-        return {};
-    }
-};
-
-TEST(Checker, NoticesARequestThatIsLeftOut)
-{
-    EXPECT_THAT(ViolationOf<CUsesSite<CAsksForNothing>>(), HasSubstr("leaves out a request"));
-}
-
-class CEndsEarly : public CAmporaUpdater {
-public:
-    void UpdateOnePowerCompany(CAmporaHttpClient* /*client*/, CAmporaSiteConfig* /*site*/, const SYSTEMTIME& /*start*/,
-                               const SYSTEMTIME& /*end*/) override
-    {
-    }
-};
-
-TEST(Checker, NoticesAPassThatEndsEarly) { EXPECT_THAT(ViolationOf<CEndsEarly>(), HasSubstr("ends its pass early")); }
-
-TEST(Checker, NoticesAForeignFile)
-{
-    const Program program = [](const std::vector<CString>& arguments) {
-        platform::sim::CMachine::Current().PutFile(L"C:other", {});
-        return RunAmporaSrv(arguments);
-    };
-    EXPECT_THAT(ViolationOf(program), HasSubstr("is none of the program's"));
-}
-
-TEST(Checker, NoticesAFileThatIsChangedAfterwards)
-{
-    const Program program = [](const std::vector<CString>& arguments) {
-        const int exitCode = RunAmporaSrv(arguments);
-        const std::vector<CString> paths = platform::sim::CMachine::Current().FilePaths();
-        if (!paths.empty()) {
-            platform::sim::CMachine::Current().PutFile(paths.front(), {});
-        }
-        return exitCode;
-    };
-    EXPECT_THAT(ViolationOf(program), HasSubstr("does not hold what was written last"));
-}
-
-// --- After the faults
-
-TEST(Checker, NoticesThatNothingHasConverged)
-{
-    const platform::sim::CMachine machine;
-    CRunLog log(false);
-    const CChecker::Answerer answer = [](const Kind&, const SYSTEMTIME&, const CZone&) { return Reply(); };
-    CChecker files(machine, log, CZone(0), 0, answer);
-    files.CheckConverged(0);
-    ASSERT_TRUE(files.FirstViolation());
-    EXPECT_THAT(files.FirstViolation()->text, HasSubstr("is not right again after the faults"));
-    CChecker passes(machine, log, CZone(0), 0, answer);
-    passes.CheckPassSince(1, 0);
-    ASSERT_TRUE(passes.FirstViolation());
-    EXPECT_THAT(passes.FirstViolation()->text, HasSubstr("has made no pass after the faults"));
-}
-
-// --- Stop and exit
-
-// Wakes its worker without telling it to end.
-class COnlyPulses : public CAmporaUpdater {
-public:
-    void Stop(DWORD timeoutMs) override
-    {
-        if (timeoutMs == 100) {
-            platform::PulseNamedEvent(platform::CreateNamedEvent(kUpdateEventName, nullptr));
-        } else {
-            CAmporaUpdater::Stop(timeoutMs);
-        }
-    }
-};
-
-TEST(Checker, NoticesAWorkerThatGoesOnAfterAStop)
-{
-    EXPECT_THAT(ViolationOf<COnlyPulses>(With(&Options::suspend)), HasSubstr("goes on although it was told to end"));
-}
-
-class CStopsNothing : public CAmporaUpdater {
-public:
-    void Stop(DWORD timeoutMs) override
-    {
-        if (timeoutMs != 100) {
-            CAmporaUpdater::Stop(timeoutMs);
-        }
-    }
-};
-
-TEST(Checker, NoticesAStopThatIsLeftOut)
-{
-    EXPECT_THAT(ViolationOf<CStopsNothing>(With(&Options::suspend)), HasSubstr("does not stop its worker"));
-}
-
-class CStartsOnce : public CAmporaUpdater {
-public:
-    BOOL Start() override { return std::exchange(m_hasStarted, true) ? TRUE : CAmporaUpdater::Start(); }
-
-private:
-    bool m_hasStarted = false;
-};
-
-TEST(Checker, NoticesAStartThatIsLeftOut)
-{
-    EXPECT_THAT(ViolationOf<CStartsOnce>(With(&Options::suspend)), HasSubstr("does not start its worker"));
+    CAmporaHttpClient client;
+    CString body;
+    DWORD status = 0;
+    client.GetData(L"http://host/", body, status);
 }
 
 // Takes five seconds more than it may.
-int EndLate(const std::vector<CString>& arguments)
+int EndLate(const Arguments& arguments)
 {
     const int exitCode = RunAmporaSrv(arguments);
     if (arguments.empty()) {
@@ -531,52 +195,220 @@ int EndLate(const std::vector<CString>& arguments)
     return exitCode;
 }
 
-TEST(Checker, NoticesAProgramThatDoesNotEnd)
+// --- The programs
+
+struct FaultyProgram {
+    const char* name;
+    const char* invariant;
+    Entry entry;
+    Options options = {};
+};
+
+const FaultyProgram kFaultyPrograms[] = {
+    // One pass at a time
+    {"SendsARequestWithoutTheMutex", "RequestOwnsMutex",
+     With({.update = [](CFlawedUpdater& updater, CAmporaSiteConfig* const* sites) {
+         SendRequest();
+         return updater.CAmporaUpdater::Update(sites);
+     }})},
+    {"WritesAFileWithoutTheMutex", "FileOwnsMutex",
+     With({.update = [](CFlawedUpdater& updater, CAmporaSiteConfig* const* sites) {
+         const BOOL result = updater.CAmporaUpdater::Update(sites);
+         platform::OpenForReplace(DataFilePath(kCompanies[0], kKinds[0]), MakeNullDacl(CTraceLog(L"")).get());
+         return result;
+     }})},
+    {"MakesAPassWithoutTheMutex", "SiteIsLookedUpInPass",
+     With({.update = [](CFlawedUpdater& updater, CAmporaSiteConfig* const* sites) {
+         CAmporaHttpClient client;
+         updater.CAmporaUpdater::UpdateOnePowerCompany(&client, *sites, {2012, 7, 0, 1, 0, 0, 0, 0},
+                                                       {2012, 7, 0, 2, 0, 0, 0, 0});
+         return TRUE;
+     }})},
+    // Every pass that is due, once, in its time
+    {"MakesNoFirstPass", "WorkerUpdatesOrWaits", With({.run = [](CFlawedUpdater& updater) { updater.Sleep(); }})},
+    {"MakesAPassTwice", "MutexIsTakenInTurn",
+     With({.update = [](CFlawedUpdater& updater, CAmporaSiteConfig* const* sites) {
+         updater.CAmporaUpdater::Update(sites);
+         return updater.CAmporaUpdater::Update(sites);
+     }})},
+    {"IsADayLate", "DuePassIsMade",
+     With({.arm = [](CFlawedUpdater& updater, CWaitTableTimer& timer) { return ArmFor(updater, timer, 86'400); }})},
+    {"IsAnHourEarly", "PassIsDue",
+     With({.arm = [](CFlawedUpdater& updater, CWaitTableTimer& timer) { return ArmFor(updater, timer, -3'600); }})},
+    // as with an interval that counts from the begin of the pass
+    {"IsSomeSecondsEarly", "PassIsDue",
+     With({.arm = [](CFlawedUpdater& updater, CWaitTableTimer& timer) { return ArmFor(updater, timer, -7); }})},
+    {"ArmsNoTimer", "TimerIsArmed", With({.arm = [](CFlawedUpdater&, CWaitTableTimer&) { return TRUE; }})},
+    {"PassesOverTheUsersSettings", "UserSettingsComeFirst",
+     With({.arm = [](CFlawedUpdater&, CWaitTableTimer&) {
+         platform::SettingsValue value;
+         return platform::QuerySettingsValue(platform::Hive::kMachine, L"Software\\Halvex\\AmporaSrv", L"Interval",
+                                             &value);
+     }})},
+    {"AsksTheUserForTheMasterSwitch", "MasterSwitchIsMachineWide",
+     With({.arm = [](CFlawedUpdater&, CWaitTableTimer&) {
+         platform::SettingsValue value;
+         return platform::QuerySettingsValue(platform::Hive::kPerUser, L"Software\\Halvex\\AmporaSrv", L"Enable",
+                                             &value);
+     }})},
+    {"IgnoresTheUpdateEvent", "UpdateEventIsAnswered",
+     With({.arm = [](CFlawedUpdater& updater, CWaitTableTimer& timer) -> BOOL {
+         updater.CAmporaUpdater::SetIntervalUpdate(&timer);
+         updater.Sleep();
+         throw std::runtime_error("told to end");
+     }}),
+     Only(&Options::manual)},
+    {"MakesAFirstPassAfterResume", "FirstPassIsMadeOnce", With({.forgetsItsFirstPass = true}),
+     Only(&Options::suspend)},
+    {"MakesAPassWhileUpdatingIsOff", "MutexIsTakenInTurn",
+     With({.arm = [](CFlawedUpdater& updater, CWaitTableTimer& timer) {
+         CAmporaTokyoPowerCompany tokyo;
+         CAmporaSiteConfig* const sites[] = {&tokyo, nullptr};
+         if (updater.m_wasOff) {
+             updater.CAmporaUpdater::Update(sites);
+         }
+         return updater.CAmporaUpdater::SetIntervalUpdate(&timer);
+     }}),
+     Only(&Options::settings)},
+    // The files
+    {"AddsARecord", "FileHoldsTheRecords",
+     With({.write = [](CAmporaSiteConfig& site, DWORD dataType, CAmporaDataCollection& records, SYSTEMTIME writeTime) {
+         records.AddAmporaData(writeTime, writeTime, 1);
+         site.OutData(dataType, &records, writeTime);
+     }})},
+    {"WritesAnotherTime", "FileHoldsTheRecords",
+     With({.write = [](CAmporaSiteConfig& site, DWORD dataType, CAmporaDataCollection& records, SYSTEMTIME writeTime) {
+         writeTime.wMilliseconds ^= 1;
+         site.OutData(dataType, &records, writeTime);
+     }})},
+    {"WritesNoFile", "FileIsNotLeftOut",
+     With({.write = [](CAmporaSiteConfig&, DWORD, CAmporaDataCollection&, SYSTEMTIME) {}})},
+    {"WritesAnotherFile", "FileIsWanted",
+     With({.write = [](CAmporaSiteConfig& site, DWORD dataType, CAmporaDataCollection& records, SYSTEMTIME writeTime) {
+         site.OutData(dataType == 1 ? 2 : dataType, &records, writeTime);
+     }})},
+    {"AsksForAnotherDay", "RequestIsTheNextOne",
+     With({.url = [](CAmporaSiteConfig& site, DWORD dataType, SYSTEMTIME day) {
+         day.wDay = day.wDay == 1 ? 2 : 1;
+         return site.GetURL(dataType, day);
+     }})},
+    {"LeavesOutARequest", "RequestIsNotLeftOut",
+     With({.url = [](CAmporaSiteConfig& site, DWORD dataType, SYSTEMTIME day) {
+         site.GetURL(dataType, day);
+         return CString();
+     }})},
+    {"SendsARequestTooMany", "RequestIsWanted",
+     With({.write = [](CAmporaSiteConfig&, DWORD, CAmporaDataCollection&, SYSTEMTIME) { SendRequest(); }})},
+    {"StandsStillInAPass", "PassGoesOn", With({.updateCompany = [](CFlawedUpdater& updater) { updater.Sleep(); }})},
+    {"EndsAPassEarly", "PassIsComplete", With({.updateCompany = [](CFlawedUpdater&) {}})},
+    {"WritesAForeignFile", "NoOtherFileIsLeft",
+     [](const Arguments& arguments) {
+         platform::sim::CMachine::Current().PutFile(L"C:other", {});
+         return RunAmporaSrv(arguments);
+     }},
+    {"ChangesAFileAfterwards", "FilesHoldTheLastWrite",
+     [](const Arguments& arguments) {
+         const int exitCode = RunAmporaSrv(arguments);
+         const std::vector<CString> paths = platform::sim::CMachine::Current().FilePaths();
+         if (!paths.empty()) {
+             platform::sim::CMachine::Current().PutFile(paths.front(), {});
+         }
+         return exitCode;
+     }},
+    // Start, stop and exit
+    {"GoesOnAfterAStop", "NoPassAfterStop",
+     With({.stop = [](CFlawedUpdater& updater, DWORD timeoutMs) {
+         if (timeoutMs == 100) {
+             platform::PulseNamedEvent(platform::CreateNamedEvent(kUpdateEventName, nullptr));
+         } else {
+             updater.CAmporaUpdater::Stop(timeoutMs);
+         }
+     }}),
+     Only(&Options::suspend)},
+    {"IgnoresAStop", "StopIsCarriedOut",
+     With({.stop = [](CFlawedUpdater& updater, DWORD timeoutMs) {
+         if (timeoutMs != 100) {
+             updater.CAmporaUpdater::Stop(timeoutMs);
+         }
+     }}),
+     Only(&Options::suspend)},
+    {"StartsOnlyOnce", "StartIsCarriedOut",
+     With({.start = [](CFlawedUpdater& updater) {
+         return std::exchange(updater.m_hasStarted, true) ? TRUE : updater.CAmporaUpdater::Start();
+     }}),
+     Only(&Options::suspend)},
+    {"EndsItsWorkerByItself", "WorkerEndsWhenTold", With({.run = [](CFlawedUpdater&) {}})},
+    {"EndsTooLate", "QuitIsCarriedOut", EndLate, Only(&Options::exits)},
+    {"EndsByItself", "ProgramEndsWhenTold", [](const Arguments&) { return 0; }},
+    {"RunsASecondCopy", "WorkerStartsWhenTold", With({}), Only(&Options::secondCopies)},
+    {"KeepsASecondCopy", "SecondCopyEndsAtOnce",
+     [](const Arguments& arguments) {
+         // The first process of the simulation has the number 2.
+         return platform::CurrentProcessIdentifier() == 2 ? RunAmporaSrv(arguments) : EndLate({});
+     },
+     Only(&Options::secondCopies)},
+    // Nothing is left
+    {"LeavesANamedObject", "NoNamedObjectIsLeft",
+     [left = std::make_shared<platform::WaitHandle>()](const Arguments& arguments) {
+         *left = platform::CreateNamedEvent(L"left", nullptr);
+         return RunAmporaSrv(arguments);
+     }},
+    {"LeavesAnHttpHandle", "NoHttpHandleIsLeft",
+     [left = std::make_shared<platform::HttpConnectionPtr>()](const Arguments& arguments) {
+         *left = platform::OpenHttpConnection(platform::OpenHttpSession(L"agent", 1), L"host", 80);
+         return RunAmporaSrv(arguments);
+     }},
+};
+
+// The name of the invariant that the program violates; empty when none.
+std::string ViolationOf(const Entry& entry, const Options& options = {})
 {
-    EXPECT_THAT(ViolationOf(EndLate, With(&Options::exits)), HasSubstr("does not end although it was told to"));
+    CSimulation simulation(kSeed, options, entry, false);
+    simulation.Run();
+    const auto& violation = simulation.FirstViolation();
+    return violation ? violation->invariant : "";
 }
 
-TEST(Checker, NoticesAProgramThatEndsByItself)
+class CFaultyProgram : public testing::TestWithParam<FaultyProgram> {};
+
+TEST_P(CFaultyProgram, ViolatesItsInvariant)
 {
-    const Program program = [](const std::vector<CString>&) { return 0; };
-    EXPECT_THAT(ViolationOf(program), HasSubstr("ends without being told to"));
+    EXPECT_EQ(ViolationOf(GetParam().entry, GetParam().options), GetParam().invariant);
 }
 
-// Both copies run.
-TEST(Checker, NoticesASecondCopyThatRuns)
+INSTANTIATE_TEST_SUITE_P(Checker, CFaultyProgram, testing::ValuesIn(kFaultyPrograms),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Checker, FindsNothingInTheProgram) { EXPECT_EQ(ViolationOf(RunAmporaSrv), ""); }
+
+TEST(Checker, FindsNothingWithoutAFlaw)
 {
-    EXPECT_THAT(ViolationOf<CAmporaUpdater>(With(&Options::secondCopies)), HasSubstr("starts a worker unasked"));
+    Options options = Only(&Options::suspend);
+    options.manual = true;
+    EXPECT_EQ(ViolationOf(With({}), options), "");
 }
 
-TEST(Checker, NoticesASecondCopyThatStays)
+TEST(Checker, NoticesThatNothingHasConverged)
 {
-    int copies = 0;
-    const Program program = [&copies](const std::vector<CString>& arguments) {
-        return ++copies == 1 ? RunAmporaSrv(arguments) : EndLate({});
-    };
-    EXPECT_THAT(ViolationOf(program, With(&Options::secondCopies)), testing::Not(""));
+    const platform::sim::CMachine machine;
+    CRunLog log(false);
+    const CChecker::Answerer answer = [](const Kind&, const SYSTEMTIME&, const CZone&) { return Reply(); };
+    CChecker passes(machine, log, CZone(0), 0, answer);
+    passes.CheckConverged(1, 0);
+    ASSERT_TRUE(passes.FirstViolation());
+    EXPECT_EQ(passes.FirstViolation()->invariant, "SessionsConverge");
+    CChecker files(machine, log, CZone(0), 0, answer);
+    files.CheckConverged(0, 0);
+    ASSERT_TRUE(files.FirstViolation());
+    EXPECT_EQ(files.FirstViolation()->invariant, "FilesConverge");
 }
 
-// --- Nothing is left
-
-TEST(Checker, NoticesANamedObjectThatIsLeft)
+TEST(Checker, NamesEachInvariantOnce)
 {
-    platform::WaitHandle left;
-    const Program program = [&left](const std::vector<CString>& arguments) {
-        left = platform::CreateNamedEvent(L"left", nullptr);
-        return RunAmporaSrv(arguments);
-    };
-    EXPECT_THAT(ViolationOf(program), HasSubstr("named objects are left"));
-}
-
-TEST(Checker, NoticesAnHttpHandleThatIsLeft)
-{
-    platform::HttpConnectionPtr left;
-    const Program program = [&left](const std::vector<CString>& arguments) {
-        left = platform::OpenHttpConnection(platform::OpenHttpSession(L"agent", 1), L"host", 80);
-        return RunAmporaSrv(arguments);
-    };
-    EXPECT_THAT(ViolationOf(program), HasSubstr("HTTP handles are left"));
+    std::set<std::string> names;
+    for (const Invariant& invariant : Invariants()) {
+        EXPECT_TRUE(names.insert(invariant.name).second) << invariant.name;
+    }
 }
 
 } // namespace

@@ -37,6 +37,29 @@ void Rest(const std::wstring& eventName, std::int64_t timeMs)
     platform::WaitForOne(never, static_cast<DWORD>(timeMs), FALSE);
 }
 
+// Which calls fail under which option, and how often.
+struct FaultRate {
+    Call call;
+    bool Options::*isWanted;
+    unsigned perMille;
+};
+constexpr FaultRate kFaultRates[] = {
+    {Call::kQuerySettingsValue, &Options::settingsFaults, 2},
+    {Call::kCreateNamedMutex, &Options::objectFaults, 60},
+    {Call::kCreateNamedMutexThrows, &Options::objectFaults, 60},
+    {Call::kCreateNamedEvent, &Options::objectFaults, 60},
+    {Call::kStartThread, &Options::objectFaults, 60},
+    {Call::kRegisterSessionNotices, &Options::objectFaults, 60},
+    {Call::kMakeTimer, &Options::timerFaults, 40},
+    {Call::kArmTimer, &Options::timerFaults, 40},
+    {Call::kDisarmTimer, &Options::timerFaults, 40},
+    {Call::kWaitForOne, &Options::waitFaults, 10},
+    {Call::kWaitForAny, &Options::waitFaults, 60},
+    {Call::kOpenForReplace, &Options::openFaults, 30},
+    {Call::kWriteFileBytes, &Options::writeFaults, 20},
+    {Call::kOutputDebugText, &Options::outputFaults, 20},
+};
+
 } // namespace
 
 int RunAmporaSrv(const std::vector<CString>& arguments)
@@ -45,8 +68,8 @@ int RunAmporaSrv(const std::vector<CString>& arguments)
     return application.Run(arguments);
 }
 
-CSimulation::CSimulation(std::uint64_t seed, const Options& options, Program program, bool keepsLog)
-    : m_options(options), m_program(std::move(program)), m_random(seed * 3), m_answers(seed * 3 + 1),
+CSimulation::CSimulation(std::uint64_t seed, const Options& options, Entry entry, bool keepsLog)
+    : m_options(options), m_entry(std::move(entry)), m_random(seed * 3), m_answers(seed * 3 + 1),
       m_faults(seed * 3 + 2), m_log(keepsLog), m_zone(MakeZone()),
       m_checker(m_machine, m_log, m_zone, platform::ReadTime() * kSecondMs,
                 [this](const Kind& kind, const SYSTEMTIME& day, const CZone& zone) {
@@ -60,7 +83,7 @@ CSimulation::CSimulation(std::uint64_t seed, const Options& options, Program pro
     m_machine.SetHttpHandler([this](const HttpExchange& exchange) { return m_checker.Answer(exchange); });
     m_machine.SetFaultPlan([this](Call call) { return PlanFault(call); });
     MakeFirstSettings();
-    for (Session& session : m_sessions) {
+    for (SessionPlan& session : m_sessions) {
         session.startsMs = m_random.Between(0, kDayMs);
     }
 }
@@ -118,32 +141,12 @@ void CSimulation::MakeFirstSettings()
 
 unsigned CSimulation::FaultPerMille(Call call) const
 {
-    switch (call) {
-    case Call::kQuerySettingsValue:
-        return m_options.settingsFaults ? 2 : 0;
-    case Call::kCreateNamedMutex:
-    case Call::kCreateNamedMutexThrows:
-    case Call::kCreateNamedEvent:
-    case Call::kStartThread:
-    case Call::kRegisterSessionNotices:
-        return m_options.objectFaults ? 60 : 0;
-    case Call::kMakeTimer:
-    case Call::kArmTimer:
-    case Call::kDisarmTimer:
-        return m_options.timerFaults ? 40 : 0;
-    case Call::kWaitForOne:
-        return m_options.waitFaults ? 10 : 0;
-    case Call::kWaitForAny:
-        return m_options.waitFaults ? 60 : 0;
-    case Call::kOpenForReplace:
-        return m_options.openFaults ? 30 : 0;
-    case Call::kWriteFileBytes:
-        return m_options.writeFaults ? 20 : 0;
-    case Call::kOutputDebugText:
-        return m_options.outputFaults ? 20 : 0;
-    default:
-        return 0;
+    for (const FaultRate& rate : kFaultRates) {
+        if (rate.call == call) {
+            return m_options.*rate.isWanted ? rate.perMille : 0;
+        }
     }
+    return 0;
 }
 
 std::optional<DWORD> CSimulation::PlanFault(Call call)
@@ -173,7 +176,7 @@ void CSimulation::Run()
     while (m_machine.ElapsedMs() < m_options.days * kDayMs && !HasFailed()) {
         StartMissingCopies();
         // Now and then much happens within moments.
-        Pass(m_random.Chance(200) ? m_random.Between(0, 3'000) : m_random.Between(0, kLongestQuietMs));
+        RunFor(m_random.Chance(200) ? m_random.Between(0, 3'000) : m_random.Between(0, kLongestQuietMs));
         if (!events.empty() && !HasFailed()) {
             (this->*events[m_random.Below(events.size())])();
         }
@@ -185,40 +188,45 @@ void CSimulation::Run()
     }
 }
 
-void CSimulation::Pass(std::int64_t timeMs)
+void CSimulation::RunFor(std::int64_t timeMs)
 {
     m_machine.RunFor(timeMs);
     m_checker.CheckDeadlines();
 }
 
+DWORD CSimulation::RunningCopy(unsigned session) const
+{
+    const ProgramState* copy = m_checker.CopyOf(session);
+    return copy == nullptr || copy->isQuitting ? 0 : copy->processId;
+}
+
 void CSimulation::StartMissingCopies()
 {
     for (unsigned session = 1; session <= m_sessions.size(); ++session) {
-        if (m_machine.ElapsedMs() >= m_sessions[session - 1].startsMs && !m_checker.HasCopy(session)) {
+        if (m_machine.ElapsedMs() >= m_sessions[session - 1].startsMs && m_checker.CopyOf(session) == nullptr) {
             StartProgram(session);
         }
     }
 }
 
-void CSimulation::StartProgram(unsigned session)
+DWORD CSimulation::StartProcess(unsigned session, const std::vector<CString>& arguments)
 {
-    const DWORD process = m_machine.StartProcess(session, [this] {
-        const int exitCode = m_program({});
+    return m_machine.StartProcess(session, [this, arguments] {
+        const int exitCode = m_entry(arguments);
         m_checker.OnEntryReturns(platform::CurrentProcessIdentifier());
         return exitCode;
     });
-    m_checker.OnProgramStarted(process, session);
+}
+
+void CSimulation::StartProgram(unsigned session)
+{
+    m_checker.OnProgramStarted(StartProcess(session, {}), session);
     m_sessions[session - 1].isConnected = true;
 }
 
 void CSimulation::StartShortCopy(unsigned session, const std::vector<CString>& arguments)
 {
-    const DWORD process = m_machine.StartProcess(session, [this, arguments] {
-        const int exitCode = m_program(arguments);
-        m_checker.OnEntryReturns(platform::CurrentProcessIdentifier());
-        return exitCode;
-    });
-    m_checker.OnShortCopyStarted(process, session);
+    m_checker.OnShortCopyStarted(StartProcess(session, arguments), session);
 }
 
 std::vector<CSimulation::Event> CSimulation::WantedEvents() const
@@ -245,17 +253,18 @@ std::vector<CSimulation::Event> CSimulation::WantedEvents() const
     return wanted;
 }
 
-void CSimulation::NotifyPower(WPARAM event, bool starts)
+void CSimulation::PostOrder(unsigned session, Order::What what)
+{
+    if (const DWORD process = RunningCopy(session)) {
+        m_checker.OnOrder(process, what);
+    }
+}
+
+void CSimulation::NotifyPower(WPARAM event, Order::What what)
 {
     Note("power event " + std::to_string(event));
     for (unsigned session = 1; session <= m_sessions.size(); ++session) {
-        if (const DWORD process = m_checker.RunningCopy(session)) {
-            if (starts) {
-                m_checker.OnStartPosted(process);
-            } else {
-                m_checker.OnStopPosted(process);
-            }
-        }
+        PostOrder(session, what);
     }
     m_machine.NotifyPower(event);
 }
@@ -269,12 +278,12 @@ void CSimulation::MoveClock(std::int64_t byMs)
 
 void CSimulation::SuspendAndResume()
 {
-    NotifyPower(PBT_APMSUSPEND, false);
-    Pass(m_random.Between(0, 2'000));
+    NotifyPower(PBT_APMSUSPEND, Order::What::kStop);
+    RunFor(m_random.Between(0, 2'000));
     MoveClock(m_random.Between(0, 20 * kHourMs));
-    NotifyPower(PBT_APMRESUMEAUTOMATIC, true);
-    Pass(m_random.Chance(500) ? 0 : m_random.Between(0, 3'000));
-    NotifyPower(PBT_APMRESUMESUSPEND, true);
+    NotifyPower(PBT_APMRESUMEAUTOMATIC, Order::What::kStart);
+    RunFor(m_random.Chance(500) ? 0 : m_random.Between(0, 3'000));
+    NotifyPower(PBT_APMRESUMESUSPEND, Order::What::kStart);
 }
 
 void CSimulation::SwitchConsole()
@@ -283,13 +292,9 @@ void CSimulation::SwitchConsole()
     bool& isConnected = m_sessions[session - 1].isConnected;
     isConnected = !isConnected;
     Note("session " + std::to_string(session) + (isConnected ? " is entered" : " is left"));
-    const DWORD process = m_checker.RunningCopy(session);
-    if (process != 0 && m_checker.GetsSessionNotices(process)) {
-        if (isConnected) {
-            m_checker.OnStartPosted(process);
-        } else {
-            m_checker.OnStopPosted(process);
-        }
+    const ProgramState* copy = m_checker.CopyOf(session);
+    if (copy != nullptr && copy->getsSessionNotices) {
+        PostOrder(session, isConnected ? Order::What::kStart : Order::What::kStop);
     }
     m_machine.NotifySession(session, isConnected ? WTS_CONSOLE_CONNECT : WTS_CONSOLE_DISCONNECT);
 }
@@ -308,47 +313,42 @@ void CSimulation::RequestUpdate()
     m_machine.OtherProcessSetsEvent(kUpdateEvent, session);
 }
 
-// The machine-wide interval is always there, so that there is never a pass every half hour for long.
 void CSimulation::ChangeSetting()
 {
-    struct Choice {
-        const wchar_t* name;
-        std::vector<LONG> values;
-    };
-    static const Choice kMain[] = {{L"Interval", {4 * 60, 6 * 60, 8 * 60, 12 * 60}},
-                                   {L"IntervalMin", {-90, -15, -1, 0, 10}},
-                                   {L"IntervalMax", {-30, 0, 1, 15, 60}},
-                                   {L"FixedClock", {0, 5, 9, 13, 18, 23, 24}},
-                                   {L"FixedClockMin", {-20, 0, 10, 45}},
-                                   {L"FixedClockMax", {0, 30, 90}}};
-    const bool isPerUser = m_random.Chance(500);
-    const Hive hive = isPerUser ? Hive::kPerUser : Hive::kMachine;
+    static const std::pair<const wchar_t*, std::vector<LONG>> kMain[] = {
+        {L"Interval", {4 * 60, 6 * 60, 8 * 60, 12 * 60}},
+        {L"IntervalMin", {-90, -15, -1, 0, 10}},
+        {L"IntervalMax", {-30, 0, 1, 15, 60}},
+        {L"FixedClock", {0, 5, 9, 13, 18, 23, 24}},
+        {L"FixedClockMin", {-20, 0, 10, 45}},
+        {L"FixedClockMax", {0, 30, 90}}};
+    const Hive hive = m_random.Chance(500) ? Hive::kPerUser : Hive::kMachine;
     const unsigned session = AnySession();
     const Company& company = kCompanies[m_random.Below(std::size(kCompanies))];
     CString key = kMainKey;
     CString name = L"Enable";
     LONG value = m_random.Chance(650) ? 1 : 0;
-    switch (m_random.Below(4)) {
-    case 0:
-        break;
-    case 1:
+    const std::uint64_t drawn = m_random.Below(4);
+    if (drawn == 1 || drawn == 2) {
         key = SiteKey(company.site);
-        break;
-    case 2:
-        key = SiteKey(company.site);
+    }
+    if (drawn == 2) {
         name = L"SupportDataType";
         value = static_cast<LONG>(m_random.Below(32));
-        break;
-    default: {
-        const Choice& choice = kMain[m_random.Below(std::size(kMain))];
-        name = choice.name;
-        value = choice.values[m_random.Below(choice.values.size())];
-        break;
+    } else if (drawn == 3) {
+        const auto& [number, values] = kMain[m_random.Below(std::size(kMain))];
+        name = number;
+        value = values[m_random.Below(values.size())];
     }
-    }
+    PutOrRemove(hive, session, key, name, value);
+}
+
+// The machine-wide interval is always there, so that there is never a pass every half hour for long.
+void CSimulation::PutOrRemove(Hive hive, unsigned session, const CString& key, const CString& name, LONG value)
+{
     Note("setting " + std::to_string(static_cast<int>(hive)) + " of session " + std::to_string(session) + " becomes " +
          std::to_string(value));
-    const bool mayGo = isPerUser || (name != L"Interval" && name != L"Enable");
+    const bool mayGo = hive == Hive::kPerUser || (name != L"Interval" && name != L"Enable");
     if (mayGo && m_random.Chance(200)) {
         m_machine.RemoveSetting(hive, key, name, session);
     } else if (mayGo && m_random.Chance(50)) {
@@ -361,9 +361,9 @@ void CSimulation::ChangeSetting()
 void CSimulation::TellToExit()
 {
     const unsigned session = AnySession();
-    if (const DWORD process = m_checker.RunningCopy(session)) {
+    if (RunningCopy(session) != 0) {
         StartShortCopy(session, {m_random.Chance(500) ? L"/Exit" : L"-Exit"});
-        m_checker.OnQuitPosted(process);
+        PostOrder(session, Order::What::kQuit);
         m_sessions[session - 1].startsMs = m_machine.ElapsedMs() + m_random.Between(0, 12 * kHourMs);
     }
 }
@@ -371,7 +371,7 @@ void CSimulation::TellToExit()
 void CSimulation::StartSecondCopy()
 {
     const unsigned session = AnySession();
-    if (m_checker.HasCopy(session)) {
+    if (m_checker.CopyOf(session) != nullptr) {
         StartShortCopy(session, m_random.Chance(700) ? std::vector<CString>() : std::vector<CString>{L"/exit"});
     }
 }
@@ -466,32 +466,29 @@ void CSimulation::Converge()
     constexpr std::int64_t kLongestDownloadMs = 70'000;
     constexpr std::int64_t kForeignMs = 31 * kMinuteMs;
     constexpr std::int64_t kLongestIntervalMs = 45 * kMinuteMs;
-    NotifyPower(PBT_APMSUSPEND, false);
-    Pass(kLongestDownloadMs);
-    for (Session& session : m_sessions) {
+    NotifyPower(PBT_APMSUSPEND, Order::What::kStop);
+    RunFor(kLongestDownloadMs);
+    for (SessionPlan& session : m_sessions) {
         session.startsMs = 0;
     }
     const unsigned passes = m_checker.PassCount();
     StartMissingCopies();
-    NotifyPower(PBT_APMRESUMEAUTOMATIC, true);
-    Pass(kForeignMs * (1 + static_cast<std::int64_t>(m_sessions.size())));
-    Pass(kLongestIntervalMs);
-    for (unsigned session = 1; session <= m_sessions.size(); ++session) {
-        m_checker.CheckPassSince(session, passes);
-    }
-    m_checker.CheckConverged(passes);
+    NotifyPower(PBT_APMRESUMEAUTOMATIC, Order::What::kStart);
+    RunFor(kForeignMs * (1 + static_cast<std::int64_t>(m_sessions.size())));
+    RunFor(kLongestIntervalMs);
+    m_checker.CheckConverged(static_cast<unsigned>(m_sessions.size()), passes);
 }
 
 void CSimulation::TakeDown()
 {
     constexpr std::int64_t kLongestEndMs = 2'000;
     for (unsigned session = 1; session <= m_sessions.size(); ++session) {
-        if (const DWORD process = m_checker.RunningCopy(session)) {
+        if (RunningCopy(session) != 0) {
             StartShortCopy(session, {L"/Exit"});
-            m_checker.OnQuitPosted(process);
+            PostOrder(session, Order::What::kQuit);
         }
     }
-    Pass(kLongestEndMs);
+    RunFor(kLongestEndMs);
     m_checker.CheckLeftovers();
 }
 

@@ -1,3 +1,4 @@
+#include "platform/sim/Faults.h"
 #include "testing/simulation/Simulation.h"
 
 #include <gmock/gmock.h>
@@ -88,6 +89,14 @@ TEST(Simulation, EverySwitchDoesSomething)
             EXPECT_NE(Simulated(5, changed).hash, plainHash) << one.name;
         }
     }
+}
+
+TEST(Faults, AreCalledByTheirNames)
+{
+    using platform::sim::Call;
+    EXPECT_STREQ(platform::sim::NameOf(Call::kTimeToLocalCalendar), "TimeToLocalCalendar");
+    EXPECT_STREQ(platform::sim::NameOf(Call::kWaitForAny), "WaitForAny");
+    EXPECT_STREQ(platform::sim::NameOf(Call::kRegisterSessionNotices), "RegisterSessionNotices");
 }
 
 TEST(Options, AreDrawnFromTheSeed)
