@@ -1,15 +1,14 @@
-// Runs simulations of the whole program under seeds.
+// Runs simulations of the whole program under seeds, one after the other: the program's trace level is one for the
+// whole process. scripts/simulate.sh runs several of these side by side.
 #include "testing/simulation/Simulation.h"
 
+#include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iomanip>
 #include <iostream>
-#include <list>
-#include <random>
-#include <thread>
+#include <limits>
 
 namespace {
 
@@ -18,208 +17,163 @@ using namespace simulation;
 struct CommandLine {
     std::uint64_t firstSeed = 1;
     std::uint64_t seeds = 1;
-    unsigned days = 30;
-    bool drawsOptions = true; // anew for each seed
-    Options options = {};     // else
-    bool printsTrace = false;
-    std::uint64_t jobs = 1;
-    std::string sumPath = {}; // where a job leaves its sum
-    bool isWrong = false;
+    bool drawsOptions = true; // anew for each seed, all but the days
+    Options options = {};
+    bool printsLog = false;
+    bool wantsHelp = false;
 };
 
-void PrintUsage()
+// An argument, with a number behind it or none.
+struct Argument {
+    const char* name;
+    const char* valueName; // empty: takes none
+    std::uint64_t low;
+    std::uint64_t high;
+    const char* description;
+    void (*set)(CommandLine& line, std::uint64_t value);
+};
+
+constexpr std::uint64_t kAnyNumber = std::numeric_limits<std::uint64_t>::max();
+constexpr Argument kArguments[] = {
+    {"--first-seed", " S", 0, kAnyNumber, "the first seed (default 1)",
+     [](CommandLine& line, std::uint64_t value) { line.firstSeed = value; }},
+    {"--seeds", " N", 1, kAnyNumber, "how many seeds (default 1)",
+     [](CommandLine& line, std::uint64_t value) { line.seeds = value; }},
+    {"--days", " D", 1, 3'650, "simulated days under each seed (default 30)",
+     [](CommandLine& line, std::uint64_t value) { line.options.days = static_cast<unsigned>(value); }},
+    {"--trace", "", 0, 0, "print the log of the run",
+     [](CommandLine& line, std::uint64_t /*value*/) { line.printsLog = true; }},
+    {"--plain", "", 0, 0, "draw no options: one session, no trouble",
+     [](CommandLine& line, std::uint64_t /*value*/) { line.drawsOptions = false; }},
+    {"--sessions", " 1..4", 1, 4, "as --plain, with this many sessions",
+     [](CommandLine& line, std::uint64_t value) {
+         line.options.sessions = static_cast<unsigned>(value);
+         line.drawsOptions = false;
+     }},
+    {"--log-level", " MASK", 0, 31, "as --plain, with the trace log's mask",
+     [](CommandLine& line, std::uint64_t value) {
+         line.options.logLevel = static_cast<unsigned>(value);
+         line.drawsOptions = false;
+     }},
+    {"--help", "", 0, 0, "print this", [](CommandLine& line, std::uint64_t /*value*/) { line.wantsHelp = true; }},
+};
+
+void PrintUsage(std::ostream& out)
 {
-    std::cerr << "ampora_simulate [--first-seed S] [--seeds N] [--days D] [--jobs J] [--trace]\n"
-                 "                [--plain] [--sessions 1..4] [--log-level MASK] [--with SWITCH]...\n"
-                 "Options are drawn from each seed, unless one of the last four is given.\n"
-                 "Switches:\n";
+    const auto print = [&out](const std::string& name, const char* description) {
+        out << "  " << std::left << std::setw(20) << name << description << "\n";
+    };
+    out << "ampora_simulate [ARGUMENT]...\n";
+    for (const Argument& one : kArguments) {
+        print(std::string(one.name) + one.valueName, one.description);
+    }
+    print("--with SWITCH", "as --plain, with one of these:");
     for (const Switch& one : Switches()) {
-        std::cerr << "  " << one.name << ": " << one.description << "\n";
+        print(std::string("  ") + one.name, one.description);
     }
 }
 
-CommandLine Parse(const std::vector<std::string>& arguments)
+// Whether the text is a whole number within the bounds.
+bool ReadNumber(const std::string& text, const Argument& argument, std::uint64_t& number)
+{
+    const char* end = text.data() + text.size();
+    const auto [behind, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && behind == end && number >= argument.low && number <= argument.high;
+}
+
+bool TurnOn(CommandLine& line, const std::string& switchName)
+{
+    line.drawsOptions = false;
+    for (const Switch& one : Switches()) {
+        if (switchName == one.name) {
+            line.options.*one.member = true;
+            return true;
+        }
+    }
+    return false;
+}
+
+// Empty when an argument is unknown, or its value wrong or missing.
+std::optional<CommandLine> Parse(const std::vector<std::string>& words)
 {
     CommandLine line;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& name = arguments[i];
-        if (name == "--trace") {
-            line.printsTrace = true;
-            continue;
-        }
-        if (name == "--plain") {
-            line.drawsOptions = false;
-            continue;
-        }
-        const std::string value = ++i < arguments.size() ? arguments[i] : "";
-        const auto number = std::strtoull(value.c_str(), nullptr, 10);
-        if (name == "--first-seed") {
-            line.firstSeed = number;
-        } else if (name == "--seeds") {
-            line.seeds = number;
-        } else if (name == "--jobs") {
-            line.jobs = number;
-        } else if (name == "--sum") {
-            line.sumPath = value;
-        } else if (name == "--days") {
-            line.days = static_cast<unsigned>(number);
-            line.options.days = line.days;
-        } else if (name == "--sessions" && number >= 1 && number <= 4) {
-            line.options.sessions = static_cast<unsigned>(number);
-            line.drawsOptions = false;
-        } else if (name == "--log-level") {
-            line.options.logLevel = static_cast<unsigned>(number);
-            line.drawsOptions = false;
-        } else if (name == "--with") {
-            line.drawsOptions = false;
-            line.isWrong = true;
-            for (const Switch& one : Switches()) {
-                if (value == one.name) {
-                    line.options.*one.member = true;
-                    line.isWrong = false;
-                }
-            }
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::string value = i + 1 < words.size() ? words[i + 1] : "";
+        const auto* found = std::find_if(std::begin(kArguments), std::end(kArguments),
+                                         [&](const Argument& argument) { return words[i] == argument.name; });
+        std::uint64_t number = 0;
+        if (words[i] == "--with" && TurnOn(line, value)) {
+            ++i;
+        } else if (found == std::end(kArguments)) {
+            return std::nullopt;
+        } else if (*found->valueName == '\0') {
+            found->set(line, 0);
+        } else if (ReadNumber(value, *found, number)) {
+            found->set(line, number);
+            ++i;
         } else {
-            line.isWrong = true;
-        }
-        if (value.empty() || line.isWrong) {
-            line.isWrong = true;
-            return line;
+            return std::nullopt;
         }
     }
     return line;
 }
 
+// Of the seeds that were run.
 struct Sum {
+    std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+    std::uint64_t seeds = 0;
     std::uint64_t passes = 0;
     std::uint64_t requests = 0;
+    unsigned violations = 0;
 };
+
+void PrintSum(const Sum& sum, unsigned days)
+{
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - sum.begin;
+    std::cout << sum.seeds << " seeds x " << days << " days: " << sum.passes << " passes, " << sum.requests
+              << " requests, " << sum.violations << " violations, " << std::fixed << std::setprecision(1)
+              << time.count() << " s\n"
+              << std::flush;
+}
 
 void RunSeed(const CommandLine& line, std::uint64_t seed, Sum& sum)
 {
     CGenerator generator(seed);
-    Options options = line.drawsOptions ? DrawOptions(generator, line.days) : line.options;
-    options.days = line.days;
-    std::cout << "seed " + std::to_string(seed) + "\n" << std::flush;
-    CSimulation simulation(seed, options, RunAmporaSrv, line.printsTrace);
+    const Options options = line.drawsOptions ? DrawOptions(generator, line.options.days) : line.options;
+    const std::string name = "seed " + std::to_string(seed);
+    std::cout << name + "\n" << std::flush;
+    CSimulation simulation(seed, options, RunAmporaSrv, line.printsLog);
     simulation.Run();
-    if (line.printsTrace) {
-        std::cout << simulation.Log().Text() << "trace " << simulation.Log().Hash() << " " << simulation.Log().Length()
+    if (line.printsLog) {
+        std::cout << simulation.Log().Text() << "log " << simulation.Log().Hash() << " " << simulation.Log().Length()
                   << "\n";
     }
+    ++sum.seeds;
     sum.passes += simulation.PassCount();
     sum.requests += simulation.RequestCount();
     if (const auto& violation = simulation.FirstViolation()) {
-        std::cout << "seed " + std::to_string(seed) + ", after " + std::to_string(violation->nowMs) +
-                         " ms: " + violation->text + "\nagain: ampora_simulate --first-seed " + std::to_string(seed) +
-                         " " + CommandLineOf(options) + " --plain --trace\n"
-                  << std::flush;
+        ++sum.violations;
+        std::cout << name + ", after " + std::to_string(violation->nowMs) + " ms: " + violation->text +
+                         "\nagain: ampora_simulate --first-seed " + std::to_string(seed) + " " +
+                         CommandLineOf(options) + " --plain --trace\n";
+        PrintSum(sum, options.days);
         std::_Exit(1); // what is left of the program cannot be taken down
     }
-}
-
-Sum RunSeeds(const CommandLine& line)
-{
-    Sum sum;
-    for (std::uint64_t i = 0; i < line.seeds; ++i) {
-        RunSeed(line, line.firstSeed + i, sum);
-    }
-    return sum;
-}
-
-// A process has one simulation at a time, since the program's trace level is one for the whole process. So several jobs
-// are several processes, each with a part of the seeds, and each leaves its sum in a file.
-class CJob {
-public:
-    CJob(const std::string& program, const CommandLine& line, std::uint64_t firstSeed, std::uint64_t seeds)
-        : m_path(std::filesystem::temp_directory_path() /
-                 ("ampora_simulate_" + std::to_string(std::random_device()()) + "_" + std::to_string(firstSeed)))
-    {
-        const std::string command =
-            "\"" + program + "\" --first-seed " + std::to_string(firstSeed) + " --seeds " + std::to_string(seeds) +
-            " " +
-            (line.drawsOptions ? "--days " + std::to_string(line.days) : "--plain " + CommandLineOf(line.options)) +
-            " --sum " + m_path.string();
-        m_thread = std::thread([this, command] {
-            m_status = std::system(command.c_str()); // NOLINT(concurrency-mt-unsafe): nobody changes the environment
-        });
-    }
-    ~CJob()
-    {
-        m_thread.join();
-        std::error_code ignored;
-        std::filesystem::remove(m_path, ignored);
-    }
-    CJob(const CJob&) = delete;
-    CJob& operator=(const CJob&) = delete;
-
-    // Waits for the process. Whether all is well; adds its sum.
-    bool Finish(Sum& sum)
-    {
-        m_thread.join();
-        m_thread = std::thread([] {});
-        std::ifstream file(m_path);
-        Sum part;
-        if (m_status != 0 || !(file >> part.passes >> part.requests)) {
-            return false;
-        }
-        sum.passes += part.passes;
-        sum.requests += part.requests;
-        return true;
-    }
-
-private:
-    const std::filesystem::path m_path;
-    int m_status = -1;
-    std::thread m_thread;
-};
-
-bool RunJobs(const std::string& program, const CommandLine& line, Sum& sum)
-{
-    std::list<CJob> jobs;
-    for (std::uint64_t job = 0; job < line.jobs; ++job) {
-        const std::uint64_t begin = line.seeds * job / line.jobs;
-        const std::uint64_t end = line.seeds * (job + 1) / line.jobs;
-        if (end > begin) {
-            jobs.emplace_back(program, line, line.firstSeed + begin, end - begin);
-        }
-    }
-    bool isWell = true;
-    for (CJob& job : jobs) {
-        isWell = job.Finish(sum) && isWell;
-    }
-    return isWell;
-}
-
-void PrintSum(const CommandLine& line, const Sum& sum, double seconds)
-{
-    std::cout << line.seeds << " seeds x " << line.days << " days: " << sum.passes << " passes, " << sum.requests
-              << " requests, " << std::fixed << std::setprecision(1) << seconds << " s\n";
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const CommandLine line = Parse(std::vector<std::string>(argv + 1, argv + argc));
-    if (line.isWrong) {
-        PrintUsage();
-        return 2;
+    const std::optional<CommandLine> line = Parse(std::vector<std::string>(argv + 1, argv + argc));
+    if (!line || line->wantsHelp) {
+        PrintUsage(line ? std::cout : std::cerr);
+        return line ? 0 : 2;
     }
-    const auto begin = std::chrono::steady_clock::now();
     Sum sum;
-    if (line.jobs > 1) {
-        if (!RunJobs(argv[0], line, sum)) {
-            return 1;
-        }
-    } else {
-        sum = RunSeeds(line);
+    for (std::uint64_t i = 0; i < line->seeds; ++i) {
+        RunSeed(*line, line->firstSeed + i, sum);
     }
-    if (line.sumPath.empty()) {
-        const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
-        PrintSum(line, sum, time.count());
-    } else {
-        std::ofstream(line.sumPath) << sum.passes << " " << sum.requests << "\n";
-    }
+    PrintSum(sum, line->options.days);
     return 0;
 }
