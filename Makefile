@@ -50,7 +50,7 @@ test-tsan: ## the Linux tests with the thread sanitizer
 	@scripts/setup.sh build tests bus
 	@scripts/test.sh linux-tsan
 
-simulate: ## run the whole program for DAYS simulated days (default 30) under each of SEEDS seeds (default 200)
+simulate: ## run the whole program for DAYS (30) simulated days under SEEDS (200) seeds from FIRST_SEED (1) on
 	@scripts/setup.sh build tests
 	@SEEDS=$(SEEDS) DAYS=$(DAYS) FIRST_SEED=$(FIRST_SEED) scripts/simulate.sh
 
