@@ -9,20 +9,13 @@ namespace {
 
 constexpr std::int64_t kHalfDayMs = 12 * kHourMs;
 
-template <class Value>
-void Append(std::vector<BYTE>& bytes, const Value& value)
-{
-    const auto* first = reinterpret_cast<const BYTE*>(&value); // NOLINT: bytes are what is compared
-    bytes.insert(bytes.end(), first, first + sizeof(value));
-}
-
 } // namespace
 
 CString DataFilePath(const Company& company, const Kind& kind)
 {
     const CString separator = platform::kPathSeparator;
     return L"C:" + separator + L"ProgramData" + separator + L"AmporaSrv" + separator +
-           platform::FormatText(L"%s_%08X.dat", platform::DecodeUtf8(company.word), kind.code);
+           platform::DecodeUtf8(testing_support::DataFileName(company.word, kind.code));
 }
 
 void PassState::Begin(const CZone& zone, UtcMs now)
@@ -39,25 +32,13 @@ void PassState::Begin(const CZone& zone, UtcMs now)
 
 std::vector<BYTE> PassState::File(const SYSTEMTIME& writeTime) const
 {
-    std::vector<BYTE> records;
-    DWORD count = 0;
-    for (const Record& record : *merged) {
-        if (KindInTurn().isTrimmed && (LocalOf(record.end) < lower || LocalOf(record.start) > upper)) {
-            continue;
-        }
-        ++count;
-        Append(records, record.value);
-        Append(records, record.start);
-        Append(records, record.end);
-    }
-    std::vector<BYTE> bytes;
-    Append(bytes, DWORD{0x00010000});
-    Append(bytes, KindInTurn().code);
-    Append(bytes, count);
-    Append(bytes, DWORD{0});
-    Append(bytes, writeTime);
-    bytes.insert(bytes.end(), records.begin(), records.end());
-    return bytes;
+    Records kept = *merged;
+    std::erase_if(kept, [this](const Record& record) {
+        return KindInTurn().isTrimmed && (LocalOf(record.end) < lower || LocalOf(record.start) > upper);
+    });
+    const std::string bytes = testing_support::HeaderBytes(KindInTurn().code, kept.size()) +
+                              testing_support::CalendarBytes(writeTime) + testing_support::RecordBytes(kept);
+    return {bytes.begin(), bytes.end()};
 }
 
 void PassState::ExpectRequest(const CZone& zone)

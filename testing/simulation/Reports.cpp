@@ -123,6 +123,18 @@ void DrawStall(CGenerator& generator, Reply& reply)
     }
 }
 
+// What may become of an answer, by a number below 1,000.
+struct Trouble {
+    bool Options::*isWanted;
+    std::uint64_t from;
+    std::uint64_t to;
+    void (*draw)(CGenerator& generator, Reply& reply);
+};
+constexpr Trouble kTroubles[] = {{&Options::statuses, 0, 100, DrawStatus},
+                                 {&Options::documents, 100, 160, DrawDocument},
+                                 {&Options::bodies, 200, 250, DrawBody},
+                                 {&Options::stalls, 300, 310, DrawStall}};
+
 } // namespace
 
 std::string TargetOf(const Company& company, const Kind& kind, const SYSTEMTIME& day)
@@ -145,14 +157,10 @@ Reply DrawReply(CGenerator& generator, const Options& options, const Kind& kind,
     }
     reply.lastsMs = reply.answer.latencyMs;
     const std::uint64_t fate = generator.Below(1'000);
-    if (options.statuses && fate < 100) {
-        DrawStatus(generator, reply);
-    } else if (options.documents && fate >= 100 && fate < 160) {
-        DrawDocument(generator, reply);
-    } else if (options.bodies && fate >= 200 && fate < 250) {
-        DrawBody(generator, reply);
-    } else if (options.stalls && fate >= 300 && fate < 310) {
-        DrawStall(generator, reply);
+    for (const Trouble& trouble : kTroubles) {
+        if (options.*trouble.isWanted && fate >= trouble.from && fate < trouble.to) {
+            trouble.draw(generator, reply);
+        }
     }
     return reply;
 }
