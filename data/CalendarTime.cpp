@@ -26,3 +26,14 @@ ULONGLONG CountFromFileTime(const FILETIME& fileTime)
 {
     return static_cast<ULONGLONG>(fileTime.dwHighDateTime) << 32 | fileTime.dwLowDateTime;
 }
+
+ULONGLONG CountFromTime(std::int64_t time)
+{
+    const SYSTEMTIME calendar = CalendarFromTime(time);
+    FILETIME local{};
+    FILETIME utc{};
+    if (!platform::CalendarToFileTime(&calendar, &local) || !platform::LocalToUtcFileTime(&local, &utc)) {
+        return 0;
+    }
+    return CountFromFileTime(utc);
+}

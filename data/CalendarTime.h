@@ -1,4 +1,4 @@
-// Checked conversion of local calendar times to time values and back, and of the FILETIME scale.
+// Checked conversion between local calendar times, time values and the FILETIME scale (platform/Clock.h).
 #pragma once
 
 #include "platform/Types.h"
@@ -30,3 +30,7 @@ SYSTEMTIME CalendarFromTime(std::int64_t time);
 
 // The 100-nanosecond units since 1601-01-01 00:00:00 that the halves make up. Any thread.
 ULONGLONG CountFromFileTime(const FILETIME& fileTime);
+
+// A time value on the FILETIME scale, in UTC; 0 when it cannot be converted. Goes by way of local calendar time, so
+// daylight saving is as LocalToUtcFileTime has it. Any thread.
+ULONGLONG CountFromTime(std::int64_t time);

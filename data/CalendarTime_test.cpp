@@ -112,4 +112,25 @@ TEST_F(CalendarTime, ATimeValueThatCannotBeConvertedIsAllZero)
     EXPECT_EQ(CalendarText(CalendarFromTime(kNoonTime)), "0000-00-00(0) 00:00:00.000");
 }
 
+TEST_F(CalendarTime, CountsTimeValuesInUtc)
+{
+    constexpr ULONGLONG kNoonCount = 129856752000000000; // 2012-07-02 04:00:00 UTC
+    constexpr ULONGLONG kSecond = 10'000'000;
+    EXPECT_EQ(CountFromTime(kNoonTime), kNoonCount);
+    // Over the turn of the day, and further than 32 bits of seconds go.
+    EXPECT_EQ(CountFromTime(kNoonTime + 86'400), kNoonCount + 86'400 * kSecond);
+    EXPECT_EQ(CountFromTime(kNoonTime + 6'000'000'000), kNoonCount + 6'000'000'000 * kSecond);
+    m_machine.SetUtcOffset(0);
+    EXPECT_EQ(CountFromTime(kNoonTime), kNoonCount);
+}
+
+TEST_F(CalendarTime, ATimeValueThatCannotBeCountedIsZero)
+{
+    EXPECT_EQ(CountFromTime(-1), 0U);
+    for (const Call call : {Call::kTimeToLocalCalendar, Call::kCalendarToFileTime, Call::kLocalToUtcFileTime}) {
+        m_machine.FailCall(call, 1, ERROR_INVALID_PARAMETER);
+        EXPECT_EQ(CountFromTime(kNoonTime), 0U);
+    }
+}
+
 } // namespace

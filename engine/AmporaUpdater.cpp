@@ -155,10 +155,11 @@ bool CAmporaUpdater::ArmBaseTimer(const CTraceLog& log, CWaitTableTimer& timer)
         return false;
     }
     log.Tra(L"Before Base Update Time.(%d clock)", fixedClock);
-    const std::int64_t baseTime = BaseTime(CalendarFromTime(now), fixedClock);
+    const std::int64_t baseTime = TimeFromCalendar(BaseTime(CalendarFromTime(now), fixedClock));
     const LONG minutes = m_random.Draw(minimum, maximum);
     log.Tra(L"Set Random mins is %d", minutes);
-    const LARGE_INTEGER dueTime = BaseDueTime(baseTime, minutes);
+    LARGE_INTEGER dueTime{};
+    dueTime.QuadPart = static_cast<LONGLONG>(CountFromTime(DelayedTime(baseTime, minutes)));
     if (!timer.Start(&dueTime)) {
         log.Err(L"Start UpdateTimer Fail");
         return false;
@@ -227,7 +228,7 @@ CAmporaUpdater::Turn CAmporaUpdater::WaitForTurn(const NamedObjects& objects) co
             ++turn.acquisitions;
         }
         if (result == WAIT_FAILED && !IsExitSet()) {
-            // Waiting goes on, but not in a circle without rest. A Stop's pulse ends the rest and is used up by it.
+            // A wait that keeps failing must not spin. The pulse of a Stop ends this pause and is used up by it.
             platform::WaitForOne(objects.event, kFailedWaitPauseMs, FALSE);
         }
         if (IsExitSet()) {

@@ -1,8 +1,5 @@
 #include "engine/Schedule.h"
 
-#include "data/CalendarTime.h"
-#include "platform/Clock.h"
-
 namespace {
 
 constexpr LONG kHoursPerDay = 24;
@@ -13,7 +10,7 @@ constexpr LONGLONG kRelativeMinute = -600000000; // a relative due time of one m
 
 bool IsBeforeBaseTime(int hour, LONG fixedClock) { return hour < fixedClock; }
 
-std::int64_t BaseTime(const SYSTEMTIME& day, LONG fixedClock)
+SYSTEMTIME BaseTime(const SYSTEMTIME& day, LONG fixedClock)
 {
     // A number that a 16-bit field would cut down to an hour must not become one.
     const bool isHour = fixedClock >= 0 && fixedClock < kHoursPerDay;
@@ -22,20 +19,10 @@ std::int64_t BaseTime(const SYSTEMTIME& day, LONG fixedClock)
     base.wMonth = day.wMonth;
     base.wDay = day.wDay;
     base.wHour = static_cast<WORD>(isHour ? fixedClock : kHoursPerDay);
-    return TimeFromCalendar(base);
+    return base;
 }
 
-LARGE_INTEGER BaseDueTime(std::int64_t baseTime, LONG delayMinutes)
-{
-    const SYSTEMTIME due = CalendarFromTime(baseTime + delayMinutes * kSecondsPerMinute);
-    FILETIME local{};
-    FILETIME utc{};
-    LARGE_INTEGER dueTime{};
-    if (platform::CalendarToFileTime(&due, &local) && platform::LocalToUtcFileTime(&local, &utc)) {
-        dueTime.QuadPart = static_cast<LONGLONG>(CountFromFileTime(utc));
-    }
-    return dueTime;
-}
+std::int64_t DelayedTime(std::int64_t time, LONG minutes) { return time + minutes * kSecondsPerMinute; }
 
 LARGE_INTEGER IntervalDueTime(LONG intervalMinutes, LONG randomMinutes)
 {

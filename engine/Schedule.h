@@ -1,4 +1,5 @@
-// When the next update pass is due: arithmetic on its inputs alone.
+// When the next update pass is due: arithmetic on its inputs alone. Whoever calls it converts between calendar time and
+// the other scales of time (data/CalendarTime.h).
 #pragma once
 
 #include "platform/Types.h"
@@ -7,14 +8,12 @@
 // hour of the base update as the settings have it, any number.
 bool IsBeforeBaseTime(int hour, LONG fixedClock);
 
-// fixedClock o'clock of a day as a time value, daylight saving left to the system. day: year, month and day of month
-// count, each 0 when it is not known. Throws COleException for a day or an hour that does not exist, hence for a
-// fixedClock above 23 (CalendarTime.h).
-std::int64_t BaseTime(const SYSTEMTIME& day, LONG fixedClock);
+// fixedClock o'clock of a day, both in local calendar time. day: year, month and day of month count. A fixedClock that
+// is no hour of a day gives hour 24, which TimeFromCalendar refuses.
+SYSTEMTIME BaseTime(const SYSTEMTIME& day, LONG fixedClock);
 
-// The absolute due time, on the FILETIME scale, of a base update delayed by these minutes; 0, which is due at once,
-// when it cannot be converted. baseTime: a time value.
-LARGE_INTEGER BaseDueTime(std::int64_t baseTime, LONG delayMinutes);
+// The time value these minutes after another one; negative minutes lead back.
+std::int64_t DelayedTime(std::int64_t time, LONG minutes);
 
 // The relative due time, in negative 100-nanosecond units, of the pass after an interval with a random addition. Zero
 // or less minutes give 0 or more: due at once.

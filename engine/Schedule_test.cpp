@@ -1,13 +1,12 @@
 #include "engine/Schedule.h"
 
-#include "data/CalendarTime.h"
-#include "platform/sim/Machine.h"
+#include "testing/CalendarText.h"
 
 #include <gmock/gmock.h>
 
 namespace {
 
-using platform::sim::Call;
+using testing_support::CalendarText;
 
 constexpr LONGLONG kSecond = 10'000'000; // of the FILETIME scale
 constexpr LONGLONG kMinute = 60 * kSecond;
@@ -37,74 +36,35 @@ TEST(Schedule, AnUnknownHourIsBeforeEveryHour)
     EXPECT_FALSE(IsBeforeBaseTime(-1, -1));
 }
 
-// Local time is UTC+9.
-class ScheduleTime : public testing::Test {
-protected:
-    ScheduleTime() : m_day(CalendarFromTime(TimeFromCalendar({2012, 7, 0, 2, 15, 30, 45, 0}))) {}
+constexpr SYSTEMTIME kAfternoon{2012, 7, 1, 2, 15, 30, 45, 678};
 
-    // The code of the exception that BaseTime throws; 0 for none.
-    static HRESULT CodeOf(const SYSTEMTIME& day, LONG fixedClock)
-    {
-        try {
-            BaseTime(day, fixedClock);
-        } catch (const COleException& exception) {
-            return exception.Code();
-        }
-        return 0;
-    }
-
-    platform::sim::CMachine m_machine;
-    const SYSTEMTIME m_day;
-};
-
-TEST_F(ScheduleTime, BaseTimeIsTheFullHourOfTheDay)
+TEST(Schedule, BaseTimeIsTheFullHourOfTheDay)
 {
-    constexpr std::int64_t kMidnight = 1341154800; // 2012-07-02 00:00:00 local time
-    EXPECT_EQ(BaseTime(m_day, 0), kMidnight);
-    EXPECT_EQ(BaseTime(m_day, 9), kMidnight + 9 * 3600);
-    EXPECT_EQ(BaseTime(m_day, 23), kMidnight + 23 * 3600);
-}
-
-TEST_F(ScheduleTime, AnHourThatTheDayDoesNotHaveIsAnInvalidDate)
-{
-    for (const LONG hour : {24, 0x10000 + 9, 0x7FFFFFFF, -1}) {
-        EXPECT_EQ(CodeOf(m_day, hour), kInvalidDatePart) << hour;
+    for (const WORD hour : {WORD{0}, WORD{9}, WORD{23}}) {
+        EXPECT_EQ(CalendarText(BaseTime(kAfternoon, hour)), CalendarText({2012, 7, 0, 2, hour, 0, 0, 0}));
     }
 }
 
-TEST_F(ScheduleTime, AnUnknownPartOfTheDayIsAnInvalidDate)
+TEST(Schedule, BaseTimeOutsideTheDayIsHour24)
 {
-    for (WORD SYSTEMTIME::*const part : {&SYSTEMTIME::wYear, &SYSTEMTIME::wMonth, &SYSTEMTIME::wDay}) {
-        SYSTEMTIME day = m_day;
-        day.*part = 0;
-        EXPECT_EQ(CodeOf(day, 9), kInvalidDatePart);
+    for (const LONG fixedClock : {24, 0x10000 + 9, 0x7FFFFFFF, -1, -0x7FFFFFFF - 1}) {
+        EXPECT_EQ(CalendarText(BaseTime(kAfternoon, fixedClock)), "2012-07-02(0) 24:00:00.000") << fixedClock;
     }
 }
 
-TEST_F(ScheduleTime, ADayThatCannotBeConvertedIsAFailedConversion)
+TEST(Schedule, BaseTimeOfAnUnknownDayHasNoDay)
 {
-    m_machine.FailCall(Call::kLocalCalendarToTime, 1, 87);
-    EXPECT_EQ(CodeOf(m_day, 9), kDateConversionFailed);
+    EXPECT_EQ(CalendarText(BaseTime({}, 9)), "0000-00-00(0) 09:00:00.000");
 }
 
-TEST_F(ScheduleTime, BaseDueTimeIsAnAbsoluteTimeInUtc)
+TEST(Schedule, DelayedTimeCountsMinutes)
 {
-    constexpr LONGLONG kNineOClock = 129856608000000000; // 2012-07-02 00:00:00 UTC
-    EXPECT_EQ(BaseDueTime(BaseTime(m_day, 9), 0).QuadPart, kNineOClock);
-    EXPECT_EQ(BaseDueTime(BaseTime(m_day, 9), 29).QuadPart, kNineOClock + 29 * kMinute);
-    EXPECT_EQ(BaseDueTime(BaseTime(m_day, 9), -5).QuadPart, kNineOClock - 5 * kMinute);
-    // Beyond the turn of the day, and further than 32 bits of seconds go.
-    EXPECT_EQ(BaseDueTime(BaseTime(m_day, 23), 120).QuadPart, kNineOClock + 16 * 60 * kMinute);
-    EXPECT_EQ(BaseDueTime(BaseTime(m_day, 9), 100'000'000).QuadPart, kNineOClock + 100'000'000 * kMinute);
-}
-
-TEST_F(ScheduleTime, ABaseTimeThatCannotBeConvertedIsDueAtOnce)
-{
-    for (const Call call : {Call::kTimeToLocalCalendar, Call::kCalendarToFileTime, Call::kLocalToUtcFileTime}) {
-        const std::int64_t baseTime = BaseTime(m_day, 9);
-        m_machine.FailCall(call, 1, 87);
-        EXPECT_EQ(BaseDueTime(baseTime, 10).QuadPart, 0);
-    }
+    constexpr std::int64_t kNineOClock = 1341187200; // 2012-07-02 09:00:00 UTC+9
+    EXPECT_EQ(DelayedTime(kNineOClock, 0), kNineOClock);
+    EXPECT_EQ(DelayedTime(kNineOClock, 29), kNineOClock + 29 * 60);
+    EXPECT_EQ(DelayedTime(kNineOClock, -5), kNineOClock - 5 * 60);
+    // Further than 32 bits of seconds go.
+    EXPECT_EQ(DelayedTime(kNineOClock, 0x7FFFFFFF), kNineOClock + std::int64_t{0x7FFFFFFF} * 60);
 }
 
 TEST(Schedule, IntervalDueTimeIsRelative)
