@@ -8,6 +8,8 @@
 #include "testing/Trace.h"
 
 #include <gmock/gmock.h>
+
+#include <optional>
 #include <set>
 
 namespace {
@@ -19,6 +21,7 @@ using platform::DomNodePtr;
 using platform::sim::Call;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing_support::CFailingMemory;
 using testing_support::NamedReport;
 using testing_support::SlotOf;
 using testing_support::TraceLine;
@@ -32,41 +35,27 @@ TraceLine Line(const char* level, const char* operation, const char* message)
     return {level, std::string("CXMLParser::") + operation, message};
 }
 
+// The parts of a document, or nulls.
+struct Parts {
+    DomElementPtr root;
+    DomNodeListPtr list; // the children of the root
+    DomNodePtr node;     // the first of them
+    DomAttributeMapPtr attributes;
+};
+
 class XMLParser : public testing_support::CMachineTest {
 protected:
-    // The root element of a text; the trace starts anew after it.
-    DomElementPtr Root(const char* xml)
+    // The parts of a text, as far as they exist; the trace starts anew after it.
+    Parts Read(const std::string& xml)
     {
-        DomElementPtr root = m_parser.Load(platform::DecodeUtf8(xml));
-        EXPECT_TRUE(root) << xml;
+        Parts parts;
+        parts.root = m_parser.Load(platform::DecodeUtf8(xml));
+        EXPECT_TRUE(parts.root) << xml;
+        parts.list = m_parser.GetChildNodes(parts.root);
+        parts.node = m_parser.GetNode(parts.list, 0);
+        parts.attributes = m_parser.GetNodeAttributes(parts.node);
         m_machine.ClearDebugLines();
-        return root;
-    }
-    // The first child of the root element of a text.
-    DomNodePtr FirstChild(const char* xml)
-    {
-        DomNodePtr child = m_parser.GetNode(m_parser.GetChildNodes(Root(xml)), 0);
-        EXPECT_TRUE(child) << xml;
-        m_machine.ClearDebugLines();
-        return child;
-    }
-    // The attributes of the first child.
-    DomAttributeMapPtr Attributes(const char* xml)
-    {
-        DomAttributeMapPtr attributes = m_parser.GetNodeAttributes(FirstChild(xml));
-        EXPECT_TRUE(attributes) << xml;
-        m_machine.ClearDebugLines();
-        return attributes;
-    }
-    // The status that Load throws; S_OK when it throws nothing.
-    HRESULT LoadStatus()
-    {
-        try {
-            m_parser.Load(L"<a/>");
-            return S_OK;
-        } catch (const CComException& exception) {
-            return exception.Code();
-        }
+        return parts;
     }
 
     CXMLParser m_parser;
@@ -91,49 +80,31 @@ TEST_F(XMLParser, SlotsKeepTheirOrder)
     static_assert(sizeof(CXMLParser) == sizeof(void*)); // no members but the table
 }
 
-TEST_F(XMLParser, EveryOperationTracesItsScope)
+TEST_F(XMLParser, ConstructionAndDestructionAreTraced)
 {
-    const DomNodePtr node = FirstChild("<r><a b='1'>x</a></r>");
-    const DomElementPtr root = Root("<r><a/></r>");
-    const DomNodeListPtr list = m_parser.GetChildNodes(root);
-    const DomAttributeMapPtr attributes = m_parser.GetNodeAttributes(node);
     m_machine.ClearDebugLines();
-
-    CString value;
-    const auto construct = [] { const CXMLParser parser; };
-    const std::pair<const char*, std::function<void()>> operations[] = {
-        {"Initialize", [&] { EXPECT_TRUE(m_parser.Initialize()); }},
-        {"Finalize", [&] { m_parser.Finalize(); }},
-        {"Load", [&] { m_parser.Load(L"<a/>"); }},
-        {"LoadFile", [&] { m_parser.LoadFile(L""); }},
-        {"GetChildNodes", [&] { m_parser.GetChildNodes(node); }},
-        {"GetChildNodes", [&] { m_parser.GetChildNodes(root); }},
-        {"GetNode", [&] { m_parser.GetNode(list, 0); }},
-        {"GetNodeAttributes", [&] { m_parser.GetNodeAttributes(node); }},
-        {"GetTagName", [&] { m_parser.GetTagName(node); }},
-        {"GetTagName", [&] { m_parser.GetTagName(root); }},
-        {"GetTagValue", [&] { m_parser.GetTagValue(node); }},
-        {"GetChildCount", [&] { m_parser.GetChildCount(list); }},
-        {"GetAttribue", [&] { m_parser.GetAttribue(attributes, L"b", value); }},
-    };
-    for (const auto& [name, operation] : operations) {
-        m_machine.ClearDebugLines();
-        operation();
-        const std::vector<TraceLine> lines = TraceLines();
-        ASSERT_GE(lines.size(), 2U) << name;
-        EXPECT_EQ(lines.front(), Line("TRA", name, "Enter"));
-        EXPECT_EQ(lines.back(), Line("TRA", name, "Leave"));
+    {
+        const CXMLParser parser;
     }
-    m_machine.ClearDebugLines();
-    construct();
     EXPECT_THAT(TraceLines(), ElementsAre(Line("TRA", "CXMLParser", "Enter"), Line("TRA", "CXMLParser", "Leave"),
                                           Line("TRA", "~CXMLParser", "Enter"), Line("TRA", "~CXMLParser", "Leave")));
 }
 
+TEST_F(XMLParser, InitializeAndFinalizeOnlyTraceTheirScopes)
+{
+    m_machine.ClearDebugLines();
+    EXPECT_TRUE(m_parser.Initialize());
+    m_parser.Finalize();
+    EXPECT_THAT(TraceLines(), ElementsAre(Line("TRA", "Initialize", "Enter"), Line("TRA", "Initialize", "Leave"),
+                                          Line("TRA", "Finalize", "Enter"), Line("TRA", "Finalize", "Leave")));
+}
+
+// Loading
+
 TEST_F(XMLParser, LoadGivesTheRootElement)
 {
-    const DomElementPtr root = Root("<?xml version='1.0' encoding='UTF-8'?><!-- before --><power_report/>");
-    EXPECT_EQ(m_parser.GetTagName(root), L"power_report");
+    const Parts parts = Read("<?xml version='1.0' encoding='UTF-8'?><!-- before --><power_report/>");
+    EXPECT_EQ(m_parser.GetTagName(parts.root), L"power_report");
 }
 
 TEST_F(XMLParser, AnElementOutlivesTheParserThatLoadedIt)
@@ -150,108 +121,95 @@ TEST_F(XMLParser, AnElementOutlivesTheParserThatLoadedIt)
 
 TEST_F(XMLParser, LoadingAnotherDocumentLeavesEarlierHandlesAlone)
 {
-    const DomElementPtr first = Root("<first/>");
-    Root("<second/>");
-    EXPECT_EQ(m_parser.GetTagName(first), L"first");
+    const Parts first = Read("<first/>");
+    Read("<second/>");
+    EXPECT_EQ(m_parser.GetTagName(first.root), L"first");
 }
 
-TEST_F(XMLParser, CreationFailureOfTheDocumentIsThrown)
+// A text and a file are loaded alike. The parameter tells which.
+enum class Source { kText, kFile };
+
+class XMLParserLoad : public XMLParser, public testing::WithParamInterface<Source> {
+protected:
+    bool IsFile() const { return GetParam() == Source::kFile; }
+    const char* Operation() const { return IsFile() ? "LoadFile" : "Load"; }
+    TraceLine LoadFailed() const
+    {
+        return Line("ERR", Operation(), IsFile() ? "XML Load File fail.(0x08X)" : "XML Load fail.(0x08X)");
+    }
+    DomElementPtr Load(const std::string& xml = "<a/>")
+    {
+        m_machine.ClearDebugLines();
+        return IsFile() ? m_parser.LoadFile(m_folder.Write("report.xml", xml).wstring())
+                        : m_parser.Load(platform::DecodeUtf8(xml));
+    }
+    // The status that Load throws; S_OK when it throws nothing.
+    HRESULT LoadStatus()
+    {
+        try {
+            Load();
+            return S_OK;
+        } catch (const CComException& exception) {
+            return exception.Code();
+        }
+    }
+
+    const testing_support::CScratchFolder m_folder;
+};
+
+INSTANTIATE_TEST_SUITE_P(From, XMLParserLoad, testing::Values(Source::kText, Source::kFile),
+                         [](const auto& test) { return test.param == Source::kFile ? "File" : "Text"; });
+
+TEST_P(XMLParserLoad, TracesItsScope)
 {
-    m_machine.FailCall(Call::kCreateDomDocument, 1, static_cast<DWORD>(E_FAIL));
-    EXPECT_EQ(LoadStatus(), E_FAIL);
-    m_machine.FailCall(Call::kCreateDomDocument, 1, 0x80040154); // class not registered
-    EXPECT_EQ(LoadStatus(), static_cast<HRESULT>(0x80040154));
+    EXPECT_TRUE(Load());
+    EXPECT_THAT(TraceLines(), ElementsAre(Line("TRA", Operation(), "Enter"), Line("TRA", Operation(), "Leave")));
+}
+
+TEST_P(XMLParserLoad, ThrowsTheStatusWhenNoDocumentIsMade)
+{
+    constexpr auto kClassNotRegistered = static_cast<HRESULT>(0x80040154);
+    for (const auto& [created, thrown] :
+         {std::pair{E_FAIL, E_FAIL}, std::pair{kClassNotRegistered, kClassNotRegistered},
+          std::pair{E_NOINTERFACE, E_POINTER}, std::pair{S_FALSE, E_POINTER}}) {
+        m_machine.FailCall(Call::kCreateDomDocument, 1, static_cast<DWORD>(created));
+        EXPECT_EQ(LoadStatus(), thrown) << created;
+        EXPECT_THAT(TraceMessages(), IsEmpty());
+        EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
+    }
     EXPECT_EQ(LoadStatus(), S_OK);
-    EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
-    EXPECT_EQ(testing_support::CountTrace("ERR", "CXMLParser::Load", "XML Load fail.(0x08X)"), 0);
 }
 
-TEST_F(XMLParser, AMissingInterfaceOfTheDocumentIsThrownAsNullPointer)
+TEST_P(XMLParserLoad, ThrowsTheStatusWhenMemoryRunsOut)
 {
-    m_machine.FailCall(Call::kCreateDomDocument, 1, static_cast<DWORD>(E_NOINTERFACE));
-    EXPECT_EQ(LoadStatus(), E_POINTER);
-}
-
-TEST_F(XMLParser, ASuccessfulCreationWithoutDocumentIsThrownAsNullPointer)
-{
-    m_machine.FailCall(Call::kCreateDomDocument, 1, static_cast<DWORD>(S_FALSE));
-    EXPECT_EQ(LoadStatus(), E_POINTER);
-}
-
-TEST_F(XMLParser, LoadFileThrowsLikeLoad)
-{
-    m_machine.FailCall(Call::kCreateDomDocument, 1, static_cast<DWORD>(E_FAIL));
-    EXPECT_THROW(m_parser.LoadFile(L"report.xml"), CComException);
-}
-
-TEST_F(XMLParser, RunningOutOfMemoryForTheTextIsThrownAsStatus)
-{
-    m_machine.FailCall(Call::kLoadDomTextThrows, 1, ERROR_OUTOFMEMORY);
+    m_machine.FailCall(IsFile() ? Call::kLoadDomFileThrows : Call::kLoadDomTextThrows, 1, ERROR_OUTOFMEMORY);
     EXPECT_EQ(LoadStatus(), E_OUTOFMEMORY);
     EXPECT_THAT(TraceMessages(), IsEmpty());
     EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
 }
 
-TEST_F(XMLParser, RunningOutOfMemoryForThePathIsThrownAsStatus)
+TEST_P(XMLParserLoad, TracesAFailureAndGivesNull)
 {
-    m_machine.FailCall(Call::kLoadDomFileThrows, 1, ERROR_OUTOFMEMORY);
-    try {
-        m_parser.LoadFile(L"report.xml");
-        ADD_FAILURE() << "nothing thrown";
-    } catch (const CComException& exception) {
-        EXPECT_EQ(exception.Code(), E_OUTOFMEMORY);
+    m_machine.FailCall(IsFile() ? Call::kLoadDomFile : Call::kLoadDomText, 1, kFault);
+    EXPECT_FALSE(Load());
+    EXPECT_THAT(TraceMessages(), ElementsAre(LoadFailed()));
+    EXPECT_TRUE(Load());
+}
+
+TEST_P(XMLParserLoad, TracesAMissingRootElementAndGivesNull)
+{
+    m_machine.FailCall(Call::kGetDomDocumentElement, 1, kFault);
+    EXPECT_FALSE(Load());
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", Operation(), "XML Document Element get fail.(0x08X)")));
+}
+
+TEST_P(XMLParserLoad, GivesNullForWhatIsNoDocument)
+{
+    for (const NamedReport& report : testing_support::UnloadableReports()) {
+        EXPECT_FALSE(Load(report.xml)) << report;
+        EXPECT_THAT(TraceMessages(), ElementsAre(LoadFailed())) << report;
     }
 }
-
-TEST_F(XMLParser, AFailingLoadIsTracedAndGivesNull)
-{
-    m_machine.FailCall(Call::kLoadDomText, 1, kFault);
-    EXPECT_FALSE(m_parser.Load(L"<a/>"));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "Load", "XML Load fail.(0x08X)")));
-}
-
-TEST_F(XMLParser, AFailingLoadOfAFileIsTracedAndGivesNull)
-{
-    const testing_support::CScratchFolder folder;
-    const CString path = folder.Write("report.xml", "<a/>").wstring();
-    m_machine.FailCall(Call::kLoadDomFile, 1, kFault);
-    EXPECT_FALSE(m_parser.LoadFile(path));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "LoadFile", "XML Load File fail.(0x08X)")));
-    EXPECT_TRUE(m_parser.LoadFile(path));
-}
-
-TEST_F(XMLParser, AMissingRootElementIsTracedAndGivesNull)
-{
-    m_machine.FailCall(Call::kGetDomDocumentElement, 1, kFault);
-    EXPECT_FALSE(m_parser.Load(L"<a/>"));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "Load", "XML Document Element get fail.(0x08X)")));
-}
-
-TEST_F(XMLParser, AMissingRootElementOfAFileIsTracedAndGivesNull)
-{
-    const testing_support::CScratchFolder folder;
-    m_machine.FailCall(Call::kGetDomDocumentElement, 1, kFault);
-    EXPECT_FALSE(m_parser.LoadFile(folder.Write("report.xml", "<a/>").wstring()));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "LoadFile", "XML Document Element get fail.(0x08X)")));
-}
-
-class XMLParserUnloadable : public XMLParser, public testing::WithParamInterface<NamedReport> {};
-
-TEST_P(XMLParserUnloadable, GivesNullWithoutException)
-{
-    EXPECT_FALSE(m_parser.Load(platform::DecodeUtf8(GetParam().xml)));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "Load", "XML Load fail.(0x08X)")));
-}
-
-TEST_P(XMLParserUnloadable, GivesNullWithoutExceptionFromAFile)
-{
-    const testing_support::CScratchFolder folder;
-    EXPECT_FALSE(m_parser.LoadFile(folder.Write("report.xml", GetParam().xml).wstring()));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "LoadFile", "XML Load File fail.(0x08X)")));
-}
-
-INSTANTIATE_TEST_SUITE_P(Texts, XMLParserUnloadable, testing::ValuesIn(testing_support::UnloadableReports()),
-                         [](const auto& test) { return test.param.name; });
 
 TEST_F(XMLParser, LoadFileReadsAFileInItsOwnEncoding)
 {
@@ -269,9 +227,87 @@ TEST_F(XMLParser, LoadFileOfAMissingFileGivesNull)
     EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "LoadFile", "XML Load File fail.(0x08X)")));
 }
 
+// Reading
+
+// An operation that reads one thing, and how it fails.
+struct Reading {
+    const char* name;
+    const char* operation;
+    bool (*givesSomething)(CXMLParser& parser, const Parts& parts);
+    const char* nullMessage; // for a null handle
+    Call call;               // of the object model
+    const char* failMessage; // when that call fails
+};
+
+std::ostream& operator<<(std::ostream& stream, const Reading& reading) { return stream << reading.name; }
+
+constexpr char kNullNode[] = "Node Parameter NULL.";
+constexpr char kNullElement[] = "Doc Element Parameter NULL.";
+
+const Reading kReadings[] = {
+    {"ChildrenOfNode", "GetChildNodes",
+     [](CXMLParser& parser, const Parts& parts) { return parser.GetChildNodes(parts.node) != nullptr; }, kNullNode,
+     Call::kGetDomChildNodes, "ChildNode get fail.(0x08X)"},
+    {"ChildrenOfElement", "GetChildNodes",
+     [](CXMLParser& parser, const Parts& parts) { return parser.GetChildNodes(parts.root) != nullptr; }, kNullElement,
+     Call::kGetDomChildNodes, "ChildNode get fail.(0x08X)"},
+    {"Node", "GetNode", [](CXMLParser& parser, const Parts& parts) { return parser.GetNode(parts.list, 0) != nullptr; },
+     kNullNode, Call::kGetDomItem, "Node get fail.(0x08X)"},
+    {"Attributes", "GetNodeAttributes",
+     [](CXMLParser& parser, const Parts& parts) { return parser.GetNodeAttributes(parts.node) != nullptr; }, kNullNode,
+     Call::kGetDomAttributes, "Attribute get fail.(0x08X)"},
+    {"NameOfNode", "GetTagName",
+     [](CXMLParser& parser, const Parts& parts) { return !parser.GetTagName(parts.node).empty(); }, kNullNode,
+     Call::kGetDomNodeName, "Tag Name get fail.(0x08X)"},
+    {"NameOfElement", "GetTagName",
+     [](CXMLParser& parser, const Parts& parts) { return !parser.GetTagName(parts.root).empty(); }, kNullElement,
+     Call::kGetDomNodeName, "Tag Name get fail.(0x08X)"},
+    {"Value", "GetTagValue",
+     [](CXMLParser& parser, const Parts& parts) { return !parser.GetTagValue(parts.node).empty(); }, kNullNode,
+     Call::kGetDomText, "Tag Value get fail.(0x08X)"},
+    {"Count", "GetChildCount",
+     [](CXMLParser& parser, const Parts& parts) { return parser.GetChildCount(parts.list) != 0; }, kNullNode,
+     Call::kGetDomLength, "ChildName Count get fail.(0x08X)"},
+};
+
+class XMLParserReading : public XMLParser, public testing::WithParamInterface<Reading> {
+protected:
+    bool GivesSomething(const Parts& parts) { return GetParam().givesSomething(m_parser, parts); }
+    TraceLine Error(const char* message) const { return Line("ERR", GetParam().operation, message); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, XMLParserReading, testing::ValuesIn(kReadings),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_P(XMLParserReading, TracesItsScope)
+{
+    const Parts parts = Read("<r><a>x</a></r>");
+    EXPECT_TRUE(GivesSomething(parts));
+    EXPECT_EQ(TraceLines().front(), Line("TRA", GetParam().operation, "Enter"));
+    EXPECT_EQ(TraceLines().back(), Line("TRA", GetParam().operation, "Leave"));
+}
+
+TEST_P(XMLParserReading, GivesNothingForANullHandle)
+{
+    EXPECT_FALSE(GivesSomething({}));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Error(GetParam().nullMessage)));
+}
+
+TEST_P(XMLParserReading, GivesNothingWhenItsCallFails)
+{
+    const Parts parts = Read("<r><a>x</a></r>");
+    m_machine.FailCall(GetParam().call, 1, kFault);
+    EXPECT_FALSE(GivesSomething(parts));
+    std::vector<TraceLine> expected = {Error(GetParam().failMessage)};
+    if (GetParam().call == Call::kGetDomLength) {
+        expected.push_back(Line("TRA", "GetChildCount", "ChildNode Count is 0"));
+    }
+    EXPECT_EQ(TraceMessages(), expected);
+}
+
 TEST_F(XMLParser, ChildrenComeInDocumentOrder)
 {
-    const DomNodeListPtr list = m_parser.GetChildNodes(Root("<r> <b/> <!-- c --> <a/>text<?pi x?></r>"));
+    const DomNodeListPtr list = Read("<r> <b/> <!-- c --> <a/>text<?pi x?></r>").list;
     EXPECT_EQ(m_parser.GetChildCount(list), 5);
     std::vector<CString> names;
     for (LONG i = 0; i < 5; ++i) {
@@ -280,51 +316,9 @@ TEST_F(XMLParser, ChildrenComeInDocumentOrder)
     EXPECT_THAT(names, ElementsAre(L"b", L"#comment", L"a", L"#text", L"pi"));
 }
 
-TEST_F(XMLParser, ChildNodesOfANullNode)
-{
-    EXPECT_FALSE(m_parser.GetChildNodes(DomNodePtr()));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildNodes", "Node Parameter NULL.")));
-}
-
-TEST_F(XMLParser, ChildNodesOfANullElement)
-{
-    EXPECT_FALSE(m_parser.GetChildNodes(DomElementPtr()));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildNodes", "Doc Element Parameter NULL.")));
-}
-
-TEST_F(XMLParser, ChildNodesOfANodeThatFail)
-{
-    const DomNodePtr node = FirstChild("<r><a/></r>");
-    m_machine.FailCall(Call::kGetDomChildNodes, 1, kFault);
-    EXPECT_FALSE(m_parser.GetChildNodes(node));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildNodes", "ChildNode get fail.(0x08X)")));
-}
-
-TEST_F(XMLParser, ChildNodesOfAnElementThatFail)
-{
-    const DomElementPtr root = Root("<r><a/></r>");
-    m_machine.FailCall(Call::kGetDomChildNodes, 1, kFault);
-    EXPECT_FALSE(m_parser.GetChildNodes(root));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildNodes", "ChildNode get fail.(0x08X)")));
-}
-
-TEST_F(XMLParser, ANodeOfANullList)
-{
-    EXPECT_FALSE(m_parser.GetNode(DomNodeListPtr(), 0));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetNode", "Node Parameter NULL.")));
-}
-
-TEST_F(XMLParser, ANodeThatFails)
-{
-    const DomNodeListPtr list = m_parser.GetChildNodes(Root("<r><a/></r>"));
-    m_machine.FailCall(Call::kGetDomItem, 1, kFault);
-    EXPECT_FALSE(m_parser.GetNode(list, 0));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetNode", "Node get fail.(0x08X)")));
-}
-
 TEST_F(XMLParser, AnIndexOutsideTheListGivesNullSilently)
 {
-    const DomNodeListPtr list = m_parser.GetChildNodes(Root("<r><a/><b/></r>"));
+    const DomNodeListPtr list = Read("<r><a/><b/></r>").list;
     for (const LONG index : {LONG{2}, LONG{3}, LONG{-1}, LONG{0x7FFFFFFF}}) {
         EXPECT_FALSE(m_parser.GetNode(list, index)) << index;
     }
@@ -332,200 +326,96 @@ TEST_F(XMLParser, AnIndexOutsideTheListGivesNullSilently)
     EXPECT_TRUE(m_parser.GetNode(list, 1));
 }
 
-TEST_F(XMLParser, AttributesOfANullNode)
+TEST_F(XMLParser, OnlyElementsHaveAttributes)
 {
-    EXPECT_FALSE(m_parser.GetNodeAttributes(DomNodePtr()));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetNodeAttributes", "Node Parameter NULL.")));
-}
-
-TEST_F(XMLParser, AttributesThatFail)
-{
-    const DomNodePtr node = FirstChild("<r><a/></r>");
-    m_machine.FailCall(Call::kGetDomAttributes, 1, kFault);
-    EXPECT_FALSE(m_parser.GetNodeAttributes(node));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetNodeAttributes", "Attribute get fail.(0x08X)")));
-}
-
-TEST_F(XMLParser, ANodeThatIsNoElementHasNoAttributesSilently)
-{
-    const DomNodePtr comment = FirstChild("<r><!-- c --></r>");
-    EXPECT_FALSE(m_parser.GetNodeAttributes(comment));
+    EXPECT_TRUE(m_parser.GetNodeAttributes(Read("<r><a/></r>").node)); // an empty map
+    EXPECT_FALSE(m_parser.GetNodeAttributes(Read("<r><!-- c --></r>").node));
     EXPECT_THAT(TraceMessages(), IsEmpty());
-}
-
-TEST_F(XMLParser, AnElementWithoutAttributesHasAnEmptyMap)
-{
-    EXPECT_TRUE(m_parser.GetNodeAttributes(FirstChild("<r><a/></r>")));
-}
-
-TEST_F(XMLParser, TagNameOfANullNode)
-{
-    EXPECT_EQ(m_parser.GetTagName(DomNodePtr()), L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagName", "Node Parameter NULL.")));
-}
-
-TEST_F(XMLParser, TagNameOfANullElement)
-{
-    EXPECT_EQ(m_parser.GetTagName(DomElementPtr()), L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagName", "Doc Element Parameter NULL.")));
-}
-
-TEST_F(XMLParser, TagNameOfANodeThatFails)
-{
-    const DomNodePtr node = FirstChild("<r><a/></r>");
-    m_machine.FailCall(Call::kGetDomNodeName, 1, kFault);
-    EXPECT_EQ(m_parser.GetTagName(node), L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagName", "Tag Name get fail.(0x08X)")));
-}
-
-TEST_F(XMLParser, TagNameOfAnElementThatFails)
-{
-    const DomElementPtr root = Root("<r/>");
-    m_machine.FailCall(Call::kGetDomNodeName, 1, kFault);
-    EXPECT_EQ(m_parser.GetTagName(root), L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagName", "Tag Name get fail.(0x08X)")));
 }
 
 TEST_F(XMLParser, TagNamesAreTracedInQuotes)
 {
-    EXPECT_EQ(m_parser.GetTagName(Root("<r/>")), L"r");
+    EXPECT_EQ(m_parser.GetTagName(Read("<r/>").root), L"r");
     EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagName", "TagName is \"r\"")));
-    EXPECT_EQ(m_parser.GetTagName(FirstChild("<r><x:a xmlns:x='u'/></r>")), L"x:a");
+    EXPECT_EQ(m_parser.GetTagName(Read("<r><x:a xmlns:x='u'/></r>").node), L"x:a");
     EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagName", "TagName is \"x:a\"")));
-}
-
-TEST_F(XMLParser, TagValueOfANullNode)
-{
-    EXPECT_EQ(m_parser.GetTagValue(DomNodePtr()), L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagValue", "Node Parameter NULL.")));
-}
-
-TEST_F(XMLParser, TagValueThatFails)
-{
-    const DomNodePtr node = FirstChild("<r><a>1</a></r>");
-    m_machine.FailCall(Call::kGetDomText, 1, kFault);
-    EXPECT_EQ(m_parser.GetTagValue(node), L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetTagValue", "Tag Value get fail.(0x08X)")));
 }
 
 TEST_F(XMLParser, TagValueIsTheTextOfAllNestedElements)
 {
-    EXPECT_EQ(m_parser.GetTagValue(FirstChild("<r><a>1<b>2<c>3</c></b>4<!-- no --></a></r>")), L"1234");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagValue", "TagValue is \"1234\"")));
-}
-
-TEST_F(XMLParser, TagValueOfAnEmptyElementIsEmptyAndTraced)
-{
-    EXPECT_EQ(m_parser.GetTagValue(FirstChild("<r><a/></r>")), L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagValue", "TagValue is \"\"")));
-}
-
-TEST_F(XMLParser, APercentSignOfADocumentIsTracedAsItIs)
-{
-    EXPECT_EQ(m_parser.GetTagValue(FirstChild("<r><a>95%s</a></r>")), L"95%s");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagValue", "TagValue is \"95%s\"")));
-}
-
-TEST_F(XMLParser, ChildCountOfANullListIsZeroWithoutTraceLine)
-{
-    EXPECT_EQ(m_parser.GetChildCount(DomNodeListPtr()), 0);
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildCount", "Node Parameter NULL.")));
-}
-
-TEST_F(XMLParser, ChildCountThatFailsIsZeroWithTraceLine)
-{
-    const DomNodeListPtr list = m_parser.GetChildNodes(Root("<r><a/></r>"));
-    m_machine.FailCall(Call::kGetDomLength, 1, kFault);
-    EXPECT_EQ(m_parser.GetChildCount(list), 0);
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetChildCount", "ChildName Count get fail.(0x08X)"),
-                                             Line("TRA", "GetChildCount", "ChildNode Count is 0")));
+    for (const auto& [content, value] :
+         {std::pair{"1<b>2<c>3</c></b>4<!-- no -->", "1234"}, std::pair{"", ""}, std::pair{"95%s", "95%s"}}) {
+        const Parts parts = Read(std::string("<r><a>") + content + "</a></r>");
+        EXPECT_EQ(m_parser.GetTagValue(parts.node), platform::DecodeUtf8(value));
+        const std::string message = std::string("TagValue is \"") + value + "\"";
+        EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetTagValue", message.c_str())));
+    }
 }
 
 TEST_F(XMLParser, ChildCountIsTraced)
 {
-    EXPECT_EQ(m_parser.GetChildCount(m_parser.GetChildNodes(Root("<r><a/><b/></r>"))), 2);
+    EXPECT_EQ(m_parser.GetChildCount(Read("<r><a/><b/></r>").list), 2);
     EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetChildCount", "ChildNode Count is 2")));
-    EXPECT_EQ(m_parser.GetChildCount(m_parser.GetChildNodes(Root("<r> \n </r>"))), 0);
+    EXPECT_EQ(m_parser.GetChildCount(Read("<r> \n </r>").list), 0);
     EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetChildCount", "ChildNode Count is 0")));
 }
 
-TEST_F(XMLParser, AttributeOfANullMap)
+// Attributes
+
+constexpr char kNoMapOrName[] = "Node Parameter NULL or AttrName Empty.";
+
+// Reading one attribute of an element.
+struct AttributeCase {
+    const char* name;
+    const wchar_t* attribute;
+    std::optional<Call> failing;
+    DWORD code;                   // that the failing call gives
+    std::optional<CString> value; // empty: not given
+    const char* level;
+    const char* message;
+};
+
+std::ostream& operator<<(std::ostream& stream, const AttributeCase& test) { return stream << test.name; }
+
+const AttributeCase kAttributeCases[] = {
+    {"NoName", L"", {}, 0, {}, "ERR", kNoMapOrName},
+    {"FailingSearch", L"b", Call::kGetDomNamedItem, 0x8000FFFF, {}, "ERR", "Target Attribute get fail.(0x8000FFFF)"},
+    {"FailingValue", L"b", Call::kGetDomNodeValue, kFault, {}, "ERR", "Target Attribute Value get fail.(0x80070057)"},
+    // A variant that does not become a text leaves the status alone.
+    {"ValueThatIsNoText", L"b", Call::kGetDomNodeValue, DWORD{S_FALSE}, L"", "TRA", "Attribute : \"b\" = \"\""},
+    {"OtherCase", L"B", {}, 0, {}, "TRA", "Target Attribute no Attirbute."},
+    {"Text", L"at", {}, 0, L"2012-07-02 & 50%", "TRA", "Attribute : \"at\" = \"2012-07-02 & 50%\""},
+    {"EmptyText", L"none", {}, 0, L"", "TRA", "Attribute : \"none\" = \"\""},
+};
+
+class XMLParserAttribute : public XMLParser, public testing::WithParamInterface<AttributeCase> {};
+
+INSTANTIATE_TEST_SUITE_P(With, XMLParserAttribute, testing::ValuesIn(kAttributeCases),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_P(XMLParserAttribute, IsReadAndTraced)
+{
+    const Parts parts = Read("<r><a b='1' at='2012-07-02 &amp; 50%' none=''/></r>");
+    if (GetParam().failing) {
+        m_machine.FailCall(*GetParam().failing, 1, GetParam().code);
+    }
+    CString value = L"before";
+    EXPECT_EQ(m_parser.GetAttribue(parts.attributes, GetParam().attribute, value), GetParam().value.has_value());
+    EXPECT_EQ(value, GetParam().value.value_or(L"before"));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line(GetParam().level, "GetAttribue", GetParam().message)));
+    EXPECT_EQ(TraceLines().front(), Line("TRA", "GetAttribue", "Enter"));
+    EXPECT_EQ(TraceLines().back(), Line("TRA", "GetAttribue", "Leave"));
+}
+
+TEST_F(XMLParser, AttributeOfANullMapIsRefused)
 {
     CString value = L"before";
     EXPECT_FALSE(m_parser.GetAttribue(DomAttributeMapPtr(), L"b", value));
     EXPECT_EQ(value, L"before");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetAttribue", "Node Parameter NULL or AttrName Empty.")));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetAttribue", kNoMapOrName)));
 }
 
-TEST_F(XMLParser, AttributeOfAnEmptyName)
-{
-    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
-    CString value = L"before";
-    EXPECT_FALSE(m_parser.GetAttribue(attributes, L"", value));
-    EXPECT_EQ(value, L"before");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetAttribue", "Node Parameter NULL or AttrName Empty.")));
-}
-
-TEST_F(XMLParser, AttributeWhoseSearchFailsShowsTheStatus)
-{
-    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
-    m_machine.FailCall(Call::kGetDomNamedItem, 1, 0x8000FFFF);
-    CString value = L"before";
-    EXPECT_FALSE(m_parser.GetAttribue(attributes, L"b", value));
-    EXPECT_EQ(value, L"before");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "GetAttribue", "Target Attribute get fail.(0x8000FFFF)")));
-}
-
-TEST_F(XMLParser, AttributeWhoseValueFailsShowsTheStatus)
-{
-    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
-    m_machine.FailCall(Call::kGetDomNodeValue, 1, kFault);
-    CString value = L"before";
-    EXPECT_FALSE(m_parser.GetAttribue(attributes, L"b", value));
-    EXPECT_EQ(value, L"before");
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(Line("ERR", "GetAttribue", "Target Attribute Value get fail.(0x80070057)")));
-}
-
-// A variant that does not become a text leaves the status alone.
-TEST_F(XMLParser, AnAttributeValueThatCannotBeConvertedIsEmpty)
-{
-    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
-    m_machine.FailCall(Call::kGetDomNodeValue, 1, static_cast<DWORD>(S_FALSE));
-    CString value = L"before";
-    EXPECT_TRUE(m_parser.GetAttribue(attributes, L"b", value));
-    EXPECT_EQ(value, L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetAttribue", "Attribute : \"b\" = \"\"")));
-}
-
-TEST_F(XMLParser, AMissingAttributeIsATraceLineAndNoError)
-{
-    const DomAttributeMapPtr attributes = Attributes("<r><a b='1'/></r>");
-    CString value = L"before";
-    EXPECT_FALSE(m_parser.GetAttribue(attributes, L"B", value)); // names differ in case
-    EXPECT_EQ(value, L"before");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetAttribue", "Target Attribute no Attirbute.")));
-}
-
-TEST_F(XMLParser, AnAttributeIsReadAndTraced)
-{
-    const DomAttributeMapPtr attributes = Attributes("<r><a b='1' datetime='2012-07-02 &amp; 50%'/></r>");
-    CString value;
-    EXPECT_TRUE(m_parser.GetAttribue(attributes, L"datetime", value));
-    EXPECT_EQ(value, L"2012-07-02 & 50%");
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(Line("TRA", "GetAttribue", "Attribute : \"datetime\" = \"2012-07-02 & 50%\"")));
-}
-
-TEST_F(XMLParser, AnEmptyAttributeIsThere)
-{
-    CString value = L"before";
-    EXPECT_TRUE(m_parser.GetAttribue(Attributes("<r><a b=''/></r>"), L"b", value));
-    EXPECT_EQ(value, L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("TRA", "GetAttribue", "Attribute : \"b\" = \"\"")));
-}
-
-// Want of memory
+// Running out of memory
 
 // Lets the allocations of a reading operation fail one by one. Each time it must not throw, give nothing and trace a
 // line of ERR; those lines, each once.
@@ -538,7 +428,7 @@ std::set<std::string> LinesOfFailingMemory(platform::sim::CMachine& machine, Ope
         bool hasFailed = false;
         bool isGiven = false;
         {
-            const testing_support::CFailingMemory memory(nth);
+            const CFailingMemory memory(nth);
             EXPECT_NO_THROW(isGiven = givesSomething());
             hasFailed = memory.HasFailed();
         }
@@ -556,50 +446,42 @@ std::set<std::string> LinesOfFailingMemory(platform::sim::CMachine& machine, Ope
     return lines;
 }
 
-TEST_F(XMLParser, WantOfMemoryWhileReadingIsAFailedStatus)
+TEST_F(XMLParser, RunningOutOfMemoryWhileReadingIsAFailure)
 {
     const std::string text(100, 'x'); // more than a text object holds without an allocation
-    const std::string xml =
-        "<" + text + "><" + text + " " + text + "='" + text + "'>" + text + "</" + text + "></" + text + ">";
-    const DomElementPtr root = Root(xml.c_str());
-    const DomNodeListPtr list = m_parser.GetChildNodes(root);
-    const DomNodePtr node = m_parser.GetNode(list, 0);
-    const DomAttributeMapPtr attributes = m_parser.GetNodeAttributes(node);
+    const Parts parts =
+        Read("<" + text + "><" + text + " " + text + "='" + text + "'>" + text + "</" + text + "></" + text + ">");
     const CString name = platform::DecodeUtf8(text);
     g_dwLogLevel = kTraceErr; // other lines need memory too, and are lost without it
 
-    const auto lines = [this](auto operation) { return LinesOfFailingMemory(m_machine, operation); };
-    const std::string children = "CXMLParser::GetChildNodes: ChildNode get fail.(0x08X)";
-    EXPECT_THAT(lines([&] { return m_parser.GetChildNodes(node) != nullptr; }), ElementsAre(children));
-    EXPECT_THAT(lines([&] { return m_parser.GetChildNodes(root) != nullptr; }), ElementsAre(children));
-    EXPECT_THAT(lines([&] { return m_parser.GetNodeAttributes(node) != nullptr; }),
-                ElementsAre("CXMLParser::GetNodeAttributes: Attribute get fail.(0x08X)"));
-    const std::string tagName = "CXMLParser::GetTagName: Tag Name get fail.(0x08X)";
-    EXPECT_THAT(lines([&] { return !m_parser.GetTagName(node).empty(); }), ElementsAre(tagName));
-    EXPECT_THAT(lines([&] { return !m_parser.GetTagName(root).empty(); }), ElementsAre(tagName));
-    EXPECT_THAT(lines([&] { return !m_parser.GetTagValue(node).empty(); }),
-                ElementsAre("CXMLParser::GetTagValue: Tag Value get fail.(0x08X)"));
+    for (const Reading& reading : kReadings) {
+        const std::set<std::string> lines =
+            LinesOfFailingMemory(m_machine, [&] { return reading.givesSomething(m_parser, parts); });
+        const std::string failed = std::string("CXMLParser::") + reading.operation + ": " + reading.failMessage;
+        if (reading.call == Call::kGetDomLength) {
+            EXPECT_THAT(lines, IsEmpty());
+        } else if (reading.call == Call::kGetDomItem) { // one of the systems needs no memory for it
+            EXPECT_THAT(lines, testing::IsSubsetOf({failed}));
+        } else {
+            EXPECT_THAT(lines, ElementsAre(failed)) << reading;
+        }
+    }
     CString value = L"before";
     std::vector<CString> names(100, name); // made before the memory fails
     const auto getAttribute = [&] {
         CString next = std::move(names.back());
         names.pop_back();
-        const bool isGiven = m_parser.GetAttribue(attributes, std::move(next), value);
+        const bool isGiven = m_parser.GetAttribue(parts.attributes, std::move(next), value);
         EXPECT_TRUE(isGiven || value == L"before");
         return isGiven;
     };
-    EXPECT_THAT(lines(getAttribute),
+    EXPECT_THAT(LinesOfFailingMemory(m_machine, getAttribute),
                 ElementsAre("CXMLParser::GetAttribue: Target Attribute Value get fail.(0x8007000E)",
                             "CXMLParser::GetAttribue: Target Attribute get fail.(0x8007000E)"));
     EXPECT_EQ(value, name);
-
-    // One of the systems needs no memory for these two.
-    EXPECT_THAT(lines([&] { return m_parser.GetNode(list, 0) != nullptr; }),
-                testing::IsSubsetOf({"CXMLParser::GetNode: Node get fail.(0x08X)"}));
-    EXPECT_THAT(lines([&] { return m_parser.GetChildCount(list) == 1; }), IsEmpty());
 }
 
-TEST_F(XMLParser, WantOfMemoryWhileLoadingIsThrownAsStatusOrAFailure)
+TEST_F(XMLParser, RunningOutOfMemoryWhileLoadingIsAStatusOrAFailure)
 {
     const CString xml = L"<" + CString(100, L'x') + L"/>";
     g_dwLogLevel = kTraceErr;
@@ -612,7 +494,7 @@ TEST_F(XMLParser, WantOfMemoryWhileLoadingIsThrownAsStatusOrAFailure)
         CString copy = xml;
         DomElementPtr root;
         try {
-            const testing_support::CFailingMemory memory(nth);
+            const CFailingMemory memory(nth);
             root = m_parser.Load(std::move(copy));
             hasFailed = memory.HasFailed();
         } catch (const CComException& exception) {
