@@ -167,43 +167,6 @@ TEST_F(GSXMLAnalyzer, DeletingItThroughEitherBaseDestroysAllOfIt)
 
 // Whole reports
 
-TEST_F(GSXMLAnalyzer, InstantUsageGivesARecordPerUsage)
-{
-    EXPECT_THAT(
-        RecordsOf(UsageReport(1, {{"2012-07-02T13:00:00", "300", "4000"}, {"2012-07-02T13:05:00", "300", "4010"}})),
-        ElementsAre("4000 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000",
-                    "4010 2012-07-02(1) 13:05:00.000 to 2012-07-02(1) 13:10:00.000"));
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(kInstantSuccess));
-}
-
-TEST_F(GSXMLAnalyzer, ActualUsageGivesARecordPerUsage)
-{
-    EXPECT_THAT(RecordsOf(UsageReport(2, {{"2012-07-02T23:00:00", "3600", "1"}})),
-                ElementsAre("1 2012-07-02(1) 23:00:00.000 to 2012-07-03(2) 00:00:00.000"));
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("TRA", "AnalyzeData", "Actual Tag Success")));
-}
-
-TEST_F(GSXMLAnalyzer, EstimatedUsageGivesARecordPerUsage)
-{
-    EXPECT_THAT(RecordsOf(UsageReport(4, {{"2012-07-02T00:00:00", "3600", "2"}})),
-                ElementsAre("2 2012-07-02(1) 00:00:00.000 to 2012-07-02(1) 01:00:00.000"));
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("TRA", "AnalyzeData", "Estimated Tag Success")));
-}
-
-TEST_F(GSXMLAnalyzer, PeakSupplyGivesOneRecord)
-{
-    EXPECT_THAT(RecordsOf(PeakReport(8, {})),
-                ElementsAre("5000 2012-07-02(1) 00:00:00.000 to 2012-07-02(1) 23:59:59.000"));
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("TRA", "AnalyzeData", "PeakSupply Tag Success")));
-}
-
-TEST_F(GSXMLAnalyzer, PeakDemandGivesOneRecord)
-{
-    EXPECT_THAT(RecordsOf(PeakReport(16, {"2012-07-02T14:00:00", "2012-07-02T15:00:00", "4800"})),
-                ElementsAre("4800 2012-07-02(1) 14:00:00.000 to 2012-07-02(1) 15:00:00.000"));
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("TRA", "AnalyzeData", "PeakDemand Tag Success")));
-}
-
 TEST_F(GSXMLAnalyzer, ElementsMayComeInAnyOrderAndRepeat)
 {
     const std::string xml = Report(ElementXml("peak_demand", PeakXml("demand", {})) +
@@ -259,7 +222,7 @@ TEST_F(GSXMLAnalyzer, OneAnalyzerReadsManyReports)
     EXPECT_EQ(RecordsOf(UsageReport(2, UsagesOfDay("2012-07-03", 2, 300))).size(), 2U);
 }
 
-// Documents that are no report
+// Documents that are not reports
 
 class GSXMLAnalyzerUnloadable : public GSXMLAnalyzer, public testing::WithParamInterface<NamedReport> {};
 
@@ -324,13 +287,6 @@ TEST_F(GSXMLAnalyzer, ANullElementGivesNullWithoutAskingForItsName)
     EXPECT_THAT(TraceMessages(), ElementsAre(kNoReport));
 }
 
-TEST_F(GSXMLAnalyzer, ALoadThatThrowsIsAWarningAndGivesNull)
-{
-    m_machine.FailCall(Call::kCreateDomDocument, 1, kFault);
-    EXPECT_FALSE(Analyze(PeakReport(8, {})));
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("WAR", "AnalyzeData", "Load Exception"), kNoReport));
-}
-
 TEST_F(GSXMLAnalyzer, ALoadOfAFileThatThrowsIsAWarningAndGivesNull)
 {
     m_machine.FailCall(Call::kCreateDomDocument, 1, kFault);
@@ -347,21 +303,19 @@ TEST_F(GSXMLAnalyzer, AReportWithoutChildrenGivesNullWithoutMessage)
     }
 }
 
-TEST_F(GSXMLAnalyzer, AReportWhoseChildrenCannotBeListedGivesNull)
+TEST_F(GSXMLAnalyzer, AReportThatCannotBeReadGivesNull)
 {
-    m_machine.FailCall(Call::kGetDomChildNodes, 1, kFault);
-    EXPECT_FALSE(Analyze(PeakReport(8, {})));
-    EXPECT_THAT(AnalyzerMessages(), IsEmpty());
-    m_machine.FailCall(Call::kGetDomLength, 1, kFault);
-    EXPECT_FALSE(Analyze(PeakReport(8, {})));
-    EXPECT_THAT(AnalyzerMessages(), IsEmpty());
-}
-
-TEST_F(GSXMLAnalyzer, ARootWhoseNameCannotBeReadGivesNull)
-{
-    m_machine.FailCall(Call::kGetDomNodeName, 1, kFault);
-    EXPECT_FALSE(Analyze(PeakReport(8, {})));
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(kNoReport));
+    const std::pair<Call, std::vector<TraceLine>> faults[] = {
+        {Call::kCreateDomDocument, {Line("WAR", "AnalyzeData", "Load Exception"), kNoReport}},
+        {Call::kGetDomNodeName, {kNoReport}},
+        {Call::kGetDomChildNodes, {}},
+        {Call::kGetDomLength, {}},
+    };
+    for (const auto& [call, lines] : faults) {
+        m_machine.FailCall(call, 1, kFault);
+        EXPECT_FALSE(Analyze(PeakReport(8, {})));
+        EXPECT_EQ(AnalyzerMessages(), lines) << static_cast<int>(call);
+    }
 }
 
 // The walk over the children
@@ -433,7 +387,7 @@ TEST_F(GSXMLAnalyzer, ADerivedAnalyzerMayReplaceAHandler)
 
 // Memory
 
-TEST_F(GSXMLAnalyzer, RunningOutOfMemoryLosesNothingWithoutAnErrorLineOrAnException)
+TEST_F(GSXMLAnalyzer, RunningOutOfMemoryIsTracedOrThrown)
 {
     g_dwLogLevel = kTraceErr | kTraceWar;
     const CString xml = platform::DecodeUtf8(PeakReport(8, {}));
@@ -476,72 +430,125 @@ TEST_F(GSXMLAnalyzer, RunningOutOfMemoryLosesNothingWithoutAnErrorLineOrAnExcept
     EXPECT_GT(readFailures, 0);
 }
 
-// Usage elements
+// The elements of a report
 
-class GSXMLAnalyzerUsageTag : public GSXMLAnalyzer, public testing::WithParamInterface<unsigned> {
+// A kind of data and its element.
+struct Kind {
+    std::string name; // as in the name of its handler, Analyze...Tag
+    unsigned dataType;
+    const char* tag;
+    const char* child;
+    BOOL (CGSXMLAnalyzer::*handle)(const DomNodePtr&, CAmporaDataCollection*);
+};
+
+std::ostream& operator<<(std::ostream& stream, const Kind& kind) { return stream << kind.name; }
+
+const Kind kUsages[] = {
+    {"Instant", 1, "instant_usage", "usage", &CGSXMLAnalyzer::AnalyzeInstantTag},
+    {"Actual", 2, "actual_usage", "usage", &CGSXMLAnalyzer::AnalyzeActualTag},
+    {"Estimated", 4, "estimated_usage", "usage", &CGSXMLAnalyzer::AnalyzeEstimatedTag},
+};
+const Kind kPeaks[] = {
+    {"PeakSupply", 8, "peak_supply", "supply", &CGSXMLAnalyzer::AnalyzePeakSupplyTag},
+    {"PeakDemand", 16, "peak_demand", "demand", &CGSXMLAnalyzer::AnalyzePeakDemandTag},
+};
+
+class GSXMLAnalyzerTag : public GSXMLAnalyzer, public testing::WithParamInterface<Kind> {
 protected:
-    const char* Tag() const
+    bool IsPeak() const { return GetParam().dataType >= 8; }
+    BOOL Handle(const DomNodePtr& node) { return (m_analyzer.*GetParam().handle)(node, &m_list); }
+    TraceLine FromHandler(const std::string& message, const char* level = "ERR") const
     {
-        return GetParam() == 1 ? "instant_usage" : GetParam() == 2 ? "actual_usage" : "estimated_usage";
+        return Line(level, ("Analyze" + GetParam().name + "Tag").c_str(), message);
     }
-    const char* Handler() const
+    TraceLine RefusedName() const
     {
-        return GetParam() == 1 ? "AnalyzeInstantTag" : GetParam() == 2 ? "AnalyzeActualTag" : "AnalyzeEstimatedTag";
+        return FromHandler(GetParam().name == "Actual" ? "Tag Name invalid" : "Tag name invalid");
     }
-    const char* OtherName() const { return GetParam() == 2 ? "Tag Name invalid" : "Tag name invalid"; }
-    BOOL Handle(const DomNodePtr& node, CAmporaDataCollection* list)
+    TraceLine Outcome(bool success) const
     {
-        return GetParam() == 1   ? m_analyzer.AnalyzeInstantTag(node, list)
-               : GetParam() == 2 ? m_analyzer.AnalyzeActualTag(node, list)
-                                 : m_analyzer.AnalyzeEstimatedTag(node, list);
+        return Line(success ? "TRA" : "ERR", "AnalyzeData", GetParam().name + (success ? " Tag Success" : " Tag Fail"));
     }
+    // A report whose one element has this content, or one good child.
+    std::string ReportWith(const std::string& content) const { return Report(ElementXml(GetParam().tag, content)); }
+    std::string GoodReport() const { return ReportWith(IsPeak() ? PeakXml(GetParam().child, {}) : UsageXml({})); }
 
     CAmporaDataCollection m_list;
 };
 
-TEST_P(GSXMLAnalyzerUsageTag, RefusesANullNode)
+std::string NameOfKind(const testing::TestParamInfo<Kind>& test) { return test.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(Usage, GSXMLAnalyzerTag, testing::ValuesIn(kUsages), NameOfKind);
+INSTANTIATE_TEST_SUITE_P(Peak, GSXMLAnalyzerTag, testing::ValuesIn(kPeaks), NameOfKind);
+
+TEST_P(GSXMLAnalyzerTag, GivesTheRecordsOfItsReport)
+{
+    const std::string content =
+        IsPeak() ? PeakXml(GetParam().child, {"2012-07-02T14:00:00", "2012-07-02T15:00:00", "4800"})
+                 : UsageXml({"2012-07-02T14:00:00", "3600", "4800"}) + UsageXml({"2012-07-02T23:55:00", "600", "1"});
+    std::vector<std::string> records = {"4800 2012-07-02(1) 14:00:00.000 to 2012-07-02(1) 15:00:00.000"};
+    if (!IsPeak()) {
+        records.emplace_back("1 2012-07-02(1) 23:55:00.000 to 2012-07-03(2) 00:05:00.000");
+    }
+    EXPECT_EQ(RecordsOf(ReportWith(content)), records);
+    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Outcome(true)));
+}
+
+TEST_P(GSXMLAnalyzerTag, RefusesANullNode)
 {
     m_machine.ClearDebugLines();
-    EXPECT_EQ(Handle(nullptr, &m_list), FALSE);
-    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", Handler(), OtherName())));
-    EXPECT_EQ(TraceLines().front(), Line("TRA", Handler(), "Enter"));
-    EXPECT_EQ(TraceLines().back(), Line("TRA", Handler(), "Leave"));
+    EXPECT_EQ(Handle(nullptr), FALSE);
+    EXPECT_THAT(TraceMessages(), ElementsAre(RefusedName()));
+    EXPECT_EQ(TraceLines().front(), FromHandler("Enter", "TRA"));
+    EXPECT_EQ(TraceLines().back(), FromHandler("Leave", "TRA"));
 }
 
-TEST_P(GSXMLAnalyzerUsageTag, RefusesAnElementOfAnotherName)
+TEST_P(GSXMLAnalyzerTag, RefusesAnElementOfAnotherName)
 {
-    const DomNodePtr node = FirstChild(Report(ElementXml("peak_supply", UsageXml({}))));
-    EXPECT_EQ(Handle(node, &m_list), FALSE);
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("ERR", Handler(), OtherName())));
-    EXPECT_TRUE(m_list.Records().empty());
+    for (const char* other :
+         {"instant_usage", "actual_usage", "estimated_usage", "peak_supply", "peak_demand", "peak"}) {
+        if (std::string_view(other) == GetParam().tag) {
+            continue;
+        }
+        const DomNodePtr node = FirstChild(Report(ElementXml(other, UsageXml({}) + PeakXml(GetParam().child, {}))));
+        EXPECT_EQ(Handle(node), FALSE) << other;
+        EXPECT_THAT(AnalyzerMessages(), ElementsAre(RefusedName())) << other;
+        EXPECT_TRUE(m_list.Records().empty()) << other;
+    }
 }
 
-TEST_P(GSXMLAnalyzerUsageTag, RefusesANullList)
+TEST_P(GSXMLAnalyzerTag, RefusesANullList)
 {
-    const DomNodePtr node = FirstChild(UsageReport(GetParam(), {{}}));
-    EXPECT_EQ(Handle(node, nullptr), FALSE);
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("ERR", Handler(), "Parameter is invalid")));
+    const DomNodePtr node = FirstChild(GoodReport());
+    EXPECT_EQ((m_analyzer.*GetParam().handle)(node, nullptr), FALSE);
+    EXPECT_THAT(AnalyzerMessages(), ElementsAre(FromHandler("Parameter is invalid")));
 }
 
-TEST_P(GSXMLAnalyzerUsageTag, WarnsWhenThereAreNoChildren)
+TEST_P(GSXMLAnalyzerTag, WarnsWhenThereAreNoChildren)
 {
-    const DomNodePtr node = FirstChild(Report(ElementXml(Tag(), " \n ")));
-    EXPECT_EQ(Handle(node, &m_list), FALSE);
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("WAR", Handler(), "Data Not Set.")));
+    EXPECT_EQ(Handle(FirstChild(ReportWith(" \n "))), FALSE);
+    EXPECT_THAT(AnalyzerMessages(), ElementsAre(FromHandler("Data Not Set.", "WAR")));
 }
 
-TEST_P(GSXMLAnalyzerUsageTag, WarnsWhenTheChildrenCannotBeListed)
+TEST_P(GSXMLAnalyzerTag, WarnsWhenTheChildrenCannotBeListedOrCounted)
 {
-    const DomNodePtr node = FirstChild(UsageReport(GetParam(), {{}}));
-    m_machine.FailCall(Call::kGetDomChildNodes, 1, kFault);
-    EXPECT_EQ(Handle(node, &m_list), FALSE);
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("WAR", Handler(), "Data Not Set.")));
+    for (const Call call : {Call::kGetDomChildNodes, Call::kGetDomLength}) {
+        const DomNodePtr node = FirstChild(GoodReport());
+        m_machine.FailCall(call, 1, kFault);
+        EXPECT_EQ(Handle(node), FALSE);
+        EXPECT_THAT(AnalyzerMessages(), ElementsAre(FromHandler("Data Not Set.", "WAR")));
+    }
 }
+
+// Usage elements
+
+class GSXMLAnalyzerUsageTag : public GSXMLAnalyzerTag {};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, GSXMLAnalyzerUsageTag, testing::ValuesIn(kUsages), NameOfKind);
 
 TEST_P(GSXMLAnalyzerUsageTag, SucceedsWhateverTheChildrenGive)
 {
-    const DomNodePtr node = FirstChild(Report(ElementXml(Tag(), "<x/>text<!-- c --><Usage/>")));
-    EXPECT_EQ(Handle(node, &m_list), TRUE);
+    EXPECT_EQ(Handle(FirstChild(ReportWith("<x/>text<!-- c --><Usage/>"))), TRUE);
     EXPECT_TRUE(m_list.Records().empty());
     const TraceLine invalid = Line("ERR", "AnalyzeUsageTag", "Tag name invalid");
     EXPECT_THAT(AnalyzerMessages(), ElementsAre(invalid, invalid, invalid, invalid));
@@ -549,36 +556,26 @@ TEST_P(GSXMLAnalyzerUsageTag, SucceedsWhateverTheChildrenGive)
 
 TEST_P(GSXMLAnalyzerUsageTag, PassesOverAChildThatCannotBeRead)
 {
-    const DomNodePtr node = FirstChild(UsageReport(GetParam(), UsagesOfDay("2012-07-02", 3, 300)));
+    const DomNodePtr node = FirstChild(UsageReport(GetParam().dataType, UsagesOfDay("2012-07-02", 3, 300)));
     m_machine.FailCall(Call::kGetDomItem, 2, kFault);
-    EXPECT_EQ(Handle(node, &m_list), TRUE);
+    EXPECT_EQ(Handle(node), TRUE);
     ASSERT_EQ(m_list.Records().size(), 2U);
     EXPECT_EQ(m_list.Records().front().ullValue, 1U);
     EXPECT_EQ(m_list.Records().back().ullValue, 3U);
     EXPECT_THAT(AnalyzerMessages(), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, GSXMLAnalyzerUsageTag, testing::Values(1U, 2U, 4U),
-                         [](const auto& test) { return "DataType" + std::to_string(test.param); });
-
-TEST_F(GSXMLAnalyzer, AUsageWithoutDatetimeIsPassedOver)
+TEST_F(GSXMLAnalyzer, AUsageWithoutAnAttributeIsPassedOver)
 {
-    EXPECT_EQ(RecordsOf(Report(ElementXml("instant_usage", "<usage duration='300'>1</usage>" + UsageXml({})))).size(),
-              1U);
+    EXPECT_EQ(RecordsOf(Report(ElementXml("instant_usage", "<usage duration='300'>1</usage>" + UsageXml({}) +
+                                                               "<usage datetime='2012-07-02T13:00:00'>1</usage>" +
+                                                               UsageXml({}))))
+                  .size(),
+              2U);
     EXPECT_THAT(AnalyzerMessages(),
                 ElementsAre(Line("ERR", "GetAttribue", "Node Value Get Fail."),
-                            Line("ERR", "AnalyzeUsageTag", "NO datetime Attribute."), kInstantSuccess));
-}
-
-TEST_F(GSXMLAnalyzer, AUsageWithoutDurationIsPassedOver)
-{
-    EXPECT_EQ(
-        RecordsOf(Report(ElementXml("instant_usage",
-                                    UsageXml({}) + "<usage datetime='2012-07-02T13:00:00'>1</usage>" + UsageXml({}))))
-            .size(),
-        2U);
-    EXPECT_THAT(AnalyzerMessages(),
-                ElementsAre(Line("ERR", "AnalyzeUsageTag", "NO duration Attribute."), kInstantSuccess));
+                            Line("ERR", "AnalyzeUsageTag", "NO datetime Attribute."),
+                            Line("ERR", "AnalyzeUsageTag", "NO duration Attribute."), kInstantSuccess));
 }
 
 TEST_F(GSXMLAnalyzer, AUsageWhoseAttributesCannotBeReadIsPassedOver)
@@ -618,37 +615,38 @@ TEST_F(GSXMLAnalyzer, AnalyzeUsageTagKeepsTheCallersNumbersWhenTheTextsAreNone)
     EXPECT_EQ(value, 4712U);
 }
 
-TEST_F(GSXMLAnalyzer, ATextThatIsNoNumberHasTheValueZero)
-{
-    EXPECT_EQ(RecordOf({"2012-07-02T13:00:00", "300", "abc"}),
-              "0 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000");
-    EXPECT_EQ(RecordOf({"2012-07-02T13:00:00", "300", ""}),
-              "0 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000");
-}
+// A usage and the record that it gives. The default is 4000 at 13:00 for 300 s.
+struct UsageCase {
+    const char* name;
+    UsageRow usage;
+    const char* record;
+};
 
-TEST_F(GSXMLAnalyzer, ADurationThatIsNoNumberEndsAtTheStart)
-{
-    EXPECT_EQ(RecordOf({"2012-07-02T13:00:00", "soon", "1"}),
-              "1 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:00:00.000");
-}
+std::ostream& operator<<(std::ostream& stream, const UsageCase& test) { return stream << test.name; }
 
-TEST_F(GSXMLAnalyzer, ValuesHaveSixtyFourBits)
-{
-    EXPECT_EQ(RecordOf({"2012-07-02T13:00:00", "300", "18446744073709551615"}),
-              "18446744073709551615 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000");
-}
+const UsageCase kUsageCases[] = {
+    {"NoNumber", {.value = "abc"}, "0 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000"},
+    {"NoValue", {.value = ""}, "0 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000"},
+    {"Nested", {.value = "4<b>0</b><!-- -->1"}, "401 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000"},
+    {"Of64Bits",
+     {.value = "18446744073709551615"},
+     "18446744073709551615 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000"},
+    {"NoDuration", {.duration = "soon"}, "4000 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:00:00.000"},
+    {"Backwards", {.duration = "4294967236"}, "4000 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 12:59:00.000"},
+    {"DateOnly", {.datetime = "2012-07-02"}, "4000 2012-07-02(1) 00:00:00.000 to 2012-07-02(1) 00:05:00.000"},
+    {"LeapDay", {.datetime = "2012-02-29"}, "4000 2012-02-29(3) 00:00:00.000 to 2012-02-29(3) 00:05:00.000"},
+    {"Before1900", {.datetime = "1601-01-02"}, "4000 1601-01-02(2) 00:00:00.000 to 1970-01-01(4) 09:05:00.000"},
+    {"Zone",
+     {.datetime = "2012-07-02T13:00:00.5+09:00"},
+     "4000 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000"},
+};
 
-TEST_F(GSXMLAnalyzer, AValueMayBeSpreadOverNestedElements)
-{
-    EXPECT_EQ(RecordOf({"2012-07-02T13:00:00", "300", "4<b>0</b><!-- c -->00"}),
-              "4000 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000");
-}
+class GSXMLAnalyzerUsage : public GSXMLAnalyzer, public testing::WithParamInterface<UsageCase> {};
 
-TEST_F(GSXMLAnalyzer, ADurationOfThirtyTwoBitsCountsBackwards)
-{
-    EXPECT_EQ(RecordOf({"2012-07-02T13:00:00", "4294967236", "1"}),
-              "1 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 12:59:00.000");
-}
+INSTANTIATE_TEST_SUITE_P(With, GSXMLAnalyzerUsage, testing::ValuesIn(kUsageCases),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_P(GSXMLAnalyzerUsage, GivesItsRecord) { EXPECT_EQ(RecordOf(GetParam().usage), GetParam().record); }
 
 // Date-times
 
@@ -661,29 +659,6 @@ TEST_F(GSXMLAnalyzer, AnInvalidDateTimeBecomesTheFirstDayOf1601)
         EXPECT_EQ(RecordOf({datetime, "300", "1"}), "1 1601-01-01(1) 00:00:00.000 to 1970-01-01(4) 09:05:00.000")
             << datetime;
     }
-}
-
-TEST_F(GSXMLAnalyzer, ADateWithoutTimeIsMidnight)
-{
-    EXPECT_EQ(RecordOf({"2012-07-02", "300", "1"}), "1 2012-07-02(1) 00:00:00.000 to 2012-07-02(1) 00:05:00.000");
-}
-
-TEST_F(GSXMLAnalyzer, ALeapDayIsADay)
-{
-    EXPECT_EQ(RecordOf({"2012-02-29T12:00:00", "0", "1"}),
-              "1 2012-02-29(3) 12:00:00.000 to 2012-02-29(3) 12:00:00.000");
-}
-
-TEST_F(GSXMLAnalyzer, ZonesAndFractionsAreIgnored)
-{
-    EXPECT_EQ(RecordOf({"2012-07-02T13:00:00.5+09:00", "300", "1"}),
-              "1 2012-07-02(1) 13:00:00.000 to 2012-07-02(1) 13:05:00.000");
-}
-
-TEST_F(GSXMLAnalyzer, AValidTimeBefore1900KeepsItsDateAndEndsIn1970)
-{
-    EXPECT_EQ(RecordOf({"1601-01-02T00:00:00", "300", "1"}),
-              "1 1601-01-02(2) 00:00:00.000 to 1970-01-01(4) 09:05:00.000");
 }
 
 TEST_F(GSXMLAnalyzer, AStartThatCannotBeConvertedLeavesTheAnalysisAsException)
@@ -739,144 +714,82 @@ TEST_F(GSXMLAnalyzer, ATimeThatTheSystemCannotConvertBecomesTheFirstDayOf1601)
 
 // Peak elements
 
-class GSXMLAnalyzerPeakTag : public GSXMLAnalyzer, public testing::WithParamInterface<unsigned> {
+class GSXMLAnalyzerPeakTag : public GSXMLAnalyzerTag {
 protected:
-    bool IsSupply() const { return GetParam() == 8; }
-    const char* Handler() const { return IsSupply() ? "AnalyzePeakSupplyTag" : "AnalyzePeakDemandTag"; }
-    const char* Child() const { return IsSupply() ? "supply" : "demand"; }
-    std::string Element(const std::string& content) const
+    // A report whose element fails with this message of its handler, after other lines.
+    void ExpectFailure(const std::string& content, const std::string& message, std::vector<TraceLine> before = {})
     {
-        return Report(ElementXml(IsSupply() ? "peak_supply" : "peak_demand", content));
+        EXPECT_THAT(RecordsOf(ReportWith(content)), IsEmpty()) << content;
+        before.push_back(FromHandler(message));
+        before.push_back(Outcome(false));
+        EXPECT_EQ(AnalyzerMessages(), before) << content;
     }
-    TraceLine Error(const std::string& message) const { return Line("ERR", Handler(), message); }
-    TraceLine Outcome(bool success) const
+    // The child of the element, with one attribute alone.
+    std::string ChildWith(const std::string& attribute) const
     {
-        return Line(success ? "TRA" : "ERR", "AnalyzeData",
-                    std::string(IsSupply() ? "PeakSupply" : "PeakDemand") + (success ? " Tag Success" : " Tag Fail"));
+        const std::string child = GetParam().child;
+        return "<" + child + " " + attribute + "='2012-07-02T00:00:00'>1</" + child + ">";
     }
-    BOOL Handle(const DomNodePtr& node, CAmporaDataCollection* list)
-    {
-        return IsSupply() ? m_analyzer.AnalyzePeakSupplyTag(node, list) : m_analyzer.AnalyzePeakDemandTag(node, list);
-    }
-    // A report whose element fails with this message of its handler.
-    void ExpectFailure(const std::string& content, const std::string& message)
-    {
-        EXPECT_THAT(RecordsOf(Element(content)), IsEmpty()) << content;
-        EXPECT_THAT(AnalyzerMessages(), ElementsAre(Error(message), Outcome(false))) << content;
-    }
-
-    CAmporaDataCollection m_list;
 };
 
-TEST_P(GSXMLAnalyzerPeakTag, RefusesANullNode)
-{
-    m_machine.ClearDebugLines();
-    EXPECT_EQ(Handle(nullptr, &m_list), FALSE);
-    EXPECT_THAT(TraceMessages(), ElementsAre(Error("Tag name invalid")));
-    EXPECT_EQ(TraceLines().front(), Line("TRA", Handler(), "Enter"));
-    EXPECT_EQ(TraceLines().back(), Line("TRA", Handler(), "Leave"));
-}
-
-TEST_P(GSXMLAnalyzerPeakTag, RefusesAnElementOfAnotherName)
-{
-    const DomNodePtr node = FirstChild(Report(ElementXml("peak", PeakXml(Child(), {}))));
-    EXPECT_EQ(Handle(node, &m_list), FALSE);
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Error("Tag name invalid")));
-}
-
-TEST_P(GSXMLAnalyzerPeakTag, RefusesTheOtherPeak)
-{
-    const DomNodePtr node = FirstChild(PeakReport(GetParam() ^ 24, {}));
-    EXPECT_EQ(Handle(node, &m_list), FALSE);
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Error("Tag name invalid")));
-}
-
-TEST_P(GSXMLAnalyzerPeakTag, RefusesANullList)
-{
-    EXPECT_EQ(Handle(FirstChild(PeakReport(GetParam(), {})), nullptr), FALSE);
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Error("Parameter is invalid")));
-}
-
-TEST_P(GSXMLAnalyzerPeakTag, WarnsWhenThereAreNoChildren)
-{
-    EXPECT_EQ(Handle(FirstChild(Element(" \n ")), &m_list), FALSE);
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("WAR", Handler(), "Data Not Set.")));
-}
-
-TEST_P(GSXMLAnalyzerPeakTag, WarnsWhenTheChildrenCannotBeCounted)
-{
-    const DomNodePtr node = FirstChild(PeakReport(GetParam(), {}));
-    m_machine.FailCall(Call::kGetDomLength, 1, kFault);
-    EXPECT_EQ(Handle(node, &m_list), FALSE);
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("WAR", Handler(), "Data Not Set.")));
-}
+INSTANTIATE_TEST_SUITE_P(Kinds, GSXMLAnalyzerPeakTag, testing::ValuesIn(kPeaks), NameOfKind);
 
 TEST_P(GSXMLAnalyzerPeakTag, FailsSilentlyWhenTheChildCannotBeRead)
 {
-    const DomNodePtr node = FirstChild(PeakReport(GetParam(), {}));
+    const DomNodePtr node = FirstChild(GoodReport());
     m_machine.FailCall(Call::kGetDomItem, 1, kFault);
-    EXPECT_EQ(Handle(node, &m_list), FALSE);
+    EXPECT_EQ(Handle(node), FALSE);
     EXPECT_THAT(AnalyzerMessages(), IsEmpty());
     EXPECT_TRUE(m_list.Records().empty());
 }
 
 TEST_P(GSXMLAnalyzerPeakTag, FailsOnAFirstChildOfAnotherName)
 {
-    const std::string message = std::string("NOT ") + Child() + " tag";
-    const std::string good = PeakXml(Child(), {});
-    ExpectFailure("<!-- c -->" + good, message);
-    ExpectFailure("<x/>" + good, message);
-    ExpectFailure("text" + good, message);
-    ExpectFailure(PeakXml(IsSupply() ? "Supply" : "Demand", {}), message);
-    ExpectFailure(PeakXml(IsSupply() ? "demand" : "supply", {}), message);
+    const std::string child = GetParam().child;
+    const std::string good = PeakXml(child, {});
+    for (const std::string& content :
+         {"<!-- c -->" + good, "<x/>" + good, "text" + good, PeakXml(child == "supply" ? "Supply" : "Demand", {}),
+          PeakXml(child == "supply" ? "demand" : "supply", {})}) {
+        ExpectFailure(content, "NOT " + child + " tag");
+    }
 }
 
 TEST_P(GSXMLAnalyzerPeakTag, FailsWhenTheAttributesCannotBeRead)
 {
+    const std::string child = GetParam().child;
     m_machine.FailCall(Call::kGetDomAttributes, 1, kFault);
-    ExpectFailure(PeakXml(Child(), {}), std::string("NOT ") + Child() + " Attributes");
+    ExpectFailure(PeakXml(child, {}), "NOT " + child + " Attributes");
 }
 
-TEST_P(GSXMLAnalyzerPeakTag, FailsWithoutStart)
+TEST_P(GSXMLAnalyzerPeakTag, FailsWithoutStartOrEnd)
 {
-    EXPECT_THAT(RecordsOf(Element(std::string("<") + Child() + " end='2012-07-02T00:00:00'>1</" + Child() + ">")),
-                IsEmpty());
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("ERR", "GetAttribue", "Node Value Get Fail."),
-                                                Error("NOT start Attribute"), Outcome(false)));
-}
-
-TEST_P(GSXMLAnalyzerPeakTag, FailsWithoutEnd)
-{
-    EXPECT_THAT(RecordsOf(Element(std::string("<") + Child() + " start='2012-07-02T00:00:00'>1</" + Child() + ">")),
-                IsEmpty());
-    EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("ERR", "GetAttribue", "Node Value Get Fail."),
-                                                Error("NOT end Attribute"), Outcome(false)));
+    const TraceLine missing = Line("ERR", "GetAttribue", "Node Value Get Fail.");
+    ExpectFailure(ChildWith("end"), "NOT start Attribute", {missing});
+    ExpectFailure(ChildWith("start"), "NOT end Attribute", {missing});
 }
 
 TEST_P(GSXMLAnalyzerPeakTag, ReadsTheFirstChildOnly)
 {
-    EXPECT_THAT(RecordsOf(Element(PeakXml(Child(), {"2012-07-02T00:00:00", "2012-07-02T01:00:00", "1"}) +
-                                  PeakXml(Child(), {"2012-07-02T02:00:00", "2012-07-02T03:00:00", "2"}) + "<x/>")),
+    const char* child = GetParam().child;
+    EXPECT_THAT(RecordsOf(ReportWith(PeakXml(child, {"2012-07-02T00:00:00", "2012-07-02T01:00:00", "1"}) +
+                                     PeakXml(child, {"2012-07-02T02:00:00", "2012-07-02T03:00:00", "2"}) + "<x/>")),
                 ElementsAre("1 2012-07-02(1) 00:00:00.000 to 2012-07-02(1) 01:00:00.000"));
     EXPECT_THAT(AnalyzerMessages(), ElementsAre(Outcome(true)));
 }
 
 TEST_P(GSXMLAnalyzerPeakTag, KeepsInvalidTimesAndValuesAsTheyAreRead)
 {
-    EXPECT_THAT(RecordsOf(PeakReport(GetParam(), {"today", "2012-13-01T00:00:00", "much"})),
+    EXPECT_THAT(RecordsOf(PeakReport(GetParam().dataType, {"today", "2012-13-01T00:00:00", "much"})),
                 ElementsAre("0 1601-01-01(1) 00:00:00.000 to 1601-01-01(1) 00:00:00.000"));
     EXPECT_THAT(AnalyzerMessages(), ElementsAre(Outcome(true)));
 }
 
-TEST_P(GSXMLAnalyzerPeakTag, APeakWhoseTextCannotBeReadHasTheValueZero)
+TEST_P(GSXMLAnalyzerPeakTag, HasTheValueZeroWhenItsTextCannotBeRead)
 {
     m_machine.FailCall(Call::kGetDomText, 1, kFault);
-    EXPECT_THAT(RecordsOf(PeakReport(GetParam(), {})),
+    EXPECT_THAT(RecordsOf(PeakReport(GetParam().dataType, {})),
                 ElementsAre("0 2012-07-02(1) 00:00:00.000 to 2012-07-02(1) 23:59:59.000"));
 }
-
-INSTANTIATE_TEST_SUITE_P(Kinds, GSXMLAnalyzerPeakTag, testing::Values(8U, 16U),
-                         [](const auto& test) { return "DataType" + std::to_string(test.param); });
 
 // Hostile documents
 
@@ -899,10 +812,10 @@ TEST_F(GSXMLAnalyzer, NestedElementsAreOneUnknownChild)
     EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("WAR", "AnalyzeData", "Unknown Tag.(n)")));
 }
 
-TEST_F(GSXMLAnalyzer, AbyssalNestingIsRefusedOrUnknownButNoCrash)
+TEST_F(GSXMLAnalyzer, VeryDeepNestingDoesNotCrash)
 {
     const auto list = Analyze(Report(Nested(100'000)));
-    // How deep a document may be is the system's affair.
+    // Each system has a limit of its own on the nesting.
     if (list) {
         EXPECT_TRUE(list->Records().empty());
         EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("WAR", "AnalyzeData", "Unknown Tag.(n)")));
