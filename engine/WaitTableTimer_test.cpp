@@ -1,8 +1,7 @@
 #include "engine/WaitTableTimer.h"
 
-#include "config/TraceLog.h"
-#include "platform/sim/Machine.h"
 #include "platform/Sync.h"
+#include "testing/MachineTest.h"
 #include "testing/SlotOrder.h"
 #include "testing/Trace.h"
 
@@ -24,23 +23,37 @@ using testing_support::TraceMessages;
 
 constexpr LONGLONG kMillisecond = 10000; // in 100-nanosecond units
 
-LARGE_INTEGER Due(LONGLONG value)
+TraceLine Line(const char* level, const char* operation, const char* message)
 {
-    LARGE_INTEGER due{};
-    due.QuadPart = value;
-    return due;
+    return {level, std::string("CWaitTableTimer::") + operation, message};
 }
 
-class WaitTableTimer : public testing::Test {
-protected:
-    WaitTableTimer() { g_dwLogLevel = kTraceErr | kTraceWar | kTraceTra | kTraceScope; }
-    ~WaitTableTimer() override { g_dwLogLevel = 0; }
+const TraceLine kCanceled = Line("TRA", "Cancel", "Timer Canceled.");
 
+BOOL StartTimer(CWaitTableTimer& timer, LONGLONG dueTime = -kMillisecond)
+{
+    LARGE_INTEGER due{};
+    due.QuadPart = dueTime;
+    return timer.Start(&due);
+}
+
+class WaitTableTimer : public testing_support::CMachineTest {
+protected:
     // Waits alertably on an event that nobody sets.
     DWORD WaitAlertably(DWORD timeoutMs) { return platform::WaitForOne(m_event, timeoutMs, TRUE); }
 
-    platform::sim::CMachine m_machine;
     platform::WaitHandle m_event = platform::CreateNamedEvent(L"NobodySetsIt", nullptr);
+    CWaitTableTimer m_timer; // not created yet
+};
+
+// Its timer is created, and the trace starts anew after that.
+class CreatedWaitTableTimer : public WaitTableTimer {
+protected:
+    CreatedWaitTableTimer()
+    {
+        EXPECT_TRUE(m_timer.Create());
+        m_machine.ClearDebugLines();
+    }
 };
 
 TEST_F(WaitTableTimer, SlotsAreDestructorThenOnTimerEvent)
@@ -48,143 +61,97 @@ TEST_F(WaitTableTimer, SlotsAreDestructorThenOnTimerEvent)
     EXPECT_EQ(testing_support::SlotOf(&CWaitTableTimer::OnTimerEvent), 1);
 }
 
-TEST_F(WaitTableTimer, RelativeDueTimeEndsAnAlertableWait)
+TEST_F(CreatedWaitTableTimer, RelativeDueTimeEndsAnAlertableWait)
 {
-    CWaitTableTimer timer;
-    ASSERT_TRUE(timer.Create());
-    const LARGE_INTEGER due = Due(-300 * kMillisecond);
-    ASSERT_TRUE(timer.Start(&due));
+    ASSERT_TRUE(StartTimer(m_timer, -300 * kMillisecond));
     EXPECT_EQ(WaitAlertably(INFINITE), WAIT_IO_COMPLETION);
     EXPECT_EQ(m_machine.ElapsedMs(), 300);
     EXPECT_EQ(testing_support::CountTrace("TRA", "CWaitTableTimer::OnTimerEvent", "Enter"), 1);
     EXPECT_EQ(testing_support::CountTrace("TRA", "CWaitTableTimer::_TimerAPCProc", "Leave"), 1);
 }
 
-TEST_F(WaitTableTimer, AbsoluteDueTimeInThePastFallsDueAtOnce)
+TEST_F(CreatedWaitTableTimer, AbsoluteDueTimeInThePastFallsDueAtOnce)
 {
-    CWaitTableTimer timer;
-    ASSERT_TRUE(timer.Create());
-    const LARGE_INTEGER due = Due(1);
-    ASSERT_TRUE(timer.Start(&due));
+    ASSERT_TRUE(StartTimer(m_timer, 1));
     EXPECT_EQ(WaitAlertably(INFINITE), WAIT_IO_COMPLETION);
     EXPECT_EQ(m_machine.ElapsedMs(), 0);
 }
 
-TEST_F(WaitTableTimer, FiresOnce)
+TEST_F(CreatedWaitTableTimer, FiresOnce)
 {
-    CWaitTableTimer timer;
-    ASSERT_TRUE(timer.Create());
-    const LARGE_INTEGER due = Due(-kMillisecond);
-    ASSERT_TRUE(timer.Start(&due));
+    ASSERT_TRUE(StartTimer(m_timer));
     ASSERT_EQ(WaitAlertably(INFINITE), WAIT_IO_COMPLETION);
     EXPECT_EQ(WaitAlertably(60000), WAIT_TIMEOUT);
 }
 
-TEST_F(WaitTableTimer, StartAgainReplacesTheDueTime)
+TEST_F(CreatedWaitTableTimer, StartAgainReplacesTheDueTime)
 {
-    CWaitTableTimer timer;
-    ASSERT_TRUE(timer.Create());
-    const LARGE_INTEGER first = Due(-10 * kMillisecond);
-    const LARGE_INTEGER second = Due(-50 * kMillisecond);
-    ASSERT_TRUE(timer.Start(&first));
-    ASSERT_TRUE(timer.Start(&second));
+    ASSERT_TRUE(StartTimer(m_timer, -10 * kMillisecond));
+    ASSERT_TRUE(StartTimer(m_timer, -50 * kMillisecond));
     EXPECT_EQ(WaitAlertably(INFINITE), WAIT_IO_COMPLETION);
     EXPECT_EQ(m_machine.ElapsedMs(), 50);
 }
 
 TEST_F(WaitTableTimer, CreateAndStartAreTraced)
 {
-    CWaitTableTimer timer;
-    timer.Create();
-    const LARGE_INTEGER due = Due(-kMillisecond);
-    timer.Start(&due);
-    EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"TRA", "CWaitTableTimer::Create", "Created Timer"},
-                                             TraceLine{"TRA", "CWaitTableTimer::Start", "Timer Started"}));
+    m_timer.Create();
+    StartTimer(m_timer);
+    EXPECT_THAT(TraceMessages(),
+                ElementsAre(Line("TRA", "Create", "Created Timer"), Line("TRA", "Start", "Timer Started")));
 }
 
 TEST_F(WaitTableTimer, FailedCreateIsTracedWithItsCode)
 {
     m_machine.FailCall(Call::kMakeTimer, 1, 0x5AF);
-    CWaitTableTimer timer;
-    EXPECT_FALSE(timer.Create());
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(TraceLine{"ERR", "CWaitTableTimer::Create", "Timer Create Fail.(0x000005AF)"}));
+    EXPECT_FALSE(m_timer.Create());
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "Create", "Timer Create Fail.(0x000005AF)")));
 }
 
-TEST_F(WaitTableTimer, FailedStartIsTracedWithItsCode)
+TEST_F(CreatedWaitTableTimer, FailedStartIsTracedWithItsCode)
 {
-    CWaitTableTimer timer;
-    timer.Create();
-    m_machine.ClearDebugLines();
     m_machine.FailCall(Call::kArmTimer, 1, 0xC0DE);
-    const LARGE_INTEGER due = Due(-kMillisecond);
-    EXPECT_FALSE(timer.Start(&due));
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(TraceLine{"ERR", "CWaitTableTimer::Start", "Timer Start Fail.(0x0000C0DE)"}));
+    EXPECT_FALSE(StartTimer(m_timer));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "Start", "Timer Start Fail.(0x0000C0DE)")));
 }
 
-TEST_F(WaitTableTimer, StartWithoutHandleFailsWithInvalidHandle)
+TEST_F(WaitTableTimer, WithoutHandleStartFailsAndCancelSucceedsSilently)
 {
-    CWaitTableTimer timer;
-    const LARGE_INTEGER due = Due(-kMillisecond);
-    EXPECT_FALSE(timer.Start(&due));
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(TraceLine{"ERR", "CWaitTableTimer::Start", "Timer Start Fail.(0x00000006)"}));
-}
-
-TEST_F(WaitTableTimer, CancelWithoutHandleReturnsTrueSilently)
-{
-    CWaitTableTimer timer;
-    EXPECT_TRUE(timer.Cancel());
+    EXPECT_FALSE(StartTimer(m_timer));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("ERR", "Start", "Timer Start Fail.(0x00000006)")));
+    m_machine.ClearDebugLines();
+    EXPECT_TRUE(m_timer.Cancel());
     EXPECT_THAT(TraceMessages(), IsEmpty());
 }
 
-TEST_F(WaitTableTimer, CancelOfAnUnarmedTimerSucceeds)
+TEST_F(CreatedWaitTableTimer, CancelOfAnUnarmedTimerSucceeds)
 {
-    CWaitTableTimer timer;
-    timer.Create();
-    m_machine.ClearDebugLines();
-    EXPECT_TRUE(timer.Cancel());
-    EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"TRA", "CWaitTableTimer::Cancel", "Timer Canceled."}));
+    EXPECT_TRUE(m_timer.Cancel());
+    EXPECT_THAT(TraceMessages(), ElementsAre(kCanceled));
 }
 
-TEST_F(WaitTableTimer, CancelStopsAnArmedTimer)
+TEST_F(CreatedWaitTableTimer, CancelStopsAnArmedTimer)
 {
-    CWaitTableTimer timer;
-    timer.Create();
-    const LARGE_INTEGER due = Due(-kMillisecond);
-    timer.Start(&due);
-    EXPECT_TRUE(timer.Cancel());
+    StartTimer(m_timer);
+    EXPECT_TRUE(m_timer.Cancel());
     EXPECT_EQ(WaitAlertably(60000), WAIT_TIMEOUT);
 }
 
-TEST_F(WaitTableTimer, FailedCancelIsAWarningAndReturnsTrue)
+TEST_F(CreatedWaitTableTimer, FailedCancelIsAWarningAndReturnsTrue)
 {
-    CWaitTableTimer timer;
-    timer.Create();
-    m_machine.ClearDebugLines();
     m_machine.FailCall(Call::kDisarmTimer, 1, 6);
-    EXPECT_TRUE(timer.Cancel());
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(TraceLine{"WAR", "CWaitTableTimer::Cancel", "Timer Cancel Fail.(0x00000006)"}));
+    EXPECT_TRUE(m_timer.Cancel());
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("WAR", "Cancel", "Timer Cancel Fail.(0x00000006)")));
 }
 
-TEST_F(WaitTableTimer, CreateTwiceClosesTheFirstWithACancel)
+TEST_F(CreatedWaitTableTimer, CreateTwiceClosesTheFirstWithACancel)
 {
-    CWaitTableTimer timer;
-    timer.Create();
-    const LARGE_INTEGER due = Due(-kMillisecond);
-    timer.Start(&due);
+    StartTimer(m_timer);
     m_machine.ClearDebugLines();
-    EXPECT_TRUE(timer.Create());
-    EXPECT_THAT(TraceLines(), ElementsAre(TraceLine{"TRA", "CWaitTableTimer::Create", "Enter"},
-                                          TraceLine{"TRA", "CWaitTableTimer::Close", "Enter"},
-                                          TraceLine{"TRA", "CWaitTableTimer::Cancel", "Enter"},
-                                          TraceLine{"TRA", "CWaitTableTimer::Cancel", "Timer Canceled."},
-                                          TraceLine{"TRA", "CWaitTableTimer::Cancel", "Leave"},
-                                          TraceLine{"TRA", "CWaitTableTimer::Close", "Leave"},
-                                          TraceLine{"TRA", "CWaitTableTimer::Create", "Created Timer"},
-                                          TraceLine{"TRA", "CWaitTableTimer::Create", "Leave"}));
+    EXPECT_TRUE(m_timer.Create());
+    EXPECT_THAT(TraceLines(), ElementsAre(Line("TRA", "Create", "Enter"), Line("TRA", "Close", "Enter"),
+                                          Line("TRA", "Cancel", "Enter"), kCanceled, Line("TRA", "Cancel", "Leave"),
+                                          Line("TRA", "Close", "Leave"), Line("TRA", "Create", "Created Timer"),
+                                          Line("TRA", "Create", "Leave")));
     EXPECT_EQ(m_machine.ArmedTimerCount(), 0U);
 }
 
@@ -193,22 +160,20 @@ TEST_F(WaitTableTimer, DestructorCancelsAndCloses)
     {
         CWaitTableTimer timer;
         timer.Create();
-        const LARGE_INTEGER due = Due(-kMillisecond);
-        timer.Start(&due);
+        StartTimer(timer);
         m_machine.ClearDebugLines();
     }
-    EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"TRA", "CWaitTableTimer::Cancel", "Timer Canceled."}));
+    EXPECT_THAT(TraceMessages(), ElementsAre(kCanceled));
+    EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
     EXPECT_EQ(m_machine.ArmedTimerCount(), 0U);
     EXPECT_EQ(WaitAlertably(60000), WAIT_TIMEOUT);
 }
 
-TEST_F(WaitTableTimer, CloseTwiceDoesNothingMore)
+TEST_F(CreatedWaitTableTimer, CloseTwiceDoesNothingMore)
 {
-    CWaitTableTimer timer;
-    timer.Create();
-    timer.Close();
+    m_timer.Close();
     m_machine.ClearDebugLines();
-    timer.Close();
+    m_timer.Close();
     EXPECT_THAT(TraceMessages(), IsEmpty());
 }
 
@@ -225,12 +190,10 @@ TEST_F(WaitTableTimer, ExceptionOfTheHandlerIsTracedAndStays)
 {
     ThrowingTimer timer;
     timer.Create();
-    const LARGE_INTEGER due = Due(-kMillisecond);
-    timer.Start(&due);
+    StartTimer(timer);
     m_machine.ClearDebugLines();
     EXPECT_EQ(WaitAlertably(INFINITE), WAIT_IO_COMPLETION);
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(TraceLine{"WAR", "CWaitTableTimer::_TimerAPCProc", "Timer Proc Exception"}));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("WAR", "_TimerAPCProc", "Timer Proc Exception")));
 }
 
 // Opens the routine to a call with any argument.
@@ -260,19 +223,14 @@ TEST_F(WaitTableTimer, RoutineHandsBothHalvesToTheHandler)
 TEST_F(WaitTableTimer, RoutineWithoutItsObjectIsAWarning)
 {
     OpenTimer::_TimerAPCProc(nullptr, 0, 0);
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(TraceLine{"WAR", "CWaitTableTimer::_TimerAPCProc", "Param is not CWaitTableTimer Obj"}));
+    EXPECT_THAT(TraceMessages(), ElementsAre(Line("WAR", "_TimerAPCProc", "Param is not CWaitTableTimer Obj")));
 }
 
-TEST_F(WaitTableTimer, EveryScopeIsLeft)
+TEST_F(CreatedWaitTableTimer, EveryScopeIsLeft)
 {
-    {
-        CWaitTableTimer timer;
-        timer.Create();
-        const LARGE_INTEGER due = Due(-kMillisecond);
-        timer.Start(&due);
-        WaitAlertably(INFINITE);
-    }
+    StartTimer(m_timer);
+    WaitAlertably(INFINITE);
+    m_timer.Close();
     EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
 }
 
