@@ -41,82 +41,45 @@ const TraceLine kLeave{"TRA", "Test::Work", "Leave"};
 static_assert(sizeof(CTraceLog) == sizeof(void*));
 static_assert(sizeof(CTraceScope) == sizeof(void*));
 
-TEST_F(TraceLog, MaskZeroWritesNothing)
-{
-    WriteEverything(0);
-    EXPECT_THAT(TraceLines(), IsEmpty());
-}
+// A mask and what it selects.
+struct MaskCase {
+    const char* name;
+    DWORD mask;
+    std::vector<TraceLine> lines;
+};
 
-TEST_F(TraceLog, BitZeroSelectsErrors)
-{
-    WriteEverything(1);
-    EXPECT_THAT(TraceLines(), ElementsAre(kErr));
-}
+std::ostream& operator<<(std::ostream& stream, const MaskCase& test) { return stream << test.name; }
 
-TEST_F(TraceLog, BitOneSelectsWarnings)
-{
-    WriteEverything(2);
-    EXPECT_THAT(TraceLines(), ElementsAre(kWar));
-}
+const MaskCase kMaskCases[] = {
+    {"Nothing", 0, {}},
+    {"Errors", 1, {kErr}},
+    {"Warnings", 2, {kWar}},
+    {"TracesWithoutScopes", 8, {kTra}},
+    {"ScopesWithoutTraces", 16, {}},
+    {"ScopesAndTraces", 24, {kEnter, kTra, kLeave}},
+    {"ErrorsAndWarnings", 3, {kErr, kWar}},
+    {"ErrorsAndTraces", 9, {kErr, kTra}},
+    {"WarningsAndTraces", 10, {kWar, kTra}},
+    {"AllButScopes", 11, {kErr, kWar, kTra}},
+    {"ErrorsAndScopesWithoutTraces", 17, {kErr}},
+    {"WarningsAndScopesWithoutTraces", 18, {kWar}},
+    {"AllButTraces", 19, {kErr, kWar}},
+    {"AllButWarnings", 25, {kEnter, kErr, kTra, kLeave}},
+    {"AllButErrors", 26, {kEnter, kWar, kTra, kLeave}},
+    {"Everything", 27, {kEnter, kErr, kWar, kTra, kLeave}},
+};
 
-TEST_F(TraceLog, BitTwoAloneWritesNothing)
-{
-    WriteEverything(4);
-    EXPECT_THAT(TraceLines(), IsEmpty());
-}
+class TraceLogMask : public TraceLog, public testing::WithParamInterface<MaskCase> {};
 
-TEST_F(TraceLog, BitThreeWithoutBitFourWritesTracesButNoScopes)
-{
-    WriteEverything(8);
-    EXPECT_THAT(TraceLines(), ElementsAre(kTra));
-}
+INSTANTIATE_TEST_SUITE_P(Selects, TraceLogMask, testing::ValuesIn(kMaskCases),
+                         [](const auto& test) { return test.param.name; });
 
-TEST_F(TraceLog, BitFourWithoutBitThreeWritesNoScopesAndNoTraces)
+TEST_P(TraceLogMask, WritesWhatItsBitsSelect)
 {
-    WriteEverything(16);
-    EXPECT_THAT(TraceLines(), IsEmpty());
-}
-
-TEST_F(TraceLog, BitsThreeAndFourWriteScopesAroundTraces)
-{
-    WriteEverything(24);
-    EXPECT_THAT(TraceLines(), ElementsAre(kEnter, kTra, kLeave));
-}
-
-TEST_F(TraceLog, UsualMasksSelectTheirLevels)
-{
-    WriteEverything(3);
-    EXPECT_THAT(TraceLines(), ElementsAre(kErr, kWar));
-    m_machine.ClearDebugLines();
-    WriteEverything(11);
-    EXPECT_THAT(TraceLines(), ElementsAre(kErr, kWar, kTra));
-    m_machine.ClearDebugLines();
-    WriteEverything(27);
-    EXPECT_THAT(TraceLines(), ElementsAre(kEnter, kErr, kWar, kTra, kLeave));
-}
-
-TEST_F(TraceLog, EveryMaskWritesExactlyWhatItsBitsSelect)
-{
-    for (DWORD mask = 0; mask < 64; ++mask) {
-        std::vector<TraceLine> expected;
-        if ((mask & 24) == 24) {
-            expected.push_back(kEnter);
-        }
-        if ((mask & 1) != 0) {
-            expected.push_back(kErr);
-        }
-        if ((mask & 2) != 0) {
-            expected.push_back(kWar);
-        }
-        if ((mask & 8) != 0) {
-            expected.push_back(kTra);
-        }
-        if ((mask & 24) == 24) {
-            expected.push_back(kLeave);
-        }
+    for (const DWORD unused : {0U, 4U, 32U, 0xFFFFFFE4U}) { // bits that mean nothing
         m_machine.ClearDebugLines();
-        WriteEverything(mask);
-        EXPECT_EQ(TraceLines(), expected) << "mask " << mask;
+        WriteEverything(GetParam().mask | unused);
+        EXPECT_EQ(TraceLines(), GetParam().lines) << unused;
     }
 }
 
