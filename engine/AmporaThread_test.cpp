@@ -170,7 +170,7 @@ TEST_F(AmporaThread, StartAfterStopClearsTheExitFlag)
     thread.Stop(INFINITE);
 }
 
-TEST_F(AmporaThread, AThreadThatOutlivesItsStopStillSeesItsExitAfterTheNextStart)
+TEST_F(AmporaThread, EachRunHasItsOwnExitFlag)
 {
     // The first run is busy for 5 s, is given up after 100 ms, and a second run starts before it looks at its flag.
     std::vector<bool> exitSeen;
