@@ -1,31 +1,19 @@
 #include "engine/AmporaUpdater.h"
 
-#include "config/SharedNames.h"
-#include "config/TraceLog.h"
-#include "platform/sim/Machine.h"
-#include "testing/Trace.h"
-
-#include <gmock/gmock.h>
+#include "testing/UpdaterTest.h"
 
 #include <string>
 #include <vector>
 
 namespace {
 
-using platform::Hive;
+using namespace testing_support;
 using platform::sim::Call;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
-using testing_support::CountTrace;
-using testing_support::HttpAnswer;
-using testing_support::HttpExchange;
-using testing_support::TraceLine;
 
-constexpr wchar_t kMainKey[] = L"Software\\Halvex\\AmporaSrv";
-constexpr char kThreadName[] = "CAmporaUpdater::ThreadProc";
-constexpr char kIntervalName[] = "CAmporaUpdater::SetIntervalUpdate";
 constexpr char kCreateName[] = "CWaitTableTimer::Create";
 constexpr char kStartName[] = "CWaitTableTimer::Start";
 constexpr char kCancelName[] = "CWaitTableTimer::Cancel";
@@ -33,7 +21,6 @@ constexpr char kCancelName[] = "CWaitTableTimer::Cancel";
 constexpr std::int64_t kSecondMs = 1000;
 constexpr std::int64_t kMinuteMs = 60 * kSecondMs;
 constexpr std::int64_t kHourMs = 60 * kMinuteMs;
-constexpr std::size_t kRequestsOfAPass = 42;
 
 // What arms the timer for an interval of exactly 30 minutes.
 const std::vector<TraceLine> kIntervalArmed = {{"TRA", kIntervalName, "Interval:30min, Rand:0min - 0min"},
@@ -44,47 +31,20 @@ const std::vector<TraceLine> kTimerCreated = {{"TRA", kCreateName, "Created Time
                                               {"TRA", kThreadName, "Created Timer"}};
 const std::vector<TraceLine> kTimerClosed = {{"TRA", kCancelName, "Timer Canceled."}};
 
-// An updater whose first update can be made to fail.
-class TestUpdater : public CAmporaUpdater {
-public:
-    BOOL Update(CAmporaSiteConfig* const* sites) override
-    {
-        return failsUpdates ? FALSE : CAmporaUpdater::Update(sites);
-    }
-
-    bool failsUpdates = false;
-};
-
-class UpdaterSchedule : public testing::Test {
+class UpdaterSchedule : public CUpdaterTest {
 protected:
     UpdaterSchedule()
     {
-        g_dwLogLevel = kTraceErr | kTraceWar | kTraceTra;
         Put(L"IntervalMin", 0);
         Put(L"IntervalMax", 0);
     }
-    ~UpdaterSchedule() override
-    {
-        m_updater.Stop(1000);
-        m_machine.RunFor(kMinuteMs); // for a worker that outlives it
-        g_dwLogLevel = 0;
-    }
 
-    void Put(const wchar_t* name, DWORD value) { m_machine.PutDword(Hive::kMachine, kMainKey, name, value); }
     void SetClock(WORD hour, WORD minute = 0) { m_machine.SetLocalClock({2012, 7, 1, 2, hour, minute, 0, 0}); }
-    std::size_t Requests() const { return m_machine.HttpExchanges().size(); }
-
-    // Starts the updater, without the lines of that, and lets its worker come to its wait.
-    void Start()
-    {
-        ASSERT_TRUE(m_updater.Start());
-        m_machine.RunUntilIdle();
-    }
 
     // The lines of the schedule since the last call: those of the thread's procedure and of the timer.
     std::vector<TraceLine> ScheduleLines()
     {
-        std::vector<TraceLine> lines = testing_support::TraceMessages();
+        std::vector<TraceLine> lines = TraceMessages();
         std::erase_if(lines, [](const TraceLine& line) {
             return line.function != kThreadName && line.function != kIntervalName &&
                    !line.function.starts_with("CWaitTableTimer::");
@@ -106,17 +66,13 @@ protected:
     {
         return {level, kThreadName, message};
     }
-
-    platform::sim::CMachine m_machine;
-    TestUpdater m_updater;
 };
 
 // --- The interval ---------------------------------------------------------------------------------------------------
 
 TEST_F(UpdaterSchedule, AfterTheFirstPassTheIntervalFollows)
 {
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     EXPECT_EQ(ScheduleLines(), Lines({{Thread("Update Flag ON"), Thread("Updated")}, kTimerCreated, kIntervalArmed}));
     EXPECT_EQ(Requests(), kRequestsOfAPass);
     m_machine.RunFor(30 * kMinuteMs - 1);
@@ -132,12 +88,9 @@ TEST_F(UpdaterSchedule, TheIntervalRunsFromTheEndOfAPassToTheStartOfTheNext)
     std::vector<std::int64_t> times;
     m_machine.SetHttpHandler([&](const HttpExchange&) {
         times.push_back(m_machine.ElapsedMs());
-        HttpAnswer answer{404, ""};
-        answer.latencyMs = 1000;
-        return answer;
+        return HttpAnswer{.status = 404, .latencyMs = 1000};
     });
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     m_machine.RunFor(2 * kHourMs);
     ASSERT_GE(times.size(), 2 * kRequestsOfAPass);
     EXPECT_EQ(times[kRequestsOfAPass - 1], 41 * kSecondMs);
@@ -146,8 +99,7 @@ TEST_F(UpdaterSchedule, TheIntervalRunsFromTheEndOfAPassToTheStartOfTheNext)
 
 TEST_F(UpdaterSchedule, TheIntervalIsReadAnewForEveryPass)
 {
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     Put(L"Interval", 5);
     m_machine.RunFor(30 * kMinuteMs);
     EXPECT_EQ(Requests(), 2 * kRequestsOfAPass);
@@ -158,14 +110,12 @@ TEST_F(UpdaterSchedule, TheIntervalIsReadAnewForEveryPass)
 TEST_F(UpdaterSchedule, AnIntervalThatCannotBeArmedLeavesOnlyTheEvent)
 {
     m_machine.FailCall(Call::kArmTimer, 1, 8);
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     EXPECT_THAT(ScheduleLines(), IsSupersetOf({TraceLine{"ERR", kStartName, "Timer Start Fail.(0x00000008)"},
                                                Thread("Next UpdateTimer Start Fail", "ERR")}));
     m_machine.RunFor(24 * kHourMs);
     EXPECT_EQ(Requests(), kRequestsOfAPass);
-    EXPECT_TRUE(m_machine.OtherProcessSetsEvent(kUpdateEventName));
-    m_machine.RunUntilIdle();
+    RequestUpdate();
     EXPECT_EQ(Requests(), 2 * kRequestsOfAPass);
     EXPECT_EQ(m_machine.ArmedTimerCount(), 1U);
 }
@@ -173,23 +123,20 @@ TEST_F(UpdaterSchedule, AnIntervalThatCannotBeArmedLeavesOnlyTheEvent)
 TEST_F(UpdaterSchedule, WithoutTimerOnlyTheEventMakesPasses)
 {
     m_machine.FailCall(Call::kMakeTimer, 1, 8);
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     EXPECT_EQ(ScheduleLines(), Lines({{Thread("Update Flag ON"), Thread("Updated"),
                                        TraceLine{"ERR", kCreateName, "Timer Create Fail.(0x00000008)"},
                                        Thread("Timer Create Fail", "ERR"), kIntervalArmed[0], kIntervalArmed[1],
                                        TraceLine{"ERR", kStartName, "Timer Start Fail.(0x00000006)"},
                                        Thread("Next UpdateTimer Start Fail", "ERR")}}));
     m_machine.RunFor(24 * kHourMs);
-    EXPECT_TRUE(m_machine.OtherProcessSetsEvent(kUpdateEventName));
-    m_machine.RunUntilIdle();
+    RequestUpdate();
     EXPECT_EQ(Requests(), 2 * kRequestsOfAPass);
 }
 
 TEST_F(UpdaterSchedule, AFailedPassChangesNothingInTheSchedule)
 {
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     m_updater.failsUpdates = true;
     ScheduleLines();
     m_machine.RunFor(30 * kMinuteMs);
@@ -201,8 +148,7 @@ TEST_F(UpdaterSchedule, AFailedPassChangesNothingInTheSchedule)
 TEST_F(UpdaterSchedule, AFailedWaitEndsTheWorkerSilently)
 {
     m_machine.FailCall(Call::kWaitForOne, 1, 6);
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     EXPECT_EQ(ScheduleLines(),
               Lines({{Thread("Update Flag ON"), Thread("Updated")}, kTimerCreated, kIntervalArmed, kTimerClosed}));
     EXPECT_EQ(m_machine.ArmedTimerCount(), 0U);
@@ -210,7 +156,7 @@ TEST_F(UpdaterSchedule, AFailedWaitEndsTheWorkerSilently)
 
 // --- The master switch ----------------------------------------------------------------------------------------------
 
-TEST_F(UpdaterSchedule, WhileUpdatingIsOffEachDuePassIsSkippedAndTheTimerGoesOn)
+TEST_F(UpdaterSchedule, WhileUpdatingIsOffDuePassesAreSkipped)
 {
     Start();
     ScheduleLines();
@@ -244,7 +190,7 @@ TEST_F(UpdaterSchedule, UpdatingThatIsOffAtTheStartIsNotMentioned)
 
 // --- The base time --------------------------------------------------------------------------------------------------
 
-TEST_F(UpdaterSchedule, AFirstUpdateThatFailsBeforeTheBaseTimeIsMadeUpForBetween900And929)
+TEST_F(UpdaterSchedule, AFailedFirstUpdateIsRepeatedAtTheBaseTime)
 {
     Put(L"Enable", 1);
     m_updater.failsUpdates = true;
@@ -262,7 +208,7 @@ TEST_F(UpdaterSchedule, AFirstUpdateThatFailsBeforeTheBaseTimeIsMadeUpForBetween
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Next UpdateTimer Started"), 1);
 }
 
-TEST_F(UpdaterSchedule, TheBaseTimeIsDelayedByTheMinutesThatTheTraceTells)
+TEST_F(UpdaterSchedule, TheBaseTimeIsDelayedByTheTracedMinutes)
 {
     SetClock(3, 17);
     Start();
@@ -354,8 +300,7 @@ TEST_F(UpdaterSchedule, ABaseTimeThatCannotBeArmedGivesWayToTheInterval)
 TEST_F(UpdaterSchedule, ALaterStartArmsTheIntervalStraightAway)
 {
     SetClock(3);
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     m_updater.Stop(100);
     ScheduleLines();
     Start();
@@ -367,12 +312,10 @@ TEST_F(UpdaterSchedule, ALaterStartArmsTheIntervalStraightAway)
 
 TEST_F(UpdaterSchedule, AManualTriggerMakesAPassAtOnceAndRestartsTheInterval)
 {
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     m_machine.RunFor(20 * kMinuteMs);
     ScheduleLines();
-    EXPECT_TRUE(m_machine.OtherProcessSetsEvent(kUpdateEventName));
-    m_machine.RunUntilIdle();
+    RequestUpdate();
     EXPECT_EQ(
         ScheduleLines(),
         Lines({kTimerClosed, {Thread("Exit Signal or Manual Update"), Thread("Update Flag ON")}, kIntervalArmed}));
@@ -387,8 +330,7 @@ TEST_F(UpdaterSchedule, AManualTriggerWhileUpdatingIsOffIsSkipped)
 {
     Start();
     ScheduleLines();
-    EXPECT_TRUE(m_machine.OtherProcessSetsEvent(kUpdateEventName));
-    m_machine.RunUntilIdle();
+    RequestUpdate();
     EXPECT_EQ(
         ScheduleLines(),
         Lines({kTimerClosed, {Thread("Exit Signal or Manual Update"), Thread("Update Flag OFF")}, kIntervalArmed}));
@@ -404,8 +346,7 @@ TEST_F(UpdaterSchedule, AManualTriggerDuringAPassMakesAnotherPassAfterIt)
         }
         return HttpAnswer{404, ""};
     });
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     EXPECT_EQ(Requests(), 2 * kRequestsOfAPass);
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Exit Signal or Manual Update"), 1);
     m_machine.RunFor(29 * kMinuteMs);
@@ -416,8 +357,7 @@ TEST_F(UpdaterSchedule, AManualTriggerDuringAPassMakesAnotherPassAfterIt)
 
 TEST_F(UpdaterSchedule, StopWhileWaitingEndsTheWorkerAtOnce)
 {
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     ScheduleLines();
     const std::int64_t before = m_machine.ElapsedMs();
     m_updater.Stop(100);
@@ -430,13 +370,8 @@ TEST_F(UpdaterSchedule, StopWhileWaitingEndsTheWorkerAtOnce)
 
 TEST_F(UpdaterSchedule, StopDuringALaterPassIsAFailedPassAndTheEnd)
 {
-    Put(L"Enable", 1);
-    Start();
-    m_machine.SetHttpHandler([](const HttpExchange&) {
-        HttpAnswer answer{404, ""};
-        answer.latencyMs = 5000;
-        return answer;
-    });
+    StartEnabled();
+    m_machine.SetHttpHandler([](const HttpExchange&) { return HttpAnswer{.status = 404, .latencyMs = 5000}; });
     m_machine.RunFor(31 * kMinuteMs);
     ScheduleLines();
     m_updater.Stop(100);
@@ -444,11 +379,10 @@ TEST_F(UpdaterSchedule, StopDuringALaterPassIsAFailedPassAndTheEnd)
     EXPECT_EQ(ScheduleLines(), Lines({{Thread("Update Fail.", "WAR"), Thread("Exit Signal.")}, kTimerClosed}));
 }
 
-TEST_F(UpdaterSchedule, AnExitSeenWhenTheTimerFallsDueEndsTheWorkerWithoutAPass)
+TEST_F(UpdaterSchedule, AnExitSeenWhenTheTimerIsDueEndsTheWorker)
 {
     // As after a Stop whose pulse found nobody waiting.
-    Put(L"Enable", 1);
-    Start();
+    StartEnabled();
     ScheduleLines();
     m_updater.SetExit();
     m_machine.RunFor(30 * kMinuteMs);

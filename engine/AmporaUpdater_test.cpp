@@ -1,14 +1,10 @@
 #include "engine/AmporaUpdater.h"
 
-#include "config/SharedNames.h"
-#include "config/TraceLog.h"
 #include "engine/WaitTableTimer.h"
 #include "platform/Clock.h"
-#include "platform/sim/Machine.h"
+#include "testing/CalendarText.h"
 #include "testing/SlotOrder.h"
-#include "testing/Trace.h"
-
-#include <gmock/gmock.h>
+#include "testing/UpdaterTest.h"
 
 #include <algorithm>
 #include <functional>
@@ -19,32 +15,15 @@
 
 namespace {
 
-using platform::Hive;
+using namespace testing_support;
 using platform::sim::Call;
-using platform::sim::SimFile;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 using ::testing::SizeIs;
-using testing_support::CountTrace;
-using testing_support::HttpAnswer;
-using testing_support::HttpExchange;
-using testing_support::SlotOf;
-using testing_support::TraceLine;
-using testing_support::TraceMessages;
 
-constexpr wchar_t kMainKey[] = L"Software\\Halvex\\AmporaSrv";
 constexpr char kUpdateName[] = "CAmporaUpdater::Update";
 constexpr char kUpdateOneName[] = "CAmporaUpdater::UpdateOnePowerCompany";
-constexpr char kIntervalName[] = "CAmporaUpdater::SetIntervalUpdate";
-constexpr char kThreadName[] = "CAmporaUpdater::ThreadProc";
-
-// Opens what tests look at.
-class TestUpdater : public CAmporaUpdater {
-public:
-    using CAmporaThread::IsExitSet;
-};
-
 // What one OutData call got.
 struct Written {
     DWORD dataType;
@@ -105,20 +84,18 @@ SYSTEMTIME At(WORD year, WORD month, WORD day, WORD hour, WORD minute = 0, WORD 
     return time;
 }
 
-class AmporaUpdater : public testing::Test {
+class AmporaUpdater : public CUpdaterTest {
 protected:
     AmporaUpdater()
     {
-        g_dwLogLevel = kTraceErr | kTraceWar | kTraceTra | kTraceScope;
         m_machine.SetLocalClock(At(2012, 7, 2, 18));
         m_machine.SetHttpHandler([](const HttpExchange&) { return HttpAnswer{200, "report"}; });
     }
-    ~AmporaUpdater() override { g_dwLogLevel = 0; }
 
-    // One site, one whole pass on the test's own thread.
-    BOOL UpdateSite(CAmporaSiteConfig& site)
+    // One whole pass over the one site, on the test's own thread.
+    BOOL UpdateSite()
     {
-        CAmporaSiteConfig* const sites[] = {&site, nullptr};
+        CAmporaSiteConfig* const sites[] = {&m_site, nullptr};
         return m_updater.Update(sites);
     }
     void UpdateOne(CAmporaSiteConfig* site)
@@ -127,16 +104,8 @@ protected:
         m_machine.ClearDebugLines();
         m_updater.UpdateOnePowerCompany(&client, site, At(2012, 7, 2, 6), At(2012, 7, 3, 6));
     }
-    void PutInterval(DWORD interval, DWORD minimum, DWORD maximum)
-    {
-        m_machine.PutDword(Hive::kMachine, kMainKey, L"Interval", interval);
-        m_machine.PutDword(Hive::kMachine, kMainKey, L"IntervalMin", minimum);
-        m_machine.PutDword(Hive::kMachine, kMainKey, L"IntervalMax", maximum);
-    }
-    void EnableUpdates() { m_machine.PutDword(Hive::kMachine, kMainKey, L"Enable", 1); }
 
-    platform::sim::CMachine m_machine;
-    TestUpdater m_updater;
+    FakeSite m_site;
 };
 
 // --- Update ---------------------------------------------------------------------------------------------------------
@@ -164,48 +133,32 @@ TEST_F(AmporaUpdater, PassHandlesEverySiteOfTheListInOrder)
     EXPECT_THAT(order, ElementsAre(1, 1, 1, 1, 1, 2, 2, 2, 2, 2));
 }
 
-TEST_F(AmporaUpdater, PassVisitsTheDaysOfNowMinusAndPlus12Hours)
+TEST_F(AmporaUpdater, PassVisitsTheDaysTwelveHoursBeforeAndAfterNow)
 {
-    FakeSite site;
-    UpdateSite(site);
-    ASSERT_THAT(site.days, SizeIs(10));
-    for (std::size_t i = 0; i < site.days.size(); i += 2) {
-        EXPECT_EQ(site.days[i].wDay, 2);
-        EXPECT_EQ(site.days[i].wHour, 6);
-        EXPECT_EQ(site.days[i].wMilliseconds, 0);
-        EXPECT_EQ(site.days[i].wDayOfWeek, 1);
-        EXPECT_EQ(site.days[i + 1].wDay, 3);
+    const struct {
+        SYSTEMTIME now;
+        const char* days[2];
+    } cases[] = {
+        {At(2012, 7, 2, 18), {"2012-07-02(1) 06:00:00.000", "2012-07-03(2) 06:00:00.000"}},
+        {At(2012, 7, 2, 11, 59), {"2012-07-01(0) 23:59:00.000", "2012-07-02(1) 23:59:00.000"}},
+        {At(2012, 12, 31, 13), {"2012-12-31(1) 01:00:00.000", "2013-01-01(2) 01:00:00.000"}},
+    };
+    for (const auto& [now, days] : cases) {
+        m_machine.SetLocalClock(now);
+        m_site.days.clear();
+        UpdateSite();
+        ASSERT_THAT(m_site.days, SizeIs(10));
+        for (std::size_t i = 0; i < m_site.days.size(); ++i) {
+            EXPECT_EQ(CalendarText(m_site.days[i]), days[i % 2]);
+        }
     }
 }
 
-TEST_F(AmporaUpdater, PassJustBeforeNoonVisitsYesterdayAndToday)
-{
-    m_machine.SetLocalClock(At(2012, 7, 2, 11, 59));
-    FakeSite site;
-    UpdateSite(site);
-    ASSERT_THAT(site.days, SizeIs(10));
-    EXPECT_EQ(site.days[0].wDay, 1);
-    EXPECT_EQ(site.days[1].wDay, 2);
-}
-
-TEST_F(AmporaUpdater, PassOverTheTurnOfTheYearVisitsBothYears)
-{
-    m_machine.SetLocalClock(At(2012, 12, 31, 13));
-    FakeSite site;
-    UpdateSite(site);
-    ASSERT_THAT(site.days, SizeIs(10));
-    EXPECT_EQ(site.days[0].wYear, 2012);
-    EXPECT_EQ(site.days[1].wYear, 2013);
-    EXPECT_EQ(site.days[1].wMonth, 1);
-    EXPECT_EQ(site.days[1].wDay, 1);
-}
-
-TEST_F(AmporaUpdater, PassOfABrokenClockTouchesNothingAndSucceeds)
+TEST_F(AmporaUpdater, PassWithoutClockDoesNothingAndSucceeds)
 {
     m_machine.FailCall(Call::kLocalCalendarToTime, 1, 87);
-    FakeSite site;
-    EXPECT_TRUE(UpdateSite(site));
-    EXPECT_THAT(site.days, IsEmpty());
+    EXPECT_TRUE(UpdateSite());
+    EXPECT_THAT(m_site.days, IsEmpty());
     EXPECT_THAT(TraceMessages(), IsEmpty());
 }
 
@@ -227,7 +180,7 @@ TEST_F(AmporaUpdater, ExitBetweenTwoCompaniesEndsThePass)
 // --- Update: the mutex ----------------------------------------------------------------------------------------------
 
 // Runs passes on the updater's own worker, where the mutex belongs to the thread that ends.
-class RunningUpdater : public TestUpdater {
+class RunningUpdater : public CTestUpdater {
 public:
     void ThreadProc() override
     {
@@ -241,164 +194,153 @@ public:
     std::vector<BOOL> results;
 };
 
-// Stops a worker that waits for the other copy's pass: it ends at once, without a download. Ends the other pass, too.
-void ExpectStopEndsTheWait(RunningUpdater& updater)
-{
-    auto& machine = platform::sim::CMachine::Current();
-    updater.Stop(1000);
-    EXPECT_THAT(updater.results, ElementsAre(FALSE));
-    EXPECT_THAT(updater.site.days, IsEmpty());
-    EXPECT_EQ(CountTrace("TRA", kUpdateName, "Exit Signal."), 1);
-    EXPECT_EQ(machine.ElapsedMs(), 0);
-    machine.OtherProcessReleasesMutex(kUpdateMutexName);
-}
+class UpdaterMutex : public AmporaUpdater {
+protected:
+    ~UpdaterMutex() override { m_running.Stop(1000); }
 
-TEST_F(AmporaUpdater, PassOwnsTheMutexFromItsStartToItsEnd)
+    void StartRunning()
+    {
+        ASSERT_TRUE(m_running.Start());
+        m_machine.RunUntilIdle();
+    }
+    // Starts a worker that waits for the pass of another copy.
+    void StartWaiting()
+    {
+        m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
+        StartRunning();
+    }
+    // Stops the waiting worker: it ends at once, without a download. Ends the other pass, too.
+    void ExpectStopEndsTheWait()
+    {
+        m_running.Stop(1000);
+        EXPECT_THAT(m_running.results, ElementsAre(FALSE));
+        EXPECT_THAT(m_running.site.days, IsEmpty());
+        EXPECT_EQ(CountTrace("TRA", kUpdateName, "Exit Signal."), 1);
+        EXPECT_EQ(m_machine.ElapsedMs(), 0);
+        m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
+    }
+    // What the next one gets that waits for the mutex.
+    static DWORD NextWait()
+    {
+        const platform::WaitHandle mutex = platform::CreateNamedMutex(kUpdateMutexName, FALSE, nullptr);
+        const DWORD result = platform::WaitForOne(mutex, 0, FALSE);
+        platform::ReleaseOwnedMutex(mutex);
+        return result;
+    }
+
+    RunningUpdater m_running;
+};
+
+TEST_F(UpdaterMutex, PassOwnsTheMutexFromItsStartToItsEnd)
 {
-    RunningUpdater updater;
     std::vector<bool> owned;
-    updater.site.out = [&](DWORD) { owned.push_back(m_machine.IsMutexOwned(kUpdateMutexName)); };
-    ASSERT_TRUE(updater.Start());
-    m_machine.RunUntilIdle();
+    m_running.site.out = [&](DWORD) { owned.push_back(m_machine.IsMutexOwned(kUpdateMutexName)); };
+    StartRunning();
     EXPECT_THAT(owned, ElementsAre(true, true, true, true, true));
     EXPECT_FALSE(m_machine.IsMutexOwned(kUpdateMutexName));
-    updater.Stop(1000);
 }
 
-TEST_F(AmporaUpdater, PassWaitsForAnotherSessionsPass)
+TEST_F(UpdaterMutex, PassWaitsForAnotherSessionsPass)
 {
-    RunningUpdater updater;
     m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
-    ASSERT_TRUE(updater.Start());
+    ASSERT_TRUE(m_running.Start());
     m_machine.RunFor(3600000);
-    EXPECT_THAT(updater.site.days, IsEmpty());
+    EXPECT_THAT(m_running.site.days, IsEmpty());
     m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
     m_machine.RunUntilIdle();
-    EXPECT_THAT(updater.site.days, SizeIs(10));
-    EXPECT_THAT(updater.results, ElementsAre(TRUE));
-    updater.Stop(1000);
+    EXPECT_THAT(m_running.site.days, SizeIs(10));
+    EXPECT_THAT(m_running.results, ElementsAre(TRUE));
 }
 
-TEST_F(AmporaUpdater, ManualTriggerWhileWaitingForAnotherPassOnlyMakesItLookAgain)
+TEST_F(UpdaterMutex, ARequestWhileWaitingChangesNothing)
 {
-    RunningUpdater updater;
-    m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
-    ASSERT_TRUE(updater.Start());
-    m_machine.RunUntilIdle();
-    EXPECT_TRUE(m_machine.OtherProcessSetsEvent(kUpdateEventName));
-    m_machine.RunUntilIdle();
-    EXPECT_THAT(updater.site.days, IsEmpty());
+    StartWaiting();
+    RequestUpdate();
+    EXPECT_THAT(m_running.site.days, IsEmpty());
     m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
     m_machine.RunUntilIdle();
-    EXPECT_THAT(updater.results, ElementsAre(TRUE));
-    updater.Stop(1000);
+    EXPECT_THAT(m_running.results, ElementsAre(TRUE));
 }
 
-TEST_F(AmporaUpdater, ExitWhileWaitingForAnotherPassEndsItWithoutADownload)
+TEST_F(UpdaterMutex, ExitEndsTheWaitWithoutADownload)
 {
-    RunningUpdater updater;
-    m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
-    ASSERT_TRUE(updater.Start());
-    m_machine.RunUntilIdle();
-    ExpectStopEndsTheWait(updater);
+    StartWaiting();
+    ExpectStopEndsTheWait();
 }
 
-TEST_F(AmporaUpdater, MutexThatComesTogetherWithTheExitIsAbandonedWithTheThread)
+TEST_F(UpdaterMutex, MutexAcquiredDuringExitIsAbandoned)
 {
-    RunningUpdater updater;
-    m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
-    ASSERT_TRUE(updater.Start());
-    m_machine.RunUntilIdle();
-    updater.SetExit();
+    StartWaiting();
+    m_running.SetExit();
     m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
     m_machine.RunUntilIdle();
-    EXPECT_THAT(updater.results, ElementsAre(FALSE));
+    EXPECT_THAT(m_running.results, ElementsAre(FALSE));
     EXPECT_EQ(CountTrace("TRA", kUpdateName, "Exit Signal."), 1);
     // The next to wait is told that it was abandoned.
-    const platform::WaitHandle mutex = platform::CreateNamedMutex(kUpdateMutexName, FALSE, nullptr);
-    EXPECT_EQ(platform::WaitForOne(mutex, 0, FALSE), WAIT_ABANDONED_0);
-    platform::ReleaseOwnedMutex(mutex);
-    updater.Stop(1000);
+    EXPECT_EQ(NextWait(), WAIT_ABANDONED_0);
 }
 
 // Symptom: after a pass behind a killed copy, no copy on the machine made a pass any more.
-TEST_F(AmporaUpdater, AbandonedMutexIsReleasedAsOftenAsItWasAcquired)
+TEST_F(UpdaterMutex, AbandonedMutexIsReleasedAsOftenAsAcquired)
 {
-    RunningUpdater updater;
-    updater.passes = 2;
-    m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
-    ASSERT_TRUE(updater.Start());
-    m_machine.RunUntilIdle();
+    m_running.passes = 2;
+    StartWaiting();
     m_machine.OtherProcessAbandonsMutex(kUpdateMutexName);
     m_machine.RunUntilIdle();
-    EXPECT_THAT(updater.results, ElementsAre(TRUE, TRUE));
+    EXPECT_THAT(m_running.results, ElementsAre(TRUE, TRUE));
     EXPECT_EQ(m_machine.CallCount(Call::kReleaseOwnedMutex), 3U);
     EXPECT_FALSE(m_machine.IsMutexOwned(kUpdateMutexName));
     // Nobody finds it abandoned either.
-    const platform::WaitHandle mutex = platform::CreateNamedMutex(kUpdateMutexName, FALSE, nullptr);
-    EXPECT_EQ(platform::WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
-    platform::ReleaseOwnedMutex(mutex);
-    updater.Stop(1000);
+    EXPECT_EQ(NextWait(), WAIT_OBJECT_0);
 }
 
-TEST_F(AmporaUpdater, FailedWaitIsTriedAgainAfterARest)
+TEST_F(UpdaterMutex, FailedWaitIsRepeatedAfterAPause)
 {
-    RunningUpdater updater;
     m_machine.FailCall(Call::kWaitForAny, 1, 6);
     m_machine.FailCall(Call::kWaitForAny, 2, 6);
-    ASSERT_TRUE(updater.Start());
+    ASSERT_TRUE(m_running.Start());
     m_machine.RunFor(2000);
-    EXPECT_THAT(updater.results, ElementsAre(TRUE));
+    EXPECT_THAT(m_running.results, ElementsAre(TRUE));
     EXPECT_EQ(m_machine.CallCount(Call::kWaitForAny), 3U);
     EXPECT_EQ(m_machine.ElapsedMs(), 2000);
-    updater.Stop(1000);
 }
 
-TEST_F(AmporaUpdater, ExitDuringTheRestAfterAFailedWaitEndsThePass)
+TEST_F(UpdaterMutex, ExitDuringThePauseEndsThePass)
 {
-    // Symptom: the worker used Stop's signal up in its rest, went on waiting for the other copy's pass and was given
-    // up.
-    RunningUpdater updater;
+    // Symptom: the worker used up Stop's signal in its pause and went on waiting for the other copy's pass.
     m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
     m_machine.FailCall(Call::kWaitForAny, 1, 6);
-    ASSERT_TRUE(updater.Start());
-    m_machine.RunUntilIdle();
-    ExpectStopEndsTheWait(updater);
+    StartRunning();
+    ExpectStopEndsTheWait();
 }
 
-TEST_F(AmporaUpdater, ExitBeforeAFailedWaitEndsThePassWithoutARest)
+TEST_F(UpdaterMutex, ExitBeforeAFailedWaitSkipsThePause)
 {
-    RunningUpdater updater;
     m_machine.FailCall(Call::kWaitForAny, 1, 6);
-    ASSERT_TRUE(updater.Start());
-    updater.SetExit();
+    ASSERT_TRUE(m_running.Start());
+    m_running.SetExit();
     m_machine.RunUntilIdle();
-    EXPECT_THAT(updater.results, ElementsAre(FALSE));
+    EXPECT_THAT(m_running.results, ElementsAre(FALSE));
     EXPECT_EQ(m_machine.CallCount(Call::kWaitForAny), 1U);
     EXPECT_EQ(m_machine.ElapsedMs(), 0);
-    updater.Stop(1000);
 }
 
-TEST_F(AmporaUpdater, PassWithoutMutexGoesOnWithoutWaiting)
+TEST_F(UpdaterMutex, PassWithoutMutexGoesOnWithoutWaiting)
 {
     // Update before Start: there is no mutex yet.
-    FakeSite site;
-    EXPECT_TRUE(UpdateSite(site));
+    EXPECT_TRUE(UpdateSite());
     EXPECT_EQ(m_machine.CallCount(Call::kWaitForAny), 0U);
     EXPECT_EQ(m_machine.CallCount(Call::kReleaseOwnedMutex), 0U);
-    EXPECT_THAT(site.written, SizeIs(5));
+    EXPECT_THAT(m_site.written, SizeIs(5));
 }
 
-TEST_F(AmporaUpdater, MutexIsReleasedAfterAPassOfABrokenClock)
+TEST_F(UpdaterMutex, MutexIsReleasedAfterAPassWithoutClock)
 {
-    RunningUpdater updater;
     m_machine.FailCall(Call::kLocalCalendarToTime, 1, 87);
-    ASSERT_TRUE(updater.Start());
-    m_machine.RunUntilIdle();
-    EXPECT_THAT(updater.results, ElementsAre(TRUE));
+    StartRunning();
+    EXPECT_THAT(m_running.results, ElementsAre(TRUE));
     EXPECT_FALSE(m_machine.IsMutexOwned(kUpdateMutexName));
     EXPECT_EQ(m_machine.CallCount(Call::kReleaseOwnedMutex), 1U);
-    updater.Stop(1000);
 }
 
 // --- UpdateOnePowerCompany ------------------------------------------------------------------------------------------
@@ -412,28 +354,26 @@ TEST_F(AmporaUpdater, NullSiteIsRefused)
 
 TEST_F(AmporaUpdater, KindsComeInOrderAndOnlyUsageIsTrimmed)
 {
-    FakeSite site;
     // A record of the 1st lies before the window, one of each visited day inside.
-    site.analyze = [&](DWORD, const CString&, DWORD) {
+    m_site.analyze = [this](DWORD, const CString&, DWORD) {
         auto records = FakeSite::WholeDay(At(2012, 7, 1, 0));
-        records->AddAmporaData(FakeSite::WholeDay(site.days.back()).get());
+        records->AddAmporaData(FakeSite::WholeDay(m_site.days.back()).get());
         return records;
     };
-    UpdateOne(&site);
-    ASSERT_THAT(site.written, SizeIs(5));
+    UpdateOne(&m_site);
+    ASSERT_THAT(m_site.written, SizeIs(5));
     const DWORD kinds[] = {1, 2, 4, 8, 16};
     for (std::size_t i = 0; i < 5; ++i) {
-        EXPECT_EQ(site.written[i].dataType, kinds[i]);
-        EXPECT_THAT(site.written[i].records, SizeIs(i < 3 ? 2 : 4));
+        EXPECT_EQ(m_site.written[i].dataType, kinds[i]);
+        EXPECT_THAT(m_site.written[i].records, SizeIs(i < 3 ? 2 : 4));
     }
     EXPECT_EQ(CountTrace("TRA", "CAmporaDataCollection::AdjustData", "Out of Range. Remove Item"), 6);
 }
 
 TEST_F(AmporaUpdater, PassTrimsUsageToTwelveHoursOnEitherSide)
 {
-    FakeSite site;
     bool firstDay = false;
-    site.analyze = [&](DWORD, const CString&, DWORD) -> FakeSite::Records {
+    m_site.analyze = [&](DWORD, const CString&, DWORD) -> FakeSite::Records {
         firstDay = !firstDay;
         if (!firstDay) {
             return nullptr;
@@ -446,11 +386,11 @@ TEST_F(AmporaUpdater, PassTrimsUsageToTwelveHoursOnEitherSide)
         return records;
     };
     m_machine.SetLocalClock(At(2012, 7, 2, 18));
-    EXPECT_TRUE(UpdateSite(site));
+    EXPECT_TRUE(UpdateSite());
     const std::vector<ULONGLONG> inside = {2, 3};
     const std::vector<ULONGLONG> all = {1, 2, 3, 4};
     std::map<DWORD, std::vector<ULONGLONG>> values;
-    for (const Written& written : site.written) {
+    for (const Written& written : m_site.written) {
         for (const _AmporaOneData& record : written.records) {
             values[written.dataType].push_back(record.ullValue);
         }
@@ -462,77 +402,67 @@ TEST_F(AmporaUpdater, PassTrimsUsageToTwelveHoursOnEitherSide)
 
 TEST_F(AmporaUpdater, DaysAreMergedInOrderAndWrittenOnceWithTheClockOfTheMoment)
 {
-    FakeSite site;
-    m_machine.SetHttpHandler([](const HttpExchange&) {
-        HttpAnswer answer{200, "report"};
-        answer.latencyMs = 1000;
-        return answer;
-    });
-    UpdateOne(&site);
-    ASSERT_THAT(site.written, SizeIs(5));
-    ASSERT_THAT(site.written[0].records, SizeIs(2));
-    EXPECT_EQ(site.written[0].records[0].ullValue, 2U);
-    EXPECT_EQ(site.written[0].records[1].ullValue, 3U);
-    EXPECT_EQ(site.written[0].writeTime.wSecond, 2);
-    EXPECT_EQ(site.written[4].writeTime.wSecond, 10);
+    m_machine.SetHttpHandler([](const HttpExchange&) { return HttpAnswer{.body = "report", .latencyMs = 1000}; });
+    UpdateOne(&m_site);
+    ASSERT_THAT(m_site.written, SizeIs(5));
+    ASSERT_THAT(m_site.written[0].records, SizeIs(2));
+    EXPECT_EQ(m_site.written[0].records[0].ullValue, 2U);
+    EXPECT_EQ(m_site.written[0].records[1].ullValue, 3U);
+    EXPECT_EQ(m_site.written[0].writeTime.wSecond, 2);
+    EXPECT_EQ(m_site.written[4].writeTime.wSecond, 10);
 }
 
 TEST_F(AmporaUpdater, EmptyUrlSkipsTheDay)
 {
-    FakeSite site;
-    site.url = [](DWORD, const SYSTEMTIME&) { return CString(); };
-    UpdateOne(&site);
+    m_site.url = [](DWORD, const SYSTEMTIME&) { return CString(); };
+    UpdateOne(&m_site);
     EXPECT_EQ(CountTrace("TRA", kUpdateOneName, "Get URL Empty. Skip"), 10);
-    EXPECT_THAT(site.written, IsEmpty());
+    EXPECT_THAT(m_site.written, IsEmpty());
     EXPECT_THAT(m_machine.HttpExchanges(), IsEmpty());
 }
 
 TEST_F(AmporaUpdater, FailedDownloadOfTheFirstDayLeavesTheSecond)
 {
-    FakeSite site;
     m_machine.FailCall(Call::kSendHttpRequest, 1, 12029);
-    UpdateOne(&site);
+    UpdateOne(&m_site);
     EXPECT_EQ(CountTrace("ERR", kUpdateOneName, "Get Data Fail"), 1);
-    ASSERT_THAT(site.written, SizeIs(5));
-    ASSERT_THAT(site.written[0].records, SizeIs(1));
-    EXPECT_EQ(site.written[0].records[0].ullValue, 3U);
+    ASSERT_THAT(m_site.written, SizeIs(5));
+    ASSERT_THAT(m_site.written[0].records, SizeIs(1));
+    EXPECT_EQ(m_site.written[0].records[0].ullValue, 3U);
 }
 
 TEST_F(AmporaUpdater, FailedDownloadsOfBothDaysWriteNothingOfThatKind)
 {
-    FakeSite site;
     m_machine.FailCall(Call::kSendHttpRequest, 1, 12029);
     m_machine.FailCall(Call::kSendHttpRequest, 2, 12029);
-    UpdateOne(&site);
+    UpdateOne(&m_site);
     EXPECT_EQ(CountTrace("ERR", kUpdateOneName, "Get Data Fail"), 2);
-    ASSERT_THAT(site.written, SizeIs(4));
-    EXPECT_EQ(site.written[0].dataType, 2U);
+    ASSERT_THAT(m_site.written, SizeIs(4));
+    EXPECT_EQ(m_site.written[0].dataType, 2U);
 }
 
 TEST_F(AmporaUpdater, FailedAnalysisIsTracedAndTheOtherDayWritten)
 {
-    FakeSite site;
     int calls = 0;
-    site.analyze = [&](DWORD, const CString&, DWORD) {
-        return ++calls == 2 ? nullptr : FakeSite::WholeDay(site.days.back());
+    m_site.analyze = [&](DWORD, const CString&, DWORD) {
+        return ++calls == 2 ? nullptr : FakeSite::WholeDay(m_site.days.back());
     };
-    UpdateOne(&site);
+    UpdateOne(&m_site);
     EXPECT_EQ(CountTrace("ERR", kUpdateOneName, "Analyze Error"), 1);
-    ASSERT_THAT(site.written, SizeIs(5));
-    ASSERT_THAT(site.written[0].records, SizeIs(1));
-    EXPECT_EQ(site.written[0].records[0].ullValue, 2U);
+    ASSERT_THAT(m_site.written, SizeIs(5));
+    ASSERT_THAT(m_site.written[0].records, SizeIs(1));
+    EXPECT_EQ(m_site.written[0].records[0].ullValue, 2U);
 }
 
 TEST_F(AmporaUpdater, BodyAndStatusReachTheAnalysis)
 {
-    FakeSite site;
     m_machine.SetHttpHandler([](const HttpExchange&) { return HttpAnswer{503, "unread"}; });
     std::vector<std::pair<CString, DWORD>> seen;
-    site.analyze = [&](DWORD, const CString& body, DWORD status) {
+    m_site.analyze = [&](DWORD, const CString& body, DWORD status) {
         seen.emplace_back(body, status);
         return nullptr;
     };
-    UpdateOne(&site);
+    UpdateOne(&m_site);
     ASSERT_THAT(seen, SizeIs(10));
     EXPECT_EQ(seen[0].first, L"");
     EXPECT_EQ(seen[0].second, 503U);
@@ -540,140 +470,142 @@ TEST_F(AmporaUpdater, BodyAndStatusReachTheAnalysis)
 
 TEST_F(AmporaUpdater, EachDownloadStartsWithAnEmptyBody)
 {
-    FakeSite site;
     std::vector<CString> bodies;
-    site.analyze = [&](DWORD, const CString& body, DWORD) {
+    m_site.analyze = [&](DWORD, const CString& body, DWORD) {
         bodies.push_back(body);
         return nullptr;
     };
-    UpdateOne(&site);
+    UpdateOne(&m_site);
     EXPECT_THAT(bodies, ::testing::Each(CString(L"report")));
 }
 
 TEST_F(AmporaUpdater, ExitSeenAfterADownloadIsTracedTwiceAndNothingWritten)
 {
-    FakeSite site;
     m_machine.SetHttpHandler([this](const HttpExchange&) {
         m_updater.SetExit();
         return HttpAnswer{200, "report"};
     });
-    UpdateOne(&site);
+    UpdateOne(&m_site);
     EXPECT_EQ(CountTrace("TRA", kUpdateOneName, "Exit Flag on"), 2);
-    EXPECT_THAT(site.written, IsEmpty());
+    EXPECT_THAT(m_site.written, IsEmpty());
     EXPECT_THAT(m_machine.HttpExchanges(), SizeIs(1));
 }
 
 TEST_F(AmporaUpdater, ExitSeenAfterTheDaysIsTracedOnceAndTheKindNotWritten)
 {
-    FakeSite site;
-    site.analyze = [&](DWORD, const CString&, DWORD) {
+    m_site.analyze = [&](DWORD, const CString&, DWORD) {
         m_updater.SetExit();
-        return FakeSite::WholeDay(site.days.back());
+        return FakeSite::WholeDay(m_site.days.back());
     };
-    UpdateOne(&site);
+    UpdateOne(&m_site);
     EXPECT_EQ(CountTrace("TRA", kUpdateOneName, "Exit Flag on"), 1);
-    EXPECT_THAT(site.written, IsEmpty());
+    EXPECT_THAT(m_site.written, IsEmpty());
 }
 
 TEST_F(AmporaUpdater, ExitSeenBeforeAKindStopsSilently)
 {
-    FakeSite site;
-    site.out = [this](DWORD) { m_updater.SetExit(); };
-    UpdateOne(&site);
-    EXPECT_THAT(site.written, SizeIs(1));
+    m_site.out = [this](DWORD) { m_updater.SetExit(); };
+    UpdateOne(&m_site);
+    EXPECT_THAT(m_site.written, SizeIs(1));
     EXPECT_EQ(CountTrace("TRA", kUpdateOneName, "Exit Flag on"), 0);
 }
 
 TEST_F(AmporaUpdater, ExceptionOfOneKindLeavesTheOthers)
 {
-    FakeSite site;
-    site.out = [](DWORD dataType) {
+    m_site.out = [](DWORD dataType) {
         if (dataType == kActualUsage) {
             throw std::runtime_error("disk fails");
         }
     };
-    UpdateOne(&site);
-    EXPECT_THAT(site.written, SizeIs(5));
-    EXPECT_TRUE(testing_support::TraceScopesBalance(testing_support::TraceLines()));
+    UpdateOne(&m_site);
+    EXPECT_THAT(m_site.written, SizeIs(5));
+    EXPECT_TRUE(TraceScopesBalance(TraceLines()));
 }
 
 TEST_F(AmporaUpdater, ExceptionOfPreparingARequestLeavesTheOtherKinds)
 {
-    FakeSite site;
     m_machine.FailCall(Call::kOpenHttpRequestThrows, 1, 12005);
-    UpdateOne(&site);
-    ASSERT_THAT(site.written, SizeIs(4));
-    EXPECT_EQ(site.written[0].dataType, 2U);
+    UpdateOne(&m_site);
+    ASSERT_THAT(m_site.written, SizeIs(4));
+    EXPECT_EQ(m_site.written[0].dataType, 2U);
 }
 
 TEST_F(AmporaUpdater, EmptyCollectionIsWritten)
 {
-    FakeSite site;
-    site.analyze = [](DWORD, const CString&, DWORD) { return std::make_unique<CAmporaDataCollection>(); };
-    UpdateOne(&site);
-    ASSERT_THAT(site.written, SizeIs(5));
-    EXPECT_THAT(site.written[0].records, IsEmpty());
+    m_site.analyze = [](DWORD, const CString&, DWORD) { return std::make_unique<CAmporaDataCollection>(); };
+    UpdateOne(&m_site);
+    ASSERT_THAT(m_site.written, SizeIs(5));
+    EXPECT_THAT(m_site.written[0].records, IsEmpty());
 }
 
 // --- SetIntervalUpdate ----------------------------------------------------------------------------------------------
 
-TEST_F(AmporaUpdater, EqualZeroBoundsGiveExactlyTheInterval)
+class UpdaterInterval : public AmporaUpdater {
+protected:
+    UpdaterInterval() { EXPECT_TRUE(m_timer.Create()); }
+
+    void PutInterval(DWORD interval, DWORD minimum, DWORD maximum)
+    {
+        Put(L"Interval", interval);
+        Put(L"IntervalMin", minimum);
+        Put(L"IntervalMax", maximum);
+    }
+    // Waits for the timer. How long that took, in minutes.
+    std::int64_t MinutesUntilDue()
+    {
+        const std::int64_t before = m_machine.ElapsedMs();
+        EXPECT_EQ(platform::WaitForOne(m_never, INFINITE, TRUE), WAIT_IO_COMPLETION);
+        EXPECT_EQ((m_machine.ElapsedMs() - before) % 60000, 0);
+        return (m_machine.ElapsedMs() - before) / 60000;
+    }
+
+    platform::WaitHandle m_never = platform::CreateNamedEvent(L"NobodySetsIt", nullptr);
+    CWaitTableTimer m_timer;
+};
+
+TEST_F(UpdaterInterval, EqualZeroBoundsGiveExactlyTheInterval)
 {
     PutInterval(45, 0, 0);
-    CWaitTableTimer timer;
-    ASSERT_TRUE(timer.Create());
     m_machine.ClearDebugLines();
-    EXPECT_TRUE(m_updater.SetIntervalUpdate(&timer));
+    EXPECT_TRUE(m_updater.SetIntervalUpdate(&m_timer));
     EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"TRA", kIntervalName, "Interval:45min, Rand:0min - 0min"},
                                              TraceLine{"TRA", kIntervalName, "Set Interval:45min"},
                                              TraceLine{"TRA", "CWaitTableTimer::Start", "Timer Started"}));
-    const platform::WaitHandle never = platform::CreateNamedEvent(L"NobodySetsIt", nullptr);
-    EXPECT_EQ(platform::WaitForOne(never, INFINITE, TRUE), WAIT_IO_COMPLETION);
-    EXPECT_EQ(m_machine.ElapsedMs(), 45 * 60000);
+    EXPECT_EQ(MinutesUntilDue(), 45);
 }
 
-TEST_F(AmporaUpdater, DefaultsGive15To44Minutes)
+TEST_F(UpdaterInterval, DefaultsGive15To44Minutes)
 {
-    CWaitTableTimer timer;
-    ASSERT_TRUE(timer.Create());
-    const platform::WaitHandle never = platform::CreateNamedEvent(L"NobodySetsIt", nullptr);
     for (int i = 0; i < 200; ++i) {
-        const std::int64_t before = m_machine.ElapsedMs();
-        ASSERT_TRUE(m_updater.SetIntervalUpdate(&timer));
-        ASSERT_EQ(platform::WaitForOne(never, INFINITE, TRUE), WAIT_IO_COMPLETION);
-        const std::int64_t minutes = (m_machine.ElapsedMs() - before) / 60000;
+        ASSERT_TRUE(m_updater.SetIntervalUpdate(&m_timer));
+        const std::int64_t minutes = MinutesUntilDue();
         ASSERT_GE(minutes, 15);
         ASSERT_LE(minutes, 44);
     }
     EXPECT_EQ(CountTrace("TRA", kIntervalName, "Interval:30min, Rand:-15min - 15min"), 200);
 }
 
-TEST_F(AmporaUpdater, ReversedBoundsAreSwapped)
+TEST_F(UpdaterInterval, ReversedBoundsAreSwapped)
 {
     PutInterval(30, 10, static_cast<DWORD>(-10));
-    CWaitTableTimer timer;
-    ASSERT_TRUE(timer.Create());
-    ASSERT_TRUE(m_updater.SetIntervalUpdate(&timer));
+    ASSERT_TRUE(m_updater.SetIntervalUpdate(&m_timer));
     EXPECT_EQ(CountTrace("TRA", kIntervalName, "Interval:30min, Rand:10min - -10min"), 1);
-    const platform::WaitHandle never = platform::CreateNamedEvent(L"NobodySetsIt", nullptr);
-    ASSERT_EQ(platform::WaitForOne(never, INFINITE, TRUE), WAIT_IO_COMPLETION);
-    EXPECT_GE(m_machine.ElapsedMs(), 20 * 60000);
-    EXPECT_LT(m_machine.ElapsedMs(), 40 * 60000);
+    const std::int64_t minutes = MinutesUntilDue();
+    EXPECT_GE(minutes, 20);
+    EXPECT_LT(minutes, 40);
 }
 
-TEST_F(AmporaUpdater, FailedTimerIsReported)
+TEST_F(UpdaterInterval, FailedTimerIsReported)
 {
     CWaitTableTimer timer; // never created
     EXPECT_FALSE(m_updater.SetIntervalUpdate(&timer));
     EXPECT_EQ(CountTrace("ERR", "CWaitTableTimer::Start", "Timer Start Fail.(0x00000006)"), 1);
 }
 
-TEST_F(AmporaUpdater, LargestSettingsDoNotOverflow)
+TEST_F(UpdaterInterval, LargestSettingsDoNotOverflow)
 {
     PutInterval(0x7FFFFFFF, 0x7FFFFFFF, 0x7FFFFFFF);
-    CWaitTableTimer timer;
-    ASSERT_TRUE(timer.Create());
-    EXPECT_TRUE(m_updater.SetIntervalUpdate(&timer));
+    EXPECT_TRUE(m_updater.SetIntervalUpdate(&m_timer));
     EXPECT_EQ(CountTrace("TRA", kIntervalName, "Set Interval:4294967294min"), 1);
 }
 
@@ -696,7 +628,6 @@ TEST_F(AmporaUpdater, SecondStartSaysSoAndReturnsTrue)
     EXPECT_TRUE(m_updater.Start());
     EXPECT_EQ(CountTrace("TRA", "CAmporaUpdater::Start", "Already Started"), 1);
     EXPECT_EQ(m_machine.CallCount(Call::kStartThread), 1U);
-    m_updater.Stop(1000);
 }
 
 // Each step of Start that can fail, and the line that tells it.
@@ -715,7 +646,6 @@ TEST_P(AmporaUpdaterStart, FailureIsTracedAndLeavesNothingOpen)
     EXPECT_FALSE(m_machine.NamedObjectExists(kUpdateMutexName));
     EXPECT_FALSE(m_machine.NamedObjectExists(kUpdateEventName));
     EXPECT_TRUE(m_updater.Start());
-    m_updater.Stop(1000);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachStep, AmporaUpdaterStart,
@@ -727,27 +657,22 @@ INSTANTIATE_TEST_SUITE_P(EachStep, AmporaUpdaterStart,
 
 TEST_F(AmporaUpdater, InitialPassRunsAtTheFirstStartOnly)
 {
-    EnableUpdates();
-    ASSERT_TRUE(m_updater.Start());
-    m_machine.RunUntilIdle();
+    StartEnabled();
     m_updater.Stop(1000);
-    EXPECT_THAT(m_machine.HttpExchanges(), SizeIs(42));
+    EXPECT_THAT(m_machine.HttpExchanges(), SizeIs(kRequestsOfAPass));
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Update Flag ON"), 1);
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Updated"), 1);
-    ASSERT_TRUE(m_updater.Start());
-    m_machine.RunUntilIdle();
+    Start();
     m_updater.Stop(1000);
-    EXPECT_THAT(m_machine.HttpExchanges(), SizeIs(42));
+    EXPECT_THAT(m_machine.HttpExchanges(), SizeIs(kRequestsOfAPass));
 }
 
 TEST_F(AmporaUpdater, DefaultPassAsksTheCompaniesInOrderOverOneConnection)
 {
-    EnableUpdates();
-    ASSERT_TRUE(m_updater.Start());
-    m_machine.RunUntilIdle();
+    StartEnabled();
     m_updater.Stop(1000);
     const std::vector<HttpExchange> exchanges = m_machine.HttpExchanges();
-    ASSERT_THAT(exchanges, SizeIs(42));
+    ASSERT_THAT(exchanges, SizeIs(kRequestsOfAPass));
     std::vector<std::string> companies;
     for (const HttpExchange& exchange : exchanges) {
         EXPECT_EQ(exchange.connection, 1U);
@@ -766,52 +691,42 @@ TEST_F(AmporaUpdater, DefaultPassAsksTheCompaniesInOrderOverOneConnection)
 
 TEST_F(AmporaUpdater, NoInitialPassWhileUpdatingIsOff)
 {
-    ASSERT_TRUE(m_updater.Start());
-    m_machine.RunUntilIdle();
+    Start();
     EXPECT_THAT(m_machine.HttpExchanges(), IsEmpty());
     m_updater.Stop(1000);
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Update Flag ON"), 0);
     // Switched on later, a second start makes up for nothing.
-    EnableUpdates();
-    ASSERT_TRUE(m_updater.Start());
-    m_machine.RunUntilIdle();
+    StartEnabled();
     EXPECT_THAT(m_machine.HttpExchanges(), IsEmpty());
-    m_updater.Stop(1000);
 }
 
 TEST_F(AmporaUpdater, StopDuringTheInitialPassIsAFailedUpdate)
 {
-    EnableUpdates();
+    Put(L"Enable", 1);
     m_machine.SetHttpHandler([this](const HttpExchange&) {
         m_updater.SetExit();
         return HttpAnswer{200, "report"};
     });
-    ASSERT_TRUE(m_updater.Start());
-    m_machine.RunUntilIdle();
+    Start();
     EXPECT_EQ(CountTrace("WAR", kThreadName, "Update Fail."), 1);
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Exit..."), 1);
-    m_updater.Stop(1000);
 }
 
 TEST_F(AmporaUpdater, StopBeforeTheWorkerRunsEndsItAtOnce)
 {
-    EnableUpdates();
+    Put(L"Enable", 1);
     ASSERT_TRUE(m_updater.Start());
     m_updater.Stop(1000);
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Exit..."), 1);
     EXPECT_THAT(m_machine.HttpExchanges(), IsEmpty());
 }
 
-TEST_F(AmporaUpdater, StopInTheMiddleOfADownloadGivesUpAndTheWorkerEndsByItself)
+TEST_F(AmporaUpdater, StopDuringADownloadLeavesTheWorkerToEndByItself)
 {
     // The worker is inside a download of 20 s when it is stopped with 100 ms, the updater goes away, and the worker
     // finds its exit request after the download.
-    EnableUpdates();
-    m_machine.SetHttpHandler([](const HttpExchange&) {
-        HttpAnswer answer{200, "report"};
-        answer.latencyMs = 20000;
-        return answer;
-    });
+    Put(L"Enable", 1);
+    m_machine.SetHttpHandler([](const HttpExchange&) { return HttpAnswer{.body = "report", .latencyMs = 20000}; });
     auto updater = std::make_shared<CAmporaUpdater>();
     const std::weak_ptr<CAmporaUpdater> watch = updater;
     ASSERT_TRUE(updater->Start());
@@ -830,7 +745,7 @@ TEST_F(AmporaUpdater, StopInTheMiddleOfADownloadGivesUpAndTheWorkerEndsByItself)
 
 TEST_F(AmporaUpdater, RestartDuringAnOldDownloadWaitsForTheOldPassToEnd)
 {
-    EnableUpdates();
+    Put(L"Enable", 1);
     int running = 0;
     int most = 0;
     m_machine.SetHttpHandler([&](const HttpExchange&) {
@@ -857,7 +772,7 @@ TEST_F(AmporaUpdater, ConstructionAndDestructionAreTracedFromTheBaseOutAndBack)
         const CAmporaUpdater updater;
     }
     std::vector<std::string> entered;
-    for (const TraceLine& line : testing_support::TraceLines()) {
+    for (const TraceLine& line : TraceLines()) {
         if (line.message == "Enter") {
             entered.push_back(line.function);
         }
@@ -869,11 +784,10 @@ TEST_F(AmporaUpdater, ConstructionAndDestructionAreTracedFromTheBaseOutAndBack)
 
 TEST_F(AmporaUpdater, SitesAreConstructedInOrderAndDestroyedInReverse)
 {
-    ASSERT_TRUE(m_updater.Start());
-    m_machine.RunUntilIdle();
+    Start();
     m_updater.Stop(1000);
     std::vector<std::string> order;
-    for (const TraceLine& line : testing_support::TraceLines()) {
+    for (const TraceLine& line : TraceLines()) {
         if (line.message == "Enter" && line.function.find("PowerCompany::") != std::string::npos) {
             order.push_back(line.function.substr(line.function.find("::") + 2));
         }
@@ -887,10 +801,9 @@ TEST_F(AmporaUpdater, SitesAreConstructedInOrderAndDestroyedInReverse)
 
 TEST_F(AmporaUpdater, EveryScopeOfThePassIsLeft)
 {
-    FakeSite site;
     m_machine.ClearDebugLines();
-    UpdateSite(site);
-    EXPECT_TRUE(testing_support::TraceScopesBalance(testing_support::TraceLines()));
+    UpdateSite();
+    EXPECT_TRUE(TraceScopesBalance(TraceLines()));
     EXPECT_EQ(CountTrace("TRA", kUpdateName, "Enter"), 1);
     EXPECT_EQ(CountTrace("TRA", kUpdateOneName, "Leave"), 1);
 }
