@@ -54,7 +54,7 @@ bool CAmporaSrvApp::ClaimSession(const CTraceLog& log)
         return false;
     }
     if (!m_hMutex) {
-        // Better two copies, whose passes the update mutex keeps apart, than none.
+        // Two copies do less harm than no copy: the update mutex keeps their passes apart.
         log.Err(L"Creatre Mutex Fail.");
     }
     return true;

@@ -6,10 +6,10 @@
 
 class CTraceLog;
 
-// Tells a running copy to quit, or sees to it that only one copy runs in the session and runs its hidden dialog.
+// Tells the running copy to quit, or runs the hidden dialog, as the only copy of the session.
 class CAmporaSrvApp : public CWinApp {
 public:
-    // Sets the trace log's mask from the settings, so that it is in force before anything else happens.
+    // Sets the trace log's mask from the settings, before anything is traced.
     CAmporaSrvApp() noexcept;
 
     // Always FALSE.
@@ -17,7 +17,7 @@ public:
     int ExitInstance() override;
 
 private:
-    // Whether this copy may run: none runs in the session yet, or it cannot be known.
+    // Whether this copy may run: true also when the mutex that would tell of another one cannot be created.
     bool ClaimSession(const CTraceLog& log);
     void RunDialog(const CTraceLog& log);
 

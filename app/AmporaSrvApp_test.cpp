@@ -60,7 +60,7 @@ TEST_F(AmporaSrvApp, ExitIsAlsoWrittenWithADash)
     EXPECT_THAT(m_machine.ExitCodeOf(process), Optional(0));
 }
 
-TEST_F(AmporaSrvApp, ExitWithoutARunningCopyEndsWithAWarningAndNoMutex)
+TEST_F(AmporaSrvApp, ExitWithoutARunningCopyIsAWarning)
 {
     const DWORD process = Start({L"/Exit"});
     EXPECT_THAT(Messages(), ElementsAre(kExitMode, kNotFound));
@@ -80,7 +80,7 @@ TEST_F(AmporaSrvApp, ExitInOtherLettersStartsNormally)
     EXPECT_FALSE(HasEnded(process));
 }
 
-TEST_F(AmporaSrvApp, SecondStartInTheSessionEndsAndTheFirstCopyIsUntouched)
+TEST_F(AmporaSrvApp, SecondStartInTheSessionEnds)
 {
     const DWORD process = Start();
     Messages();
@@ -157,7 +157,7 @@ TEST_F(AmporaSrvApp, WithoutCommonControlsTheProgramRunsAllTheSame)
     EXPECT_FALSE(HasEnded(Start()));
 }
 
-TEST_F(AmporaSrvApp, ExceptionBeyondAllHandlersEndsTheProgramInOrderAndWithFailure)
+TEST_F(AmporaSrvApp, UnhandledExceptionEndsTheProgramWithFailure)
 {
     Put(L"LogLevel", kTraceTra | kTraceScope);
     m_machine.FailCall(Call::kCreateNamedMutexThrows, 1, 8);
@@ -175,7 +175,7 @@ TEST_F(AmporaSrvApp, TraceLevelIsTakenFromTheSettingsOnceAtTheStart)
     Put(L"LogLevel", 0);
     m_machine.RunFor(30 * 60'000);
     EXPECT_THAT(Messages(), Contains(TraceLine{"TRA", kThreadName, "Update Flag OFF"}));
-    Start({L"/Exit"}); // with a level of its own
+    Start({L"/Exit"}); // which reads its own level
     EXPECT_TRUE(HasEnded(process));
 }
 

@@ -3,12 +3,12 @@
 
 #include "app/CommandLineInfo.h"
 
-// Knows the one option: "Exit", written /Exit or -Exit, upper and lower case as here.
+// Knows one option: /Exit or -Exit, case-sensitive.
 class CAmporaSrvCmdLineInfo : public CCommandLineInfo {
 public:
     void ParseParam(const wchar_t* pszParam, BOOL bFlag, BOOL bLast) override;
 
-    // Whether the running copy is to be told to quit.
+    // Whether to tell the running copy to quit.
     BOOL IsExitMode() const { return m_bExitMode; }
 
 private:

@@ -5,7 +5,7 @@
 
 namespace {
 
-// How long the worker may take to end: when the program ends, and when it will soon be started again.
+// How long to wait for the worker to end: when the program ends, and when the worker may be started again soon.
 constexpr DWORD kDestroyTimeoutMs = 1000;
 constexpr DWORD kLeaveTimeoutMs = 100;
 
@@ -30,7 +30,7 @@ LRESULT CAmporaSrvDlg::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_POWERBROADCAST:
         return OnPowerBroadcast(static_cast<UINT>(wParam), static_cast<UINT>(lParam));
     case WM_WINDOWPOSCHANGING:
-        OnWindowPosChanging(reinterpret_cast<WINDOWPOS*>(lParam)); // NOLINT: that is what the message carries
+        OnWindowPosChanging(reinterpret_cast<WINDOWPOS*>(lParam)); // NOLINT: the message carries a pointer
         return 0;
     default:
         return CDialog::WindowProc(message, wParam, lParam);

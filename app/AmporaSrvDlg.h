@@ -7,9 +7,9 @@
 // The dialog's number in the resources.
 inline constexpr WORD kDialogTemplate = 102;
 
-// Is never shown. Runs the updater while the session is the console's and the machine is awake: starts it with the
-// window, stops it when the session is left or the machine suspends, starts it again when the session is entered or the
-// machine resumes, and stops it with the window.
+// Never shown. Starts the updater when the window is created, when the session is connected to the console and when the
+// machine resumes; stops it when the session is disconnected, when the machine suspends and when the window is
+// destroyed.
 class CAmporaSrvDlg : public CDialog {
 public:
     CAmporaSrvDlg();
@@ -23,10 +23,10 @@ protected:
     void OnSessionChange(UINT code, UINT sessionId);
     // The machine's power state changes. event: PBT_...; data: depends on it. The result of default processing.
     UINT OnPowerBroadcast(UINT event, UINT data);
-    // The window is about to change. position: the system's, what is changed in it counts; not null.
+    // The window is about to change. position: not null; the system uses what it holds afterwards.
     void OnWindowPosChanging(WINDOWPOS* position);
 
 private:
-    // Held so because a worker that outlives the dialog keeps it (AmporaThread.h).
+    // Shared with a worker that outlives the dialog (AmporaThread.h).
     const std::shared_ptr<CAmporaUpdater> m_updater;
 };

@@ -211,7 +211,7 @@ TEST_F(AmporaSrvDlg, AnExceptionIsTracedAndTheProgramGoesOn)
     EXPECT_EQ(Messages(), After(kResume, kWorkerBegins));
 }
 
-TEST_F(AmporaSrvDlg, DisconnectDuringADownloadWaits100MsAndTheOldPassEndsAtItsNextExitCheck)
+TEST_F(AmporaSrvDlg, DisconnectDuringADownloadWaits100Ms)
 {
     Put(L"Enable", 1);
     SlowDownAnswers(20'000);
@@ -231,7 +231,7 @@ TEST_F(AmporaSrvDlg, DisconnectDuringADownloadWaits100MsAndTheOldPassEndsAtItsNe
     EXPECT_EQ(CountTrace("TRA", kThreadName, "Exit..."), 1);
 }
 
-TEST_F(AmporaSrvDlg, TheEndWaitsForTheWorkerASecondAndNotLonger)
+TEST_F(AmporaSrvDlg, TheEndWaitsForTheWorkerAtMostASecond)
 {
     Put(L"Enable", 1);
     SlowDownAnswers(20'000);
@@ -243,7 +243,7 @@ TEST_F(AmporaSrvDlg, TheEndWaitsForTheWorkerASecondAndNotLonger)
     EXPECT_THAT(Messages(), IsEmpty());
     m_machine.RunFor(1);
     EXPECT_THAT(Messages(), ElementsAre(TraceLine{"TRA", kExitName, "Close Mutex"}));
-    // What is left of it is its worker, which makes no more requests and touches nothing that is gone.
+    // Its worker is left, and makes no more requests.
     EXPECT_FALSE(HasEnded(process));
     m_machine.RunFor(20'000);
     EXPECT_THAT(m_machine.ExitCodeOf(process), Optional(0));
@@ -302,10 +302,10 @@ TEST_F(AmporaSrvDlg, ShowingTheWindowIsTakenOutOfEveryChange)
     Start();
     WINDOWPOS position{};
     position.flags = 0xFFFF;
-    Post(WM_WINDOWPOSCHANGING, 0, reinterpret_cast<LPARAM>(&position)); // NOLINT: that is what the message carries
+    Post(WM_WINDOWPOSCHANGING, 0, reinterpret_cast<LPARAM>(&position)); // NOLINT: the message carries a pointer
     EXPECT_EQ(position.flags, 0xFFFFU & ~SWP_SHOWWINDOW);
     position.flags = 0;
-    Post(WM_WINDOWPOSCHANGING, 0, reinterpret_cast<LPARAM>(&position)); // NOLINT
+    Post(WM_WINDOWPOSCHANGING, 0, reinterpret_cast<LPARAM>(&position)); // NOLINT: as above
     EXPECT_EQ(position.flags, 0U);
 }
 

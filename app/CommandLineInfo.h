@@ -1,11 +1,11 @@
-// The command line, one parameter after the other.
+// Parsing of the command line.
 #pragma once
 
 #include "platform/Types.h"
 
 #include <vector>
 
-// Takes up what a command line says. This one has no options of its own and passes everything over.
+// Receives the parameters of a command line. This base class ignores them.
 class CCommandLineInfo {
 public:
     CCommandLineInfo() = default;
@@ -18,5 +18,5 @@ public:
     virtual void ParseParam(const wchar_t* pszParam, BOOL bFlag, BOOL bLast);
 };
 
-// Hands every argument over, in order. arguments: without the program's name.
+// Calls ParseParam for every argument, in order. arguments: without the program's name.
 void ParseCommandLine(const std::vector<CString>& arguments, CCommandLineInfo& info);

@@ -33,7 +33,7 @@ void CDialog::EndModalState() { platform::EnableWindowInput(Window(), TRUE); }
 LRESULT CDialog::ReceiveMessage(platform::CWindow& window, UINT message, WPARAM wParam, LPARAM lParam)
 {
     m_window = &window;
-    // Handling a message may bring another one in between.
+    // Handling a message may send another one.
     const Message outer = std::exchange(m_message, {message, wParam, lParam});
     LRESULT result = 0;
     try {

@@ -10,6 +10,6 @@ CAmporaSrvApp g_theApp;
 
 int main(int argc, char** argv)
 {
-    // A worker whose download hangs must not hold up the end.
+    // A worker that hangs in a download must not delay the end.
     platform::EndProcess(g_theApp.Run(platform::ProgramArguments(argc, argv)));
 }

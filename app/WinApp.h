@@ -13,18 +13,18 @@ public:
     CWinApp(const CWinApp&) = delete;
     CWinApp& operator=(const CWinApp&) = delete;
 
-    // Runs the program from its start to its end; its exit code. arguments: of the command line, without the program's
-    // name. An exception of InitInstance makes the exit code 1.
+    // Runs the program from its start to its end; returns its exit code. arguments: of the command line, without the
+    // program's name. An exception of InitInstance makes the exit code 1.
     int Run(const std::vector<CString>& arguments) noexcept;
 
-    // The program's work. TRUE would ask for a message loop of the application's own, which this frame does not have.
+    // The program's work. The result is ignored: there is no message loop to run after it.
     virtual BOOL InitInstance();
-    // The end, after InitInstance in every case; must not throw. The program's exit code.
+    // Runs after InitInstance, also after an exception; must not throw. Returns the program's exit code.
     virtual int ExitInstance();
 
 protected:
     const std::vector<CString>& Arguments() const { return m_arguments; }
-    // What ExitInstance is to return; 0 at first.
+    // What ExitInstance returns; 0 at first.
     void SetExitCode(int exitCode) { m_exitCode = exitCode; }
 
 private:

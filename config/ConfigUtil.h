@@ -4,9 +4,9 @@
 #include "platform/Settings.h"
 #include "platform/Types.h"
 
-// Reads the settings below "Software\Halvex\AmporaSrv". Each value is looked for in the per-user hive first, then in
-// the machine-wide one, and counts only as a REG_DWORD of four bytes (text: REG_SZ); otherwise the default applies.
-// Every getter reads anew at each call. None fails, logs or takes a lock; any thread.
+// Reads the settings below "Software\Halvex\AmporaSrv". Each value is read from the per-user hive, then from the
+// machine-wide one; only a REG_DWORD of four bytes (text: REG_SZ) counts, otherwise the default applies. Every getter
+// reads the store again at each call. None fails, logs or takes a lock; any thread.
 class CConfigUtil {
 public:
     // strKeyPath: the key to read from, below the hive's root.
@@ -15,14 +15,14 @@ public:
 
     // "LogLevel": bits of g_dwLogLevel (TraceLog.h). Default 0.
     static DWORD GetLogLevel();
-    // "Enable" of the main key: the master switch of updating. Looked for in the machine-wide hive alone, so that no
+    // "Enable" of the main key: the master switch of updating. Read from the machine-wide hive alone, so that no
     // user can override it. Default off.
     static bool IsUpdateEnable();
     // "Enable" of a site's key. siteIndex: site number. Default on.
     static bool IsSiteEnable(int siteIndex);
     // "SupportDataType" of a site's key: mask of data type codes. siteIndex: site number; defaultMask: when not set.
     static DWORD GetSupportDataType(int siteIndex, DWORD defaultMask);
-    // "Interval", "IntervalMin", "IntervalMax", minutes, as stored: neither checked nor put in order. Each value may
+    // "Interval", "IntervalMin", "IntervalMax", minutes, as stored: not checked, not ordered. Each value may
     // come from another hive. Defaults 30, -15, 15.
     static void GetIntervalSetting(LONG& interval, LONG& minimum, LONG& maximum);
     // "FixedClock" (hour of day), "FixedClockMin", "FixedClockMax" (minutes), as stored. Each value may come from
@@ -32,8 +32,8 @@ public:
     static CString GetApiHost();
 
 private:
-    // Offers the values of this name, from hive firstHive on, to accept (bool(const platform::SettingsValue&)) until it
-    // takes one. Whether it took one.
+    // Passes the values of this name, from hive firstHive on, to accept (bool(const platform::SettingsValue&)) until it
+    // returns true. Whether it did.
     template <class Accept>
     bool Query(const wchar_t* valueName, platform::Hive firstHive, Accept accept) const;
 

@@ -1,7 +1,7 @@
-// The names by which programs of a machine find the running copies of this one.
+// The names by which other programs of a machine find the running copies.
 #pragma once
 
-// The mutex, one per session, that a running copy has.
+// The mutex, one per session, that a running copy holds open.
 inline constexpr wchar_t kInstanceMutexName[] = L"AmporaSrvMutex";
 // The mutex, one for the machine, that a copy owns during an update pass.
 inline constexpr wchar_t kUpdateMutexName[] = L"Global\\AmporaSrvUpdateMutex";

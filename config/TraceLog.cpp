@@ -11,7 +11,7 @@ void CTraceLog::Write(const wchar_t* tag, const wchar_t* format,
 {
     try {
         OutputTraceLine(tag, m_pszFunction, platform::FormatTextV(format, arguments));
-    } catch (...) { // NOLINT(bugprone-empty-catch): a trace line that cannot be made is lost, its writer goes on
+    } catch (...) { // NOLINT(bugprone-empty-catch): a trace line that cannot be written is lost
     }
 }
 

@@ -12,7 +12,7 @@ public:
     CAmporaAnalyzer(const CAmporaAnalyzer&) = delete;
     CAmporaAnalyzer& operator=(const CAmporaAnalyzer&) = delete;
 
-    // strData: the report's text. A new list, or null when the text is no report; exceptions that the records raise
+    // strData: the report's text. A new list, or null when the text is not a report; exceptions of the records
     // (CAmporaDataCollection) pass through. The thread must be inside an apartment (platform/Thread.h).
     virtual std::unique_ptr<CAmporaDataCollection> AnalyzeData(CString strData) = 0;
 };

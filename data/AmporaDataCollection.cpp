@@ -8,7 +8,7 @@
 
 namespace {
 
-// Whether the record lies wholly outside the closed period. An invalid time leaves its buffer as it is: 0 for an end,
+// Whether the record lies entirely outside the closed period. An invalid time leaves its buffer as it is: 0 for an end,
 // and the end's count for a start, which shares the buffer with it.
 bool IsOutside(const _AmporaOneData& record, ULONGLONG lower, ULONGLONG upper)
 {

@@ -20,10 +20,10 @@ public:
     BOOL AddAmporaData(const SYSTEMTIME& start, LONG durationSeconds, ULONGLONG value);
     // Appends a record with both times as they are. Always TRUE.
     BOOL AddAmporaData(const SYSTEMTIME& start, const SYSTEMTIME& end, ULONGLONG value);
-    // Appends copies of the other list's records, which stays as it is. FALSE for null.
+    // Appends copies of the records of the other list. FALSE, traced, for null.
     BOOL AddAmporaData(const CAmporaDataCollection* other);
 
-    // Removes the records that lie wholly outside the closed period from lower to upper.
+    // Removes the records that lie entirely outside the closed period from lower to upper.
     void AdjustData(const SYSTEMTIME& lower, const SYSTEMTIME& upper);
 
     const std::list<_AmporaOneData>& Records() const { return m_records; }

@@ -169,7 +169,7 @@ BOOL CGSXMLAnalyzer::GetAttribue(const DomAttributeMapPtr& attributes, CString s
     time.wDayOfWeek = 0;
     time.wMilliseconds = 0;
 
-    // To FILETIME and back fills in the day of week. A time that is not valid leaves the count at 0, the year 1601.
+    // To FILETIME and back fills in the day of week. An invalid time leaves the count at 0, which is in the year 1601.
     FILETIME count{};
     platform::CalendarToFileTime(&time, &count);
     platform::FileTimeToCalendar(&count, &time);

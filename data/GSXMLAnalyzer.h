@@ -15,19 +15,19 @@ class CTraceLog;
 //     <peak_demand> <demand start=... end=...>4800</demand> </peak_demand>
 //   </power_report>
 //
-// Usage elements tolerate bad children: they pass over them. A peak element reads its first child only and fails on any
-// fault in it. Numbers that are none count as 0, a time that is none as 1601-01-01 00:00:00 (Scan.h).
+// A usage element skips its bad children. A peak element reads its first child only and fails on any fault in it. A
+// text that is not a number counts as 0, one that is not a valid time as 1601-01-01 00:00:00 (Scan.h).
 //
-// Stateless between calls. Belongs to one thread, which must be inside an apartment (platform/Thread.h). Whoever makes
-// one calls Initialize after making it and Finalize before deleting it.
+// Stateless between calls. Belongs to one thread, which must be inside an apartment (platform/Thread.h). The
+// owner calls Initialize after constructing it and Finalize before destroying it.
 class CGSXMLAnalyzer : public CAmporaAnalyzer, public CXMLParser {
 public:
     CGSXMLAnalyzer();
     ~CGSXMLAnalyzer() override;
 
-    // Analyzes a report's text, or a report in a file. A new list, maybe empty; null when it is no power_report or one
-    // without children, or when there is no memory for the list. Throws COleException (CalendarTime.h) for a start
-    // from the year 1900 on that cannot be converted; what was read until then is gone.
+    // Analyzes a report's text, or a report in a file. A new list, maybe empty; null when it is not a power_report or
+    // has no children, or when the list cannot be allocated. Throws COleException (CalendarTime.h) for a start
+    // from the year 1900 on that cannot be converted; the records read so far are lost.
     std::unique_ptr<CAmporaDataCollection> AnalyzeData(CString strXml) override;
     virtual std::unique_ptr<CAmporaDataCollection> AnalyzeFile(CString strPath);
 
@@ -48,8 +48,8 @@ public:
     BOOL AnalyzeUsageTag(const platform::DomNodePtr& node, SYSTEMTIME& start, DWORD& durationSeconds, ULONGLONG& value);
 
     // Reads one date-time attribute, day of week filled in. Fields that the text does not reach keep what the caller
-    // put there, except milliseconds, which are 0; a result that is no valid time becomes 1601-01-01 00:00:00. FALSE,
-    // traced, time untouched, when the attribute cannot be read.
+    // put there, except milliseconds, which are 0; a result that is not a valid time becomes 1601-01-01 00:00:00.
+    // FALSE, traced, time untouched, when the attribute cannot be read.
     BOOL GetAttribue(const platform::DomAttributeMapPtr& attributes, CString strName, SYSTEMTIME& time);
 
 private:

@@ -669,7 +669,7 @@ TEST_F(GSXMLAnalyzer, AStartThatCannotBeConvertedLeavesTheAnalysisAsException)
         EXPECT_THROW(m_analyzer.AnalyzeData(platform::DecodeUtf8(xml)), COleException) << datetime;
         EXPECT_TRUE(TraceScopesBalance(TraceLines())) << datetime;
         EXPECT_THAT(AnalyzerMessages(), IsEmpty()) << datetime;
-        // The list that was begun is gone.
+        // The records read so far are destroyed.
         EXPECT_EQ(testing_support::CountTrace("TRA", "CAmporaDataCollection::~CAmporaDataCollection", "Leave"), 1);
     }
 }
@@ -859,7 +859,7 @@ TEST_F(GSXMLAnalyzer, ReportsInManyAlphabetsAreRead)
                 ElementsAre(Line("WAR", "AnalyzeData", "Unknown Tag.(\xE6\x9D\xB1\xE4\xBA\xAC)"), kInstantSuccess));
 }
 
-// A walk that starts anew for each child would run into the test's time limit.
+// A walk that started again for each child would exceed the test's time limit.
 TEST_F(GSXMLAnalyzer, AHugeReportIsReadWithAFixedNumberOfCallsPerUsage)
 {
     constexpr unsigned kCount = 280'000;

@@ -12,7 +12,7 @@ using platform::DomElementPtr;
 using platform::DomNodeListPtr;
 using platform::DomNodePtr;
 
-// Several messages print "(0x08X)" as it stands: readers of the log know them in this form.
+// Several messages print "(0x08X)" literally: readers of the log know them in this form.
 constexpr wchar_t kNullNode[] = L"Node Parameter NULL.";
 constexpr wchar_t kNullElement[] = L"Doc Element Parameter NULL.";
 constexpr wchar_t kChildrenFailed[] = L"ChildNode get fail.(0x08X)";

@@ -5,7 +5,7 @@
 
 #include <stdexcept>
 
-// A failure of the document object model's own machinery.
+// A failure of the document object model itself.
 class CComException : public std::runtime_error {
 public:
     explicit CComException(HRESULT code) : std::runtime_error("COM exception"), m_code(code) {}
@@ -16,8 +16,8 @@ private:
 };
 
 // Stateless. An object and the handles it gives belong to one thread, which must be inside an apartment
-// (platform/Thread.h). Handles belong to the caller; a null one means failure. Only Load and LoadFile throw: want of
-// memory while reading is a failure like others. (A text handed over by value is the caller's to make.)
+// (platform/Thread.h). Handles belong to the caller; a null one means failure. Only Load and LoadFile throw: running
+// out of memory while reading is a failure like others. (The caller makes the texts that are passed by value.)
 class CXMLParser {
 public:
     CXMLParser();
@@ -30,8 +30,8 @@ public:
     virtual void Finalize();
 
     // Loads a document from text, or from a file as its own declaration encodes it. The root element, which keeps its
-    // document alive, or null when that is no well-formed document. Throws CComException with the status when no
-    // document can be made, E_OUTOFMEMORY when the argument cannot be handed over.
+    // document alive, or null when it is not a well-formed document. Throws CComException: the status when the document
+    // object cannot be created, E_OUTOFMEMORY when memory runs out while the argument is passed on.
     platform::DomElementPtr Load(CString strXml);
     platform::DomElementPtr LoadFile(CString strPath);
 
@@ -39,10 +39,11 @@ public:
     platform::DomNodeListPtr GetChildNodes(const platform::DomNodePtr& node);
     platform::DomNodeListPtr GetChildNodes(const platform::DomElementPtr& element);
 
-    // The child at index, from 0; null, without a trace line, for an index that has none; null on failure or for null.
+    // The child at index, from 0; null, without a trace line, for an index outside the list; null on failure or for
+    // null.
     platform::DomNodePtr GetNode(const platform::DomNodeListPtr& list, LONG index);
 
-    // The attributes; null, without a trace line, for a node that is no element; null on failure or for null.
+    // The attributes; null, without a trace line, for a node that is not an element; null on failure or for null.
     platform::DomAttributeMapPtr GetNodeAttributes(const platform::DomNodePtr& node);
 
     // The qualified name, such as "#comment" for a comment; empty on failure or for null.
@@ -55,7 +56,7 @@ public:
     // The number of children; 0 on failure or for null.
     LONG GetChildCount(const platform::DomNodeListPtr& list);
 
-    // The text of the attribute of this name. False, value untouched, when there is none, on failure, and for a null
-    // map or an empty name.
+    // The text of the attribute of this name. False, value untouched, when there is no such attribute, on failure, and
+    // for a null map or an empty name.
     bool GetAttribue(const platform::DomAttributeMapPtr& attributes, CString strName, CString& value);
 };

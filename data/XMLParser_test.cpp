@@ -45,7 +45,7 @@ struct Parts {
 
 class XMLParser : public testing_support::CMachineTest {
 protected:
-    // The parts of a text, as far as they exist; the trace starts anew after it.
+    // The parts of a text, as far as they exist; the trace is cleared after it.
     Parts Read(const std::string& xml)
     {
         Parts parts;

@@ -40,7 +40,7 @@ BOOL CAmporaThread::Start()
         scope.Err(L"Thread Create Fail");
         return FALSE;
     }
-    // From here on it belongs to the thread.
+    // The thread owns it now.
     static_cast<void>(launch.release());
     return TRUE;
 }
@@ -51,7 +51,7 @@ void CAmporaThread::Stop(DWORD timeoutMs)
     if (!m_thread) {
         return;
     }
-    // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): the destructor means this class's own
+    // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): the destructor calls this class's own
     SetExit();
     platform::WaitForThread(m_thread, timeoutMs);
     const CAutoLock lock(&m_lock);

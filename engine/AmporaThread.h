@@ -10,25 +10,25 @@
 // Creates a thread inside a COM apartment, runs the subclass's procedure on it, and lets its owner ask it to end and
 // wait for that.
 //
-// Stop gives up waiting after its time-out, so a thread can outlive it. Two things keep that safe. Every run has an
-// exit flag of its own, so that a following Start never takes back the request to end. And a run keeps the object
-// alive: an object held by a std::shared_ptr is destroyed by whoever lets go of it last, its owner or the ending
-// thread. Letting go of it therefore neither asks the thread to end nor waits: the owner stops it first. An object that
-// is not held so must not be destroyed before its thread has ended.
+// Stop gives up waiting after its time-out, so a thread can outlive it. Two things keep that safe. Every run has its
+// own exit flag, so that a following Start never takes back the request to end. And a run keeps the object alive: an
+// object held by a std::shared_ptr is destroyed by the last of its owner and the ending thread. Releasing it therefore
+// neither asks the thread to end nor waits: the owner stops it first. An object that is not held by a std::shared_ptr
+// must not be destroyed before its thread has ended.
 //
 // Start, Stop and the destructor belong to one owning thread at a time.
 class CAmporaThread : public std::enable_shared_from_this<CAmporaThread> {
 public:
     CAmporaThread();
-    // Stops a running thread with a wait of 100 ms.
+    // Stops a running thread, waiting at most 100 ms.
     virtual ~CAmporaThread();
     CAmporaThread(const CAmporaThread&) = delete;
     CAmporaThread& operator=(const CAmporaThread&) = delete;
 
-    // Starts the thread. FALSE, without a message, when it was started already, and when it cannot be created.
+    // Starts the thread. FALSE, without a message, when it is already started; FALSE when it cannot be created.
     virtual BOOL Start();
-    // Asks the thread to end, waits for it at most timeoutMs milliseconds and lets go of it in either case. Does
-    // nothing when there is none.
+    // Asks the thread to end, waits for it at most timeoutMs milliseconds and closes its handle in either case. Does
+    // nothing when no thread is started.
     virtual void Stop(DWORD timeoutMs);
     // The thread's work, on the thread. Polls IsExitSet. Exceptions end the thread silently.
     virtual void ThreadProc() = 0;
@@ -36,7 +36,7 @@ public:
     virtual void SetExit();
 
 protected:
-    // Whether the calling thread's run, or the latest one when a thread of another kind calls, has been asked to end.
+    // Whether the calling thread's run, or on another thread the latest run, has been asked to end.
     // Any thread.
     bool IsExitSet() const;
 
@@ -59,7 +59,7 @@ private:
         std::shared_ptr<Run> run;
     };
 
-    static thread_local const Run* t_run; // the calling thread's run; null on threads of other kinds
-    platform::ThreadPtr m_thread;         // null when no thread
+    static thread_local const Run* t_run; // the calling thread's run; null on other threads
+    platform::ThreadPtr m_thread;         // null when not started
     std::shared_ptr<Run> m_run;           // the latest run, never null
 };

@@ -17,8 +17,8 @@ constexpr std::int64_t kHalfDaySeconds = 43200;
 constexpr std::int64_t kDaySeconds = 86400;
 constexpr DWORD kFailedWaitPauseMs = 1000;
 
-// The kinds of data in the order of a pass. Usage covers whole days, of which only the pass's window is kept; a peak is
-// one record, which is kept as it is.
+// The kinds of data in the order of a pass. Usage covers whole days and is trimmed to the pass's window; a peak is one
+// record and is not.
 struct Kind {
     DWORD dataType;
     bool trim;
@@ -53,7 +53,7 @@ BOOL CAmporaUpdater::Start()
         scope.Tra(L"Already Started");
         return TRUE;
     }
-    // Every user's and every session's copy must be able to open them.
+    // The copies of all users and sessions must be able to open them.
     const platform::SecurityDescriptorPtr everybody = MakeNullDacl(scope);
     if (!everybody) {
         return FALSE;
@@ -118,7 +118,7 @@ void CAmporaUpdater::ThreadProc()
     } else {
         scope.Err(L"Timer Create Fail");
     }
-    // Without a first pass to count an interval from, today's base time comes first.
+    // Without a first pass there is no interval to count, so today's base time comes first.
     const bool armed = !initialResult && ArmBaseTimer(scope, timer);
     if (!IsExitSet()) {
         RunSchedule(scope, timer, armed, sites);
@@ -179,7 +179,7 @@ void CAmporaUpdater::RunSchedule(const CTraceLog& log, CWaitTableTimer& timer, b
                 log.Err(L"Next UpdateTimer Start Fail");
             }
         }
-        // Looked for anew each time: after a Stop that came between two waits there is nothing left to wait for.
+        // Read again each time: a Stop between two waits has closed the event.
         const DWORD result = platform::WaitForOne(Objects().event, INFINITE, TRUE);
         if (result == WAIT_IO_COMPLETION) {
             log.Tra(L"Update Timer Over");
@@ -223,7 +223,7 @@ CAmporaUpdater::Turn CAmporaUpdater::WaitForTurn(const NamedObjects& objects) co
     const platform::WaitHandle handles[] = {objects.mutex, objects.event};
     for (DWORD result = WAIT_TIMEOUT; result != WAIT_OBJECT_0;) {
         result = platform::WaitForAny(handles, INFINITE);
-        // After an abandoned one the mutex is owned, too, and the next wait acquires it again.
+        // An abandoned mutex is owned, too, and the next wait acquires it once more.
         if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED_0) {
             ++turn.acquisitions;
         }
@@ -248,7 +248,7 @@ BOOL CAmporaUpdater::Update(CAmporaSiteConfig* const* sites)
         turn = WaitForTurn(objects);
     }
     if (turn.exit) {
-        // A mutex acquired at this moment is left to be abandoned by the ending thread.
+        // A mutex acquired at this moment is abandoned when the thread ends.
         scope.Tra(L"Exit Signal.");
         return FALSE;
     }
@@ -302,7 +302,7 @@ void CAmporaUpdater::UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSit
                 }
                 site->OutData(kind.dataType, merged.get(), writeTime);
             }
-        } catch (...) { // NOLINT(bugprone-empty-catch): one kind's fault leaves the others as they are
+        } catch (...) { // NOLINT(bugprone-empty-catch): a failure costs one kind only
         }
     }
 }

@@ -10,8 +10,8 @@
 class CTraceLog;
 class CWaitTableTimer;
 
-// Start and Stop belong to the owning thread, the update operations to the worker thread. To be held by a
-// std::shared_ptr wherever the worker may outlive a Stop (AmporaThread.h).
+// The owning thread calls Start and Stop, the worker thread the update operations. Must be held by a std::shared_ptr
+// where the worker may outlive a Stop (AmporaThread.h).
 class CAmporaUpdater : public CAmporaThread {
 public:
     CAmporaUpdater();
@@ -23,20 +23,20 @@ public:
     // Asks the worker to end, wakes it, waits at most timeoutMs milliseconds and closes the named objects; a worker
     // that takes longer keeps its own references to them.
     void Stop(DWORD timeoutMs) override;
-    // The worker's procedure, until it is asked to end: one update pass at the first start in the life of this object,
-    // when updating is enabled; one at today's base time, when there is still one to come and that first pass was not
-    // made; then one an interval after the end of the one before. The named event, set by anybody, makes one at once.
+    // The worker's procedure. Until it is asked to end it makes update passes: one at the first start of this object,
+    // if updating is enabled; if that pass was not made, one at today's base time, if that is still ahead; then one an
+    // interval after the end of the previous one. Setting the named event starts a pass at once.
     // Throws COleException for a base time that does not exist.
     void ThreadProc() override;
 
-    // One pass over all sites. sites: ends with a null entry. Waits until no other copy's pass runs. TRUE when every
-    // site was handled, whatever came of it; FALSE when the exit flag stopped it.
+    // One pass over all sites. sites: ends with a null entry. Waits until no other copy makes a pass. TRUE when every
+    // site was handled, even if it failed; FALSE when the exit flag stopped the pass.
     virtual BOOL Update(CAmporaSiteConfig* const* sites);
     // Arms the timer for the next pass: the interval of the settings plus random minutes. timer: not null. Whether it
     // was armed.
     virtual BOOL SetIntervalUpdate(CWaitTableTimer* timer);
     // Fetches, analyzes and stores all kinds of data of one site for the days of start and end (local times). client:
-    // not null; site: null is refused. Never throws.
+    // not null; site: null is refused and traced. Never throws.
     virtual void UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSiteConfig* site, const SYSTEMTIME& start,
                                        const SYSTEMTIME& end);
 
@@ -55,21 +55,21 @@ private:
         int acquisitions = 0;
     };
     Turn WaitForTurn(const NamedObjects& objects) const;
-    // The records of all days of one kind in one list; null when no day gave any.
+    // The records of all days of one kind in one list; null when every day failed.
     std::unique_ptr<CAmporaDataCollection> FetchDays(const CTraceLog& log, CAmporaHttpClient& client,
                                                      CAmporaSiteConfig& site, DWORD dataType, const SYSTEMTIME& start,
                                                      const SYSTEMTIME& end) const;
     // The pass at the first start. Whether it was made and handled every site.
     BOOL RunInitialUpdate(const CTraceLog& log, CAmporaSiteConfig* const* sites);
-    // Arms the timer for today's base time, if that is still to come. Whether it was armed.
+    // Arms the timer for today's base time, if that is still ahead. Whether it was armed.
     bool ArmBaseTimer(const CTraceLog& log, CWaitTableTimer& timer);
-    // Waits for the timer or the event and makes the pass that is due, over and over, until told to end. armed: whether
+    // Waits for the timer or the event and makes the pass that is due, until asked to end. armed: whether
     // the timer is armed already.
     void RunSchedule(const CTraceLog& log, CWaitTableTimer& timer, bool armed, CAmporaSiteConfig* const* sites);
-    // A pass, unless updating is off. False when told to end.
+    // A pass, unless updating is off. False when asked to end.
     bool RunDueUpdate(const CTraceLog& log, CAmporaSiteConfig* const* sites);
 
-    mutable platform::CCriticalSection m_objectsLock; // guards m_objects, held for moments only
+    mutable platform::CCriticalSection m_objectsLock; // guards m_objects; never held during a wait
     NamedObjects m_objects;
     CAmporaHttpClient m_httpClient;
     CRandomRule m_random;

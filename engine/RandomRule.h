@@ -1,4 +1,4 @@
-// The program's one random rule: minutes drawn between two bounds.
+// Random minutes between two bounds.
 #pragma once
 
 #include "platform/CriticalSection.h"
@@ -26,13 +26,13 @@ private:
 // when both are equal, and a negative bound only by a draw of 0.
 LONG RandomMinutes(int draw, LONG minimum, LONG maximum);
 
-// Draws minutes. A process has one, as it has one updater.
+// Draws minutes. Each updater has one, and a process has one updater.
 class CRandomRule {
 public:
     // minimum, maximum: as for RandomMinutes. The first call seeds the generator with the current time. Any thread.
     LONG Draw(LONG minimum, LONG maximum);
 
 private:
-    platform::CCriticalSection m_lock; // a worker that outlives its Stop may draw beside the next one
+    platform::CCriticalSection m_lock; // a worker that outlives its Stop may draw at the same time as the next one
     std::optional<CRandomGenerator> m_generator;
 };

@@ -4,7 +4,7 @@
 
 #include "platform/Types.h"
 
-// Whether today's base update is still to come. hour: of the local time now, -1 when it is not known; fixedClock: the
+// Whether today's base update is still ahead. hour: of the local time now, -1 when it is not known; fixedClock: the
 // hour of the base update as the settings have it, any number.
 bool IsBeforeBaseTime(int hour, LONG fixedClock);
 
@@ -12,7 +12,7 @@ bool IsBeforeBaseTime(int hour, LONG fixedClock);
 // is no hour of a day gives hour 24, which TimeFromCalendar refuses.
 SYSTEMTIME BaseTime(const SYSTEMTIME& day, LONG fixedClock);
 
-// The time value these minutes after another one; negative minutes lead back.
+// The time value these minutes after another one; negative minutes go back.
 std::int64_t DelayedTime(std::int64_t time, LONG minutes);
 
 // The relative due time, in negative 100-nanosecond units, of the pass after an interval with a random addition. Zero

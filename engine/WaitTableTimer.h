@@ -8,24 +8,24 @@
 class CWaitTableTimer {
 public:
     CWaitTableTimer();
-    // Closes.
+    // Closes the timer.
     virtual ~CWaitTableTimer();
     CWaitTableTimer(const CWaitTableTimer&) = delete;
     CWaitTableTimer& operator=(const CWaitTableTimer&) = delete;
 
-    // Runs when the timer falls due; does nothing, for subclasses to use. The time that both halves make up is not
-    // reliable for relative due times.
+    // Runs when the timer is due; does nothing here, subclasses may use it. The parameters are the two halves of the
+    // due time, which is not reliable for relative due times.
     virtual void OnTimerEvent(DWORD timerLowValue, DWORD timerHighValue);
 
-    // Makes the timer, closing an earlier one first. Whether there is one now.
+    // Creates the timer, closing an earlier one first. Whether that succeeded.
     BOOL Create();
     // Arms it once, replacing an earlier due time. *dueTime: negative: relative, in 100-nanosecond units; positive:
-    // absolute UTC on the FILETIME scale, past: due at once. Does not wake a suspended machine. FALSE on failure, also
-    // before Create.
+    // absolute UTC on the FILETIME scale; in the past: due at once. Does not wake a suspended machine. FALSE on
+    // failure, also before Create.
     BOOL Start(const LARGE_INTEGER* dueTime);
     // Disarms it. Always TRUE, also before Create.
     BOOL Cancel();
-    // Cancels and lets go of the timer. Does nothing before Create.
+    // Cancels and closes the timer. Does nothing before Create.
     void Close();
 
 protected:
@@ -34,5 +34,5 @@ protected:
 
 private:
     platform::CCriticalSection m_lock; // guards m_timer
-    platform::TimerPtr m_timer;        // null when none
+    platform::TimerPtr m_timer;        // null until Create
 };

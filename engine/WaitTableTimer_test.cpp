@@ -46,7 +46,7 @@ protected:
     CWaitTableTimer m_timer; // not created yet
 };
 
-// Its timer is created, and the trace starts anew after that.
+// Its timer is created; the trace is cleared after that.
 class CreatedWaitTableTimer : public WaitTableTimer {
 protected:
     CreatedWaitTableTimer()
