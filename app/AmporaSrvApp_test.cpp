@@ -132,7 +132,7 @@ TEST_F(AmporaSrvApp, FailingMutexDoesNotPreventTheStart)
     EXPECT_THAT(Messages(), Not(Contains(kMutexClosed)));
 }
 
-TEST_F(AmporaSrvApp, DialogIsMadeOnceOfTemplate102AndTheRegisteredClass)
+TEST_F(AmporaSrvApp, DialogUsesTemplate102)
 {
     Start();
     EXPECT_EQ(m_machine.WindowOf(L"Ampora")->templateNumber, 102);

@@ -100,7 +100,7 @@ TEST_F(AmporaSrvDlg, WithoutSessionNoticesTheProgramRunsAllTheSame)
     EXPECT_TRUE(m_machine.NamedObjectExists(kUpdateEventName));
 }
 
-TEST_F(AmporaSrvDlg, SuspendStopsAndResumeStartsWithoutAnImmediateUpdate)
+TEST_F(AmporaSrvDlg, SuspendStopsAndResumeStarts)
 {
     Put(L"Enable", 1);
     Start();

@@ -80,7 +80,7 @@ TEST_F(Dialog, ModalDialogWithoutWindowFails)
     EXPECT_THAT(m_dialog.messages, IsEmpty());
 }
 
-TEST_F(Dialog, ExceptionOfAHandlerLeavesTheMessageToDefaultProcessing)
+TEST_F(Dialog, AnExceptionIsFollowedByDefaultProcessing)
 {
     m_dialog.handle = [this](UINT message) {
         if (message == WM_INITDIALOG) {

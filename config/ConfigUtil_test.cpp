@@ -84,14 +84,14 @@ TEST_F(ConfigUtil, EveryValueIsReadFromTheMachineHive)
     EXPECT_TRUE(m_machine.DebugLines().empty());
 }
 
-TEST_F(ConfigUtil, GlobalEnableOfThePerUserHiveCountsForNothing)
+TEST_F(ConfigUtil, PerUserEnableIsIgnored)
 {
     m_machine.PutDword(Hive::kPerUser, kMain, L"Enable", 1);
     EXPECT_FALSE(CConfigUtil::IsUpdateEnable());
     EXPECT_EQ(m_machine.CallCount(Call::kQuerySettingsValue), 1U); // the per-user hive is not even asked
 }
 
-TEST_F(ConfigUtil, GlobalEnableOfThePerUserHiveCannotSwitchUpdatesOff)
+TEST_F(ConfigUtil, PerUserEnableCannotSwitchUpdatesOff)
 {
     m_machine.PutDword(Hive::kPerUser, kMain, L"Enable", 0);
     m_machine.PutDword(Hive::kMachine, kMain, L"Enable", 7);
@@ -105,7 +105,7 @@ TEST_F(ConfigUtil, PerUserLogLevelWinsEvenWhenItIsZero)
     EXPECT_EQ(CConfigUtil::GetLogLevel(), 0U);
 }
 
-TEST_F(ConfigUtil, ALogLevelOfAnotherTypeLetsTheMachineHiveDecide)
+TEST_F(ConfigUtil, ALogLevelOfAnotherTypeIsSkipped)
 {
     m_machine.PutText(Hive::kPerUser, kMain, L"LogLevel", L"27");
     m_machine.PutDword(Hive::kMachine, kMain, L"LogLevel", 3);
@@ -142,7 +142,7 @@ TEST_F(ConfigUtil, AllThirtyTwoBitsOfTheMaskArrive)
     EXPECT_EQ(CConfigUtil::GetLogLevel(), 0xFEDCBA98U);
 }
 
-TEST_F(ConfigUtil, SiteEnableOfThePerUserHiveOverridesTheMachineHive)
+TEST_F(ConfigUtil, PerUserSiteEnableWins)
 {
     m_machine.PutDword(Hive::kMachine, kTokyo, L"Enable", 0);
     EXPECT_FALSE(CConfigUtil::IsSiteEnable(3));
@@ -187,7 +187,7 @@ TEST_F(ConfigUtil, IntervalBoundsComeAsStoredEvenWhenReversed)
     EXPECT_EQ(Interval(), (ThreeNumbers{30, 20, -20}));
 }
 
-TEST_F(ConfigUtil, TheThreeValuesOfAnIntervalMayComeFromDifferentHives)
+TEST_F(ConfigUtil, IntervalValuesMayComeFromDifferentHives)
 {
     m_machine.PutDword(Hive::kPerUser, kMain, L"Interval", 10);
     m_machine.PutDword(Hive::kMachine, kMain, L"Interval", 60);
@@ -195,7 +195,7 @@ TEST_F(ConfigUtil, TheThreeValuesOfAnIntervalMayComeFromDifferentHives)
     EXPECT_EQ(Interval(), (ThreeNumbers{10, 1, 15}));
 }
 
-TEST_F(ConfigUtil, TheThreeValuesOfTheFixedClockMayComeFromDifferentHives)
+TEST_F(ConfigUtil, FixedClockValuesMayComeFromDifferentHives)
 {
     m_machine.PutDword(Hive::kMachine, kMain, L"FixedClock", 25); // not checked
     m_machine.PutDword(Hive::kPerUser, kMain, L"FixedClockMax", 45);
@@ -203,7 +203,7 @@ TEST_F(ConfigUtil, TheThreeValuesOfTheFixedClockMayComeFromDifferentHives)
     EXPECT_EQ(FixedClock(), (ThreeNumbers{25, 0, 45}));
 }
 
-TEST_F(ConfigUtil, AnUnreadablePerUserHiveLetsTheMachineHiveDecide)
+TEST_F(ConfigUtil, AnUnreadablePerUserHiveIsSkipped)
 {
     m_machine.PutDword(Hive::kPerUser, kMain, L"LogLevel", 1);
     m_machine.PutDword(Hive::kMachine, kMain, L"LogLevel", 2);

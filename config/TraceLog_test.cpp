@@ -223,7 +223,7 @@ TEST_F(TraceLog, ADisabledLevelNeitherFormatsNorAllocates)
     EXPECT_EQ(m_machine.CallCount(Call::kOutputDebugText), 0U);
 }
 
-TEST_F(TraceLog, AChangedSettingChangesNothingWhileTheProgramRuns)
+TEST_F(TraceLog, AChangedLogLevelHasNoEffectUntilTheNextStart)
 {
     constexpr wchar_t kMain[] = L"Software\\Halvex\\AmporaSrv";
     m_machine.PutDword(platform::Hive::kMachine, kMain, L"LogLevel", 1);

@@ -320,7 +320,7 @@ TEST_F(GSXMLAnalyzer, AReportThatCannotBeReadGivesNull)
 
 // The walk over the children
 
-TEST_F(GSXMLAnalyzer, UnknownChildrenAreWarnedAboutAndGiveAnEmptyList)
+TEST_F(GSXMLAnalyzer, UnknownChildrenAreWarnings)
 {
     EXPECT_THAT(RecordsOf(Report("<weather/><!-- c --><Instant_Usage/>text<usage/>")), IsEmpty());
     EXPECT_THAT(AnalyzerMessages(), ElementsAre(Line("WAR", "AnalyzeData", "Unknown Tag.(weather)"),
@@ -604,7 +604,7 @@ TEST_F(GSXMLAnalyzer, AnalyzeUsageTagRefusesNullAndOtherElements)
     EXPECT_EQ(value, 4712U);
 }
 
-TEST_F(GSXMLAnalyzer, AnalyzeUsageTagKeepsTheCallersNumbersWhenTheTextsAreNone)
+TEST_F(GSXMLAnalyzer, AnalyzeUsageTagKeepsUnreadNumbers)
 {
     SYSTEMTIME start{};
     DWORD duration = 4711;
@@ -661,7 +661,7 @@ TEST_F(GSXMLAnalyzer, AnInvalidDateTimeBecomesTheFirstDayOf1601)
     }
 }
 
-TEST_F(GSXMLAnalyzer, AStartThatCannotBeConvertedLeavesTheAnalysisAsException)
+TEST_F(GSXMLAnalyzer, AStartThatCannotBeConvertedThrows)
 {
     for (const char* datetime : {"1950-01-01T00:00:00", "1970-01-01T08:59:59", "3001-02-01T00:00:00"}) {
         const std::string xml = UsageReport(1, {{}, {datetime, "300", "1"}, {}});
@@ -680,7 +680,7 @@ TEST_F(GSXMLAnalyzer, APeakMayLieBefore1970)
                 ElementsAre("1 1950-01-01(0) 00:00:00.000 to 9999-12-31(5) 23:59:59.000"));
 }
 
-TEST_F(GSXMLAnalyzer, GetAttribueKeepsTheFieldsThatTheTextDoesNotReach)
+TEST_F(GSXMLAnalyzer, GetAttribueKeepsFieldsThatAreNotRead)
 {
     const DomAttributeMapPtr attributes =
         m_analyzer.GetNodeAttributes(FirstChild("<r><a at='2013-08' none='x' bad='2013-13'/></r>"));
@@ -694,7 +694,7 @@ TEST_F(GSXMLAnalyzer, GetAttribueKeepsTheFieldsThatTheTextDoesNotReach)
     EXPECT_EQ(CalendarText(time), "1601-01-01(1) 00:00:00.000");
 }
 
-TEST_F(GSXMLAnalyzer, GetAttribueOfAMissingAttributeLeavesTheTimeAlone)
+TEST_F(GSXMLAnalyzer, GetAttribueWithoutAttributeKeepsTheTime)
 {
     const DomAttributeMapPtr attributes = m_analyzer.GetNodeAttributes(FirstChild("<r><a/></r>"));
     m_machine.ClearDebugLines();
@@ -706,7 +706,7 @@ TEST_F(GSXMLAnalyzer, GetAttribueOfAMissingAttributeLeavesTheTimeAlone)
                             Line("ERR", "GetAttribue", "Node Value Get Fail.")));
 }
 
-TEST_F(GSXMLAnalyzer, ATimeThatTheSystemCannotConvertBecomesTheFirstDayOf1601)
+TEST_F(GSXMLAnalyzer, AFailingConversionGivesTheFirstDayOf1601)
 {
     m_machine.FailCall(Call::kCalendarToFileTime, 1, ERROR_INVALID_PARAMETER);
     EXPECT_EQ(RecordOf({}), "4000 1601-01-01(1) 00:00:00.000 to 1970-01-01(4) 09:05:00.000");
@@ -860,7 +860,7 @@ TEST_F(GSXMLAnalyzer, ReportsInManyAlphabetsAreRead)
 }
 
 // A walk that started again for each child would exceed the test's time limit.
-TEST_F(GSXMLAnalyzer, AHugeReportIsReadWithAFixedNumberOfCallsPerUsage)
+TEST_F(GSXMLAnalyzer, AHugeReportIsReadInLinearTime)
 {
     constexpr unsigned kCount = 280'000;
     const CString xml = platform::DecodeUtf8(UsageReport(1, UsagesOfDay("2012-07-02", kCount, 300)));

@@ -119,7 +119,7 @@ TEST_F(XMLParser, AnElementOutlivesTheParserThatLoadedIt)
     EXPECT_EQ(m_parser.GetTagValue(child), L"text");
 }
 
-TEST_F(XMLParser, LoadingAnotherDocumentLeavesEarlierHandlesAlone)
+TEST_F(XMLParser, EarlierHandlesOutliveAnotherLoad)
 {
     const Parts first = Read("<first/>");
     Read("<second/>");

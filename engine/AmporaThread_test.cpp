@@ -246,7 +246,7 @@ TEST_F(AmporaThread, DestructionWithoutThreadStopsNothing)
                                           TraceLine{"TRA", "CAmporaThread::~CAmporaThread", "Leave"}));
 }
 
-TEST_F(AmporaThread, ExceptionEndsTheThreadAndLeavesTheApartmentOpen)
+TEST_F(AmporaThread, ExceptionLeavesTheApartmentOpen)
 {
     WorkThread thread([](WorkThread&) { throw std::runtime_error("work fails"); });
     ASSERT_TRUE(thread.Start());

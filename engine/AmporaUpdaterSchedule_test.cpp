@@ -83,7 +83,7 @@ TEST_F(UpdaterSchedule, AfterTheFirstPassTheIntervalFollows)
     EXPECT_EQ(Requests(), 2 * kRequestsOfAPass);
 }
 
-TEST_F(UpdaterSchedule, TheIntervalRunsFromTheEndOfAPassToTheStartOfTheNext)
+TEST_F(UpdaterSchedule, TheIntervalStartsAtTheEndOfAPass)
 {
     std::vector<std::int64_t> times;
     m_machine.SetHttpHandler([&](const HttpExchange&) {
@@ -262,7 +262,7 @@ TEST_F(UpdaterSchedule, TheBaseTimeFollowsTheWallClock)
     EXPECT_THAT(ScheduleLines(), Contains(Thread("Update Timer Over")));
 }
 
-TEST_F(UpdaterSchedule, ABaseHourAbove23EndsTheWorkerWhileTheHourIsBelow)
+TEST_F(UpdaterSchedule, ABaseHourAbove23EndsTheWorker)
 {
     Put(L"FixedClock", 24);
     Start();
@@ -284,7 +284,7 @@ TEST_F(UpdaterSchedule, AnUnknownLocalTimeEndsTheWorker)
     m_machine.ClearFaults();
 }
 
-TEST_F(UpdaterSchedule, ABaseTimeThatCannotBeArmedGivesWayToTheInterval)
+TEST_F(UpdaterSchedule, WithoutBaseTimerTheIntervalFollows)
 {
     SetClock(3);
     Put(L"FixedClockMax", 0);
@@ -310,7 +310,7 @@ TEST_F(UpdaterSchedule, ALaterStartArmsTheIntervalStraightAway)
 
 // --- The event ------------------------------------------------------------------------------------------------------
 
-TEST_F(UpdaterSchedule, AManualTriggerMakesAPassAtOnceAndRestartsTheInterval)
+TEST_F(UpdaterSchedule, ARequestMakesAPassAndRestartsTheInterval)
 {
     StartEnabled();
     m_machine.RunFor(20 * kMinuteMs);
@@ -326,7 +326,7 @@ TEST_F(UpdaterSchedule, AManualTriggerMakesAPassAtOnceAndRestartsTheInterval)
     EXPECT_EQ(Requests(), 3 * kRequestsOfAPass);
 }
 
-TEST_F(UpdaterSchedule, AManualTriggerWhileUpdatingIsOffIsSkipped)
+TEST_F(UpdaterSchedule, ARequestWhileUpdatingIsOffIsSkipped)
 {
     Start();
     ScheduleLines();
@@ -336,7 +336,7 @@ TEST_F(UpdaterSchedule, AManualTriggerWhileUpdatingIsOffIsSkipped)
         Lines({kTimerClosed, {Thread("Exit Signal or Manual Update"), Thread("Update Flag OFF")}, kIntervalArmed}));
 }
 
-TEST_F(UpdaterSchedule, AManualTriggerDuringAPassMakesAnotherPassAfterIt)
+TEST_F(UpdaterSchedule, ARequestDuringAPassMakesAnotherPass)
 {
     bool triggered = false;
     m_machine.SetHttpHandler([&](const HttpExchange&) {

@@ -276,7 +276,7 @@ TEST_F(UpdaterMutex, MutexAcquiredDuringExitIsAbandoned)
     m_machine.RunUntilIdle();
     EXPECT_THAT(m_running.results, ElementsAre(FALSE));
     EXPECT_EQ(CountTrace("TRA", kUpdateName, "Exit Signal."), 1);
-    // The next to wait is told that it was abandoned.
+    // The next wait reports that it was abandoned.
     EXPECT_EQ(NextWait(), WAIT_ABANDONED_0);
 }
 
@@ -400,7 +400,7 @@ TEST_F(AmporaUpdater, PassTrimsUsageToTwelveHoursOnEitherSide)
     EXPECT_EQ(CountTrace("TRA", "CAmporaDataCollection::AdjustData", "Out of Range. Remove Item"), 6);
 }
 
-TEST_F(AmporaUpdater, DaysAreMergedInOrderAndWrittenOnceWithTheClockOfTheMoment)
+TEST_F(AmporaUpdater, DaysAreMergedAndWrittenOnce)
 {
     m_machine.SetHttpHandler([](const HttpExchange&) { return HttpAnswer{.body = "report", .latencyMs = 1000}; });
     UpdateOne(&m_site);
@@ -431,7 +431,7 @@ TEST_F(AmporaUpdater, FailedDownloadOfTheFirstDayLeavesTheSecond)
     EXPECT_EQ(m_site.written[0].records[0].ullValue, 3U);
 }
 
-TEST_F(AmporaUpdater, FailedDownloadsOfBothDaysWriteNothingOfThatKind)
+TEST_F(AmporaUpdater, FailedDownloadsOfBothDaysWriteNothing)
 {
     m_machine.FailCall(Call::kSendHttpRequest, 1, 12029);
     m_machine.FailCall(Call::kSendHttpRequest, 2, 12029);
@@ -479,7 +479,7 @@ TEST_F(AmporaUpdater, EachDownloadStartsWithAnEmptyBody)
     EXPECT_THAT(bodies, ::testing::Each(CString(L"report")));
 }
 
-TEST_F(AmporaUpdater, ExitSeenAfterADownloadIsTracedTwiceAndNothingWritten)
+TEST_F(AmporaUpdater, ExitAfterADownloadIsTracedTwice)
 {
     m_machine.SetHttpHandler([this](const HttpExchange&) {
         m_updater.SetExit();
@@ -491,7 +491,7 @@ TEST_F(AmporaUpdater, ExitSeenAfterADownloadIsTracedTwiceAndNothingWritten)
     EXPECT_THAT(m_machine.HttpExchanges(), SizeIs(1));
 }
 
-TEST_F(AmporaUpdater, ExitSeenAfterTheDaysIsTracedOnceAndTheKindNotWritten)
+TEST_F(AmporaUpdater, ExitAfterTheDaysIsTracedOnce)
 {
     m_site.analyze = [&](DWORD, const CString&, DWORD) {
         m_updater.SetExit();
@@ -502,7 +502,7 @@ TEST_F(AmporaUpdater, ExitSeenAfterTheDaysIsTracedOnceAndTheKindNotWritten)
     EXPECT_THAT(m_site.written, IsEmpty());
 }
 
-TEST_F(AmporaUpdater, ExitSeenBeforeAKindStopsSilently)
+TEST_F(AmporaUpdater, ExitBeforeAKindStopsSilently)
 {
     m_site.out = [this](DWORD) { m_updater.SetExit(); };
     UpdateOne(&m_site);
@@ -510,7 +510,7 @@ TEST_F(AmporaUpdater, ExitSeenBeforeAKindStopsSilently)
     EXPECT_EQ(CountTrace("TRA", kUpdateOneName, "Exit Flag on"), 0);
 }
 
-TEST_F(AmporaUpdater, ExceptionOfOneKindLeavesTheOthers)
+TEST_F(AmporaUpdater, ExceptionCostsOneKind)
 {
     m_site.out = [](DWORD dataType) {
         if (dataType == kActualUsage) {
@@ -522,7 +522,7 @@ TEST_F(AmporaUpdater, ExceptionOfOneKindLeavesTheOthers)
     EXPECT_TRUE(TraceScopesBalance(TraceLines()));
 }
 
-TEST_F(AmporaUpdater, ExceptionOfPreparingARequestLeavesTheOtherKinds)
+TEST_F(AmporaUpdater, FailedRequestCostsOneKind)
 {
     m_machine.FailCall(Call::kOpenHttpRequestThrows, 1, 12005);
     UpdateOne(&m_site);
@@ -667,7 +667,7 @@ TEST_F(AmporaUpdater, InitialPassRunsAtTheFirstStartOnly)
     EXPECT_THAT(m_machine.HttpExchanges(), SizeIs(kRequestsOfAPass));
 }
 
-TEST_F(AmporaUpdater, DefaultPassAsksTheCompaniesInOrderOverOneConnection)
+TEST_F(AmporaUpdater, DefaultPassUsesOneConnection)
 {
     StartEnabled();
     m_updater.Stop(1000);
@@ -743,7 +743,7 @@ TEST_F(AmporaUpdater, StopDuringADownloadLeavesTheWorkerToEndByItself)
     EXPECT_EQ(CountTrace("TRA", kUpdateOneName, "Exit Flag on"), 2);
 }
 
-TEST_F(AmporaUpdater, RestartDuringAnOldDownloadWaitsForTheOldPassToEnd)
+TEST_F(AmporaUpdater, ARestartedWorkerWaitsForTheOldPass)
 {
     Put(L"Enable", 1);
     int running = 0;
@@ -765,7 +765,7 @@ TEST_F(AmporaUpdater, RestartDuringAnOldDownloadWaitsForTheOldPassToEnd)
     m_machine.RunFor(20000);
 }
 
-TEST_F(AmporaUpdater, ConstructionAndDestructionAreTracedFromTheBaseOutAndBack)
+TEST_F(AmporaUpdater, ConstructionAndDestructionAreTraced)
 {
     m_machine.ClearDebugLines();
     {

@@ -62,7 +62,7 @@ TEST(RandomRule, WidestBoundsDoNotOverflow)
     EXPECT_GT(RandomMinutes(32767, kLowest, kHighest), 2147000000);
 }
 
-TEST(RandomRule, GeneratorIsSeededWithTheTimeOfTheFirstDrawAndNeverAgain)
+TEST(RandomRule, GeneratorIsSeededOnceWithTheTime)
 {
     // Between these bounds the minutes are the number drawn.
     constexpr LONG kMinimum = 0;

@@ -11,7 +11,7 @@ using testing_support::CalendarText;
 constexpr LONGLONG kSecond = 10'000'000; // of the FILETIME scale
 constexpr LONGLONG kMinute = 60 * kSecond;
 
-TEST(Schedule, BaseTimeIsStillToComeBeforeItsHourOnly)
+TEST(Schedule, BaseTimeIsAheadBeforeItsHourOnly)
 {
     EXPECT_TRUE(IsBeforeBaseTime(0, 9));
     EXPECT_TRUE(IsBeforeBaseTime(8, 9));
@@ -22,7 +22,7 @@ TEST(Schedule, BaseTimeIsStillToComeBeforeItsHourOnly)
     EXPECT_FALSE(IsBeforeBaseTime(23, 23));
 }
 
-TEST(Schedule, AnHourBeyondTheDayIsAlwaysStillToComeAndANegativeOneNever)
+TEST(Schedule, AnHourOutsideTheDayIsComparedAsItIs)
 {
     EXPECT_TRUE(IsBeforeBaseTime(23, 24));
     EXPECT_TRUE(IsBeforeBaseTime(23, 0x7FFFFFFF));
