@@ -61,6 +61,13 @@ protected:
     AmporaThread() { g_dwLogLevel = kTraceErr | kTraceWar | kTraceTra | kTraceScope; }
     ~AmporaThread() override { g_dwLogLevel = 0; }
 
+    // Starts a thread and lets it run until it waits.
+    void Start(CAmporaThread& thread)
+    {
+        ASSERT_TRUE(thread.Start());
+        m_machine.RunUntilIdle();
+    }
+
     platform::sim::CMachine m_machine;
 };
 
@@ -76,8 +83,7 @@ TEST_F(AmporaThread, StartRunsTheProcedureInsideAnApartment)
 {
     int balance = 0;
     WorkThread thread([&](WorkThread&) { balance = m_machine.ApartmentBalance(); });
-    EXPECT_TRUE(thread.Start());
-    m_machine.RunUntilIdle();
+    Start(thread);
     EXPECT_EQ(thread.Runs(), 1);
     EXPECT_EQ(balance, 1);
     EXPECT_EQ(m_machine.ApartmentBalance(), 0);
@@ -87,8 +93,7 @@ TEST_F(AmporaThread, StartRunsTheProcedureInsideAnApartment)
 TEST_F(AmporaThread, SecondStartReturnsFalseSilently)
 {
     WorkThread thread(WorkUntilExit);
-    ASSERT_TRUE(thread.Start());
-    m_machine.RunUntilIdle();
+    Start(thread);
     EXPECT_FALSE(thread.Start());
     EXPECT_THAT(TraceMessages(), IsEmpty());
     EXPECT_EQ(m_machine.CallCount(Call::kStartThread), 1U);
@@ -101,8 +106,7 @@ TEST_F(AmporaThread, FailedCreationIsTracedAndStartMayBeTriedAgain)
     WorkThread thread([](WorkThread&) {});
     EXPECT_FALSE(thread.Start());
     EXPECT_THAT(TraceMessages(), ElementsAre(TraceLine{"ERR", "CAmporaThread::Start", "Thread Create Fail"}));
-    EXPECT_TRUE(thread.Start());
-    m_machine.RunUntilIdle();
+    Start(thread);
     EXPECT_EQ(thread.Runs(), 1);
     thread.Stop(100);
 }
@@ -133,8 +137,7 @@ TEST_F(AmporaThread, StopGivesUpAfterItsTimeoutAndTheThreadGoesOn)
         Sleep(5000);
         ended = true;
     });
-    ASSERT_TRUE(thread.Start());
-    m_machine.RunUntilIdle();
+    Start(thread);
     thread.Stop(100);
     EXPECT_EQ(m_machine.ElapsedMs(), 100);
     EXPECT_FALSE(ended);
@@ -150,8 +153,7 @@ TEST_F(AmporaThread, StopReleasesTheLockWhileItWaits)
         const CAutoLock lock(&self.m_lock);
         locked = true;
     });
-    ASSERT_TRUE(thread.Start());
-    m_machine.RunUntilIdle();
+    Start(thread);
     thread.Stop(INFINITE);
     EXPECT_TRUE(locked);
 }
@@ -178,8 +180,7 @@ TEST_F(AmporaThread, EachRunHasItsOwnExitFlag)
         Sleep(5000);
         exitSeen.push_back(self.IsExitSet());
     });
-    ASSERT_TRUE(thread.Start());
-    m_machine.RunUntilIdle();
+    Start(thread);
     thread.Stop(100);
     ASSERT_TRUE(thread.Start());
     m_machine.RunFor(10000);
@@ -194,8 +195,7 @@ TEST_F(AmporaThread, ARunKeepsASharedObjectAlive)
         EXPECT_TRUE(self.IsExitSet());
     });
     const std::weak_ptr<WorkThread> watch = thread;
-    ASSERT_TRUE(thread->Start());
-    m_machine.RunUntilIdle();
+    Start(*thread);
     thread->Stop(100);
     thread.reset();
     EXPECT_FALSE(watch.expired());
@@ -207,8 +207,7 @@ TEST_F(AmporaThread, DestructionStopsARunningThreadWithin100Ms)
 {
     {
         WorkThread thread(WorkUntilExit);
-        ASSERT_TRUE(thread.Start());
-        m_machine.RunUntilIdle();
+        Start(thread);
         m_machine.ClearDebugLines();
     }
     EXPECT_LE(m_machine.ElapsedMs(), 100);
@@ -226,8 +225,7 @@ TEST_F(AmporaThread, DestructionGivesUpAfter100Ms)
 {
     {
         DeafThread thread;
-        ASSERT_TRUE(thread.Start());
-        m_machine.RunUntilIdle();
+        Start(thread);
     }
     EXPECT_EQ(m_machine.ElapsedMs(), 100);
     EXPECT_EQ(CountTrace("TRA", "CAmporaThread::_CallThreadProc", "Leave"), 0);
@@ -249,8 +247,7 @@ TEST_F(AmporaThread, DestructionWithoutThreadStopsNothing)
 TEST_F(AmporaThread, ExceptionLeavesTheApartmentOpen)
 {
     WorkThread thread([](WorkThread&) { throw std::runtime_error("work fails"); });
-    ASSERT_TRUE(thread.Start());
-    m_machine.RunUntilIdle();
+    Start(thread);
     EXPECT_EQ(m_machine.ApartmentBalance(), 1);
     thread.Stop(100);
     EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));

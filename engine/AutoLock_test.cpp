@@ -14,69 +14,69 @@ using platform::CCriticalSection;
 
 static_assert(std::has_virtual_destructor_v<CAutoLock>);
 
-struct Probe {
-    CCriticalSection* section;
-    bool entered = false;
+class AutoLock : public testing::Test {
+protected:
+    // Starts another thread that enters the section and notes that it could. Whether it is in by the time it waits.
+    bool CanOtherThreadEnter()
+    {
+        m_thread = platform::StartThread(&EnterSection, this);
+        m_machine.RunUntilIdle();
+        return m_entered;
+    }
+    // Waits until that thread has entered.
+    void ExpectOtherThreadEnters()
+    {
+        EXPECT_EQ(platform::WaitForThread(m_thread, INFINITE), WAIT_OBJECT_0);
+        EXPECT_TRUE(m_entered);
+    }
+
+    platform::sim::CMachine m_machine;
+    CCriticalSection m_section;
+
+private:
+    static DWORD EnterSection(void* argument)
+    {
+        auto* test = static_cast<AutoLock*>(argument);
+        const CAutoLock lock(&test->m_section);
+        test->m_entered = true;
+        return 0;
+    }
+
+    platform::ThreadPtr m_thread;
+    bool m_entered = false;
 };
 
-// Enters the section on another thread and notes that it could.
-DWORD EnterSection(void* argument)
+TEST_F(AutoLock, KeepsOtherThreadsOutUntilDestroyed)
 {
-    auto* probe = static_cast<Probe*>(argument);
-    const CAutoLock lock(probe->section);
-    probe->entered = true;
-    return 0;
-}
-
-TEST(AutoLock, KeepsOtherThreadsOutUntilDestroyed)
-{
-    platform::sim::CMachine machine;
-    CCriticalSection section;
-    Probe probe{&section};
-    platform::ThreadPtr thread;
     {
-        const CAutoLock lock(&section);
-        thread = platform::StartThread(&EnterSection, &probe);
-        machine.RunUntilIdle();
-        EXPECT_FALSE(probe.entered);
+        const CAutoLock lock(&m_section);
+        EXPECT_FALSE(CanOtherThreadEnter());
     }
-    EXPECT_EQ(platform::WaitForThread(thread, INFINITE), WAIT_OBJECT_0);
-    EXPECT_TRUE(probe.entered);
+    ExpectOtherThreadEnters();
 }
 
-TEST(AutoLock, LeavesWhenAnExceptionPasses)
+TEST_F(AutoLock, LeavesWhenAnExceptionPasses)
 {
-    platform::sim::CMachine machine;
-    CCriticalSection section;
     EXPECT_THROW(
         {
-            const CAutoLock lock(&section);
+            const CAutoLock lock(&m_section);
             throw std::runtime_error("passes");
         },
         std::runtime_error);
-    Probe probe{&section};
-    const platform::ThreadPtr thread = platform::StartThread(&EnterSection, &probe);
-    EXPECT_EQ(platform::WaitForThread(thread, INFINITE), WAIT_OBJECT_0);
-    EXPECT_TRUE(probe.entered);
+    EXPECT_TRUE(CanOtherThreadEnter());
+    ExpectOtherThreadEnters();
 }
 
-TEST(AutoLock, NestsOnOneThread)
+TEST_F(AutoLock, NestsOnOneThread)
 {
-    platform::sim::CMachine machine;
-    CCriticalSection section;
-    Probe probe{&section};
-    platform::ThreadPtr thread;
     {
-        const CAutoLock outer(&section);
+        const CAutoLock outer(&m_section);
         {
-            const CAutoLock inner(&section);
+            const CAutoLock inner(&m_section);
         }
-        thread = platform::StartThread(&EnterSection, &probe);
-        machine.RunUntilIdle();
-        EXPECT_FALSE(probe.entered);
+        EXPECT_FALSE(CanOtherThreadEnter());
     }
-    platform::WaitForThread(thread, INFINITE);
-    EXPECT_TRUE(probe.entered);
+    ExpectOtherThreadEnters();
 }
 
 } // namespace
