@@ -25,7 +25,6 @@ using testing_support::CalendarText;
 using testing_support::ElementXml;
 using testing_support::NamedReport;
 using testing_support::PeakReport;
-using testing_support::PeakRow;
 using testing_support::PeakXml;
 using testing_support::Report;
 using testing_support::SlotOf;

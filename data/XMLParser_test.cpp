@@ -310,6 +310,7 @@ TEST_F(XMLParser, ChildrenComeInDocumentOrder)
     const DomNodeListPtr list = Read("<r> <b/> <!-- c --> <a/>text<?pi x?></r>").list;
     EXPECT_EQ(m_parser.GetChildCount(list), 5);
     std::vector<CString> names;
+    names.reserve(5);
     for (LONG i = 0; i < 5; ++i) {
         names.push_back(m_parser.GetTagName(m_parser.GetNode(list, i)));
     }

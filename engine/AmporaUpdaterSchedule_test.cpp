@@ -10,7 +10,6 @@ namespace {
 using namespace testing_support;
 using platform::sim::Call;
 using ::testing::Contains;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 
