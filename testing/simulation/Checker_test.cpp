@@ -341,12 +341,7 @@ const FaultyProgram kFaultyPrograms[] = {
     {"EndsTooLate", "QuitIsCarriedOut", EndLate, Only(&Options::exits)},
     {"EndsByItself", "ProgramEndsWhenTold", [](const Arguments&) { return 0; }},
     {"RunsASecondCopy", "WorkerStartsWhenTold", With({}), Only(&Options::secondCopies)},
-    {"KeepsASecondCopy", "SecondCopyEndsAtOnce",
-     [](const Arguments& arguments) {
-         // The first process of the simulation has the number 2.
-         return platform::CurrentProcessIdentifier() == 2 ? RunAmporaSrv(arguments) : EndLate({});
-     },
-     Only(&Options::secondCopies)},
+    {"KeepsASecondCopy", "SecondCopyEndsAtOnce", EndLate, Only(&Options::secondCopies)},
     // Nothing is left
     {"LeavesANamedObject", "NoNamedObjectIsLeft",
      [left = std::make_shared<platform::WaitHandle>()](const Arguments& arguments) {

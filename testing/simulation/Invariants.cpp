@@ -88,8 +88,10 @@ constexpr Invariant kInvariants[] = {
      [](const Seen& seen) {
          const WorkerState& worker = *seen.worker;
          const bool isRestart = worker.at == At::kStart && seen.program->initialUpdateDone;
-         const bool isInTurn = (worker.at == At::kInterval || isRestart) && seen.state.Now() == worker.sinceMs;
-         return (isInTurn || worker.hasFaultySchedule) && !worker.mustEndBy;
+         // The base-time timer could not be armed; the interval is tried at once.
+         const bool isSecondTry = worker.at == At::kWait && worker.hasFaultySchedule;
+         return (worker.at == At::kInterval || isRestart || isSecondTry) && seen.state.Now() == worker.sinceMs &&
+                !worker.mustEndBy;
      }},
     {"WorkerUpdatesOrWaits", "a worker updates or waits at once after its start", Moment::kWorkerIdle,
      [](const Seen& seen) { return seen.worker->at != At::kStart; }},
