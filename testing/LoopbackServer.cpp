@@ -1,5 +1,7 @@
 #include "testing/LoopbackServer.h"
 
+#include "testing/WithoutCase.h"
+
 #include <algorithm>
 #include <array>
 #include <boost/asio/awaitable.hpp>
@@ -13,7 +15,6 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
-#include <cctype>
 #include <condition_variable>
 #include <mutex>
 #include <set>
@@ -30,12 +31,6 @@ using asio::ip::tcp;
 namespace {
 
 const tcp::endpoint kAnyLoopbackPort(asio::ip::address_v4::loopback(), 0);
-
-bool EqualsWithoutCase(std::string_view left, std::string_view right)
-{
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
-}
 
 // The request that a header, its empty line included, asks for.
 HttpExchange ParseRequest(const std::string& header, unsigned connection)

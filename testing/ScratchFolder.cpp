@@ -1,6 +1,7 @@
 #include "testing/ScratchFolder.h"
 
 #include <fstream>
+#include <iterator>
 #include <random>
 
 namespace testing_support {
@@ -26,6 +27,12 @@ std::filesystem::path CScratchFolder::Write(const std::string& name, const std::
     file.exceptions(std::ios::failbit | std::ios::badbit);
     file << bytes;
     return path;
+}
+
+std::string FileBytes(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 } // namespace testing_support

@@ -24,4 +24,7 @@ private:
     std::filesystem::path m_path;
 };
 
+// The bytes of a file; empty when there is none.
+std::string FileBytes(const std::filesystem::path& path);
+
 } // namespace testing_support

@@ -20,8 +20,8 @@ class CTraceCollector {
 public:
     CTraceCollector()
     {
-        // Before main: no other thread can change the environment.
-        const char* folder = std::getenv(kFolderVariable); // NOLINT(concurrency-mt-unsafe)
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): before main, no other thread can change the environment
+        const char* folder = std::getenv(kFolderVariable);
         if (folder != nullptr && *folder != '\0') {
             m_folder = folder;
             platform::sim::SetDebugTap([](const CString& text) { Instance().Add(platform::EncodeUtf8(text)); });

@@ -2,11 +2,13 @@
 
 #include "platform/contract/ContractTest.h"
 #include "platform/LastError.h"
+#include "testing/Calendar.h"
 
 #include <cstring>
 #include <limits>
 
 using namespace platform;
+using testing_support::Calendar;
 
 namespace contract {
 namespace {
@@ -15,19 +17,6 @@ class ClockContract : public ContractTest {};
 
 constexpr std::int64_t kUnitsPerSecond = 10000000;
 constexpr std::int64_t kEpochUnits = 116444736000000000; // 1970-01-01 on the FILETIME scale
-
-SYSTEMTIME Calendar(int year, int month, int day, int hour = 0, int minute = 0, int second = 0, int milliseconds = 0)
-{
-    SYSTEMTIME time = {};
-    time.wYear = static_cast<WORD>(year);
-    time.wMonth = static_cast<WORD>(month);
-    time.wDay = static_cast<WORD>(day);
-    time.wHour = static_cast<WORD>(hour);
-    time.wMinute = static_cast<WORD>(minute);
-    time.wSecond = static_cast<WORD>(second);
-    time.wMilliseconds = static_cast<WORD>(milliseconds);
-    return time;
-}
 
 bool Equal(const SYSTEMTIME& left, const SYSTEMTIME& right) { return std::memcmp(&left, &right, sizeof(left)) == 0; }
 

@@ -3,12 +3,15 @@
 #include "platform/contract/linux/ScratchSession.h"
 #include "platform/LastError.h"
 #include "platform/portable/FileTime.h"
+#include "testing/Calendar.h"
 
 #include <ctime>
 #include <gmock/gmock.h>
 
 namespace platform {
 namespace {
+
+using testing_support::Calendar;
 
 // Zones by rule, so that no zone files are needed: Japan has no daylight saving, the other one the American rule.
 constexpr char kJapan[] = "JST-9";
@@ -25,11 +28,6 @@ protected:
 
     std::unique_ptr<testing_support::CScratchSession> m_session = std::make_unique<testing_support::CScratchSession>();
 };
-
-SYSTEMTIME Calendar(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0)
-{
-    return {year, month, 0, day, hour, minute, 0, 0};
-}
 
 TEST_F(LinuxClock, AChangeOfZoneIsSeenByTheNextCall)
 {

@@ -3,12 +3,12 @@
 #include "platform/contract/linux/ScratchSession.h"
 #include "platform/LastError.h"
 #include "platform/Text.h"
+#include "testing/ScratchFolder.h"
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -16,6 +16,7 @@ namespace platform {
 namespace {
 
 namespace fs = std::filesystem;
+using testing_support::FileBytes;
 
 class LinuxFiles : public testing::Test {
 protected:
@@ -35,12 +36,6 @@ protected:
         return status.st_mode & 07777;
     }
     static void Write(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
-    static std::string Content(const fs::path& path)
-    {
-        std::ostringstream text;
-        text << std::ifstream(path, std::ios::binary).rdbuf();
-        return text.str();
-    }
     OutputFilePtr Open(const fs::path& path) { return OpenForReplace(Wide(path), m_openToAll.get()); }
     void ExpectRefused(const fs::path& path)
     {
@@ -82,7 +77,7 @@ TEST_F(LinuxFiles, AnExistingFileKeepsItsMode)
     ASSERT_EQ(::chmod((m_folder / "file").c_str(), 0640), 0);
     ASSERT_NE(Open(m_folder / "file"), nullptr);
     EXPECT_EQ(ModeOf(m_folder / "file"), 0640U);
-    EXPECT_EQ(Content(m_folder / "file"), "");
+    EXPECT_EQ(FileBytes(m_folder / "file"), "");
 }
 
 TEST_F(LinuxFiles, ASymbolicLinkIsNeverFollowed)
@@ -90,7 +85,7 @@ TEST_F(LinuxFiles, ASymbolicLinkIsNeverFollowed)
     Write(m_folder / "victim", "kept");
     fs::create_symlink(m_folder / "victim", m_folder / "link");
     ExpectRefused(m_folder / "link");
-    EXPECT_EQ(Content(m_folder / "victim"), "kept");
+    EXPECT_EQ(FileBytes(m_folder / "victim"), "kept");
 
     fs::create_symlink(m_folder / "missing", m_folder / "dangling");
     ExpectRefused(m_folder / "dangling");
@@ -122,7 +117,7 @@ TEST_F(LinuxFiles, APathWithAZeroIsNoFiles)
     EXPECT_FALSE(MakeFolder(path, m_plain.get()));
     std::vector<BYTE> bytes;
     EXPECT_NE(ReadWholeFile(path, 100, &bytes), ERROR_SUCCESS);
-    EXPECT_EQ(Content(m_folder / "file"), "kept");
+    EXPECT_EQ(FileBytes(m_folder / "file"), "kept");
 }
 
 TEST_F(LinuxFiles, AShortWriteIsAFullDisk)
@@ -148,7 +143,7 @@ TEST_F(LinuxFiles, AShortWriteIsAFullDisk)
     std::signal(SIGXFSZ, SIG_DFL);
     // All of it, a part of it, and none of it because the file is as long as it may be.
     EXPECT_THAT(codes, testing::ElementsAre(ERROR_SUCCESS, ERROR_DISK_FULL, ERROR_WRITE_FAULT));
-    EXPECT_EQ(Content(m_folder / "file"), "1234567812");
+    EXPECT_EQ(FileBytes(m_folder / "file"), "1234567812");
 }
 
 TEST_F(LinuxFiles, TheCommonFolderComesFromTheEnvironment)

@@ -4,11 +4,11 @@
 #include "platform/LastError.h"
 #include "platform/linux/SessionFolder.h"
 #include "platform/Sync.h"
+#include "testing/ScratchFolder.h"
 
 #include <cerrno>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <sstream>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -87,9 +87,7 @@ TEST_F(NamedFile, ASymbolicLinkIsNeverFollowed)
         EXPECT_EQ(CodeOfFailure(MakeMutex(name.c_str())), ERROR_INVALID_HANDLE);
         EXPECT_EQ(CodeOfFailure(MakeEvent(name.c_str())), ERROR_INVALID_HANDLE);
     }
-    std::ostringstream content;
-    content << std::ifstream(victim).rdbuf();
-    EXPECT_EQ(content.str(), "kept");
+    EXPECT_EQ(testing_support::FileBytes(victim), "kept");
     EXPECT_FALSE(fs::exists(m_session.Folder() / "missing"));
 }
 

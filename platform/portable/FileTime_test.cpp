@@ -1,14 +1,13 @@
 #include "platform/portable/FileTime.h"
 
+#include "testing/Calendar.h"
+
 #include <gmock/gmock.h>
 
 namespace platform::portable {
 namespace {
 
-SYSTEMTIME Calendar(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0, WORD second = 0, WORD ms = 0)
-{
-    return {year, month, 0, day, hour, minute, second, ms};
-}
+using testing_support::Calendar;
 
 std::uint64_t Count(const SYSTEMTIME& calendar)
 {

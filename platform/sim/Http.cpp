@@ -3,14 +3,15 @@
 #include "platform/LastError.h"
 #include "platform/sim/MachineState.h"
 #include "platform/Text.h"
+#include "testing/WithoutCase.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 
 namespace platform {
 
 using sim::Call;
+using testing_support::EqualsWithoutCase;
 using testing_support::HttpAnswer;
 using testing_support::HttpFault;
 
@@ -59,12 +60,6 @@ struct Destination {
     std::string host;
     std::string target;
 };
-
-bool EqualsWithoutCase(std::string_view left, std::string_view right)
-{
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
-}
 
 // Where an answer redirects to; null when it does not.
 const std::string* RedirectOf(const HttpAnswer& answer)

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <iterator>
 
 namespace system_test {
 
@@ -22,12 +21,6 @@ const TraceLine kBaseTimerArmed{"TRA", "CAmporaUpdater::ThreadProc", "Start Upda
 const TraceLine kIntervalTimerArmed{"TRA", "CAmporaUpdater::ThreadProc", "Next UpdateTimer Started"};
 
 } // namespace
-
-std::string FileBytes(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 bool ScopesBalance(const Pass& pass)
 {

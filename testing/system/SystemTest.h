@@ -2,6 +2,7 @@
 #pragma once
 
 #include "testing/LoopbackServer.h"
+#include "testing/ScratchFolder.h"
 #include "testing/system/HealthyReports.h"
 #include "testing/system/Rig.h"
 
@@ -14,12 +15,11 @@
 
 namespace system_test {
 
+using testing_support::FileBytes;
+
 // Log levels: every message; every line.
 inline constexpr unsigned kMessages = 11;
 inline constexpr unsigned kEveryLine = 27;
-
-// The bytes of a file; empty when there is none.
-std::string FileBytes(const std::filesystem::path& path);
 
 // Of each thread: whether "Enter" and "Leave" pair up and nest.
 bool ScopesBalance(const Pass& pass);

@@ -5,6 +5,7 @@
 #include "platform/linux/FileDescriptor.h"
 #include "platform/Text.h"
 #include "testing/process/linux/PeerProcess.h"
+#include "testing/ScratchFolder.h"
 
 #include <chrono>
 #include <csignal>
@@ -39,12 +40,7 @@ public:
     CErrorOutput(const CErrorOutput&) = delete;
     CErrorOutput& operator=(const CErrorOutput&) = delete;
 
-    CString Text() const
-    {
-        std::ostringstream text;
-        text << std::ifstream(m_file, std::ios::binary).rdbuf();
-        return DecodeUtf8(text.str());
-    }
+    CString Text() const { return DecodeUtf8(testing_support::FileBytes(m_file)); }
 
 private:
     std::filesystem::path m_file;
