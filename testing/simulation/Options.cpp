@@ -12,7 +12,7 @@ constexpr Switch kSwitches[] = {
     {"bodies", &Options::bodies, "connections that end early, are refused or reset"},
     {"offline", &Options::offline, "no network for a while"},
     {"settings-faults", &Options::settingsFaults, "settings cannot be read"},
-    {"object-faults", &Options::objectFaults, "named objects, threads and session notices cannot be had"},
+    {"object-faults", &Options::objectFaults, "named objects, threads and session notices cannot be made"},
     {"timer-faults", &Options::timerFaults, "timers cannot be made, armed, disarmed"},
     {"wait-faults", &Options::waitFaults, "waits fail"},
     {"open-faults", &Options::openFaults, "data files cannot be opened"},

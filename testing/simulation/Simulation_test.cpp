@@ -50,7 +50,7 @@ TEST(Simulation, AnotherSeedGivesAnotherTrace)
 }
 
 // The same in every process and on every system. Whoever changes what is drawn or written down puts the new numbers
-// here. Without failing calls, so that the numbers do not hang on how often the program calls what.
+// here. Without failing calls, so that the numbers do not depend on how often the program calls what.
 TEST(Simulation, ASeedGivesTheSameTraceOnEverySystem)
 {
     Options options = Everything(10, 0);
