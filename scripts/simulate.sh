@@ -15,7 +15,7 @@ for ((seed = first; seed < end; seed += 10)); do
 done |
   xargs -P "$(nproc)" -L 1 build/linux/tests/ampora_simulate --days "$days" "$@" |
   awk -v days="$days" '
-    / seeds x / { seeds += $1; passes += $5; requests += $7; violations += $9; next }
+    / seeds x / { seeds += $1; passes += $6; requests += $8; violations += $10; next }
     { print; fflush() }
     END { printf "%d seeds x %d days: %d passes, %d requests, %d violations, ", seeds, days, passes, requests, violations }
   ' || status=1
