@@ -30,7 +30,8 @@ LRESULT CAmporaSrvDlg::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_POWERBROADCAST:
         return OnPowerBroadcast(static_cast<UINT>(wParam), static_cast<UINT>(lParam));
     case WM_WINDOWPOSCHANGING:
-        OnWindowPosChanging(reinterpret_cast<WINDOWPOS*>(lParam)); // NOLINT: the message carries a pointer
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the message carries the address as an integer
+        OnWindowPosChanging(reinterpret_cast<WINDOWPOS*>(lParam));
         return 0;
     default:
         return CDialog::WindowProc(message, wParam, lParam);

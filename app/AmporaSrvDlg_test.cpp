@@ -302,10 +302,10 @@ TEST_F(AmporaSrvDlg, ShowingTheWindowIsTakenOutOfEveryChange)
     Start();
     WINDOWPOS position{};
     position.flags = 0xFFFF;
-    Post(WM_WINDOWPOSCHANGING, 0, reinterpret_cast<LPARAM>(&position)); // NOLINT: the message carries a pointer
+    Post(WM_WINDOWPOSCHANGING, 0, reinterpret_cast<LPARAM>(&position));
     EXPECT_EQ(position.flags, 0xFFFFU & ~SWP_SHOWWINDOW);
     position.flags = 0;
-    Post(WM_WINDOWPOSCHANGING, 0, reinterpret_cast<LPARAM>(&position)); // NOLINT: as above
+    Post(WM_WINDOWPOSCHANGING, 0, reinterpret_cast<LPARAM>(&position));
     EXPECT_EQ(position.flags, 0U);
 }
 

@@ -39,6 +39,6 @@ void OutputTraceLine(const wchar_t* tag, const wchar_t* function, const CString&
         platform::OutputDebugText(platform::FormatText(
             L"[%s] %04d/%02d/%02d %02d:%02d:%02d.%03d %d(%d) %s : %s\n", tag, now.wYear, now.wMonth, now.wDay,
             now.wHour, now.wMinute, now.wSecond, now.wMilliseconds, process, thread, function, message));
-    } catch (...) { // NOLINT(bugprone-empty-catch): as in Write
+    } catch (...) { // NOLINT(bugprone-empty-catch): a line that cannot be made is lost
     }
 }

@@ -6,8 +6,7 @@ namespace platform::linux {
 
 std::string FolderFromEnvironment(const char* name, const std::string& fallback)
 {
-    // Nothing changes the environment of the program.
-    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nothing changes the environment
     if (value == nullptr || value[0] == '\0') {
         return fallback;
     }

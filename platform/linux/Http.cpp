@@ -364,8 +364,8 @@ namespace {
 // What AMPORA_CONNECTED_STATE says instead of the network: "fail" or flags. Nothing when it says neither.
 std::optional<DWORD> StateFromEnvironment(BOOL* result)
 {
-    // Nothing changes the environment while threads run.
-    const char* text = std::getenv("AMPORA_CONNECTED_STATE"); // NOLINT(concurrency-mt-unsafe)
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment while threads run
+    const char* text = std::getenv("AMPORA_CONNECTED_STATE");
     if (text == nullptr || *text == '\0') {
         return std::nullopt;
     }

@@ -28,8 +28,8 @@ using LibraryText = std::unique_ptr<char, Free>;
 // of the user, that of the user's graphical one; empty for none.
 std::string SessionIdentifier()
 {
-    // Nothing changes the environment of the program.
-    const char* const variable = std::getenv("XDG_SESSION_ID"); // NOLINT(concurrency-mt-unsafe)
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing changes the environment of the program
+    const char* const variable = std::getenv("XDG_SESSION_ID");
     if (variable != nullptr && *variable != '\0') {
         return variable;
     }

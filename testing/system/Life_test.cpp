@@ -424,7 +424,7 @@ TEST_F(SystemLife, StormOfNoticesDuringPassesLeavesNoDisorder)
 {
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed); // NOLINT(cert-msc51-cpp): given
+    std::mt19937 random(seed);
     SetAnswerForAll([this](const Request& request) {
         testing_support::HttpAnswer answer = Healthy().Answer(request);
         answer.latencyMs = 3;
