@@ -37,7 +37,16 @@ run_tests() {
   ctest --preset "$preset" -j2 --no-tests=error 2>&1 | tee "build/$preset/ctest.log"
   local status=${PIPESTATUS[0]}
   { echo "$preset:"; sed -n '/% tests passed/,$p' "build/$preset/ctest.log"; } >>"$closing"
+  count_cases "build/$preset/Testing/Temporary/LastTest.log" >>"$closing" || status=1
   return "$status"
+}
+
+# One CTest test can be many cases. Fails unless each program has run every case with which it started: it could have
+# ended early with status 0.
+count_cases() {
+  awk '/^\[=+\] Running [0-9]+ tests? from/ { started += $3 }
+       /^\[=+\] [0-9]+ tests? from .* ran\./ { ended += $2 }
+       END { printf "%d cases ran of %d\n\n", ended, started; exit started == 0 || ended != started }' "$1"
 }
 
 start_wine() {
