@@ -58,26 +58,6 @@ TEST_F(SimHttp, WebAnswersWithNotFoundUnlessToldOtherwise)
     EXPECT_EQ(Body(request), "");
 }
 
-TEST_F(SimHttp, RequestsReachTheHandlerOverAKeptConnection)
-{
-    Answer({.body = "0123456789"});
-    for (const wchar_t* object : {L"/a?b=c", L""}) {
-        const HttpRequestPtr request = Open(object);
-        ASSERT_TRUE(SendHttpRequest(request));
-        EXPECT_EQ(StatusOf(request), 200U);
-        EXPECT_EQ(Body(request), "0123456789");
-    }
-    const std::vector<HttpExchange> exchanges = m_machine.HttpExchanges();
-    ASSERT_EQ(exchanges.size(), 2U);
-    EXPECT_EQ(exchanges[0].method, "GET");
-    EXPECT_EQ(exchanges[0].target, "/a?b=c");
-    EXPECT_EQ(exchanges[0].host, "host:8470");
-    EXPECT_EQ(exchanges[0].agent, "Agent");
-    EXPECT_EQ(exchanges[0].connection, 1U);
-    EXPECT_EQ(exchanges[1].target, "/");
-    EXPECT_EQ(exchanges[1].connection, 1U);
-}
-
 TEST_F(SimHttp, DefaultPortIsNotNamed)
 {
     ASSERT_TRUE(SendHttpRequest(OpenHttpRequest(OpenHttpConnection(m_session, L"host", 80), L"/", 1)));
@@ -214,18 +194,6 @@ TEST_F(SimHttp, RedirectToAnotherSchemeFails)
     EXPECT_EQ(m_machine.HttpExchanges().size(), 1U);
 }
 
-TEST_F(SimHttp, TenRedirectsAreFollowedButNotEleven)
-{
-    int left = 10;
-    m_machine.SetHttpHandler([&left](const HttpExchange&) -> HttpAnswer {
-        return left-- > 0 ? HttpAnswer{.status = 303, .headers = {{"Location", "/"}}} : HttpAnswer{};
-    });
-    EXPECT_TRUE(SendHttpRequest(Open()));
-    left = 11;
-    EXPECT_FALSE(SendHttpRequest(Open()));
-    EXPECT_EQ(m_machine.HttpExchanges().size(), 22U);
-}
-
 TEST_F(SimHttp, NothingOpensOnAClosedSession)
 {
     const HttpConnectionPtr connection = OpenHttpConnection(m_session, L"host", 80);
@@ -234,14 +202,6 @@ TEST_F(SimHttp, NothingOpensOnAClosedSession)
     EXPECT_EQ(OpenHttpRequest(connection, L"/", 1), nullptr);
     EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
     CloseHttpSession(nullptr);
-}
-
-TEST_F(SimHttp, NextSessionMakesItsOwnConnection)
-{
-    ASSERT_TRUE(SendHttpRequest(Open()));
-    m_session = OpenHttpSession(L"Agent", 1);
-    ASSERT_TRUE(SendHttpRequest(Open()));
-    EXPECT_EQ(m_machine.HttpExchanges().back().connection, 2U);
 }
 
 TEST_F(SimHttp, HandlerMayChangeTheMachine)

@@ -12,23 +12,6 @@ namespace {
 using testing::ElementsAre;
 using testing_support::StartBody;
 
-TEST(SimEvent, PulseWithNobodyWaitingIsLost)
-{
-    CMachine machine;
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
-    PulseNamedEvent(event);
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
-}
-
-TEST(SimEvent, PulseTakesBackAnEarlierSet)
-{
-    CMachine machine;
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
-    SetNamedEvent(event);
-    PulseNamedEvent(event);
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
-}
-
 TEST(SimEvent, PulseAndSetLetTheThreadGoOnThatHasWaitedLongest)
 {
     CMachine machine;
@@ -49,44 +32,6 @@ TEST(SimEvent, PulseAndSetLetTheThreadGoOnThatHasWaitedLongest)
     machine.RunUntilIdle();
     EXPECT_THAT(woken, ElementsAre(1, 2, 3));
     EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
-}
-
-TEST(SimEvent, SetCountsOnceHoweverOften)
-{
-    CMachine machine;
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
-    SetNamedEvent(event);
-    SetNamedEvent(event);
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
-}
-
-TEST(SimNamedObject, HandlesOfOneNameReachOneObjectUntilTheLastIsClosed)
-{
-    CMachine machine;
-    WaitHandle first = CreateNamedEvent(L"event", nullptr);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS);
-    WaitHandle second = CreateNamedEvent(L"event", nullptr);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_ALREADY_EXISTS);
-    SetNamedEvent(first);
-    EXPECT_EQ(WaitForOne(second, 0, FALSE), WAIT_OBJECT_0);
-    SetNamedEvent(first);
-    first.reset();
-    EXPECT_TRUE(machine.NamedObjectExists(L"event"));
-    second.reset();
-    EXPECT_FALSE(machine.NamedObjectExists(L"event"));
-    first = CreateNamedEvent(L"event", nullptr);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS);
-    EXPECT_EQ(WaitForOne(first, 0, FALSE), WAIT_TIMEOUT);
-}
-
-TEST(SimNamedObject, GlobalAndSessionNamesAreDifferentObjects)
-{
-    CMachine machine;
-    const WaitHandle session = CreateNamedMutex(L"name", FALSE, nullptr);
-    const WaitHandle global = CreateNamedMutex(L"Global\\name", FALSE, nullptr);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS);
-    EXPECT_NE(session, global);
 }
 
 TEST(SimNamedObject, NameOfTheOtherKindIsRefused)
@@ -125,32 +70,6 @@ TEST(SimNamedObject, WaitGoesOnWhenTheLastHandleIsClosed)
     EXPECT_EQ(result, WAIT_TIMEOUT);
 }
 
-TEST(SimMutex, OwnerAcquiresAgainAndReleasesAsOften)
-{
-    CMachine machine;
-    const WaitHandle mutex = CreateNamedMutex(L"mutex", TRUE, nullptr);
-    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    EXPECT_TRUE(machine.IsMutexOwned(L"mutex"));
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    EXPECT_FALSE(machine.IsMutexOwned(L"mutex"));
-    EXPECT_FALSE(ReleaseOwnedMutex(mutex));
-    EXPECT_EQ(GetLastErrorCode(), ERROR_NOT_OWNER);
-}
-
-TEST(SimMutex, InitialOwnerCountsOnlyForTheMaker)
-{
-    CMachine machine;
-    const WaitHandle mutex = CreateNamedMutex(L"mutex", TRUE, nullptr);
-    DWORD second = 0;
-    WaitForThread(StartBody([&] {
-                      const WaitHandle handle = CreateNamedMutex(L"mutex", TRUE, nullptr);
-                      second = WaitForOne(handle, 0, FALSE);
-                  }),
-                  INFINITE);
-    EXPECT_EQ(second, WAIT_TIMEOUT);
-}
-
 TEST(SimMutex, GoesToWaitingThreadsInOrder)
 {
     CMachine machine;
@@ -168,24 +87,6 @@ TEST(SimMutex, GoesToWaitingThreadsInOrder)
     ReleaseOwnedMutex(mutex);
     EXPECT_EQ(WaitForOne(mutex, INFINITE, FALSE), WAIT_OBJECT_0);
     EXPECT_THAT(order, ElementsAre(1, 2));
-}
-
-TEST(SimMutex, IsAbandonedWhenItsOwnerEnds)
-{
-    CMachine machine;
-    const WaitHandle mutex = CreateNamedMutex(L"mutex", FALSE, nullptr);
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
-    WaitForThread(StartBody([&] {
-                      WaitForOne(mutex, INFINITE, FALSE);
-                      WaitForOne(mutex, INFINITE, FALSE);
-                  }),
-                  INFINITE);
-    EXPECT_FALSE(machine.IsMutexOwned(L"mutex"));
-    EXPECT_EQ(WaitForAny(std::array{event, mutex}, 0), WAIT_ABANDONED_0 + 1);
-    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    EXPECT_FALSE(ReleaseOwnedMutex(mutex));
 }
 
 TEST(SimMutex, WaitingThreadGetsTheAbandonedMutexEvenWithoutHandle)
@@ -206,32 +107,13 @@ TEST(SimMutex, WaitingThreadGetsTheAbandonedMutexEvenWithoutHandle)
     EXPECT_EQ(result, WAIT_ABANDONED_0);
 }
 
-TEST(SimMutex, OtherProcessTakesReleasesAndAbandons)
-{
-    CMachine machine;
-    const WaitHandle mutex = CreateNamedMutex(L"mutex", FALSE, nullptr);
-    machine.OtherProcessAcquiresMutex(L"mutex");
-    EXPECT_TRUE(machine.IsMutexOwned(L"mutex"));
-    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_TIMEOUT);
-    machine.OtherProcessReleasesMutex(L"mutex");
-    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
-    ReleaseOwnedMutex(mutex);
-    machine.OtherProcessAcquiresMutex(L"mutex");
-    machine.OtherProcessAbandonsMutex(L"mutex");
-    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_ABANDONED_0);
-}
-
 TEST(SimMutex, OtherProcessMakesTheMutexAndLetsItGo)
 {
     CMachine machine;
     machine.OtherProcessAcquiresMutex(L"mutex");
-    const WaitHandle mutex = CreateNamedMutex(L"mutex", TRUE, nullptr);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_ALREADY_EXISTS);
-    EXPECT_FALSE(ReleaseOwnedMutex(mutex));
+    EXPECT_TRUE(machine.NamedObjectExists(L"mutex"));
     machine.OtherProcessReleasesMutex(L"mutex");
-    machine.OtherProcessAcquiresMutex(L"other");
-    machine.OtherProcessReleasesMutex(L"other");
-    EXPECT_FALSE(machine.NamedObjectExists(L"other"));
+    EXPECT_FALSE(machine.NamedObjectExists(L"mutex"));
 }
 
 TEST(SimMutex, OtherProcessWaitsUntilTheMutexIsFree)
@@ -251,44 +133,13 @@ TEST(SimMutex, OtherProcessWaitsUntilTheMutexIsFree)
     machine.OtherProcessReleasesMutex(L"mutex");
 }
 
-TEST(SimEvent, OtherProcessSetsAnEventThatSomebodyHas)
-{
-    CMachine machine;
-    EXPECT_FALSE(machine.OtherProcessSetsEvent(L"event"));
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
-    EXPECT_TRUE(machine.OtherProcessSetsEvent(L"event"));
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_OBJECT_0);
-}
-
-TEST(SimWait, TakesTheFirstSignalledByPosition)
-{
-    CMachine machine;
-    const WaitHandle mutex = CreateNamedMutex(L"mutex", FALSE, nullptr);
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
-    SetNamedEvent(event);
-    EXPECT_EQ(WaitForAny(std::array{mutex, event}, INFINITE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_OBJECT_0) << "the object that was not taken stays signalled";
-    SetNamedEvent(event);
-    EXPECT_EQ(WaitForAny(std::array{event, mutex}, INFINITE), WAIT_OBJECT_0);
-    machine.OtherProcessSetsEvent(L"event");
-    ReleaseOwnedMutex(mutex);
-    machine.OtherProcessAcquiresMutex(L"mutex");
-    EXPECT_EQ(WaitForAny(std::array{mutex, event}, INFINITE), WAIT_OBJECT_0 + 1);
-    machine.OtherProcessReleasesMutex(L"mutex");
-}
-
-TEST(SimWait, RefusesWhatItCannotWaitFor)
+TEST(SimWait, RefusesNoObjectsAndTooMany)
 {
     CMachine machine;
     const WaitHandle event = CreateNamedEvent(L"event", nullptr);
-    SetLastErrorCode(0);
-    EXPECT_EQ(WaitForOne(nullptr, 0, FALSE), WAIT_FAILED);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
-    SetLastErrorCode(0);
-    EXPECT_EQ(WaitForAny(std::array{event, WaitHandle()}, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
     EXPECT_EQ(WaitForAny({}, 0), WAIT_FAILED);
     EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
+    SetLastErrorCode(0);
     EXPECT_EQ(WaitForAny(std::vector<WaitHandle>(65, event), 0), WAIT_FAILED);
     EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
 }

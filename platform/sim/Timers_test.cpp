@@ -1,4 +1,3 @@
-#include "platform/LastError.h"
 #include "platform/sim/Machine.h"
 #include "platform/Sync.h"
 #include "platform/Timer.h"
@@ -29,7 +28,6 @@ protected:
             [](void* argument, DWORD, DWORD) {
                 const auto* named = static_cast<Name*>(argument);
                 named->test->m_ran.push_back(named->name);
-                named->test->m_ranOn = CurrentThreadIdentifier();
             },
             m_names.back().get());
     }
@@ -37,7 +35,6 @@ protected:
     CMachine m_machine;
     const WaitHandle m_event = CreateNamedEvent(L"event", nullptr);
     std::vector<int> m_ran;
-    DWORD m_ranOn = 0;
 
 private:
     struct Name {
@@ -68,18 +65,6 @@ TEST_F(SimTimer, WaitBelowAMillisecondStillTakesTime)
     EXPECT_EQ(WaitForOne(m_event, 1, TRUE), WAIT_IO_COMPLETION);
 }
 
-TEST_F(SimTimer, RoutineWaitsForAnAlertableWait)
-{
-    const TimerPtr timer = MakeTimer();
-    Arm(timer, -1'000 * kMs, 1);
-    EXPECT_EQ(WaitForOne(m_event, 2'000, FALSE), WAIT_TIMEOUT);
-    EXPECT_EQ(WaitForAny(std::array{m_event}, 2'000), WAIT_TIMEOUT);
-    m_machine.RunFor(1'000);
-    EXPECT_TRUE(m_ran.empty());
-    EXPECT_EQ(WaitForOne(m_event, 0, TRUE), WAIT_IO_COMPLETION);
-    EXPECT_EQ(m_machine.ElapsedMs(), 5'000);
-}
-
 TEST_F(SimTimer, SignalledObjectComesBeforeADueRoutine)
 {
     const TimerPtr timer = MakeTimer();
@@ -106,17 +91,6 @@ TEST_F(SimTimer, PulseMissesAThreadWhoseWaitARoutineHasEnded)
     EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_TIMEOUT);
 }
 
-TEST_F(SimTimer, RoutineRunsOnTheThreadThatArmedTheTimer)
-{
-    const TimerPtr timer = MakeTimer();
-    StartBody([&] {
-        Arm(timer, -1'000 * kMs, 1);
-        EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_IO_COMPLETION);
-    });
-    EXPECT_EQ(WaitForOne(m_event, 2'000, TRUE), WAIT_TIMEOUT);
-    EXPECT_EQ(m_ranOn, 2U);
-}
-
 TEST_F(SimTimer, TimerOfAThreadThatEndedNeverFallsDue)
 {
     const TimerPtr timer = MakeTimer();
@@ -136,42 +110,6 @@ TEST_F(SimTimer, SeveralDueRoutinesRunInTheOrderOfTheirDueTimes)
     m_machine.RunFor(3'000);
     EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_IO_COMPLETION);
     EXPECT_THAT(m_ran, ElementsAre(1, 2, 3));
-}
-
-TEST_F(SimTimer, ArmingAgainReplacesTheDueTimeAndADueRoutine)
-{
-    const TimerPtr timer = MakeTimer();
-    Arm(timer, -1'000 * kMs, 1);
-    Arm(timer, -3'000 * kMs, 2);
-    m_machine.RunFor(2'000);
-    EXPECT_EQ(WaitForOne(m_event, 0, TRUE), WAIT_TIMEOUT);
-    m_machine.RunFor(1'000);
-    Arm(timer, -1'000 * kMs, 3);
-    EXPECT_EQ(WaitForOne(m_event, 0, TRUE), WAIT_TIMEOUT) << "the routine that was due is dropped";
-    EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_IO_COMPLETION);
-    EXPECT_THAT(m_ran, ElementsAre(3));
-}
-
-TEST_F(SimTimer, DisarmingDropsTheDueTimeAndADueRoutine)
-{
-    const TimerPtr timer = MakeTimer();
-    EXPECT_TRUE(DisarmTimer(timer));
-    Arm(timer, -1'000 * kMs, 1);
-    EXPECT_TRUE(DisarmTimer(timer));
-    EXPECT_EQ(WaitForOne(m_event, 2'000, TRUE), WAIT_TIMEOUT);
-    Arm(timer, 0, 2);
-    EXPECT_TRUE(DisarmTimer(timer));
-    EXPECT_EQ(WaitForOne(m_event, 2'000, TRUE), WAIT_TIMEOUT);
-    EXPECT_TRUE(m_ran.empty());
-}
-
-TEST_F(SimTimer, ClosingDisarms)
-{
-    TimerPtr timer = MakeTimer();
-    Arm(timer, -1'000 * kMs, 1);
-    timer.reset();
-    EXPECT_EQ(m_machine.ArmedTimerCount(), 0U);
-    EXPECT_EQ(WaitForOne(m_event, 2'000, TRUE), WAIT_TIMEOUT);
 }
 
 TEST_F(SimTimer, AbsoluteDueTimeInThePastIsDueAtOnce)
@@ -253,15 +191,6 @@ TEST_F(SimTimer, RoutineMayDisarmAnotherThatIsDue)
     EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_IO_COMPLETION);
     EXPECT_EQ(WaitForOne(m_event, 0, TRUE), WAIT_TIMEOUT);
     EXPECT_EQ(other.ran, 0);
-}
-
-TEST_F(SimTimer, NullTimerIsRefused)
-{
-    EXPECT_FALSE(Arm(nullptr, 0, 1));
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
-    SetLastErrorCode(0);
-    EXPECT_FALSE(DisarmTimer(nullptr));
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
 }
 
 } // namespace

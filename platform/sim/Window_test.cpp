@@ -23,10 +23,6 @@ public:
         messages.push_back({message, wParam, lParam});
         if (message == WM_INITDIALOG) {
             RegisterSessionNotices(window);
-        } else if (message == WM_CLOSE) {
-            DestroyDialogWindow(window);
-        } else if (message == WM_APP) {
-            EndMessageLoop(window, 7);
         }
         return ProcessByDefault(window, message, wParam, lParam);
     }
@@ -104,66 +100,6 @@ TEST(SimWindow, ClassBelongsToTheProcessThatRegisteredIt)
     machine.RunUntilIdle();
     EXPECT_FALSE(made);
     EXPECT_THAT(recorder.messages, IsEmpty());
-}
-
-TEST(SimWindow, LoopHandsMessagesOverInOrderUntilQuit)
-{
-    CMachine machine;
-    CRecorder recorder;
-    const DWORD process = machine.StartProcess(1, [&] { return RunWindow(recorder); });
-    machine.RunUntilIdle();
-    EXPECT_TRUE(machine.OtherProcessPosts(kClass, WM_APP + 1, 2, 3));
-    EXPECT_TRUE(machine.OtherProcessPosts(kClass, WM_APP + 2, 0, -1));
-    EXPECT_TRUE(machine.OtherProcessPosts(kClass, WM_QUIT, 5, 0));
-    EXPECT_FALSE(machine.OtherProcessPosts(kClass, WM_APP, 0, 0, 2));
-    machine.RunUntilIdle();
-    EXPECT_EQ(machine.ExitCodeOf(process), 5);
-    EXPECT_THAT(recorder.messages,
-                ElementsAre(CRecorder::Message{WM_INITDIALOG, 0, 0}, CRecorder::Message{WM_APP + 1, 2, 3},
-                            CRecorder::Message{WM_APP + 2, 0, -1}, CRecorder::Message{WM_DESTROY, 0, 0}));
-}
-
-TEST(SimWindow, LoopEndsWhenTheWindowDestroysItself)
-{
-    CMachine machine;
-    CRecorder recorder;
-    const DWORD process = machine.StartProcess(1, [&] { return RunWindow(recorder); });
-    machine.RunUntilIdle();
-    machine.OtherProcessPosts(kClass, WM_CLOSE, 0, 0);
-    machine.RunUntilIdle();
-    EXPECT_EQ(machine.ExitCodeOf(process), 0);
-    EXPECT_EQ(recorder.messages.back().number, WM_DESTROY);
-    EXPECT_EQ(recorder.messages.size(), 3U);
-}
-
-TEST(SimWindow, LoopThatIsEndedHandlesWhatIsThereAlready)
-{
-    CMachine machine;
-    CRecorder recorder;
-    const DWORD process = machine.StartProcess(1, [&] { return RunWindow(recorder); });
-    machine.RunUntilIdle();
-    machine.OtherProcessPosts(kClass, WM_APP, 0, 0);
-    machine.OtherProcessPosts(kClass, WM_APP + 1, 0, 0);
-    machine.RunUntilIdle();
-    EXPECT_EQ(machine.ExitCodeOf(process), 7);
-    EXPECT_THAT(recorder.messages, testing::Contains(CRecorder::Message{WM_APP + 1, 0, 0}));
-}
-
-TEST(SimWindow, PostingToADestroyedWindowFails)
-{
-    CMachine machine;
-    CRecorder recorder;
-    RegisterDialogClass(kClass);
-    WindowPtr window = CreateDialogWindow(102, kClass, recorder);
-    const FoundWindowPtr found = FindWindowOfClass(kClass);
-    ASSERT_NE(found, nullptr);
-    EXPECT_TRUE(PostToWindow(found, WM_APP, 0, 0));
-    window.reset();
-    EXPECT_EQ(recorder.messages.back().number, WM_DESTROY);
-    SetLastErrorCode(ERROR_SUCCESS);
-    EXPECT_FALSE(PostToWindow(found, WM_APP, 0, 0));
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_WINDOW_HANDLE);
-    EXPECT_FALSE(PostToWindow(nullptr, WM_APP, 0, 0));
 }
 
 TEST(SimWindow, PowerReachesAllWindowsAndSessionNoticesThoseThatAsked)
