@@ -1,7 +1,7 @@
 // An update pass as the documentation has it: its days, its requests in their order, and the files that come of them.
 #pragma once
 
-#include "testing/simulation/Reports.h"
+#include "testing/simulation/Replies.h"
 
 namespace simulation {
 

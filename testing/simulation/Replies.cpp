@@ -1,4 +1,4 @@
-#include "testing/simulation/Reports.h"
+#include "testing/simulation/Replies.h"
 
 #include "testing/Reports.h"
 
