@@ -53,16 +53,6 @@ std::string Portable(const CString& text)
     return bytes;
 }
 
-// A whole number that stands for bytes in the log.
-std::string HashOf(const std::vector<BYTE>& bytes)
-{
-    std::uint64_t hash = 0xCBF29CE484222325;
-    for (const BYTE byte : bytes) {
-        hash = (hash ^ byte) * 0x100000001B3;
-    }
-    return std::to_string(hash);
-}
-
 } // namespace
 
 CChecker::CChecker(const platform::sim::CMachine& machine, CRunLog& log, CZone zone, UtcMs utcNow, Answerer answer)
@@ -516,7 +506,7 @@ void CChecker::OnFileClosed(const Caller& caller, const CString& path, const pla
     seen.name = path;
     seen.content = file.bytes;
     Check(seen);
-    Note("file " + Portable(path) + " " + HashOf(file.bytes));
+    Note("file " + Portable(path) + " " + std::to_string(HashOf(file.bytes)));
     m_state.files[path] = {file.bytes, file.bytes == worker->pass.expected, m_state.passes};
     worker->writeFailed = false;
     worker->pass.EndKind();

@@ -14,7 +14,7 @@ namespace simulation {
 class CChecker : public platform::sim::CObserver {
 public:
     using Caller = platform::sim::Caller;
-    using Answerer = std::function<Reply(const Kind& kind, const SYSTEMTIME& day, const CZone& zone)>;
+    using Answerer = std::function<Reply(const TestKind& kind, const SYSTEMTIME& day, const CZone& zone)>;
 
     // utcNow: the wall clock at virtual time 0. answer: draws what the report API answers.
     CChecker(const platform::sim::CMachine& machine, CRunLog& log, CZone zone, UtcMs utcNow, Answerer answer);

@@ -214,7 +214,7 @@ const FaultyProgram kFaultyPrograms[] = {
     {"WritesAFileWithoutTheMutex", "FileOwnsMutex",
      With({.update = [](CFlawedUpdater& updater, CAmporaSiteConfig* const* sites) {
          const BOOL result = updater.CAmporaUpdater::Update(sites);
-         platform::OpenForReplace(DataFilePath(kCompanies[0], kKinds[0]), MakeNullDacl(CTraceLog(L"")).get());
+         platform::OpenForReplace(DataFilePath(kTestCompanies[0], kTestKinds[0]), MakeNullDacl(CTraceLog(L"")).get());
          return result;
      }})},
     {"MakesAPassWithoutTheMutex", "SiteIsLookedUpInPass",
@@ -387,7 +387,7 @@ TEST(Checker, NoticesThatNothingHasConverged)
 {
     const platform::sim::CMachine machine;
     CRunLog log(false);
-    const CChecker::Answerer answer = [](const Kind&, const SYSTEMTIME&, const CZone&) { return Reply(); };
+    const CChecker::Answerer answer = [](const TestKind&, const SYSTEMTIME&, const CZone&) { return Reply(); };
     CChecker passes(machine, log, CZone(0), 0, answer);
     passes.CheckConverged(1, 0);
     ASSERT_TRUE(passes.FirstViolation());

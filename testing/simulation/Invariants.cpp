@@ -182,8 +182,8 @@ constexpr Invariant kInvariants[] = {
      }},
     {"FilesConverge", "all files are whole again after the faults", Moment::kConverged,
      [](const Seen& seen) {
-         for (const Company& company : kCompanies) {
-             for (const Kind& kind : kKinds) {
+         for (const TestCompany& company : kTestCompanies) {
+             for (const TestKind& kind : kTestKinds) {
                  const auto file = seen.state.files.find(DataFilePath(company, kind));
                  const bool isRight = file != seen.state.files.end() && file->second.isWhole &&
                                       file->second.pass >= seen.state.convergesFrom;

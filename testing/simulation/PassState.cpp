@@ -11,7 +11,7 @@ constexpr std::int64_t kHalfDayMs = 12 * kHourMs;
 
 } // namespace
 
-CString DataFilePath(const Company& company, const Kind& kind)
+CString DataFilePath(const TestCompany& company, const TestKind& kind)
 {
     const CString separator = platform::kPathSeparator;
     return L"C:" + separator + L"ProgramData" + separator + L"AmporaSrv" + separator +
@@ -44,7 +44,8 @@ std::vector<BYTE> PassState::File(const SYSTEMTIME& writeTime) const
 void PassState::ExpectRequest(const CZone& zone)
 {
     step = Step::kRequest;
-    target = TargetOf(CompanyInTurn(), KindInTurn(), Day(zone));
+    target = testing_support::TargetOf(
+        {CompanyInTurn().word, static_cast<unsigned>(KindInTurn().code), testing_support::DateText(Day(zone))});
 }
 
 void PassState::EndDay(const std::optional<Records>& records, const CString& heldPath)

@@ -6,7 +6,7 @@
 namespace simulation {
 
 // The path of a data file.
-CString DataFilePath(const Company& company, const Kind& kind);
+CString DataFilePath(const TestCompany& company, const TestKind& kind);
 
 struct PassState {
     enum class Step {
@@ -32,10 +32,10 @@ struct PassState {
     // The clock is read when the first site is looked up.
     void Begin(const CZone& zone, UtcMs now);
     bool HasBegun() const { return !days.empty(); }
-    bool IsOver() const { return turn == std::size(kCompanies) * std::size(kKinds); }
+    bool IsOver() const { return turn == std::size(kTestCompanies) * std::size(kTestKinds); }
     // Whose turn it is, unless the pass is over.
-    const Company& CompanyInTurn() const { return kCompanies[turn / std::size(kKinds)]; }
-    const Kind& KindInTurn() const { return kKinds[turn % std::size(kKinds)]; }
+    const TestCompany& CompanyInTurn() const { return kTestCompanies[turn / std::size(kTestKinds)]; }
+    const TestKind& KindInTurn() const { return kTestKinds[turn % std::size(kTestKinds)]; }
     SYSTEMTIME Day(const CZone& zone) const { return CalendarOf(zone.ToLocal(days.at(day))); }
     CString Path() const { return DataFilePath(CompanyInTurn(), KindInTurn()); }
     std::vector<BYTE> File(const SYSTEMTIME& writeTime) const;

@@ -25,12 +25,12 @@ struct DrawnReport {
     Records records;
 };
 
-std::string ReportOf(const Kind& kind, const std::string& items)
+std::string ReportOf(const TestKind& kind, const std::string& items)
 {
     return ElementXml("power_report", ElementXml(kind.element, items));
 }
 
-DrawnReport DrawUsages(CGenerator& generator, const Kind& kind, LocalMs day, const CZone& zone)
+DrawnReport DrawUsages(CGenerator& generator, const TestKind& kind, LocalMs day, const CZone& zone)
 {
     Records records;
     std::string items;
@@ -43,7 +43,7 @@ DrawnReport DrawUsages(CGenerator& generator, const Kind& kind, LocalMs day, con
     return {ReportOf(kind, items), records};
 }
 
-DrawnReport DrawPeak(CGenerator& generator, const Kind& kind, LocalMs day)
+DrawnReport DrawPeak(CGenerator& generator, const TestKind& kind, LocalMs day)
 {
     const std::int64_t hour = generator.Between(0, 22);
     const Record record{generator.Below(10'000'000), CalendarOf(day + hour * kHourMs),
@@ -137,12 +137,7 @@ constexpr Trouble kTroubles[] = {{&Options::statuses, 0, 100, DrawStatus},
 
 } // namespace
 
-std::string TargetOf(const Company& company, const Kind& kind, const SYSTEMTIME& day)
-{
-    return testing_support::TargetOf({company.word, static_cast<unsigned>(kind.code), testing_support::DateText(day)});
-}
-
-Reply DrawReply(CGenerator& generator, const Options& options, const Kind& kind, const SYSTEMTIME& day,
+Reply DrawReply(CGenerator& generator, const Options& options, const TestKind& kind, const SYSTEMTIME& day,
                 const CZone& zone)
 {
     const LocalMs midnight = LocalOf({day.wYear, day.wMonth, 0, day.wDay, 0, 0, 0, 0});

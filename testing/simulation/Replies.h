@@ -11,14 +11,12 @@
 
 namespace simulation {
 
-using Company = testing_support::TestCompany;
-using Kind = testing_support::TestKind;
+using testing_support::kTestCompanies;
+using testing_support::kTestKinds;
 using testing_support::Record;
 using testing_support::Records;
-inline constexpr const auto& kCompanies = testing_support::kTestCompanies;
-inline constexpr const auto& kKinds = testing_support::kTestKinds;
-
-std::string TargetOf(const Company& company, const Kind& kind, const SYSTEMTIME& day);
+using testing_support::TestCompany;
+using testing_support::TestKind;
 
 // An answer and what it means.
 struct Reply {
@@ -29,7 +27,7 @@ struct Reply {
 };
 
 // Draws the answer to one request. zone: in which the ends of usages are computed.
-Reply DrawReply(CGenerator& generator, const Options& options, const Kind& kind, const SYSTEMTIME& day,
+Reply DrawReply(CGenerator& generator, const Options& options, const TestKind& kind, const SYSTEMTIME& day,
                 const CZone& zone);
 
 } // namespace simulation

@@ -7,9 +7,7 @@ void CRunLog::Add(std::int64_t nowMs, std::string_view line)
     std::string text = std::to_string(nowMs) + " ";
     text += line;
     text += '\n';
-    for (const char character : text) {
-        m_hash = (m_hash ^ static_cast<unsigned char>(character)) * 0x100000001B3;
-    }
+    m_hash = HashOf(text, m_hash);
     m_length += text.size();
     if (m_keepsText) {
         m_text += text;

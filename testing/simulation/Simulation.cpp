@@ -72,7 +72,7 @@ CSimulation::CSimulation(std::uint64_t seed, const Options& options, Entry entry
     : m_options(options), m_entry(std::move(entry)), m_random(seed * 3), m_answers(seed * 3 + 1),
       m_faults(seed * 3 + 2), m_log(keepsLog), m_zone(MakeZone()),
       m_checker(m_machine, m_log, m_zone, platform::ReadTime() * kSecondMs,
-                [this](const Kind& kind, const SYSTEMTIME& day, const CZone& zone) {
+                [this](const TestKind& kind, const SYSTEMTIME& day, const CZone& zone) {
                     return DrawReply(m_answers, m_isCalm ? Options() : m_options, kind, day, zone);
                 }),
       m_sessions(options.sessions)
@@ -134,7 +134,7 @@ void CSimulation::MakeFirstSettings()
     PutSetting(Hive::kMachine, 1, kMainKey, L"LogLevel", static_cast<LONG>(m_options.logLevel));
     PutSetting(Hive::kMachine, 1, kMainKey, L"Enable", !m_options.settings || m_random.Chance(700) ? 1 : 0);
     PutSetting(Hive::kMachine, 1, kMainKey, L"Interval", OneOf(m_random, kIntervals));
-    for (const Company& company : kCompanies) {
+    for (const TestCompany& company : kTestCompanies) {
         PutSetting(Hive::kMachine, 1, SiteKey(company.site), L"Enable", m_random.Chance(450) ? 1 : 0);
     }
 }
@@ -324,7 +324,7 @@ void CSimulation::ChangeSetting()
         {L"FixedClockMax", {0, 30, 90}}};
     const Hive hive = m_random.Chance(500) ? Hive::kPerUser : Hive::kMachine;
     const unsigned session = AnySession();
-    const Company& company = kCompanies[m_random.Below(std::size(kCompanies))];
+    const TestCompany& company = kTestCompanies[m_random.Below(std::size(kTestCompanies))];
     CString key = kMainKey;
     CString name = L"Enable";
     LONG value = m_random.Chance(650) ? 1 : 0;
@@ -447,7 +447,7 @@ void CSimulation::Calm()
     for (const wchar_t* name : {L"Interval", L"IntervalMin", L"IntervalMax", L"Enable"}) {
         for (unsigned session = 1; session <= m_sessions.size(); ++session) {
             m_machine.RemoveSetting(Hive::kPerUser, kMainKey, name, session);
-            for (const Company& company : kCompanies) {
+            for (const TestCompany& company : kTestCompanies) {
                 m_machine.RemoveSetting(Hive::kPerUser, SiteKey(company.site), name, session);
                 m_machine.RemoveSetting(Hive::kPerUser, SiteKey(company.site), L"SupportDataType", session);
             }
@@ -455,7 +455,7 @@ void CSimulation::Calm()
         m_machine.RemoveSetting(Hive::kMachine, kMainKey, name);
     }
     PutSetting(Hive::kMachine, 1, kMainKey, L"Enable", 1);
-    for (const Company& company : kCompanies) {
+    for (const TestCompany& company : kTestCompanies) {
         PutSetting(Hive::kMachine, 1, SiteKey(company.site), L"Enable", 1);
         m_machine.RemoveSetting(Hive::kMachine, SiteKey(company.site), L"SupportDataType");
     }
