@@ -3,9 +3,10 @@
 #include "platform/contract/linux/ScratchSession.h"
 #include "platform/contract/linux/TaskWatch.h"
 #include "platform/LastError.h"
+#include "platform/linux/FileDescriptor.h"
 #include "platform/Thread.h"
 #include "platform/Timer.h"
-#include "testing/process/linux/PeerProcess.h"
+#include "testing/process/Peer.h"
 
 #include <algorithm>
 #include <array>
@@ -22,7 +23,7 @@ namespace platform::linux {
 namespace {
 
 using testing_support::Await;
-using testing_support::CPeerProcess;
+using testing_support::CPeer;
 using testing_support::CScratchSession;
 using testing_support::IsPolling;
 using testing_support::OwnTask;
@@ -66,7 +67,7 @@ protected:
     }
 
     CScratchSession m_session;
-    CPeerProcess m_peer;
+    CPeer m_peer;
 };
 
 std::set<std::string> Tasks()

@@ -5,7 +5,7 @@
 #include "platform/LastError.h"
 #include "platform/linux/MessageSocket.h"
 #include "testing/process/linux/LoginBus.h"
-#include "testing/process/linux/PeerProcess.h"
+#include "testing/process/Peer.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -24,7 +24,7 @@ namespace platform::linux {
 namespace {
 
 using testing_support::CLoginBus;
-using testing_support::CPeerProcess;
+using testing_support::CPeer;
 using testing_support::CScratchSession;
 using testing_support::IsPolling;
 using testing_support::OwnTask;
@@ -183,7 +183,7 @@ protected:
     }
 
     CScratchSession m_session;
-    CPeerProcess m_peer;
+    CPeer m_peer;
     CRecorder m_recorder;
 };
 

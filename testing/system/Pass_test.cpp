@@ -725,7 +725,7 @@ TEST_F(SystemPass, FolderInPlaceOfAFileCostsThatFileAlone)
 TEST_F(SystemPass, FileHeldOpenByAReaderStaysAsItIs)
 {
     PutOldFile("kansai", 4);
-    const std::unique_ptr<CBackgroundProcess> held = Rig().HoldOpen(DataFile("kansai", 4));
+    ASSERT_TRUE(Rig().HoldOpen(DataFile("kansai", 4)));
     const Pass pass = RunPass();
     EXPECT_EQ(CountLines(pass, kOpenFail), 1);
     ExpectOldFile("kansai", 4);

@@ -76,7 +76,7 @@ bool AllSleep(int processId)
 
 class CLinuxCopy : public CCopy {
 public:
-    CLinuxCopy(const std::vector<std::string>& command, const Environment& environment)
+    CLinuxCopy(const std::vector<std::string>& command, const EnvironmentChanges& environment)
         : m_process(command, environment)
     {
     }
@@ -110,7 +110,7 @@ std::string After(const std::string& text, const std::string& word)
 // A copy that procctl has started, and the listener that hears what it writes.
 class CWindowsCopy : public CCopy {
 public:
-    CWindowsCopy(const std::vector<std::string>& command, const Environment& environment,
+    CWindowsCopy(const std::vector<std::string>& command, const EnvironmentChanges& environment,
                  std::shared_ptr<const CBackgroundProcess> listener)
         : m_keeper(command, environment, kCommandLimit), m_listener(std::move(listener)),
           m_processId(static_cast<unsigned>(std::stoul(After(m_keeper.Out(), "started "))))
@@ -165,9 +165,7 @@ public:
     std::string ShowWindow()
     {
         m_keeper.Write("show Ampora\n");
-        const auto answer = [this] { return m_keeper.Out().substr(m_keeper.Out().find('\n') + 1); };
-        WaitUntil([&] { return answer().find('\n') != std::string::npos; }, kCommandLimit);
-        return answer().substr(0, answer().find_first_of("\r\n"));
+        return m_keeper.ReadLine(kCommandLimit).value_or("no answer");
     }
 
 private:
@@ -218,15 +216,9 @@ bool CCopy::WaitForLine(const TraceLine& line, int count)
 bool CRig::Do(const std::string& command)
 {
     if (!m_peer) {
-        m_peer = StartPeer();
+        m_peer = MakePeer();
     }
-    const std::size_t before = m_peer->Out().size();
-    m_peer->Write(command + "\n");
-    const auto isAnswered = [&] { return m_peer->Out().find('\n', before) != std::string::npos; };
-    if (!WaitUntil(isAnswered, kCommandLimit)) {
-        throw std::runtime_error("no answer to " + command);
-    }
-    return m_peer->Out().at(before) == '1';
+    return m_peer->Do(command);
 }
 
 struct CWindowsRig::Impl {
@@ -296,20 +288,12 @@ ProcessResult CWindowsRig::RunControl(const std::vector<std::string>& arguments)
 
 fs::path CWindowsRig::CommonFolder() const { return m_impl->commonFolder; }
 
-std::unique_ptr<CBackgroundProcess> CWindowsRig::HoldOpen(const fs::path& file)
-{
-    return std::make_unique<CBackgroundProcess>(
-        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/hold-open.exe").string(),
-                                 "Z:" + file.string()},
-        Environment{}, kCommandLimit);
-}
-
 std::string CWindowsRig::ShowWindow(CCopy& copy) { return dynamic_cast<CWindowsCopy&>(copy).ShowWindow(); }
 
-std::unique_ptr<CBackgroundProcess> CWindowsRig::StartPeer()
+std::unique_ptr<testing_support::CPeer> CWindowsRig::MakePeer() const
 {
-    return std::make_unique<CBackgroundProcess>(
-        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/contract_peer.exe").string()}, Variables());
+    return std::make_unique<testing_support::CPeer>(
+        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/test_peer.exe").string()}, Variables());
 }
 
 struct CLinuxRig::Impl {
@@ -339,21 +323,21 @@ void CLinuxRig::PutSettings(const std::string& text)
     }
 }
 
-Environment CLinuxRig::ProgramEnvironment() const
+EnvironmentChanges CLinuxRig::ProgramEnvironment() const
 {
     const std::string scratch = m_impl->scratch.Path().string();
-    Environment environment = {{"XDG_CONFIG_HOME", scratch + "/user"},
-                               {"XDG_CONFIG_DIRS", scratch + "/machine"},
-                               {"XDG_RUNTIME_DIR", scratch + "/run"},
-                               {"XDG_SESSION_ID", ""},
-                               {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + scratch + "/no-bus"},
-                               {"AMPORA_LOCK_DIR", LockFolder().string()},
-                               {"AMPORA_COMMON_APPDATA", m_impl->common.string()},
-                               {"AMPORA_CONNECTED_STATE", "2"},
-                               {"http_proxy", ""},
-                               {"all_proxy", ""},
-                               {"HTTP_PROXY", ""},
-                               {"ALL_PROXY", ""}};
+    EnvironmentChanges environment = {{"XDG_CONFIG_HOME", scratch + "/user"},
+                                      {"XDG_CONFIG_DIRS", scratch + "/machine"},
+                                      {"XDG_RUNTIME_DIR", scratch + "/run"},
+                                      {"XDG_SESSION_ID", ""},
+                                      {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + scratch + "/no-bus"},
+                                      {"AMPORA_LOCK_DIR", LockFolder().string()},
+                                      {"AMPORA_COMMON_APPDATA", m_impl->common.string()},
+                                      {"AMPORA_CONNECTED_STATE", "2"},
+                                      {"http_proxy", ""},
+                                      {"all_proxy", ""},
+                                      {"HTTP_PROXY", ""},
+                                      {"ALL_PROXY", ""}};
     for (const auto& [name, value] : Variables()) {
         environment[name] = value;
     }
@@ -371,19 +355,12 @@ ProcessResult CLinuxRig::RunControl(const std::vector<std::string>& arguments)
     return RunProcess(Joined({AMPORA_LINUX_CONTROL}, arguments), ProgramEnvironment(), kCommandLimit);
 }
 
-std::unique_ptr<CBackgroundProcess> CLinuxRig::StartPeer()
+std::unique_ptr<testing_support::CPeer> CLinuxRig::MakePeer() const
 {
-    return std::make_unique<CBackgroundProcess>(m_impl->peer, ProgramEnvironment());
+    return std::make_unique<testing_support::CPeer>(m_impl->peer, ProgramEnvironment());
 }
 
 fs::path CLinuxRig::CommonFolder() const { return m_impl->common; }
-
-std::unique_ptr<CBackgroundProcess> CLinuxRig::HoldOpen(const fs::path& file)
-{
-    return std::make_unique<CBackgroundProcess>(
-        std::vector<std::string>{"flock", "-s", file.string(), "sh", "-c", "echo held; exec sleep 600"}, Environment{},
-        kCommandLimit);
-}
 
 void CLinuxRig::SetCommonFolder(const fs::path& folder) { m_impl->common = folder; }
 

@@ -1,7 +1,7 @@
 // Runs the real amporasrv: on this system, or the Windows one under wine.
 #pragma once
 
-#include "testing/process/Process.h"
+#include "testing/process/Peer.h"
 #include "testing/Trace.h"
 
 #include <filesystem>
@@ -12,7 +12,7 @@
 namespace system_test {
 
 using testing_support::CBackgroundProcess;
-using testing_support::Environment;
+using testing_support::EnvironmentChanges;
 using testing_support::ProcessResult;
 using testing_support::RunProcess;
 using testing_support::StampedLine;
@@ -82,12 +82,11 @@ public:
     // The common application-data folder; it exists.
     virtual std::filesystem::path CommonFolder() const = 0;
 
-    // Opens a file as another program does that reads it, for as long as the result lives.
-    virtual std::unique_ptr<CBackgroundProcess> HoldOpen(const std::filesystem::path& file) = 0;
-
-    // Lets another process of the session do one thing, as its program (platform/contract/Peer.cpp) describes. False
+    // Lets another process of the session do one thing, as its program (testing/process/TestPeer.cpp) describes. False
     // when it could not.
     bool Do(const std::string& command);
+    // Lets it open a file as a reader of the data files does, until the rig goes.
+    bool HoldOpen(const std::filesystem::path& file) { return Do("hold " + NameForPeer(file)); }
 
     // A variable of the environment of everything that is started from here on.
     void SetVariable(const std::string& name, const std::string& value) { m_variables[name] = value; }
@@ -96,13 +95,15 @@ public:
     std::filesystem::path DataFolder() const { return CommonFolder() / "AmporaSrv"; }
 
 protected:
-    const Environment& Variables() const { return m_variables; }
-    virtual std::unique_ptr<CBackgroundProcess> StartPeer() = 0;
+    const EnvironmentChanges& Variables() const { return m_variables; }
+    virtual std::unique_ptr<testing_support::CPeer> MakePeer() const = 0;
+    // A path as that process knows it.
+    virtual std::string NameForPeer(const std::filesystem::path& file) const { return file.string(); }
     void EndPeer() { m_peer.reset(); }
 
 private:
-    Environment m_variables;
-    std::unique_ptr<CBackgroundProcess> m_peer;
+    EnvironmentChanges m_variables;
+    std::unique_ptr<testing_support::CPeer> m_peer; // once it has been told something
 };
 
 std::unique_ptr<CRig> MakeRig(Platform platform);
@@ -117,14 +118,14 @@ public:
     std::unique_ptr<CCopy> Start(const std::vector<std::string>& arguments = {}) override;
     ProcessResult RunControl(const std::vector<std::string>& arguments) override;
     std::filesystem::path CommonFolder() const override;
-    std::unique_ptr<CBackgroundProcess> HoldOpen(const std::filesystem::path& file) override;
 
     // Lets another process show the window of a copy that this rig has started, in each way that there is. What it says
     // of that: "visible 0" or "visible 1", "no window" when there is none.
     std::string ShowWindow(CCopy& copy);
 
 protected:
-    std::unique_ptr<CBackgroundProcess> StartPeer() override;
+    std::unique_ptr<testing_support::CPeer> MakePeer() const override;
+    std::string NameForPeer(const std::filesystem::path& file) const override { return "Z:" + file.string(); }
 
 private:
     void Empty();
@@ -143,7 +144,6 @@ public:
     std::unique_ptr<CCopy> Start(const std::vector<std::string>& arguments = {}) override;
     ProcessResult RunControl(const std::vector<std::string>& arguments) override;
     std::filesystem::path CommonFolder() const override;
-    std::unique_ptr<CBackgroundProcess> HoldOpen(const std::filesystem::path& file) override;
 
     // Lets amporasrv use another common application-data folder.
     void SetCommonFolder(const std::filesystem::path& folder);
@@ -161,10 +161,10 @@ public:
     std::filesystem::path LockFolder() const;
 
 protected:
-    std::unique_ptr<CBackgroundProcess> StartPeer() override;
+    std::unique_ptr<testing_support::CPeer> MakePeer() const override;
 
 private:
-    Environment ProgramEnvironment() const;
+    EnvironmentChanges ProgramEnvironment() const;
 
     struct Impl;
     std::unique_ptr<Impl> m_impl;

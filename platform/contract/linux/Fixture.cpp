@@ -2,9 +2,9 @@
 #include "platform/contract/Fixture.h"
 
 #include "platform/contract/linux/ScratchSession.h"
+#include "platform/contract/NativeFixture.h"
 #include "platform/linux/FileDescriptor.h"
 #include "platform/Text.h"
-#include "testing/process/linux/PeerProcess.h"
 #include "testing/ScratchFolder.h"
 
 #include <chrono>
@@ -15,7 +15,6 @@
 #include <map>
 #include <optional>
 #include <sstream>
-#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
@@ -50,16 +49,15 @@ private:
 // Key path and value name as they are in a file, and what follows the equals sign.
 using SettingsLines = std::map<CString, std::map<CString, std::string>>;
 
-struct Environment {
+// What one test has made.
+struct State {
     testing_support::CScratchSession session;
-    testing_support::CPeerProcess peer;
     std::map<Hive, SettingsLines> settings;
     std::unique_ptr<CErrorOutput> errorOutput;
-    CFileDescriptor heldFile;
     std::optional<rlimit> fileSizeBefore;
 };
 
-std::unique_ptr<Environment> g_environment;
+std::unique_ptr<State> g_state;
 
 std::string Hex(const std::vector<BYTE>& bytes)
 {
@@ -105,10 +103,10 @@ std::string SettingsData(const SettingsValue& value)
 void WriteSettings(Hive hive)
 {
     const bool perUser = hive == Hive::kPerUser;
-    std::ofstream file(perUser ? g_environment->session.UserSettings() : g_environment->session.MachineSettings(),
+    std::ofstream file(perUser ? g_state->session.UserSettings() : g_state->session.MachineSettings(),
                        std::ios::binary);
     file << "Windows Registry Editor Version 5.00\n";
-    for (const auto& [key, values] : g_environment->settings[hive]) {
+    for (const auto& [key, values] : g_state->settings[hive]) {
         file << "\n[" << (perUser ? "HKEY_CURRENT_USER\\" : "HKEY_LOCAL_MACHINE\\") << EncodeUtf8(key) << "]\n";
         for (const auto& [name, data] : values) {
             file << Quoted(name) << "=" << data << "\n";
@@ -121,9 +119,9 @@ std::filesystem::path ObjectFile(const CString& name)
 {
     constexpr std::wstring_view kGlobal = L"Global\\";
     if (name.starts_with(kGlobal)) {
-        return g_environment->session.LockFolder() / EncodeUtf8(name.substr(kGlobal.size()));
+        return g_state->session.LockFolder() / EncodeUtf8(name.substr(kGlobal.size()));
     }
-    return g_environment->session.SessionFolder() / EncodeUtf8(name);
+    return g_state->session.SessionFolder() / EncodeUtf8(name);
 }
 
 mode_t ModeOf(const std::filesystem::path& path)
@@ -135,15 +133,16 @@ mode_t ModeOf(const std::filesystem::path& path)
 
 } // namespace
 
-void SetUp() { g_environment = std::make_unique<Environment>(); }
+void SetUp() { g_state = std::make_unique<State>(); }
 
 void TearDown()
 {
-    if (g_environment->fileSizeBefore) {
-        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &*g_environment->fileSizeBefore), 0);
+    OtherProcess().Kill();
+    if (g_state->fileSizeBefore) {
+        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &*g_state->fileSizeBefore), 0);
         std::signal(SIGXFSZ, SIG_DFL);
     }
-    g_environment.reset();
+    g_state.reset();
 }
 
 void LetPass(unsigned timeMs) { std::this_thread::sleep_for(std::chrono::milliseconds(timeMs)); }
@@ -151,72 +150,32 @@ void LetPass(unsigned timeMs) { std::this_thread::sleep_for(std::chrono::millise
 // The clock is the machine's own.
 void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value)
 {
-    g_environment->settings[hive][keyPath][valueName] = SettingsData(value);
+    g_state->settings[hive][keyPath][valueName] = SettingsData(value);
     WriteSettings(hive);
 }
 
 void RemoveSetting(Hive hive, const CString& keyPath, const CString& valueName)
 {
-    g_environment->settings[hive][keyPath].erase(valueName);
+    g_state->settings[hive][keyPath].erase(valueName);
     WriteSettings(hive);
 }
 
-void WatchDebugOutput()
-{
-    g_environment->errorOutput = std::make_unique<CErrorOutput>(g_environment->session.Folder() / "stderr");
-}
+void WatchDebugOutput() { g_state->errorOutput = std::make_unique<CErrorOutput>(g_state->session.Folder() / "stderr"); }
 
-CString DebugOutput() { return g_environment->errorOutput->Text(); }
-
-void OtherProcessAcquiresMutex(const CString& name)
-{
-    EXPECT_TRUE(g_environment->peer.Do("acquire " + EncodeUtf8(name)));
-}
-
-void OtherProcessReleasesMutex(const CString& name)
-{
-    EXPECT_TRUE(g_environment->peer.Do("release " + EncodeUtf8(name)));
-}
-
-void OtherProcessAbandonsMutex(const CString&) { g_environment->peer.Kill(); }
-
-BOOL OtherProcessSetsEvent(const CString& name)
-{
-    return g_environment->peer.Do("set " + EncodeUtf8(name)) ? TRUE : FALSE;
-}
+CString DebugOutput() { return g_state->errorOutput->Text(); }
 
 bool IsNamedObjectOpenToAll(const CString& name) { return (ModeOf(ObjectFile(name)) & 0666) == 0666; }
 
-bool OtherProcessFindsWindow(const CString& className)
-{
-    return g_environment->peer.Do("find " + EncodeUtf8(className));
-}
-
-BOOL OtherProcessPostsToWindow(const CString& className, UINT message, WPARAM wParam, LPARAM lParam)
-{
-    std::ostringstream command;
-    command << "post " << EncodeUtf8(className) << " " << message << " " << wParam << " " << lParam;
-    return g_environment->peer.Do(command.str()) ? TRUE : FALSE;
-}
-
 CString ScratchFolder()
 {
-    const std::filesystem::path folder = g_environment->session.Folder() / "scratch";
+    const std::filesystem::path folder = g_state->session.Folder() / "scratch";
     std::filesystem::create_directory(folder);
     return DecodeUtf8(folder.string());
 }
 
-CString CommonAppDataFolder() { return DecodeUtf8(g_environment->session.DataFolder().string()); }
+CString CommonAppDataFolder() { return DecodeUtf8(g_state->session.DataFolder().string()); }
 
-void ForgetCommonAppDataFolder() { g_environment->session.SetVariable("AMPORA_COMMON_APPDATA", "relative"); }
-
-void HoldFileOpen(const CString& path)
-{
-    g_environment->heldFile = CFileDescriptor(::open(EncodeUtf8(path).c_str(), O_RDONLY | O_CLOEXEC));
-    EXPECT_EQ(::flock(g_environment->heldFile.Get(), LOCK_SH | LOCK_NB), 0);
-}
-
-void LetGoOfFile(const CString&) { g_environment->heldFile = CFileDescriptor(); }
+void ForgetCommonAppDataFolder() { g_state->session.SetVariable("AMPORA_COMMON_APPDATA", "relative"); }
 
 bool IsPathOpenToAll(const CString& path)
 {
@@ -229,7 +188,7 @@ void LimitFileSize(std::size_t bytes)
 {
     rlimit limit = {};
     EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
-    g_environment->fileSizeBefore = limit;
+    g_state->fileSizeBefore = limit;
     limit.rlim_cur = bytes;
     std::signal(SIGXFSZ, SIG_IGN);
     EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);

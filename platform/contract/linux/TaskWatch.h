@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/Thread.h"
+#include "testing/process/Process.h"
 
 #include <chrono>
 #include <fstream>
@@ -9,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/syscall.h>
-#include <thread>
 
 namespace testing_support {
 
@@ -40,11 +40,7 @@ inline long VoluntarySwitches(const std::string& task)
 // Lets time pass until a condition holds, at most 20 seconds, which only a failing test reaches.
 inline void Await(const std::function<bool()>& condition)
 {
-    constexpr int kLimitMs = 20000;
-    for (int passedMs = 0; !condition() && passedMs < kLimitMs; ++passedMs) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_TRUE(condition());
+    EXPECT_TRUE(WaitUntil(condition, std::chrono::seconds(20)));
 }
 
 } // namespace testing_support

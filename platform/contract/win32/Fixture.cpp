@@ -1,7 +1,7 @@
 // Windows as the contract suite drives it.
 #include "platform/contract/Fixture.h"
 
-#include "platform/Text.h"
+#include "platform/contract/NativeFixture.h"
 #include "platform/Thread.h"
 #include "platform/win32/Handle.h"
 #include "testing/process/win32/DebugListener.h"
@@ -18,7 +18,6 @@ namespace contract {
 namespace {
 
 using namespace platform;
-using win32::CFileHandle;
 using win32::CKernelHandle;
 using win32::CRegistryKey;
 
@@ -110,79 +109,13 @@ private:
     CString m_text; // the thread's until it has ended
 };
 
-// The other process (Peer.cpp).
-class CPeer {
-public:
-    CPeer()
-    {
-        SECURITY_ATTRIBUTES inheritable = {sizeof(inheritable), nullptr, TRUE};
-        CKernelHandle childInput;
-        CKernelHandle childOutput;
-        EXPECT_TRUE(::CreatePipe(childInput.Receive(), m_commands.Receive(), &inheritable, 0));
-        EXPECT_TRUE(::CreatePipe(m_answers.Receive(), childOutput.Receive(), &inheritable, 0));
-        ::SetHandleInformation(m_commands.Get(), HANDLE_FLAG_INHERIT, 0);
-        ::SetHandleInformation(m_answers.Get(), HANDLE_FLAG_INHERIT, 0);
-
-        STARTUPINFOW startup = {};
-        startup.cb = sizeof(startup);
-        startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = childInput.Get();
-        startup.hStdOutput = childOutput.Get();
-        startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
-        PROCESS_INFORMATION information = {};
-        std::array<wchar_t, MAX_PATH> ownPath = {};
-        ::GetModuleFileNameW(nullptr, ownPath.data(), MAX_PATH);
-        const std::filesystem::path path = std::filesystem::path(ownPath.data()).replace_filename(L"contract_peer.exe");
-        EXPECT_TRUE(::CreateProcessW(path.c_str(), nullptr, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                                     &information));
-        m_process.Reset(information.hProcess);
-        const CKernelHandle thread(information.hThread);
-    }
-    ~CPeer()
-    {
-        m_commands.Reset();
-        EXPECT_EQ(::WaitForSingleObject(m_process.Get(), INFINITE), WAIT_OBJECT_0);
-    }
-    CPeer(const CPeer&) = delete;
-    CPeer& operator=(const CPeer&) = delete;
-
-    bool Do(const char* command, const CString& name)
-    {
-        const std::string line = std::string(command) + " " + EncodeUtf8(name) + "\n";
-        DWORD written = 0;
-        EXPECT_TRUE(::WriteFile(m_commands.Get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr));
-        char first = '\0';
-        char character = '\0';
-        DWORD got = 0;
-        while (character != '\n' && ::ReadFile(m_answers.Get(), &character, 1, &got, nullptr) && got == 1) {
-            first = first == '\0' ? character : first;
-        }
-        return first == '1';
-    }
-
-private:
-    CKernelHandle m_commands;
-    CKernelHandle m_answers;
-    CKernelHandle m_process;
-};
-
 // What one test has made.
-struct Environment {
+struct State {
     std::optional<CScratchHives> hives;
     std::unique_ptr<CDebugCollector> debug;
-    std::unique_ptr<CPeer> peer;
-    CFileHandle heldFile;
     std::filesystem::path scratch;
 };
-std::optional<Environment> g_environment;
-
-CPeer& Peer()
-{
-    if (!g_environment->peer) {
-        g_environment->peer = std::make_unique<CPeer>();
-    }
-    return *g_environment->peer;
-}
+std::optional<State> g_state;
 
 // Whether a file's DACL lets everybody read and write: none at all does, or one that says so.
 bool OpensToAll(PACL dacl)
@@ -207,12 +140,13 @@ bool OpensToAll(PACL dacl)
 
 } // namespace
 
-void SetUp() { g_environment.emplace(); }
+void SetUp() { g_state.emplace(); }
 
 void TearDown()
 {
-    const std::filesystem::path scratch = g_environment->scratch;
-    g_environment.reset();
+    OtherProcess().Kill();
+    const std::filesystem::path scratch = g_state->scratch;
+    g_state.reset();
     if (!scratch.empty()) {
         std::error_code error;
         std::filesystem::remove_all(scratch, error);
@@ -224,8 +158,8 @@ void LetPass(unsigned timeMs) { ::Sleep(timeMs); }
 
 void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, const SettingsValue& value)
 {
-    if (!g_environment->hives) {
-        g_environment->hives.emplace();
+    if (!g_state->hives) {
+        g_state->hives.emplace();
     }
     CRegistryKey key;
     ASSERT_EQ(::RegCreateKeyExW(RootOf(hive), keyPath.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_WRITE, nullptr,
@@ -244,17 +178,9 @@ void RemoveSetting(Hive hive, const CString& keyPath, const CString& valueName)
     EXPECT_EQ(::RegDeleteKeyValueW(RootOf(hive), keyPath.c_str(), valueName.c_str()), ERROR_SUCCESS);
 }
 
-void WatchDebugOutput() { g_environment->debug = std::make_unique<CDebugCollector>(); }
+void WatchDebugOutput() { g_state->debug = std::make_unique<CDebugCollector>(); }
 
-CString DebugOutput() { return g_environment->debug->Finish(); }
-
-void OtherProcessAcquiresMutex(const CString& name) { EXPECT_TRUE(Peer().Do("acquire", name)); }
-
-void OtherProcessReleasesMutex(const CString& name) { EXPECT_TRUE(Peer().Do("release", name)); }
-
-void OtherProcessAbandonsMutex(const CString&) { g_environment->peer.reset(); }
-
-BOOL OtherProcessSetsEvent(const CString& name) { return Peer().Do("set", name); }
+CString DebugOutput() { return g_state->debug->Finish(); }
 
 bool IsNamedObjectOpenToAll(const CString& name)
 {
@@ -271,20 +197,12 @@ bool IsNamedObjectOpenToAll(const CString& name)
     return open;
 }
 
-bool OtherProcessFindsWindow(const CString& className) { return Peer().Do("find", className); }
-
-BOOL OtherProcessPostsToWindow(const CString& className, UINT message, WPARAM wParam, LPARAM lParam)
-{
-    return Peer().Do("post", className + L" " + std::to_wstring(message) + L" " + std::to_wstring(wParam) + L" " +
-                                 std::to_wstring(lParam));
-}
-
 CString ScratchFolder()
 {
-    g_environment->scratch =
+    g_state->scratch =
         std::filesystem::temp_directory_path() / (L"AmporaContract" + std::to_wstring(::GetCurrentProcessId()));
-    std::filesystem::create_directories(g_environment->scratch);
-    return g_environment->scratch.wstring();
+    std::filesystem::create_directories(g_state->scratch);
+    return g_state->scratch.wstring();
 }
 
 CString CommonAppDataFolder()
@@ -293,15 +211,6 @@ CString CommonAppDataFolder()
     EXPECT_NE(::GetEnvironmentVariableW(L"ProgramData", path.data(), path.size()), 0U);
     return path.data();
 }
-
-void HoldFileOpen(const CString& path)
-{
-    g_environment->heldFile =
-        CFileHandle(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    EXPECT_TRUE(g_environment->heldFile);
-}
-
-void LetGoOfFile(const CString&) { g_environment->heldFile.Reset(); }
 
 bool IsPathOpenToAll(const CString& path)
 {

@@ -1,10 +1,8 @@
 #include "testing/process/linux/LoginBus.h"
 
-#include <chrono>
 #include <functional>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
 
 namespace testing_support {
 
@@ -60,12 +58,8 @@ std::string SessionPath(const std::string& identifier) { return std::string(kMan
 
 void Await(const std::string& what, const std::function<bool()>& condition)
 {
-    const auto deadline = std::chrono::steady_clock::now() + kStartLimit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            throw std::runtime_error("the time was up: " + what);
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (!WaitUntil(condition, kStartLimit)) {
+        throw std::runtime_error("timed out waiting for the " + what);
     }
 }
 
@@ -79,7 +73,7 @@ CLoginBus::CLoginBus() : m_address("unix:path=" + (m_folder.Path() / "bus").stri
     const std::string file = m_folder.Write("bus.conf", configuration).string();
     m_daemon.emplace(std::vector<std::string>{"dbus-daemon", "--config-file=" + file, "--nofork", "--nopidfile",
                                               "--nosyslog", "--print-address"},
-                     Environment{}, kStartLimit);
+                     EnvironmentChanges{}, kStartLimit);
     Connect();
 }
 
@@ -99,7 +93,7 @@ void CLoginBus::StartLoginManager()
     m_loginManager.emplace(std::vector<std::string>{"sh", "-c",
                                                     "echo started; exec /usr/bin/python3 -m dbusmock --system "
                                                     "--template logind --logfile /dev/null"},
-                           Environment{{"DBUS_SYSTEM_BUS_ADDRESS", m_address}}, kStartLimit);
+                           EnvironmentChanges{{"DBUS_SYSTEM_BUS_ADDRESS", m_address}}, kStartLimit);
     Await("start of the login manager", [this] { return HasLoginManager(); });
 }
 

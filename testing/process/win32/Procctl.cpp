@@ -1,4 +1,5 @@
-// procctl: runs a program for a test that is no Windows program itself.
+// procctl: runs a program for a test that is no Windows program itself. Not a word of test_peer, which answers each of
+// its commands with one line: what this one prints is the life of its one program, whose end comes when it comes.
 //
 //   procctl -- PROGRAM [ARG...]
 //
@@ -11,19 +12,20 @@
 //                 visible: "visible 0" or "visible 1"; "no window" when there is none
 //
 // When standard input closes the program is terminated, too. Exit code: 0, or 2 when the program cannot be started.
+#include "platform/Arguments.h"
 #include "platform/Text.h"
-#include "platform/win32/Handle.h"
+#include "testing/process/Process.h"
 
 #include <cstdio>
-#include <cwchar>
 #include <iostream>
 #include <string>
+#include <system_error>
+#include <thread>
 
 namespace {
 
-using platform::win32::CKernelHandle;
+using testing_support::CBackgroundProcess;
 
-constexpr UINT kTerminatedExitCode = 9;
 constexpr DWORD kShownAtOnceMs = 200; // for what is shown without waiting for it
 
 void Answer(const std::string& text) { std::cout << text << std::endl; }
@@ -46,14 +48,14 @@ std::string Show(const CString& className)
     return visible ? "visible 1" : "visible 0";
 }
 
-DWORD WINAPI ObeyInput(void* process)
+void ObeyInput(CBackgroundProcess& process)
 {
     for (std::string line; std::getline(std::cin, line);) {
         if (!line.empty() && line.back() == '\r') {
             line.pop_back();
         }
         if (line == "terminate") {
-            ::TerminateProcess(process, kTerminatedExitCode);
+            process.Kill();
             Answer("terminated");
         } else if (line.starts_with("show ")) {
             Answer(Show(platform::DecodeUtf8(line.substr(5))));
@@ -61,39 +63,43 @@ DWORD WINAPI ObeyInput(void* process)
             Answer("unknown command");
         }
     }
-    ::TerminateProcess(process, kTerminatedExitCode);
-    return 0;
+    process.Kill();
 }
 
-// What follows " -- " on the command line, as PROGRAM is to get it.
-CString ProgramCommandLine()
+// Does not return: the input may stay open.
+[[noreturn]] void Run(const std::vector<std::string>& command)
 {
-    const wchar_t* const separator = std::wcsstr(::GetCommandLineW(), L" -- ");
-    return separator ? separator + 4 : L"";
+    CBackgroundProcess process(command, {});
+    const std::string id = std::to_string(process.ProcessId());
+    Answer("started " + id);
+    std::thread(ObeyInput, std::ref(process)).detach();
+    std::optional<int> exitCode;
+    while (!exitCode) {
+        exitCode = process.WaitForExit(std::chrono::hours(1));
+    }
+    ::OutputDebugStringA(("ended " + id + "\n").c_str());
+    std::printf("ended 0x%08x\n", static_cast<unsigned>(*exitCode));
+    std::fflush(stdout);
+    ::ExitProcess(0);
 }
 
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION information = {};
-    CString commandLine = ProgramCommandLine();
-    if (!::CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                          &information)) {
-        std::cerr << "procctl: cannot start the program (error " << ::GetLastError() << ")\n";
+    std::vector<std::string> command;
+    for (const CString& argument : platform::ProgramArguments(argc, argv)) {
+        command.push_back(platform::EncodeUtf8(argument));
+    }
+    if (command.size() < 2 || command.front() != "--") {
+        std::cerr << "usage: procctl -- PROGRAM [ARG...]\n";
         return 2;
     }
-    const CKernelHandle process(information.hProcess);
-    const CKernelHandle thread(information.hThread);
-    Answer("started " + std::to_string(information.dwProcessId));
-    const CKernelHandle input(::CreateThread(nullptr, 0, ObeyInput, process.Get(), 0, nullptr));
-    ::WaitForSingleObject(process.Get(), INFINITE);
-    ::OutputDebugStringA(("ended " + std::to_string(information.dwProcessId) + "\n").c_str());
-    DWORD exitCode = 0;
-    ::GetExitCodeProcess(process.Get(), &exitCode);
-    std::printf("ended 0x%08lx\n", exitCode);
-    std::fflush(stdout);
-    ::ExitProcess(0); // the input may stay open
+    command.erase(command.begin());
+    try {
+        Run(command);
+    } catch (const std::system_error& error) {
+        std::cerr << "procctl: cannot start the program: " << error.what() << "\n";
+        return 2;
+    }
 }

@@ -1,5 +1,5 @@
-// The other process of the contract tests, on a native backend. Takes one command a line from standard input and
-// answers each with a line, "1" for success or "0". NAME is UTF-8.
+// test_peer: another process of a test's session, on a native backend. Takes one command a line from standard input and
+// answers each with a line, "1" for success or "0". NAME and FILE are UTF-8.
 //
 //   acquire NAME   takes the mutex at once, creating it when there is none
 //   release NAME   gives it back and closes it
@@ -8,13 +8,17 @@
 //   find NAME      finds the window of that class
 //   post NAME MESSAGE WPARAM LPARAM
 //                  finds it and posts a message to it; the numbers are decimal
+//   hold FILE      opens an existing file for reading, as a reader of the data files does
+//   drop FILE      closes it
 //
 // Ends, with what it has taken, when standard input closes.
 #include "platform/LastError.h"
 #include "platform/Sync.h"
 #include "platform/Text.h"
 #include "platform/Window.h"
+#include "testing/process/HeldFile.h"
 
+#include <functional>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -81,24 +85,28 @@ bool Post(const std::string& nameAndNumbers)
            PostToWindow(FindWindowOfClass(DecodeUtf8(className).c_str()), message, wParam, lParam);
 }
 
-bool Do(const std::string& command, const std::string& name)
+std::map<std::string, std::shared_ptr<const void>>& HeldFiles()
 {
-    if (command == "acquire") {
-        return Acquire(name);
-    }
-    if (command == "release") {
-        return Release(name);
-    }
-    if (command == "window") {
-        return MakeWindow(name);
-    }
-    if (command == "find") {
-        return Find(name);
-    }
-    if (command == "post") {
-        return Post(name);
-    }
-    return command == "set" && Set(name);
+    static std::map<std::string, std::shared_ptr<const void>> files;
+    return files;
+}
+
+bool Hold(const std::string& path)
+{
+    std::shared_ptr<const void>& file = HeldFiles()[path];
+    file = testing_support::HoldFileOpen(path);
+    return file != nullptr;
+}
+
+bool Drop(const std::string& path) { return HeldFiles().erase(path) != 0; }
+
+bool Do(const std::string& command, const std::string& argument)
+{
+    static const std::map<std::string, std::function<bool(const std::string&)>> words = {
+        {"acquire", Acquire}, {"release", Release}, {"set", Set},   {"window", MakeWindow},
+        {"find", Find},       {"post", Post},       {"hold", Hold}, {"drop", Drop}};
+    const auto word = words.find(command);
+    return word != words.end() && word->second(argument);
 }
 
 } // namespace
