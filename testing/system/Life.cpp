@@ -109,13 +109,13 @@ void CLifeTest::ExpectRunTwice(const std::vector<std::string>& arguments)
 {
     const std::unique_ptr<CCopy> second = Rig().Start(arguments);
     EXPECT_EQ(second->WaitForExit(kEndLimit), 0);
-    const Pass pass = second->Trace();
+    const CopyOutput pass = second->Trace();
     EXPECT_EQ(pass.brokenLines, 0) << pass.text;
     EXPECT_EQ(MainLines(pass), (Lines{{"TRA", kInitInstance, "Run 2 times"}} + ProgramEnd()));
     EXPECT_THAT(WorkerLines(pass), SizeIs(0));
 }
 
-void CLifeTest::ExpectTwoWorkers(const Pass& pass)
+void CLifeTest::ExpectTwoWorkers(const CopyOutput& pass)
 {
     const Lines waiting = TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd();
     EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + waiting + waiting);
@@ -128,7 +128,7 @@ void CLifeTest::ExpectHealthyPassOfANewCopy()
     const std::unique_ptr<CCopy> copy = StartBrief();
     AwaitArmed(*copy);
     EXPECT_THAT(Requests(), SizeIs(before + 2));
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
     EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
@@ -153,7 +153,7 @@ void CLifeTest::ExpectNoOverlap() const
     }
 }
 
-void CLifeTest::ExpectScopesBalanceButOfWaiting(const Pass& pass)
+void CLifeTest::ExpectScopesBalanceButOfWaiting(const CopyOutput& pass)
 {
     std::map<unsigned, Lines> byThread;
     for (const StampedLine& line : pass.lines) {

@@ -62,7 +62,7 @@ protected:
     // A further copy with these arguments ends at once, because one runs.
     void ExpectRunTwice(const std::vector<std::string>& arguments);
     // The workers of a copy that was suspended and resumed once, and ended.
-    static void ExpectTwoWorkers(const Pass& pass);
+    static void ExpectTwoWorkers(const CopyOutput& pass);
     // A new copy starts and runs a whole pass.
     void ExpectHealthyPassOfANewCopy();
     // No pass has begun before the one before it was over: each request is the next one of its pass, or the first of
@@ -70,7 +70,7 @@ protected:
     void ExpectNoOverlap() const;
     // "Enter" and "Leave" of each thread pair up and nest. A pulse that comes just before the wait that it is meant for
     // is lost, though: such a worker waits until the process ends, and its outer functions stay open.
-    static void ExpectScopesBalanceButOfWaiting(const Pass& pass);
+    static void ExpectScopesBalanceButOfWaiting(const CopyOutput& pass);
 };
 
 } // namespace system_test

@@ -22,7 +22,7 @@ TEST_F(SystemLife, RunsAPassArmsTheIntervalAndEndsWhenTold)
     const std::unique_ptr<CCopy> copy = StartBrief();
     AwaitArmed(*copy);
     EXPECT_THAT(Requests(), SizeIs(2));
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(pass.brokenLines, 0) << pass.text;
     EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
@@ -34,7 +34,7 @@ TEST_F(SystemLife, TracesEveryFunctionOfItsLife)
 {
     const std::unique_ptr<CCopy> copy = StartBrief({}, kEveryLine);
     AwaitArmed(*copy);
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_TRUE(ScopesBalance(pass));
     const Lines setExit = Scope("CAmporaThread::SetExit");
     const Lines start = Scope("CAmporaUpdater::Start", Scope("CAmporaThread::Start"));
@@ -66,7 +66,7 @@ TEST_F(SystemLife, TracesEveryFunctionOfItsLife)
 
 TEST_F(SystemLife, DefaultIntervalLiesBetween15And44Minutes)
 {
-    const Pass pass = RunPass(OnlySetting("tokyo", 8));
+    const CopyOutput pass = RunPass(OnlySetting("tokyo", 8));
     EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaUpdater::SetIntervalUpdate", "Interval:30min, Rand:-15min - 15min"}), 1);
     int matches = 0;
     for (int minutes = 15; minutes <= 44; ++minutes) {
@@ -118,7 +118,7 @@ TEST_F(SystemLife, ExitWithoutACopyFindsNoWindowAndTakesNoMutex)
     Rig().PutSettings(Settings());
     const std::unique_ptr<CCopy> exitCopy = Rig().Start({"/Exit"});
     EXPECT_EQ(exitCopy->WaitForExit(kEndLimit), 0);
-    const Pass pass = exitCopy->Trace();
+    const CopyOutput pass = exitCopy->Trace();
     EXPECT_EQ(pass.brokenLines, 0) << pass.text;
     EXPECT_EQ(MainLines(pass), ExitMode({{"WAR", kInitInstance, "Not Found Window"}}));
     EXPECT_THAT(WorkerLines(pass), IsEmpty());
@@ -139,7 +139,7 @@ TEST_F(SystemLife, StartsAgainAfterItsEnd)
     for (int i = 0; i < 2; ++i) {
         const std::unique_ptr<CCopy> copy = StartBrief();
         AwaitArmed(*copy);
-        const Pass pass = EndCopy(*copy);
+        const CopyOutput pass = EndCopy(*copy);
         EXPECT_EQ(pass.exitCode, 0);
         EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
     }
@@ -153,7 +153,7 @@ TEST_F(SystemLife, WithUpdatingOffBeforeTheBaseHourItsTimerIsArmed)
     SetLocalTime(12, 30);
     const std::unique_ptr<CCopy> copy = StartBrief(BaseTime(13, 0, {{"Enable", 0}}));
     AwaitArmed(*copy);
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(WorkerLines(pass), TimerMade() + BaseTimeArmed(13, 0) + WokenUp() + WorkerEnd());
     EXPECT_THAT(Requests(), IsEmpty());
 }
@@ -293,7 +293,7 @@ TEST_F(SystemLife, SuspendEndsTheWorkerAndResumeStartsOneThatRunsNoPass)
     // The second resume notice finds it running.
     EXPECT_TRUE(Post(kPower, 7));
     EXPECT_TRUE(copy->WaitForLine(AlreadyStarted().front()));
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kPowerHandler, "Suspend") +
                                    DialogSays(kPowerHandler, "Resume") + DialogSays(kPowerHandler, "Resume") +
                                    AlreadyStarted() + ProgramEnd());
@@ -306,7 +306,7 @@ TEST_F(SystemLife, LeavingTheSessionEndsTheWorkerAndEnteringItStartsOneThatRunsN
     const std::unique_ptr<CCopy> copy = StartBrief();
     AwaitArmed(*copy);
     SuspendAndResume(*copy, kSession, 2, 1, kSessionHandler, {"Leave User Session", "Enter User Session"});
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kSessionHandler, "Leave User Session") +
                                    DialogSays(kSessionHandler, "Enter User Session") + ProgramEnd());
     ExpectTwoWorkers(pass);
@@ -354,7 +354,7 @@ TEST_F(SystemLife, EventDoesNothingWhileSuspended)
     const ProcessResult control = Rig().RunControl({"update"});
     EXPECT_EQ(control.exitCode, 1);
     EXPECT_EQ(control.err, "amporactl: amporasrv is not running\n");
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kPowerHandler, "Suspend") + ProgramEnd());
     EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
 }
@@ -378,7 +378,7 @@ TEST_F(SystemLife, PassOfASessionThatIsLeftAndEnteredAgainEndsAloneAndTheNextOne
     AwaitArmed(*copy);
     EXPECT_THAT(Requests(), SizeIs(1 + 42));
     ExpectNoOverlap();
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kSessionHandler, "Leave User Session") +
                                    DialogSays(kSessionHandler, "Enter User Session") + ProgramEnd());
     EXPECT_EQ(Life(WorkerLines(pass)),
@@ -394,7 +394,7 @@ TEST_F(SystemLife, EndsWithinTwoSecondsWhileADownloadHangs)
     const std::unique_ptr<CCopy> exitCopy = Rig().Start({"/Exit"});
     EXPECT_TRUE(exitCopy->WaitForLine({"TRA", kInitInstance, "Post WM_QUIT"}));
     EXPECT_EQ(copy->WaitForExit(milliseconds(2000)), 0);
-    const Pass pass = copy->Trace();
+    const CopyOutput pass = copy->Trace();
     EXPECT_EQ(pass.brokenLines, 0) << pass.text;
     EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
     EXPECT_EQ(Life(WorkerLines(pass)), Lines{FirstPass().front()});
@@ -450,7 +450,7 @@ TEST_F(SystemLife, StormOfNoticesDuringPassesLeavesNoDisorder)
         return copy->CountLine({"TRA", kThreadProc, "Update Flag ON"}) > passes;
     };
     EXPECT_TRUE(WaitUntil(hasAnotherPass, kEndLimit));
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(pass.brokenLines, 0);
     ExpectNoOverlap();

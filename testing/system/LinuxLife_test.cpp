@@ -80,7 +80,7 @@ protected:
         Rig().PutSettings(Settings());
         const std::unique_ptr<CCopy> copy = Rig().Start();
         EXPECT_EQ(copy->WaitForExit(kEndLimit), 1);
-        const Pass pass = copy->Trace();
+        const CopyOutput pass = copy->Trace();
         EXPECT_EQ(pass.brokenLines, 1) << pass.text;
         EXPECT_THAT(pass.text, HasSubstr("amporasrv: cannot make the window \"Ampora\" in " +
                                          LinuxRig().SessionFolder().string() + ": " + reason + "\n"));
@@ -109,7 +109,7 @@ TEST_F(SystemLinuxLife, SignalsEndItOrderly)
         AwaitArmed(*copy);
         RunCommand({"kill", signal, std::to_string(copy->ProcessId())});
         EXPECT_EQ(copy->WaitForExit(kEndLimit), 0) << signal;
-        const Pass pass = copy->Trace();
+        const CopyOutput pass = copy->Trace();
         EXPECT_EQ(pass.brokenLines, 0) << pass.text;
         EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
         EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
@@ -186,7 +186,7 @@ TEST_F(SystemLinuxLife, OtherFileInPlaceOfTheEventKeepsItFromUpdatingAndFromNoth
     fs::remove(LinuxRig().SessionFolder() / "AmporaSrvUpdateEvent");
     EXPECT_TRUE(PostRetrying(kPower, 18));
     AwaitArmed(*copy); // and the first pass, which is still to be made
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + Lines{noEvent} + DialogSays(kPowerHandler, "Resume") + ProgramEnd());
     EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
 }
@@ -239,7 +239,7 @@ TEST_F(SystemLinuxLife, RunsInAFolderOfItsOwnWithoutARuntimeFolder)
     AwaitArmed(*copy);
     EXPECT_EQ(fs::status(folder).permissions(), fs::perms(0700));
     EXPECT_TRUE(fs::is_socket(folder / "Ampora"));
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
     fs::remove_all(folder);
@@ -268,7 +268,7 @@ TEST_F(SystemLinuxLife, CopiesOfTwoSessionsRunTheirPassesOneAfterTheOther)
     AwaitArmed(*other, 2);
     EXPECT_THAT(Requests(), SizeIs(4 * 42));
     ExpectNoOverlap();
-    for (const Pass& pass : {EndCopy(*one), EndCopy(*neighbour, *other)}) {
+    for (const CopyOutput& pass : {EndCopy(*one), EndCopy(*neighbour, *other)}) {
         EXPECT_EQ(pass.exitCode, 0);
         EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
         EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + LaterPass() +
@@ -304,7 +304,7 @@ TEST_F(SystemLinuxLife, CopyThatWaitsForAnotherSessionsPassEndsWithoutOne)
     const std::unique_ptr<CCopy> other = neighbour->Start();
     EXPECT_TRUE(other->WaitForLine(FirstPass().front()));
     other->WaitForRest();
-    const Pass pass = EndCopy(*neighbour, *other);
+    const CopyOutput pass = EndCopy(*neighbour, *other);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(Life(WorkerLines(pass)), (Lines{FirstPass().front(),
                                               {"TRA", "CAmporaUpdater::Update", "Exit Signal."},
@@ -344,7 +344,7 @@ TEST_F(SystemLinuxLogin, SleepIsSuspendAndWakingUpIsResume)
     EXPECT_TRUE(copy->WaitForLine(WorkerEnd().back(), 2));
     m_bus.PrepareForSleep(false);
     AwaitArmed(*copy, 2);
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kPowerHandler, "Suspend") +
                                    DialogSays(kPowerHandler, "Resume") + ProgramEnd());
     ExpectTwoWorkers(pass);
@@ -358,7 +358,7 @@ TEST_F(SystemLinuxLogin, SessionInTheBackgroundIsLeftAndInTheForegroundEntered)
     EXPECT_TRUE(copy->WaitForLine(WorkerEnd().back(), 2));
     m_bus.SetProperty("c1", "Active", true);
     AwaitArmed(*copy, 2);
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kSessionHandler, "Leave User Session") +
                                    DialogSays(kSessionHandler, "Enter User Session") + ProgramEnd());
     ExpectTwoWorkers(pass);
@@ -370,7 +370,7 @@ TEST_F(SystemLinuxLogin, EndOfTheBusIsNoEndOfTheProgram)
     m_bus.Stop();
     ManualUpdate();
     AwaitArmed(*copy, 2);
-    const Pass pass = EndCopy(*copy);
+    const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
 }

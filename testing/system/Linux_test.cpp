@@ -39,10 +39,10 @@ protected:
     }
 
     // A pass while nothing can be made in this folder.
-    Pass RunWithReadOnlyFolder(const fs::path& folder)
+    CopyOutput RunWithReadOnlyFolder(const fs::path& folder)
     {
         fs::permissions(folder, fs::perms(0555));
-        Pass pass = RunPass();
+        CopyOutput pass = RunPass();
         fs::permissions(folder, fs::perms(0777)); // so that it can be deleted
         EXPECT_EQ(pass.exitCode, 0);
         EXPECT_EQ(CountLines(pass, kUpdated), 1);
@@ -55,7 +55,7 @@ TEST_F(SystemLinux, LinkInPlaceOfAFileIsNotFollowed)
     const fs::path target = WriteScratch("precious", "precious");
     fs::create_directories(Rig().DataFolder());
     fs::create_symlink(target, DataFile("tokyo", 1));
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, kOpenFail), 1);
     EXPECT_EQ(FileBytes(target), "precious");
     EXPECT_TRUE(fs::is_symlink(DataFile("tokyo", 1)));
@@ -67,7 +67,7 @@ TEST_F(SystemLinux, LinkToNothingMakesNothing)
     const fs::path target = LinuxRig().ScratchFolder() / "nothing";
     fs::create_directories(Rig().DataFolder());
     fs::create_symlink(target, DataFile("tokyo", 1));
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, kOpenFail), 1);
     EXPECT_FALSE(fs::exists(target));
     ExpectOthersHealthy("tokyo", 1);
@@ -77,7 +77,7 @@ TEST_F(SystemLinux, PipeInPlaceOfAFileDoesNotHoldThePassUp)
 {
     fs::create_directories(Rig().DataFolder());
     ASSERT_EQ(RunProcess({"mkfifo", DataFile("tokyo", 1).string()}, {}, std::chrono::seconds(10)).exitCode, 0);
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, kOpenFail), 1);
     ExpectOthersHealthy("tokyo", 1);
 }
@@ -86,7 +86,7 @@ TEST_F(SystemLinux, CommonFolderThatCannotBeMadeKeepsEveryFileFromBeingWritten)
 {
     const fs::path file = WriteScratch("file", "in the way");
     LinuxRig().SetCommonFolder(file / "common");
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(CountLines(pass, kUpdated), 1);
     EXPECT_EQ(CountLines(pass, {"ERR", kGetSaveFolder, "Get Common App Folder Fail."}), kAllFiles);
@@ -114,7 +114,7 @@ TEST_F(SystemLinux, FileWithoutWriteRightStaysAsItIs)
     PutOldFile("kansai", 4);
     fs::permissions(DataFile("kansai", 4), fs::perms(0444));
     fs::permissions(Rig().DataFolder(), fs::perms(0777));
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, kOpenFail), 1);
     ExpectOldFile("kansai", 4);
     ExpectOthersHealthy("kansai", 4);
@@ -123,7 +123,7 @@ TEST_F(SystemLinux, FileWithoutWriteRightStaysAsItIs)
 TEST_F(SystemLinux, SaveFolderThatCannotBeMadeKeepsEveryFileFromBeingWritten)
 {
     RunAsNobody();
-    const Pass pass = RunWithReadOnlyFolder(Rig().CommonFolder());
+    const CopyOutput pass = RunWithReadOnlyFolder(Rig().CommonFolder());
     EXPECT_EQ(CountLines(pass, {"WAR", kGetSaveFolder, "Save Folder Create Fail"}), kAllFiles);
     EXPECT_EQ(CountLines(pass, kOpenFail), kAllFiles);
     EXPECT_FALSE(fs::exists(Rig().DataFolder()));
@@ -134,7 +134,7 @@ TEST_F(SystemLinux, ReadOnlyFolderCostsTheFilesThatAreNotThere)
     RunAsNobody();
     PutOldFile("kansai", 4);
     fs::permissions(DataFile("kansai", 4), fs::perms(0666));
-    const Pass pass = RunWithReadOnlyFolder(Rig().DataFolder());
+    const CopyOutput pass = RunWithReadOnlyFolder(Rig().DataFolder());
     EXPECT_EQ(CountLines(pass, kOpenFail), kAllFiles - 1);
     ExpectHealthyFile("kansai", 4);
     EXPECT_EQ(std::distance(fs::directory_iterator(Rig().DataFolder()), {}), 1);
@@ -145,7 +145,7 @@ TEST_F(SystemLinux, WriteThatFailsCostsItsFileAlone)
 {
     SetAnswer("tohoku", [](const Request&) { return testing_support::HttpAnswer{.status = 503}; });
     LinuxRig().SetWrapper({"sh", "-c", "trap '' XFSZ; exec prlimit --fsize=50 \"$0\" \"$@\""});
-    const Pass pass = RunPass("", kEveryLine);
+    const CopyOutput pass = RunPass("", kEveryLine);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_TRUE(ScopesBalance(pass));
     EXPECT_EQ(CountLines(pass, kUpdated), 1);
@@ -175,7 +175,7 @@ TEST_F(SystemLinux, StalledBodyEndsAfter30Seconds)
         return answer;
     });
     const std::time_t before = std::time(nullptr);
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_GE(std::time(nullptr) - before, 29);
     EXPECT_EQ(CountLines(pass, {"WAR", "CAmporaHttpClient::GetData", "Exception!"}), 1);
     EXPECT_EQ(CountLines(pass, {"ERR", "CAmporaUpdater::UpdateOnePowerCompany", "Get Data Fail"}), 1);

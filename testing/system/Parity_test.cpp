@@ -75,7 +75,7 @@ protected:
         const std::size_t before = Requests().size();
         const std::unique_ptr<CCopy> copy = rig->Start();
         AwaitArmed(*copy);
-        const Pass pass = EndCopy(*rig, *copy);
+        const CopyOutput pass = EndCopy(*rig, *copy);
         EXPECT_EQ(pass.exitCode, 0);
         Outcome outcome;
         std::map<unsigned, std::size_t> threads;

@@ -52,11 +52,11 @@ class SystemPass : public CSystemTest {
 protected:
     // A pass in which the faulty company's answers, or those of one kind, are these and its files exist: they stay as
     // they are, all others are written.
-    Pass RunFaulty(AnswerFunction answer, unsigned dataType = 0)
+    CopyOutput RunFaulty(AnswerFunction answer, unsigned dataType = 0)
     {
         SetAnswer(kFaulty, std::move(answer), dataType);
         PutOldFiles(kFaulty);
-        Pass pass = RunPass();
+        CopyOutput pass = RunPass();
         EXPECT_EQ(pass.exitCode, 0);
         EXPECT_EQ(pass.brokenLines, 0) << pass.text;
         EXPECT_EQ(CountLines(pass, kUpdated), 1);
@@ -70,7 +70,7 @@ protected:
         return pass;
     }
 
-    Pass RunFaulty(const HttpAnswer& answer, unsigned dataType = 0)
+    CopyOutput RunFaulty(const HttpAnswer& answer, unsigned dataType = 0)
     {
         return RunFaulty([answer](const Request&) { return answer; }, dataType);
     }
@@ -92,7 +92,7 @@ protected:
         for (const TestCompany& company : kTestCompanies) {
             PutOldFiles(company.word);
         }
-        const Pass pass = RunPass(moreSettings);
+        const CopyOutput pass = RunPass(moreSettings);
         EXPECT_EQ(pass.exitCode, 0);
         EXPECT_EQ(CountLines(pass, kSendFail), kAllRequests);
         EXPECT_EQ(CountLines(pass, kGetDataFail), kAllRequests);
@@ -103,17 +103,17 @@ protected:
     }
 
     // A pass whose first answer stalls until its connection ends: it costs that day alone.
-    Pass RunStalled(HttpFault fault)
+    CopyOutput RunStalled(HttpFault fault)
     {
         SetAnswer("tokyo", [this, fault](const Request& request) {
             HttpAnswer answer = Healthy().Answer(request);
             answer.fault = Exchanges().size() == 1 ? fault : HttpFault::kNone;
             return answer;
         });
-        std::future<Pass> running =
+        std::future<CopyOutput> running =
             std::async(std::launch::async, [this] { return RunPass(SiteSetting("tokyo", "SupportDataType", 8)); });
         EXPECT_TRUE(EndStalled());
-        Pass pass = running.get();
+        CopyOutput pass = running.get();
         EXPECT_EQ(pass.exitCode, 0);
         EXPECT_EQ(CountLines(pass, kGetDataFail), 1);
         EXPECT_EQ(CountLines(pass, kUpdated), 1);
@@ -131,7 +131,7 @@ protected:
 };
 
 // Every request of the faulty company failed for this reason, and what came of it is this.
-void ExpectEachFailed(const Pass& pass, const TraceLine& reason, const TraceLine& result)
+void ExpectEachFailed(const CopyOutput& pass, const TraceLine& reason, const TraceLine& result)
 {
     EXPECT_EQ(CountLines(pass, reason), kFaultyRequests);
     EXPECT_EQ(CountLines(pass, result), kFaultyRequests);
@@ -233,7 +233,7 @@ TEST_F(SystemPass, WritesEveryFileByteForByte)
 
 TEST_F(SystemPass, TracesEveryStepInOrder)
 {
-    const Pass pass = RunPass(MainSettings(kFixedInterval), kEveryLine);
+    const CopyOutput pass = RunPass(MainSettings(kFixedInterval), kEveryLine);
     EXPECT_EQ(pass.brokenLines, 0) << pass.text;
     EXPECT_EQ(Steps(WorkerLines(pass)), HealthySteps(DataFolderName()));
     EXPECT_EQ(Steps(MainLines(pass)), ProgramStart() + ProgramEnd());
@@ -241,7 +241,7 @@ TEST_F(SystemPass, TracesEveryStepInOrder)
 
 TEST_F(SystemPass, TracesEntryAndExitOfEveryFunction)
 {
-    const Pass pass = RunPass("", kEveryLine);
+    const CopyOutput pass = RunPass("", kEveryLine);
     EXPECT_TRUE(ScopesBalance(pass));
     EXPECT_EQ(CountLines(pass, {"TRA", kGetData, "Enter"}), 42);
     EXPECT_EQ(CountLines(pass, {"TRA", kGetData, "Leave"}), 42);
@@ -262,7 +262,7 @@ TEST_F(SystemPass, TracesNothingWhenLogLevelIs0)
 TEST_F(SystemPass, TracesErrorsAndWarningsAloneWhenLogLevelIs3)
 {
     SetAnswer("tokyo", [](const Request&) { return HttpAnswer{.status = 404}; });
-    const Pass pass = RunSilentPass("", 3);
+    const CopyOutput pass = RunSilentPass("", 3);
     EXPECT_EQ(pass.lines.size(), 20U); // two for each of Tokyo's ten reports
     for (const StampedLine& line : pass.lines) {
         EXPECT_EQ(line.trace.level, "ERR") << line.trace;
@@ -285,7 +285,7 @@ TEST_F(SystemPass, ChangedLogLevelCountsAtTheNextStart)
         }
         return Healthy().Answer(request);
     });
-    const Pass pass = RunPass(settings);
+    const CopyOutput pass = RunPass(settings);
     EXPECT_EQ(CountLines(pass, {"TRA", kAnalyze, "PeakSupply Tag Success"}), 2);
     EXPECT_EQ(CountLines(pass, kUpdated), 1);
     EXPECT_EQ(RunSilentPass(settings, 0).text, "");
@@ -313,7 +313,7 @@ TEST_F(SystemPass, DoesNothingWhenUpdatingIsOff)
 TEST_F(SystemPass, LeavesOutACompanyThatIsSwitchedOff)
 {
     PutOldFile("kansai", 1);
-    const Pass pass = RunPass(SiteSetting("kansai", "Enable", 0));
+    const CopyOutput pass = RunPass(SiteSetting("kansai", "Enable", 0));
     EXPECT_THAT(Requests(), SizeIs(32));
     EXPECT_THAT(Requests(), Each(Field(&Request::company, Not("kansai"))));
     EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaKansaiPowerCompany::GetURL", "Not Update Setting"}), 10);
@@ -324,8 +324,9 @@ TEST_F(SystemPass, LeavesOutACompanyThatIsSwitchedOff)
 
 TEST_F(SystemPass, AsksForTheKindsOfTheMask)
 {
-    const Pass pass = RunPass(SiteSetting("tokyo", "SupportDataType", 0) + SiteSetting("chubu", "SupportDataType", 31) +
-                              SiteSetting("kyushu", "SupportDataType", 4));
+    const CopyOutput pass =
+        RunPass(SiteSetting("tokyo", "SupportDataType", 0) + SiteSetting("chubu", "SupportDataType", 31) +
+                SiteSetting("kyushu", "SupportDataType", 4));
     std::map<std::pair<std::string, unsigned>, int> counts;
     for (const Request& request : Requests()) {
         ++counts[{request.company, request.dataType}];
@@ -356,7 +357,7 @@ TEST_F(SystemPass, ReplacesTheFilesOfTheLastPass)
 TEST_F(SystemPass, UnavailableDaysLeaveAHeaderAlone)
 {
     SetAnswer("tohoku", [](const Request&) { return HttpAnswer{.status = 503}; });
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, StatusError(503)), 10);
     EXPECT_EQ(CountLines(pass, {"TRA", kSiteAnalyze, "No Data"}), 10);
     for (const unsigned dataType : kDataTypes) {
@@ -381,7 +382,7 @@ TEST_F(SystemPass, OneFailedDayLeavesTheOtherDaysRecords)
     SetAnswer("tohoku", [this](const Request& request) {
         return request.date == Dates().front() ? Healthy().Answer(request) : HttpAnswer{.status = 500};
     });
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, StatusError(500)), 5);
     EXPECT_EQ(CountLines(pass, kDataIsEmpty), 5);
     EXPECT_EQ(CountLines(pass, kAnalyzeError), 5);
@@ -394,7 +395,7 @@ TEST_F(SystemPass, BodyOfAnUnavailableDayIsNotRead)
         "tohoku",
         [this](const Request& request) { return HttpAnswer{.status = 503, .body = Healthy().Answer(request).body}; },
         8);
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, StatusError(503)), 2);
     EXPECT_EQ(CountLines(pass, {"TRA", kSiteAnalyze, "No Data"}), 2);
     ExpectEmptyFile("tohoku", 8);
@@ -404,7 +405,7 @@ TEST_F(SystemPass, BodyOfAnUnavailableDayIsNotRead)
 TEST_F(SystemPass, ErrorStatusLeavesTheFilesAsTheyAre)
 {
     const std::map<unsigned, unsigned> statuses = {{2, 404}, {8, 400}, {16, 500}};
-    const Pass pass = RunFaulty([&](const Request& request) {
+    const CopyOutput pass = RunFaulty([&](const Request& request) {
         const bool isFirstDay = request.date == Dates().front();
         return HttpAnswer{.status = statuses.at(request.dataType), .body = isFirstDay ? "<power_report/>" : ""};
     });
@@ -441,7 +442,7 @@ TEST_F(SystemPass, ConnectionThatClosesEarlyFails)
 
 TEST_F(SystemPass, BytesThatAreNotHttpAreNoReport)
 {
-    const Pass pass = RunFaulty({.fault = HttpFault::kGarbage});
+    const CopyOutput pass = RunFaulty({.fault = HttpFault::kGarbage});
     if (PlatformUnderTest() == Platform::kLinux) {
         ExpectEachFailed(pass, kSendFail, kGetDataFail);
     } else { // WinINet takes them for an old server's answer
@@ -461,7 +462,7 @@ TEST_F(SystemPass, AnswerLongerThanItSaysIsNoReport)
 
 TEST_F(SystemPass, ChunksThatBreakOffAreNoReport)
 {
-    const Pass pass = RunFaulty(HealthyWith(HttpFault::kShortBody, true));
+    const CopyOutput pass = RunFaulty(HealthyWith(HttpFault::kShortBody, true));
     if (PlatformUnderTest() == Platform::kLinux) {
         ExpectEachFailed(pass, kTransferBroke, kGetDataFail);
     } else { // wine takes the break for the body's end
@@ -471,7 +472,7 @@ TEST_F(SystemPass, ChunksThatBreakOffAreNoReport)
 
 TEST_F(SystemPass, ConnectionResetInTheBodyFails)
 {
-    const Pass pass = RunFaulty(HealthyWith(HttpFault::kReset));
+    const CopyOutput pass = RunFaulty(HealthyWith(HttpFault::kReset));
     // The reset may overtake the header.
     EXPECT_EQ(CountLines(pass, kSendFail) + CountLines(pass, kTransferBroke), kFaultyRequests);
     EXPECT_EQ(CountLines(pass, kGetDataFail), kFaultyRequests);
@@ -482,7 +483,7 @@ TEST_F(SystemPass, RedirectLoopEnds)
     // WinINet gives up after some redirects, wine never does: there the server ends the loop.
     constexpr int kServersPatience = 40;
     std::map<std::string, int> redirects; // by target
-    const Pass pass = RunFaulty([&redirects](const Request& request) {
+    const CopyOutput pass = RunFaulty([&redirects](const Request& request) {
         const std::string target = TargetOf(request);
         if (++redirects[target] > kServersPatience) {
             return HttpAnswer{.fault = HttpFault::kClosedEarly};
@@ -534,7 +535,7 @@ TEST_F(SystemPass, TextThatIsNoDocumentIsNoReport)
         SetAnswer(company, [&](const Request&) { return HttpAnswer{.body = reports[next++ % reports.size()].xml}; });
         PutOldFiles(company);
     }
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(next, requests);
     EXPECT_EQ(CountLines(pass, kLoadFail), 20);
     EXPECT_EQ(CountLines(pass, kTagInvalid), 20);
@@ -554,7 +555,7 @@ TEST_F(SystemPass, EndlessNestingIsNoReport)
 TEST_F(SystemPass, ReportWithATextTooLongIsNoReport)
 {
     constexpr std::size_t kLongestText = 10'000'000; // of the XML parser
-    const Pass pass = RunFaulty({.body = PeakReport(8, {.value = std::string(kLongestText + 1, '1')})}, 8);
+    const CopyOutput pass = RunFaulty({.body = PeakReport(8, {.value = std::string(kLongestText + 1, '1')})}, 8);
     EXPECT_EQ(CountLines(pass, kLoadFail), 2);
     EXPECT_EQ(CountLines(pass, kAnalyzeError), 2);
 }
@@ -564,7 +565,7 @@ TEST_F(SystemPass, ReportBeyondTheLimitFails)
     constexpr std::size_t kLongestBody = std::size_t{64} * 1024 * 1024;
     HttpAnswer answer{.body = PeakReport(8, {})};
     answer.body.resize(kLongestBody + 1, ' ');
-    const Pass pass = RunFaulty(answer, 8);
+    const CopyOutput pass = RunFaulty(answer, 8);
     EXPECT_EQ(CountLines(pass, kTransferBroke), 2);
     EXPECT_EQ(CountLines(pass, kGetDataFail), 2);
 }
@@ -592,7 +593,7 @@ TEST_F(SystemPass, HugeReportIsStored)
 
 TEST_F(SystemPass, DocumentWithAnotherRootIsNoReport)
 {
-    const Pass pass = RunFaulty({.body = "<?xml version=\"1.0\"?><Power_Report><peak_supply/></Power_Report>"});
+    const CopyOutput pass = RunFaulty({.body = "<?xml version=\"1.0\"?><Power_Report><peak_supply/></Power_Report>"});
     EXPECT_EQ(CountLines(pass, kLoadFail), 0);
     ExpectEachFailed(pass, kTagInvalid, kAnalyzeError);
 }
@@ -615,7 +616,7 @@ TEST_F(SystemPass, NothingThatADocumentNamesIsFetched)
     SetAnswer(kFaulty, [&documents](const Request& request) {
         return HttpAnswer{.body = "<?xml version=\"1.0\"?><!DOCTYPE power_report " + documents.at(request.dataType)};
     });
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_THAT(Requests(), SizeIs(kAllRequests));
     EXPECT_THAT(Exchanges(), SizeIs(kAllRequests));
@@ -666,7 +667,7 @@ TEST_F(SystemPass, UsageWithABrokenDateCostsItselfAlone)
         return HttpAnswer{.body =
                               UsageReport(2, {{"2012-13-01T00:00:00", "300", "6"}, {DateTimeOf(start), "300", "7"}})};
     });
-    const Pass pass = RunPass(OnlySetting(kFaulty, 2));
+    const CopyOutput pass = RunPass(OnlySetting(kFaulty, 2));
     EXPECT_EQ(CountLines(pass, {"TRA", "CAmporaDataCollection::AdjustData", "Out of Range. Remove Item"}), 2);
     const std::string record = Bytes64(7) + CalendarBytes(start) + CalendarBytes(start + 300);
     EXPECT_EQ(Records(kFaulty, 2), record + record);
@@ -674,7 +675,7 @@ TEST_F(SystemPass, UsageWithABrokenDateCostsItselfAlone)
 
 TEST_F(SystemPass, ImpossibleDateCostsItsReport)
 {
-    const Pass pass = RunFaulty(
+    const CopyOutput pass = RunFaulty(
         [this](const Request& request) {
             const std::string date = request.date == Dates().front() ? "1950-01-01" : "3001-02-01";
             return HttpAnswer{.body = UsageReport(2, {{date + "T00:00:00", "300", "1"}})};
@@ -695,7 +696,7 @@ TEST_F(SystemPass, UnknownAndIncompleteElementsCostNothingElse)
                                              "<!-- end --></actual_usage><instant_usage/>")};
         },
         2);
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, {"WAR", kAnalyze, "Unknown Tag.(notice)"}), 2);
     EXPECT_EQ(CountLines(pass, {"WAR", kAnalyze, "Unknown Tag.(a)"}), 2);
     EXPECT_EQ(CountLines(pass, {"ERR", kAnalyze, "Instant Tag Fail"}), 2);
@@ -706,7 +707,7 @@ TEST_F(SystemPass, UnknownAndIncompleteElementsCostNothingElse)
 TEST_F(SystemPass, PlainFileInPlaceOfTheFolderKeepsEveryFileFromBeingWritten)
 {
     std::ofstream(Rig().DataFolder()) << "in the way";
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(CountLines(pass, kOpenFail), 21);
     EXPECT_EQ(CountLines(pass, kUpdated), 1);
@@ -716,7 +717,7 @@ TEST_F(SystemPass, PlainFileInPlaceOfTheFolderKeepsEveryFileFromBeingWritten)
 TEST_F(SystemPass, FolderInPlaceOfAFileCostsThatFileAlone)
 {
     std::filesystem::create_directories(DataFile("kansai", 4));
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, kOpenFail), 1);
     EXPECT_TRUE(std::filesystem::is_directory(DataFile("kansai", 4)));
     ExpectOthersHealthy("kansai", 4);
@@ -726,7 +727,7 @@ TEST_F(SystemPass, FileHeldOpenByAReaderStaysAsItIs)
 {
     PutOldFile("kansai", 4);
     ASSERT_TRUE(Rig().HoldOpen(DataFile("kansai", 4)));
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, kOpenFail), 1);
     ExpectOldFile("kansai", 4);
     ExpectOthersHealthy("kansai", 4);
@@ -734,13 +735,13 @@ TEST_F(SystemPass, FileHeldOpenByAReaderStaysAsItIs)
 
 TEST_F(SystemPass, StalledAnswerEndsWithTheConnection)
 {
-    const Pass pass = RunStalled(HttpFault::kStalled);
+    const CopyOutput pass = RunStalled(HttpFault::kStalled);
     EXPECT_EQ(CountLines(pass, kSendFail), 1);
 }
 
 TEST_F(SystemPass, StalledBodyEndsWithTheConnection)
 {
-    const Pass pass = RunStalled(HttpFault::kStalledBody);
+    const CopyOutput pass = RunStalled(HttpFault::kStalledBody);
     EXPECT_EQ(CountLines(pass, kTransferBroke), 1);
 }
 
@@ -754,7 +755,7 @@ TEST_F(SystemPass, EveryCompanyHasAFaultOfItsOwn)
     for (const char* company : kSpoiled) {
         PutOldFiles(company);
     }
-    const Pass pass = RunPass();
+    const CopyOutput pass = RunPass();
     EXPECT_EQ(CountLines(pass, kUpdated), 1);
     for (const char* company : kSpoiled) {
         ExpectOldFiles(company);

@@ -30,9 +30,9 @@ std::string Variable(const char* name)
 }
 
 // Takes the trace log of a copy apart.
-Pass MakePass(int exitCode, const std::string& text)
+CopyOutput TakeApart(int exitCode, const std::string& text)
 {
-    Pass pass{exitCode, text, {}, 0};
+    CopyOutput pass{exitCode, text, {}, 0};
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);) {
         const auto parsed = testing_support::ParseTraceLine(line);
@@ -189,19 +189,19 @@ std::unique_ptr<CRig> MakeRig(Platform platform)
     return std::make_unique<CLinuxRig>();
 }
 
-int CountLines(const Pass& pass, const TraceLine& line)
+int CountLines(const CopyOutput& pass, const TraceLine& line)
 {
     return static_cast<int>(std::count_if(pass.lines.begin(), pass.lines.end(),
                                           [&](const StampedLine& written) { return written.trace == line; }));
 }
 
-Pass CCopy::Trace()
+CopyOutput CCopy::Trace()
 {
     const int exitCode = WaitForExit(milliseconds(0)).value_or(-1);
-    return MakePass(exitCode, Text());
+    return TakeApart(exitCode, Text());
 }
 
-int CCopy::CountLine(const TraceLine& line) const { return CountLines(MakePass(-1, Text()), line); }
+int CCopy::CountLine(const TraceLine& line) const { return CountLines(TakeApart(-1, Text()), line); }
 
 bool CCopy::WaitForLine(const TraceLine& line, int count)
 {
@@ -222,7 +222,7 @@ bool CRig::Do(const std::string& command)
 }
 
 struct CWindowsRig::Impl {
-    fs::path Program(const char* path) const { return fs::path(build) / path; }
+    fs::path Built(const char* path) const { return fs::path(build) / path; }
 
     std::string build = Variable("AMPORA_WINDOWS_BUILD");
     testing_support::CScratchFolder scratch;
@@ -269,17 +269,17 @@ std::unique_ptr<CCopy> CWindowsRig::Start(const std::vector<std::string>& argume
 {
     if (!m_impl->listener) {
         m_impl->listener = std::make_shared<CBackgroundProcess>(
-            std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/tracecat.exe").string(), "--ids"},
+            std::vector<std::string>{AMPORA_WINE, "run", m_impl->Built("tests/tracecat.exe").string(), "--ids"},
             Variables(), kCommandLimit);
     }
-    const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Program("tests/procctl.exe").string(), "--",
-                                              "Z:" + m_impl->Program("bin/amporasrv.exe").string()};
+    const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Built("tests/procctl.exe").string(), "--",
+                                              "Z:" + m_impl->Built("bin/amporasrv.exe").string()};
     return std::make_unique<CWindowsCopy>(Joined(command, arguments), Variables(), m_impl->listener);
 }
 
 ProcessResult CWindowsRig::RunControl(const std::vector<std::string>& arguments)
 {
-    const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Program("bin/amporactl.exe").string()};
+    const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Built("bin/amporactl.exe").string()};
     ProcessResult result = RunProcess(Joined(command, arguments), Variables(), kCommandLimit);
     std::erase(result.out, '\r');
     std::erase(result.err, '\r');
@@ -293,7 +293,7 @@ std::string CWindowsRig::ShowWindow(CCopy& copy) { return dynamic_cast<CWindowsC
 std::unique_ptr<testing_support::CPeer> CWindowsRig::MakePeer() const
 {
     return std::make_unique<testing_support::CPeer>(
-        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Program("tests/test_peer.exe").string()}, Variables());
+        std::vector<std::string>{AMPORA_WINE, "run", m_impl->Built("tests/test_peer.exe").string()}, Variables());
 }
 
 struct CLinuxRig::Impl {

@@ -24,14 +24,14 @@ enum class Platform { kLinux, kWindows };
 Platform PlatformUnderTest();
 
 // What a copy of amporasrv has given.
-struct Pass {
+struct CopyOutput {
     int exitCode = -1;
     std::string text;               // all that it wrote to the trace log
     std::vector<StampedLine> lines; // the same, taken apart; without what is no trace line
     int brokenLines = 0;            // how many those are
 };
 // How often a line was written.
-int CountLines(const Pass& pass, const testing_support::TraceLine& line);
+int CountLines(const CopyOutput& pass, const testing_support::TraceLine& line);
 
 // A copy of amporasrv that has been started; killed when this object goes.
 class CCopy {
@@ -53,7 +53,7 @@ public:
     virtual void WaitForRest() = 0;
 
     // The same taken apart. The exit code is -1 as long as it runs.
-    Pass Trace();
+    CopyOutput Trace();
     // Waits until it has written this line so often. False when the time is up, or it has ended, before that.
     bool WaitForLine(const testing_support::TraceLine& line, int count = 1);
     // How often it has written this line so far.

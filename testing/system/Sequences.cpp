@@ -55,7 +55,7 @@ Lines operator+(Lines first, const Lines& second)
     return first;
 }
 
-Lines MainLines(const Pass& pass)
+Lines MainLines(const CopyOutput& pass)
 {
     Lines lines;
     for (const StampedLine& line : pass.lines) {
@@ -66,7 +66,7 @@ Lines MainLines(const Pass& pass)
     return lines;
 }
 
-Lines WorkerLines(const Pass& pass)
+Lines WorkerLines(const CopyOutput& pass)
 {
     std::vector<unsigned> threads; // in order of their first lines
     std::map<unsigned, Lines> byThread;

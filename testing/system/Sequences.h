@@ -15,8 +15,8 @@ Lines operator+(Lines first, const Lines& second);
 
 // The lines of a copy's first thread, which is the application's, and those of all others, its workers: one worker
 // after the other.
-Lines MainLines(const Pass& pass);
-Lines WorkerLines(const Pass& pass);
+Lines MainLines(const CopyOutput& pass);
+Lines WorkerLines(const CopyOutput& pass);
 
 // Those without "Enter" and "Leave", without those about single XML nodes, and without the removal of records, whose
 // number depends on the time of day.

@@ -22,7 +22,7 @@ const TraceLine kIntervalTimerArmed{"TRA", "CAmporaUpdater::ThreadProc", "Next U
 
 } // namespace
 
-bool ScopesBalance(const Pass& pass)
+bool ScopesBalance(const CopyOutput& pass)
 {
     std::map<unsigned, std::vector<TraceLine>> byThread;
     for (const StampedLine& line : pass.lines) {
@@ -140,7 +140,7 @@ void CSystemTest::AwaitArmed(CCopy& copy, int count)
     NoteEndOfPass();
 }
 
-Pass CSystemTest::EndCopy(CRig& rig, CCopy& copy)
+CopyOutput CSystemTest::EndCopy(CRig& rig, CCopy& copy)
 {
     const std::unique_ptr<CCopy> exitCopy = rig.Start({"/Exit"});
     EXPECT_EQ(exitCopy->WaitForExit(kEndLimit), 0);
@@ -148,14 +148,14 @@ Pass CSystemTest::EndCopy(CRig& rig, CCopy& copy)
     return copy.Trace();
 }
 
-Pass CSystemTest::RunPass(const std::string& moreSettings, unsigned logLevel)
+CopyOutput CSystemTest::RunPass(const std::string& moreSettings, unsigned logLevel)
 {
     const std::unique_ptr<CCopy> copy = StartCopy(moreSettings, logLevel);
     AwaitArmed(*copy);
     return EndCopy(*copy);
 }
 
-Pass CSystemTest::RunSilentPass(const std::string& moreSettings, unsigned logLevel)
+CopyOutput CSystemTest::RunSilentPass(const std::string& moreSettings, unsigned logLevel)
 {
     const std::size_t requestsBefore = Exchanges().size();
     const std::unique_ptr<CCopy> copy = StartCopy(moreSettings, logLevel);

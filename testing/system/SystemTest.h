@@ -22,7 +22,7 @@ inline constexpr unsigned kMessages = 11;
 inline constexpr unsigned kEveryLine = 27;
 
 // Of each thread: whether "Enter" and "Leave" pair up and nest.
-bool ScopesBalance(const Pass& pass);
+bool ScopesBalance(const CopyOutput& pass);
 
 // The sections of the settings that switch updating on and point to this port.
 std::string BaseSettings(unsigned short port, unsigned logLevel);
@@ -54,15 +54,15 @@ protected:
     void AwaitArmed(CCopy& copy, int count = 1);
     // Ends a copy by another one with "/Exit" and gives all that it has traced. A failure of the test when it does not
     // end in time.
-    static Pass EndCopy(CRig& rig, CCopy& copy);
-    Pass EndCopy(CCopy& copy) { return EndCopy(*m_rig, copy); }
+    static CopyOutput EndCopy(CRig& rig, CCopy& copy);
+    CopyOutput EndCopy(CCopy& copy) { return EndCopy(*m_rig, copy); }
 
     // Runs one pass with the base settings and these more sections: starts the program, and ends it when it waits for
     // the next pass. Without the lines of functions' entry and exit, which take most of a pass's time, unless asked
     // for.
-    Pass RunPass(const std::string& moreSettings = "", unsigned logLevel = kMessages);
+    CopyOutput RunPass(const std::string& moreSettings = "", unsigned logLevel = kMessages);
     // The same where the trace log does not tell when the pass is over; it has to make a request.
-    Pass RunSilentPass(const std::string& moreSettings, unsigned logLevel);
+    CopyOutput RunSilentPass(const std::string& moreSettings, unsigned logLevel);
 
     // The port that settings name; the report API's unless a test says otherwise.
     unsigned short Port() const { return m_port; }
