@@ -273,7 +273,7 @@ TEST_F(Http, TenRedirectionsAreFollowed)
 
 TEST_F(Http, RedirectionInACircleIsNoAnswer)
 {
-    // Wine goes round until it is let out.
+    // Wine follows them until one leads out.
     constexpr std::size_t kMostRounds = 100;
     Serve([rounds = std::make_shared<std::size_t>(0)](const HttpExchange&) {
         return ++*rounds < kMostRounds ? HttpAnswer{.status = 302, .headers = {{"Location", "/path"}}} : HttpAnswer{};

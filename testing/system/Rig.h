@@ -62,7 +62,7 @@ public:
 
 // A place to run amporasrv in: settings, folders and nothing of the machine's own. On Windows there is one such place,
 // which every rig empties first; on Linux each rig has its own. Functions throw std::system_error, std::runtime_error
-// or std::filesystem::filesystem_error when the place cannot be had.
+// or std::filesystem::filesystem_error when the place cannot be made.
 class CRig {
 public:
     CRig() = default;

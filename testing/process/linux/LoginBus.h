@@ -23,7 +23,7 @@ public:
     // Ends the bus, as by a crash. The login manager ends with it.
     void Stop();
 
-    // What $DBUS_SYSTEM_BUS_ADDRESS has to be for the processes that shall use this bus.
+    // What $DBUS_SYSTEM_BUS_ADDRESS must be for the processes that are to use this bus.
     const std::string& Address() const { return m_address; }
     // Waits until somebody hears signals of this name.
     void AwaitListener(const std::string& signalName);
