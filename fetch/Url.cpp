@@ -1,5 +1,7 @@
 #include "fetch/Url.h"
 
+#include "platform/LetterCase.h"
+
 #include <algorithm>
 #include <optional>
 #include <string_view>
@@ -27,13 +29,6 @@ bool IsBlankOrControl(wchar_t character)
     return character <= 0x20 || (character >= 0x7F && character <= 0xA0) || character == 0x1680 ||
            (character >= 0x2000 && character <= 0x200F) || (character >= 0x2028 && character <= 0x202F) ||
            character == 0x205F || character == 0x3000 || character == 0xFEFF;
-}
-
-bool EqualsWithoutCase(std::wstring_view text, std::wstring_view lowerCase)
-{
-    return std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(), [](wchar_t left, wchar_t right) {
-        return left == right || (left >= L'A' && left <= L'Z' && left - L'A' + L'a' == right);
-    });
 }
 
 bool ConsistsOf(std::wstring_view text, std::wstring_view characters)
@@ -79,7 +74,7 @@ bool SplitUrl(const CString& url, UrlParts* parts)
         return false;
     }
     const auto* const scheme = std::find_if(std::begin(kSchemes), std::end(kSchemes), [&](const Scheme& known) {
-        return EqualsWithoutCase(text.substr(0, schemeLength), known.name);
+        return platform::EqualsWithoutCase(text.substr(0, schemeLength), known.name);
     });
     if (scheme == std::end(kSchemes)) {
         return false;

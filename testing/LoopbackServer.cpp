@@ -1,6 +1,6 @@
 #include "testing/LoopbackServer.h"
 
-#include "testing/WithoutCase.h"
+#include "platform/LetterCase.h"
 
 #include <algorithm>
 #include <array>
@@ -45,9 +45,9 @@ HttpExchange ParseRequest(const std::string& header, unsigned connection)
         const std::size_t colon = std::min(line.find(':'), line.size());
         const std::size_t first = std::min(line.find_first_not_of(" \t", colon + 1), line.size());
         const std::string value = line.substr(first, line.find_last_not_of(" \t\r") + 1 - first);
-        if (EqualsWithoutCase(line.substr(0, colon), "Host")) {
+        if (platform::EqualsWithoutCase(line.substr(0, colon), "Host")) {
             exchange.host = value;
-        } else if (EqualsWithoutCase(line.substr(0, colon), "User-Agent")) {
+        } else if (platform::EqualsWithoutCase(line.substr(0, colon), "User-Agent")) {
             exchange.agent = value;
         }
     }
@@ -105,7 +105,8 @@ std::string HalfBodyOf(const HttpAnswer& answer)
 bool ClosesConnection(const HttpAnswer& answer)
 {
     return std::any_of(answer.headers.begin(), answer.headers.end(), [](const auto& header) {
-        return EqualsWithoutCase(header.first, "Connection") && EqualsWithoutCase(header.second, "close");
+        return platform::EqualsWithoutCase(header.first, "Connection") &&
+               platform::EqualsWithoutCase(header.second, "close");
     });
 }
 

@@ -1,5 +1,6 @@
 #include "platform/linux/RegFile.h"
 
+#include "platform/LetterCase.h"
 #include "platform/portable/Utf16.h"
 #include "platform/Text.h"
 
@@ -55,13 +56,6 @@ bool IsLineEnd(Text text)
     SkipBlanks(text);
     return text.empty() || text.front() == L';';
 }
-
-wchar_t LowerCase(wchar_t character)
-{
-    return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character - L'A' + L'a') : character;
-}
-
-bool EqualsWithoutCase(Text left, Text right) { return std::ranges::equal(left, right, {}, LowerCase, LowerCase); }
 
 // Whether a key is another one or lies below it.
 bool IsWithin(Text key, Text parent)

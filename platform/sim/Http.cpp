@@ -1,9 +1,9 @@
 #include "platform/Http.h"
 
 #include "platform/LastError.h"
+#include "platform/LetterCase.h"
 #include "platform/sim/MachineState.h"
 #include "platform/Text.h"
-#include "testing/WithoutCase.h"
 
 #include <algorithm>
 #include <cstring>
@@ -11,7 +11,6 @@
 namespace platform {
 
 using sim::Call;
-using testing_support::EqualsWithoutCase;
 using testing_support::HttpAnswer;
 using testing_support::HttpFault;
 

@@ -1,10 +1,10 @@
 #include "platform/sim/Machine.h"
 
 #include "platform/LastError.h"
+#include "platform/LetterCase.h"
 #include "platform/sim/MachineState.h"
 
 #include <algorithm>
-#include <cwctype>
 
 namespace platform::sim {
 
@@ -21,10 +21,9 @@ std::int64_t CountOfCalendar(const SYSTEMTIME& calendar)
     return static_cast<std::int64_t>(count);
 }
 
-CString LowerCase(CString text)
+CString WithoutCase(CString text)
 {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](wchar_t character) { return static_cast<wchar_t>(std::towlower(character)); });
+    std::ranges::transform(text, text.begin(), LowerCase<wchar_t>);
     return text;
 }
 
@@ -82,7 +81,7 @@ bool FailsByFault(Call call)
 
 MachineState::SettingKey SettingKeyOf(Hive hive, unsigned session, const CString& keyPath, const CString& valueName)
 {
-    return {hive, hive == Hive::kPerUser ? session : 0, LowerCase(keyPath), LowerCase(valueName)};
+    return {hive, hive == Hive::kPerUser ? session : 0, WithoutCase(keyPath), WithoutCase(valueName)};
 }
 
 CMachine::CMachine() : m_state(std::make_unique<MachineState>()) { g_current = this; }
