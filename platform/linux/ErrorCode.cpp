@@ -2,7 +2,9 @@
 
 #include "platform/LastError.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 namespace platform::linux {
 
@@ -15,50 +17,42 @@ constexpr DWORD kGeneralFailure = 31;
 constexpr DWORD kNameTooLong = 206;
 constexpr DWORD kNoSystemResources = 1450;
 
+struct Translation {
+    int error;
+    DWORD code;
+};
+
+constexpr Translation kTranslations[] = {
+    {0, ERROR_SUCCESS},
+    {ENOENT, ERROR_FILE_NOT_FOUND},
+    {ENOTDIR, ERROR_PATH_NOT_FOUND},
+    {EMFILE, kTooManyOpenFiles},
+    {ENFILE, kTooManyOpenFiles},
+    {EACCES, ERROR_ACCESS_DENIED},
+    {EPERM, ERROR_ACCESS_DENIED},
+    {EISDIR, ERROR_ACCESS_DENIED},
+    {ELOOP, ERROR_ACCESS_DENIED}, // a symbolic link where none is followed
+    {ENXIO, ERROR_ACCESS_DENIED}, // a socket, or a queue without a reader, where a file is expected
+    {EBADF, ERROR_INVALID_HANDLE},
+    {ENOMEM, ERROR_OUTOFMEMORY},
+    {EROFS, kWriteProtected},
+    {EBUSY, ERROR_SHARING_VIOLATION},
+    {ETXTBSY, ERROR_SHARING_VIOLATION},
+    {EINVAL, ERROR_INVALID_PARAMETER},
+    {ENOSPC, ERROR_DISK_FULL},
+    {EDQUOT, ERROR_DISK_FULL},
+    {EEXIST, ERROR_ALREADY_EXISTS},
+    {ENAMETOOLONG, kNameTooLong},
+    {EAGAIN, kNoSystemResources}, // no thread, no lock: a limit of the system or the user
+    {ENOLCK, kNoSystemResources},
+};
+
 } // namespace
 
 DWORD ErrorCodeOf(int error)
 {
-    switch (error) {
-    case 0:
-        return ERROR_SUCCESS;
-    case ENOENT:
-        return ERROR_FILE_NOT_FOUND;
-    case ENOTDIR:
-        return ERROR_PATH_NOT_FOUND;
-    case EMFILE:
-    case ENFILE:
-        return kTooManyOpenFiles;
-    case EACCES:
-    case EPERM:
-    case EISDIR:
-    case ELOOP: // a symbolic link where none is followed
-    case ENXIO: // a socket, or a queue without a reader, where a file is expected
-        return ERROR_ACCESS_DENIED;
-    case EBADF:
-        return ERROR_INVALID_HANDLE;
-    case ENOMEM:
-        return ERROR_OUTOFMEMORY;
-    case EROFS:
-        return kWriteProtected;
-    case EBUSY:
-    case ETXTBSY:
-        return ERROR_SHARING_VIOLATION;
-    case EINVAL:
-        return ERROR_INVALID_PARAMETER;
-    case ENOSPC:
-    case EDQUOT:
-        return ERROR_DISK_FULL;
-    case EEXIST:
-        return ERROR_ALREADY_EXISTS;
-    case ENAMETOOLONG:
-        return kNameTooLong;
-    case EAGAIN: // no thread, no lock: a limit of the system or the user
-    case ENOLCK:
-        return kNoSystemResources;
-    default:
-        return kGeneralFailure;
-    }
+    const auto* const known = std::ranges::find(kTranslations, error, &Translation::error);
+    return known != std::end(kTranslations) ? known->code : kGeneralFailure;
 }
 
 void SetLastErrorFrom(int error) { SetLastErrorCode(ErrorCodeOf(error)); }

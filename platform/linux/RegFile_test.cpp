@@ -128,7 +128,7 @@ TEST(RegFile, BytesGoOnAfterABackslash)
     EXPECT_THAT(Find(kHead + "\"N\"=hex:\\\n  01\n", L"N").data, ElementsAre(1));
 }
 
-TEST(RegFile, BytesThatAreBrokenOffDoNotTakeTheNextKeyOrValueWithThem)
+TEST(RegFile, UnfinishedBytesLeaveTheNextKeyAndValue)
 {
     EXPECT_FALSE(Has(kHead + "\"N\"=hex:01,02,\\\n\"M\"=dword:1\n", L"N"));
     EXPECT_TRUE(Has(kHead + "\"N\"=hex:01,02,\\\n\"M\"=dword:1\n", L"M"));
@@ -220,7 +220,7 @@ TEST(RegFile, Utf16HasAByteOrderMark)
     EXPECT_FALSE(Has(file.substr(2), L"N")) << "without mark it is not taken for UTF-16";
 }
 
-TEST(RegFile, CommentsAndBlanksAreNothing)
+TEST(RegFile, CommentsAndBlanksAreIgnored)
 {
     EXPECT_EQ(NumberIn("; \"N\"=dword:9\n\n   \t\n\"N\"=dword:1\n;\"N\"=dword:8\n"), 1U);
     EXPECT_EQ(NumberIn("  \"N\" = dword:1 ; nine\n"), 1U);
@@ -228,54 +228,56 @@ TEST(RegFile, CommentsAndBlanksAreNothing)
     EXPECT_THAT(Find(kHead + "\"N\"=hex:01,02 ; and so on \\\n\"M\"=dword:1\n", L"N").data, ElementsAre(1, 2));
 }
 
-TEST(RegFile, TheFirstLineIsNotInsistedOn)
+TEST(RegFile, TheFirstLineMayBeMissing)
 {
     EXPECT_TRUE(Has("[HKEY_CURRENT_USER\\Software\\Test]\n\"N\"=dword:1\n", L"N"));
 }
 
-TEST(RegFile, MalformedValuesArePassedOver)
+constexpr const char* kMalformedValues[] = {
+    "\"N\"",
+    "\"N\"=",
+    "\"N\"dword:1",
+    "\"N=dword:1",
+    "N=dword:1",
+    "N\"=dword:1",
+    "\"N\"=1",
+    "\"N\"=dword",
+    "\"N\"=dword:",
+    "\"N\"=dword:x",
+    "\"N\"=dword:000000001",
+    "\"N\"=dword:1 2",
+    "\"N\"=dword:1x",
+    "\"N\"=dword:-1",
+    "\"N\"=\"",
+    "\"N\"=\"x",
+    "\"N\"=\"x\\\"",
+    "\"N\"=\"x\"y",
+    "\"N\"=hex",
+    "\"N\"=hex:1,",
+    "\"N\"=hex:,1",
+    "\"N\"=hex:123",
+    "\"N\"=hex:1 2",
+    "\"N\"=hex:g",
+    "\"N\"=hex(:01",
+    "\"N\"=hex():01",
+    "\"N\"=hex(x):01",
+    "\"N\"=hex(1:01",
+    "\"N\"=hex(123456789):01",
+    "\"N\"=hex(1)01",
+    "\"N\"=-x",
+    "\"N\"=-dword:1",
+    "@",
+    "=dword:1",
+    "\\",
+    "\"",
+    "[",
+    "]",
+    "\"N\"=dword:1]",
+};
+
+TEST(RegFile, MalformedValuesAreIgnored)
 {
-    for (const char* line : {
-             "\"N\"",
-             "\"N\"=",
-             "\"N\"dword:1",
-             "\"N=dword:1",
-             "N=dword:1",
-             "N\"=dword:1",
-             "\"N\"=1",
-             "\"N\"=dword",
-             "\"N\"=dword:",
-             "\"N\"=dword:x",
-             "\"N\"=dword:000000001",
-             "\"N\"=dword:1 2",
-             "\"N\"=dword:1x",
-             "\"N\"=dword:-1",
-             "\"N\"=\"",
-             "\"N\"=\"x",
-             "\"N\"=\"x\\\"",
-             "\"N\"=\"x\"y",
-             "\"N\"=hex",
-             "\"N\"=hex:1,",
-             "\"N\"=hex:,1",
-             "\"N\"=hex:123",
-             "\"N\"=hex:1 2",
-             "\"N\"=hex:g",
-             "\"N\"=hex(:01",
-             "\"N\"=hex():01",
-             "\"N\"=hex(x):01",
-             "\"N\"=hex(1:01",
-             "\"N\"=hex(123456789):01",
-             "\"N\"=hex(1)01",
-             "\"N\"=-x",
-             "\"N\"=-dword:1",
-             "@",
-             "=dword:1",
-             "\\",
-             "\"",
-             "[",
-             "]",
-             "\"N\"=dword:1]",
-         }) {
+    for (const char* line : kMalformedValues) {
         const std::string file = kHead + line + "\n\"M\"=dword:7\n";
         EXPECT_FALSE(Has(file, L"N")) << line;
         EXPECT_FALSE(Has(file, L"")) << line;
