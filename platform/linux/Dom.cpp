@@ -1,6 +1,6 @@
 // The document object model on libxml2, made to behave as MSXML does. libxml2 is the parser inside wine's MSXML too, so
 // limits (256 levels, 10 MB of text in one node) come out the same by themselves; this file adds the rest: which text
-// is dropped, how it is trimmed, what may stand before and behind the document.
+// is dropped, how it is trimmed, what may stand before and after the document.
 #include "platform/Dom.h"
 
 #include "platform/portable/DocumentCheck.h"
@@ -90,8 +90,8 @@ bool IsDropped(const xmlNode* node, bool preserve)
 // Refuses what a document refers to outside itself.
 xmlParserInput* ResolveNothing(void*, const xmlChar*, const xmlChar*) { return nullptr; }
 
-// While it lives, the calling thread's parser errors go nowhere: some would else reach standard error whatever the
-// parser's own options say.
+// While it lives, the calling thread's parser errors go nowhere: some would otherwise reach standard error,
+// whatever the options of the parser.
 class CQuietErrors {
 public:
     CQuietErrors() : m_handler(xmlStructuredError), m_context(xmlStructuredErrorContext)
@@ -147,7 +147,7 @@ bool IsSkippedBefore(wchar_t character)
 }
 
 // The part of a wide text that MSXML looks at: up to the first zero character, without white space and a byte order
-// mark before the document. (The parser passes over one more mark, here as there.)
+// mark before the document. (The parser ignores one more mark on both systems.)
 std::wstring_view DocumentPart(std::wstring_view text)
 {
     constexpr wchar_t kByteOrderMark = 0xFEFF;
@@ -186,8 +186,8 @@ bool IsCharacter(wchar_t unit)
 
 // The text of an element's content, piece by piece.
 //
-// White space that is not listed still parts words: it counts as one space between two pieces, however much there is of
-// it, and as nothing before the first piece of an element.
+// White space that is not listed still separates words: it counts as one space between two pieces, however much there
+// is of it, and as nothing before the first piece of an element.
 class CTextPieces {
 public:
     // White space that is not listed.

@@ -108,7 +108,7 @@ TEST_F(LinuxFiles, AnythingExistsThatHasThePath)
     EXPECT_FALSE(PathExists(Wide(m_folder / "missing")));
 }
 
-TEST_F(LinuxFiles, APathWithAZeroIsNoFiles)
+TEST_F(LinuxFiles, APathWithAZeroNamesNoFile)
 {
     Write(m_folder / "file", "kept");
     const CString path = Wide(m_folder / "file") + CString(1, L'\0') + L"x";

@@ -202,7 +202,7 @@ TEST(LinuxConnectedState, VariableAnswersInstead)
     EXPECT_EQ(ConnectedStateWith("fail"), (ConnectedState{FALSE, 0}));
 }
 
-TEST(LinuxConnectedState, VariableThatSaysNothingIsPassedOver)
+TEST(LinuxConnectedState, VariableWithoutMeaningIsIgnored)
 {
     const ConnectedState own = ConnectedStateWith(nullptr);
     EXPECT_EQ(ConnectedStateWith(""), own);

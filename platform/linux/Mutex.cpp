@@ -21,7 +21,7 @@ bool TryFlock(const CFileDescriptor& file) { return ::flock(file.Get(), LOCK_EX 
 
 void WriteMark(const CFileDescriptor& file, char mark)
 {
-    // The byte exists since the mutex was made, so this does not fail for want of room. Should it fail all the same,
+    // The byte exists since the mutex was made, so this does not fail for lack of space. If it fails all the same,
     // only the news of an abandonment is lost, never the exclusion.
     [[maybe_unused]] const ssize_t written = ::pwrite(file.Get(), &mark, 1, 0);
 }

@@ -140,7 +140,7 @@ TEST_F(NamedFile, ALockOfTheFileAloneDoesNotMakeAMutexExist)
     EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_TIMEOUT) << "but it is owned";
 }
 
-TEST_F(NamedFile, InitialOwnershipOfALockedFileCannotBeHad)
+TEST_F(NamedFile, ALockedFileGivesNoInitialOwnership)
 {
     MakeMutex(L"Mutex");
     const CFileDescriptor file(::open((m_session.SessionFolder() / "Mutex").c_str(), O_RDONLY | O_CLOEXEC));

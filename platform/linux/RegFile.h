@@ -28,7 +28,7 @@ namespace platform::linux {
 // Finds one value as it were in the registry after the import of this file into an empty one: a later line counts more
 // than an earlier one, and what is deleted is gone. bytes: the file; keyPath: with the root's full name
 // ("HKEY_CURRENT_USER\..."); valueName: empty for the value without a name. False, with *value emptied, when there is
-// none. A line that does not follow the format is passed over; values below a key line that does not belong to no key.
+// none. A line that does not follow the format is ignored; values below a key line that does not belong to no key.
 // Stateless, any thread.
 bool FindRegValue(std::span<const BYTE> bytes, std::wstring_view keyPath, std::wstring_view valueName,
                   SettingsValue* value);

@@ -10,7 +10,7 @@ namespace platform {
 
 namespace {
 
-// A longer file is none of settings and counts as missing, in bytes.
+// In bytes. A longer file cannot be one of settings and counts as missing.
 constexpr std::size_t kMaxFileSize = 16U << 20;
 
 constexpr char kFileBelowFolder[] = "/AmporaSrv/settings.reg";

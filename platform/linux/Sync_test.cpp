@@ -198,7 +198,7 @@ TEST_F(LinuxSync, ClosingAnOwnedMutexAbandonsIt)
     EXPECT_TRUE(ReleaseOwnedMutex(second));
 }
 
-TEST_F(LinuxSync, AKilledOwnerOfAMutexThatNobodyElseHasLeavesAFreeOne)
+TEST_F(LinuxSync, AKilledOnlyOwnerLeavesAFreeMutex)
 {
     ASSERT_TRUE(m_peer.Do("acquire Mutex"));
     m_peer.Kill();
@@ -418,7 +418,7 @@ TEST_F(LinuxSync, WithoutDescriptorsEverythingFailsWithItsCode)
     EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT) << "the event is as it was";
 }
 
-TEST(LinuxTimer, DueTimesBeyondAllMeasureAreTaken)
+TEST(LinuxTimer, ExtremeDueTimesAreAccepted)
 {
     const CScratchSession session;
     const WaitHandle event = CreateNamedEvent(L"Event", nullptr);

@@ -4,7 +4,7 @@ namespace platform {
 
 void OutputDebugText(const CString& text)
 {
-    // With nobody listening the system looks for a listener in vain and leaves the error of that.
+    // With nobody listening, the system finds no listener and leaves the error of that search.
     const DWORD lastError = ::GetLastError();
     ::OutputDebugStringW(text.c_str());
     ::SetLastError(lastError);
