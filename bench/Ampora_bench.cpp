@@ -2,6 +2,7 @@
 #include "data/GSXMLAnalyzer.h"
 #include "fetch/AmporaHttpClient.h"
 #include "fetch/AmporaPowerCompanies.h"
+#include "format/Catalogue.h"
 #include "platform/Apartment.h"
 #include "platform/Clock.h"
 #include "platform/Text.h"
@@ -20,7 +21,7 @@ std::string InstantReport(std::int64_t usages)
 {
     constexpr int kStepSeconds = 300;
     return testing_support::UsageReport(
-        kInstantUsage, testing_support::UsagesOfDay("2012-07-02", static_cast<int>(usages), kStepSeconds));
+        catalogue::kInstantUsage, testing_support::UsagesOfDay("2012-07-02", static_cast<int>(usages), kStepSeconds));
 }
 
 void AnalyzeReport(benchmark::State& state)
@@ -56,7 +57,7 @@ void WriteDataFile(benchmark::State& state)
         records.AddAmporaData(now, now, static_cast<ULONGLONG>(i));
     }
     while (state.KeepRunning()) {
-        site.OutData(path, kInstantUsage, &records, now);
+        site.OutData(path, catalogue::kInstantUsage, &records, now);
     }
     const auto size = static_cast<std::int64_t>(std::filesystem::file_size(scratch.Path() / "tokyo_00000001.dat"));
     if (size != 32 + 40 * state.range(0)) {

@@ -2,6 +2,7 @@
 
 #include "config/SharedNames.h"
 #include "ctl/Table.h"
+#include "format/Catalogue.h"
 #include "format/DataFilePath.h"
 #include "format/DataFileReader.h"
 #include "platform/LastError.h"
@@ -26,28 +27,6 @@ constexpr char kUsage[] = "usage: amporactl show [--folder DIR]\n"
                           "Exit code: 0 when at least one file was shown and all are sound, or the update was\n"
                           "asked for; 1 when a file is faulty or there is none, or amporasrv is not running;\n"
                           "2 when the command line is not understood.\n";
-
-struct Company {
-    int siteNumber;
-    const wchar_t* name;
-};
-
-constexpr Company kCompanies[] = {{kSiteTokyo, L"Tokyo"},
-                                  {kSiteTohoku, L"Tohoku"},
-                                  {kSiteChubu, L"Chubu"},
-                                  {kSiteKansai, L"Kansai"},
-                                  {kSiteKyushu, L"Kyushu"}};
-
-struct Kind {
-    DWORD dataType;
-    const wchar_t* name;
-};
-
-constexpr Kind kKinds[] = {{kInstantUsage, L"instant usage"},
-                           {kActualUsage, L"actual usage"},
-                           {kEstimatedUsage, L"estimated usage"},
-                           {kPeakSupply, L"peak supply"},
-                           {kPeakDemand, L"peak demand"}};
 
 enum class Action { kNone, kShow, kUpdate, kHelp, kVersion };
 
@@ -123,7 +102,7 @@ bool StartsEarlier(const _AmporaOneData& left, const _AmporaOneData& right)
     return key(left.stStart) < key(right.stStart);
 }
 
-void AddFile(CTable& table, const Company& company, const Kind& kind, const DataFile& file)
+void AddFile(CTable& table, const catalogue::Company& company, const catalogue::Kind& kind, const DataFile& file)
 {
     CString first = L"-";
     CString last = L"-";
@@ -135,8 +114,8 @@ void AddFile(CTable& table, const Company& company, const Kind& kind, const Data
         last = PeriodText(*latest);
         value = platform::FormatText(L"%u", latest->ullValue);
     }
-    table.AddRow({company.name, kind.name, platform::FormatText(L"%u", file.header.count), first, last, value,
-                  SecondText(file.header.writeTime)});
+    table.AddRow({company.name.Wide(), kind.name.Wide(), platform::FormatText(L"%u", file.header.count), first, last,
+                  value, SecondText(file.header.writeTime)});
 }
 
 int Show(const CString& folder, std::ostream& out, std::ostream& err)
@@ -149,8 +128,8 @@ int Show(const CString& folder, std::ostream& out, std::ostream& err)
                   {L"NEWEST VALUE", true},
                   {L"WRITTEN", false}});
     int exitCode = kExitSuccess;
-    for (const Company& company : kCompanies) {
-        for (const Kind& kind : kKinds) {
+    for (const catalogue::Company& company : catalogue::kCompanies) {
+        for (const catalogue::Kind& kind : catalogue::kKinds) {
             const CString path = DataFileIn(folder, company.siteNumber, kind.dataType);
             const DataFile file = ReadDataFile(path, kind.dataType);
             if (file.fault == DataFileFault::kNone) {

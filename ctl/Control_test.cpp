@@ -1,5 +1,6 @@
 #include "ctl/Control.h"
 
+#include "format/Catalogue.h"
 #include "format/DataFileFormat.h"
 #include "format/DataFilePath.h"
 #include "platform/Files.h"
@@ -12,6 +13,8 @@
 #include <sstream>
 
 namespace {
+
+using namespace catalogue;
 
 using platform::sim::Call;
 using testing::HasSubstr;
@@ -126,7 +129,7 @@ TEST_F(Control, CommandLineThatIsNotUnderstoodGivesTheUsageOnStandardError)
 
 TEST_F(Control, ShowsAFile)
 {
-    Put(kSiteTokyo, kInstantUsage, FileOf(kInstantUsage, {FiveMinutes(3999, 12, 50), FiveMinutes(4000, 13, 0)}));
+    Put(kTokyo, kInstantUsage, FileOf(kInstantUsage, {FiveMinutes(3999, 12, 50), FiveMinutes(4000, 13, 0)}));
     EXPECT_EQ(Run({L"show"}), 0);
     EXPECT_EQ(
         m_out,
@@ -138,7 +141,7 @@ TEST_F(Control, ShowsAFile)
 
 TEST_F(Control, ShowsCompaniesAndKindsInTheirOrder)
 {
-    for (const int siteNumber : {kSiteTohoku, kSiteTokyo, kSiteChubu, kSiteKansai, kSiteKyushu}) {
+    for (const int siteNumber : {kTohoku, kTokyo, kChubu, kKansai, kKyushu}) {
         for (const DWORD dataType : {kInstantUsage, kActualUsage, kEstimatedUsage, kPeakSupply, kPeakDemand}) {
             Put(siteNumber, dataType, FileOf(dataType, {}));
         }
@@ -162,7 +165,7 @@ TEST_F(Control, ShowsCompaniesAndKindsInTheirOrder)
 
 TEST_F(Control, ShowsAFileWithoutRecords)
 {
-    Put(kSiteChubu, kPeakDemand, FileOf(kPeakDemand, {}));
+    Put(kChubu, kPeakDemand, FileOf(kPeakDemand, {}));
     EXPECT_EQ(Run({L"show"}), 0);
     EXPECT_EQ(m_out, "COMPANY  KIND         RECORDS  FIRST PERIOD  LAST PERIOD  NEWEST VALUE  WRITTEN\n"
                      "Chubu    peak demand        0  -             -                       -  2012-07-02 13:30:05\n");
@@ -170,7 +173,7 @@ TEST_F(Control, ShowsAFileWithoutRecords)
 
 TEST_F(Control, FirstAndLastPeriodFollowTimeAndNotTheOrderOfTheFile)
 {
-    Put(kSiteTokyo, kActualUsage,
+    Put(kTokyo, kActualUsage,
         FileOf(kActualUsage, {FiveMinutes(2, 13, 0), FiveMinutes(3, 14, 0), FiveMinutes(1, 12, 0)}));
     EXPECT_EQ(Run({L"show"}), 0);
     EXPECT_THAT(m_out, HasSubstr("3  2012-07-02 12:00 - 12:05  2012-07-02 14:00 - 14:05             3  "));
@@ -178,7 +181,7 @@ TEST_F(Control, FirstAndLastPeriodFollowTimeAndNotTheOrderOfTheFile)
 
 TEST_F(Control, PeriodOverMidnightNamesBothDays)
 {
-    Put(kSiteKansai, kActualUsage,
+    Put(kKansai, kActualUsage,
         FileOf(kActualUsage, {Record(1, {2012, 7, 1, 2, 23, 0, 0, 0}, {2012, 7, 2, 3, 0, 0, 0, 0})}));
     EXPECT_EQ(Run({L"show"}), 0);
     EXPECT_THAT(m_out, HasSubstr("1  2012-07-02 23:00 - 2012-07-03 00:00  "));
@@ -186,7 +189,7 @@ TEST_F(Control, PeriodOverMidnightNamesBothDays)
 
 TEST_F(Control, TimesThatAreNotKnownAreCalledSo)
 {
-    Put(kSiteKyushu, kInstantUsage,
+    Put(kKyushu, kInstantUsage,
         FileOf(kInstantUsage, {Record(7, {}, {2012, 7, 1, 2, 13, 0, 0, 0}), FiveMinutes(8, 13, 0)}, SYSTEMTIME{}));
     EXPECT_EQ(Run({L"show"}), 0);
     EXPECT_THAT(m_out, HasSubstr("2  unknown - 2012-07-02 13:00  2012-07-02 13:00 - 13:05             8  unknown\n"));
@@ -194,16 +197,16 @@ TEST_F(Control, TimesThatAreNotKnownAreCalledSo)
 
 TEST_F(Control, ShowsTheLargestValue)
 {
-    Put(kSiteTokyo, kPeakSupply, FileOf(kPeakSupply, {FiveMinutes(0xFFFFFFFFFFFFFFFF, 0, 0)}));
+    Put(kTokyo, kPeakSupply, FileOf(kPeakSupply, {FiveMinutes(0xFFFFFFFFFFFFFFFF, 0, 0)}));
     EXPECT_EQ(Run({L"show"}), 0);
     EXPECT_THAT(m_out, HasSubstr("  18446744073709551615  "));
 }
 
 TEST_F(Control, FilesOfOtherNamesAreNotLookedAt)
 {
-    Put(kSiteTokyo, kPeakSupply, FileOf(kPeakSupply, {}));
+    Put(kTokyo, kPeakSupply, FileOf(kPeakSupply, {}));
     m_machine.PutFile(DataFolder() + platform::kPathSeparator + L"osaka_00000001.dat", {.bytes = {1}});
-    m_machine.PutFile(DataFileIn(DataFolder(), kSiteTokyo, 32), {.bytes = {1}});
+    m_machine.PutFile(DataFileIn(DataFolder(), kTokyo, 32), {.bytes = {1}});
     EXPECT_EQ(Run({L"show"}), 0);
     EXPECT_EQ(m_err, "");
 }
@@ -220,7 +223,7 @@ TEST_F(Control, NoDataFilesIsAFailureThatNamesTheFolder)
 TEST_F(Control, LooksIntoAnotherFolder)
 {
     const CString folder = CString(L"C:") + platform::kPathSeparator + L"\x96FB\x529B";
-    m_machine.PutFile(DataFileIn(folder, kSiteTokyo, kPeakSupply), {.bytes = FileOf(kPeakSupply, {})});
+    m_machine.PutFile(DataFileIn(folder, kTokyo, kPeakSupply), {.bytes = FileOf(kPeakSupply, {})});
     EXPECT_EQ(Run({L"show"}), 1);
     EXPECT_EQ(Run({L"show", L"--folder", folder}), 0);
     EXPECT_THAT(m_out, HasSubstr("Tokyo    peak supply"));
@@ -245,16 +248,16 @@ TEST_F(Control, FaultyFilesAreNamedWithTheirReason)
     torn.resize(100);
     std::vector<BYTE> foreign = FileOf(kEstimatedUsage, {});
     foreign[2] = 2;
-    Put(kSiteTokyo, kInstantUsage, {1, 2, 3});
-    Put(kSiteTokyo, kActualUsage, torn);
-    Put(kSiteTohoku, kEstimatedUsage, foreign);
-    Put(kSiteKansai, kPeakSupply, FileOf(kPeakDemand, {}));
-    Put(kSiteKyushu, kPeakDemand, FileOf(kPeakDemand, {FiveMinutes(5, 14, 0)}));
+    Put(kTokyo, kInstantUsage, {1, 2, 3});
+    Put(kTokyo, kActualUsage, torn);
+    Put(kTohoku, kEstimatedUsage, foreign);
+    Put(kKansai, kPeakSupply, FileOf(kPeakDemand, {}));
+    Put(kKyushu, kPeakDemand, FileOf(kPeakDemand, {FiveMinutes(5, 14, 0)}));
     EXPECT_EQ(Run({L"show"}), 1);
-    EXPECT_EQ(m_err, Complaint(kSiteTokyo, kInstantUsage, "it has 3 bytes, less than a header (32 bytes)") +
-                         Complaint(kSiteTokyo, kActualUsage, "it has 100 bytes, but its record count of 2 makes 112") +
-                         Complaint(kSiteTohoku, kEstimatedUsage, "its format version is 0x00020000, not 0x00010000") +
-                         Complaint(kSiteKansai, kPeakSupply, "it holds data type 16, not 8"));
+    EXPECT_EQ(m_err, Complaint(kTokyo, kInstantUsage, "it has 3 bytes, less than a header (32 bytes)") +
+                         Complaint(kTokyo, kActualUsage, "it has 100 bytes, but its record count of 2 makes 112") +
+                         Complaint(kTohoku, kEstimatedUsage, "its format version is 0x00020000, not 0x00010000") +
+                         Complaint(kKansai, kPeakSupply, "it holds data type 16, not 8"));
     EXPECT_EQ(
         m_out,
         "COMPANY  KIND         RECORDS  FIRST PERIOD              LAST PERIOD               NEWEST VALUE  WRITTEN\n"
@@ -264,10 +267,10 @@ TEST_F(Control, FaultyFilesAreNamedWithTheirReason)
 
 TEST_F(Control, FaultyFileAloneGivesNoTable)
 {
-    Put(kSiteTokyo, kInstantUsage, {});
+    Put(kTokyo, kInstantUsage, {});
     EXPECT_EQ(Run({L"show"}), 1);
     EXPECT_EQ(m_out, "");
-    EXPECT_EQ(m_err, Complaint(kSiteTokyo, kInstantUsage, "it has 0 bytes, less than a header (32 bytes)"));
+    EXPECT_EQ(m_err, Complaint(kTokyo, kInstantUsage, "it has 0 bytes, less than a header (32 bytes)"));
 }
 
 TEST_F(Control, FileThatIsBeingWrittenIsNamed)
@@ -275,10 +278,10 @@ TEST_F(Control, FileThatIsBeingWrittenIsNamed)
     m_machine.PutFile(DataFolder(), {.isFolder = true});
     const platform::SecurityDescriptorPtr security = platform::InitializeDescriptor();
     const platform::OutputFilePtr writer =
-        platform::OpenForReplace(DataFileIn(DataFolder(), kSiteChubu, kActualUsage), security.get());
+        platform::OpenForReplace(DataFileIn(DataFolder(), kChubu, kActualUsage), security.get());
     ASSERT_TRUE(writer);
     EXPECT_EQ(Run({L"show"}), 1);
-    EXPECT_EQ(m_err, Complaint(kSiteChubu, kActualUsage, "it is being written by another program"));
+    EXPECT_EQ(m_err, Complaint(kChubu, kActualUsage, "it is being written by another program"));
 }
 
 // Asking for an update.

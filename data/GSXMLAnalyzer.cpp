@@ -2,6 +2,7 @@
 
 #include "config/TraceLog.h"
 #include "data/Scan.h"
+#include "format/Catalogue.h"
 #include "platform/Clock.h"
 
 namespace {
@@ -14,11 +15,11 @@ using platform::DomNodePtr;
 constexpr wchar_t kAnalyzeData[] = L"CGSXMLAnalyzer::AnalyzeData";
 
 constexpr wchar_t kRootTag[] = L"power_report";
-constexpr wchar_t kInstantTag[] = L"instant_usage";
-constexpr wchar_t kActualTag[] = L"actual_usage";
-constexpr wchar_t kEstimatedTag[] = L"estimated_usage";
-constexpr wchar_t kPeakSupplyTag[] = L"peak_supply";
-constexpr wchar_t kPeakDemandTag[] = L"peak_demand";
+constexpr const catalogue::Kind& kInstant = *catalogue::FindKind(catalogue::kInstantUsage);
+constexpr const catalogue::Kind& kActual = *catalogue::FindKind(catalogue::kActualUsage);
+constexpr const catalogue::Kind& kEstimated = *catalogue::FindKind(catalogue::kEstimatedUsage);
+constexpr const catalogue::Kind& kSupply = *catalogue::FindKind(catalogue::kPeakSupply);
+constexpr const catalogue::Kind& kDemand = *catalogue::FindKind(catalogue::kPeakDemand);
 
 constexpr wchar_t kOtherName[] = L"Tag name invalid";
 
@@ -33,11 +34,11 @@ struct TagHandler {
 };
 
 constexpr TagHandler kHandlers[] = {
-    {kInstantTag, &CGSXMLAnalyzer::AnalyzeInstantTag, L"Instant Tag Success", L"Instant Tag Fail"},
-    {kActualTag, &CGSXMLAnalyzer::AnalyzeActualTag, L"Actual Tag Success", L"Actual Tag Fail"},
-    {kEstimatedTag, &CGSXMLAnalyzer::AnalyzeEstimatedTag, L"Estimated Tag Success", L"Estimated Tag Fail"},
-    {kPeakSupplyTag, &CGSXMLAnalyzer::AnalyzePeakSupplyTag, L"PeakSupply Tag Success", L"PeakSupply Tag Fail"},
-    {kPeakDemandTag, &CGSXMLAnalyzer::AnalyzePeakDemandTag, L"PeakDemand Tag Success", L"PeakDemand Tag Fail"},
+    {kInstant.element.Wide(), &CGSXMLAnalyzer::AnalyzeInstantTag, L"Instant Tag Success", L"Instant Tag Fail"},
+    {kActual.element.Wide(), &CGSXMLAnalyzer::AnalyzeActualTag, L"Actual Tag Success", L"Actual Tag Fail"},
+    {kEstimated.element.Wide(), &CGSXMLAnalyzer::AnalyzeEstimatedTag, L"Estimated Tag Success", L"Estimated Tag Fail"},
+    {kSupply.element.Wide(), &CGSXMLAnalyzer::AnalyzePeakSupplyTag, L"PeakSupply Tag Success", L"PeakSupply Tag Fail"},
+    {kDemand.element.Wide(), &CGSXMLAnalyzer::AnalyzePeakDemandTag, L"PeakDemand Tag Success", L"PeakDemand Tag Fail"},
 };
 
 // Loads with Load or LoadFile of the parser; null also when that throws.
@@ -78,29 +79,31 @@ std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeFile(CString strPa
 
 BOOL CGSXMLAnalyzer::AnalyzeInstantTag(const DomNodePtr& node, CAmporaDataCollection* collection)
 {
-    return AnalyzeUsages(L"CGSXMLAnalyzer::AnalyzeInstantTag", node, collection, kInstantTag, kOtherName);
+    return AnalyzeUsages(L"CGSXMLAnalyzer::AnalyzeInstantTag", node, collection, kInstant.element.Wide(), kOtherName);
 }
 
 BOOL CGSXMLAnalyzer::AnalyzeActualTag(const DomNodePtr& node, CAmporaDataCollection* collection)
 {
-    return AnalyzeUsages(L"CGSXMLAnalyzer::AnalyzeActualTag", node, collection, kActualTag, L"Tag Name invalid");
+    return AnalyzeUsages(L"CGSXMLAnalyzer::AnalyzeActualTag", node, collection, kActual.element.Wide(),
+                         L"Tag Name invalid");
 }
 
 BOOL CGSXMLAnalyzer::AnalyzeEstimatedTag(const DomNodePtr& node, CAmporaDataCollection* collection)
 {
-    return AnalyzeUsages(L"CGSXMLAnalyzer::AnalyzeEstimatedTag", node, collection, kEstimatedTag, kOtherName);
+    return AnalyzeUsages(L"CGSXMLAnalyzer::AnalyzeEstimatedTag", node, collection, kEstimated.element.Wide(),
+                         kOtherName);
 }
 
 BOOL CGSXMLAnalyzer::AnalyzePeakSupplyTag(const DomNodePtr& node, CAmporaDataCollection* collection)
 {
     return AnalyzePeak(L"CGSXMLAnalyzer::AnalyzePeakSupplyTag", node, collection,
-                       {kPeakSupplyTag, L"supply", L"NOT supply tag", L"NOT supply Attributes"});
+                       {kSupply.element.Wide(), L"supply", L"NOT supply tag", L"NOT supply Attributes"});
 }
 
 BOOL CGSXMLAnalyzer::AnalyzePeakDemandTag(const DomNodePtr& node, CAmporaDataCollection* collection)
 {
     return AnalyzePeak(L"CGSXMLAnalyzer::AnalyzePeakDemandTag", node, collection,
-                       {kPeakDemandTag, L"demand", L"NOT demand tag", L"NOT demand Attributes"});
+                       {kDemand.element.Wide(), L"demand", L"NOT demand tag", L"NOT demand Attributes"});
 }
 
 std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeData(const DomElementPtr& element)
@@ -134,7 +137,7 @@ BOOL CGSXMLAnalyzer::AnalyzeUsageTag(const DomNodePtr& node, SYSTEMTIME& start, 
                                      ULONGLONG& value)
 {
     const CTraceScope scope(L"CGSXMLAnalyzer::AnalyzeUsageTag");
-    if (!node || GetTagName(node) != L"usage") {
+    if (!node || GetTagName(node) != kInstant.item.Wide()) {
         scope.Err(kOtherName);
         return FALSE;
     }

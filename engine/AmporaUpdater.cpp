@@ -9,6 +9,7 @@
 #include "engine/WaitTableTimer.h"
 #include "fetch/AmporaPowerCompanies.h"
 #include "fetch/NullDacl.h"
+#include "format/Catalogue.h"
 #include "platform/Clock.h"
 
 namespace {
@@ -16,16 +17,6 @@ namespace {
 constexpr std::int64_t kHalfDaySeconds = 43200;
 constexpr std::int64_t kDaySeconds = 86400;
 constexpr DWORD kFailedWaitPauseMs = 1000;
-
-// The kinds of data in the order of a pass. Usage covers whole days and is trimmed to the pass's window; a peak is one
-// record and is not.
-struct Kind {
-    DWORD dataType;
-    bool trim;
-};
-constexpr Kind kKinds[] = {
-    {kInstantUsage, true}, {kActualUsage, true}, {kEstimatedUsage, true}, {kPeakSupply, false}, {kPeakDemand, false},
-};
 
 } // namespace
 
@@ -99,6 +90,7 @@ void CAmporaUpdater::ThreadProc()
     CAmporaChubuPowerCompany chubu;
     CAmporaKyushuPowerCompany kyushu;
     CAmporaSiteConfig* const sites[] = {&tokyo, &tohoku, &kansai, &chubu, &kyushu, nullptr};
+    static_assert(std::size(sites) == catalogue::kCompanies.size() + 1);
     if (IsExitSet()) {
         scope.Tra(L"Exit...");
         return;
@@ -283,7 +275,7 @@ void CAmporaUpdater::UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSit
         scope.Err(L"Invalid Parameter");
         return;
     }
-    for (const Kind& kind : kKinds) {
+    for (const catalogue::Kind& kind : catalogue::kKinds) {
         if (IsExitSet()) {
             return;
         }
@@ -297,7 +289,7 @@ void CAmporaUpdater::UpdateOnePowerCompany(CAmporaHttpClient* client, CAmporaSit
             if (merged) {
                 SYSTEMTIME writeTime{};
                 platform::ReadLocalClock(&writeTime);
-                if (kind.trim) {
+                if (kind.isTrimmed) {
                     merged->AdjustData(start, end);
                 }
                 site->OutData(kind.dataType, merged.get(), writeTime);

@@ -1,6 +1,7 @@
 #include "engine/AmporaUpdater.h"
 
 #include "engine/WaitTableTimer.h"
+#include "format/Catalogue.h"
 #include "platform/Clock.h"
 #include "testing/CalendarText.h"
 #include "testing/SlotOrder.h"
@@ -167,7 +168,7 @@ TEST_F(AmporaUpdater, ExitBetweenTwoCompaniesEndsThePass)
     FakeSite first;
     FakeSite second;
     first.out = [this](DWORD dataType) {
-        if (dataType == kPeakDemand) {
+        if (dataType == catalogue::kPeakDemand) {
             m_updater.SetExit();
         }
     };
@@ -513,7 +514,7 @@ TEST_F(AmporaUpdater, ExitBeforeAKindStopsSilently)
 TEST_F(AmporaUpdater, ExceptionCostsOneKind)
 {
     m_site.out = [](DWORD dataType) {
-        if (dataType == kActualUsage) {
+        if (dataType == catalogue::kActualUsage) {
             throw std::runtime_error("disk fails");
         }
     };

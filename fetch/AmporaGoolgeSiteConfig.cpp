@@ -4,6 +4,7 @@
 #include "config/TraceLog.h"
 #include "data/GSXMLAnalyzer.h"
 #include "fetch/NullDacl.h"
+#include "format/Catalogue.h"
 #include "format/DataFilePath.h"
 #include "platform/Files.h"
 #include "platform/LastError.h"
@@ -13,19 +14,6 @@ namespace {
 
 // The answer of a source that has no data for the day.
 constexpr DWORD kStatusNoData = 503;
-
-// The two words by which the API names a kind of data.
-struct ReportKind {
-    DWORD dataType;
-    const wchar_t* category;
-    const wchar_t* kind;
-};
-
-constexpr ReportKind kReportKinds[] = {
-    {kInstantUsage, L"usage", L"instant"},     {kActualUsage, L"usage", L"actual"},
-    {kEstimatedUsage, L"usage", L"estimated"}, {kPeakSupply, L"peak", L"supply"},
-    {kPeakDemand, L"peak", L"demand"},
-};
 
 // Null when there is no memory for it.
 std::unique_ptr<CAmporaDataCollection> MakeCollection()
@@ -82,13 +70,12 @@ std::unique_ptr<CAmporaDataCollection> CAmporaGoolgeSiteConfig::AnalyzeData(DWOR
 CString CAmporaGoolgeSiteConfig::GetURL(CString companyKey, DWORD dataType, SYSTEMTIME day)
 {
     const CTraceScope scope(L"CAmporaGoolgeSiteConfig::GetURL");
-    for (const ReportKind& report : kReportKinds) {
-        if (report.dataType == dataType) {
-            return platform::FormatText(L"http://%s/%s/%s/%s?date=%04d-%02d-%02d&output=xml", CConfigUtil::GetApiHost(),
-                                        report.category, companyKey, report.kind, day.wYear, day.wMonth, day.wDay);
-        }
+    const catalogue::Kind* const kind = catalogue::FindKind(dataType);
+    if (kind == nullptr) {
+        return {};
     }
-    return {};
+    return platform::FormatText(L"http://%s/%s/%s/%s?date=%04d-%02d-%02d&output=xml", CConfigUtil::GetApiHost(),
+                                kind->category.Wide(), companyKey, kind->word.Wide(), day.wYear, day.wMonth, day.wDay);
 }
 
 void CAmporaGoolgeSiteConfig::OutData(CString filePath, DWORD dataType, const CAmporaDataCollection* collection,

@@ -1,5 +1,6 @@
 #include "fetch/AmporaGoolgeSiteConfig.h"
 
+#include "format/Catalogue.h"
 #include "format/DataFilePath.h"
 #include "platform/Files.h"
 #include "platform/LastError.h"
@@ -50,7 +51,7 @@ protected:
     std::unique_ptr<CAmporaDataCollection> Analyze(const CString& body, DWORD status)
     {
         platform::SetLastErrorCode(ERROR_SUCCESS);
-        return m_site->AnalyzeData(kActualUsage, body, status);
+        return m_site->AnalyzeData(catalogue::kActualUsage, body, status);
     }
 
     std::unique_ptr<CAmporaGoolgeSiteConfig> m_site = std::make_unique<CPlainSite>();
@@ -194,7 +195,7 @@ TEST_F(AmporaGoolgeSiteConfig, WantOfMemoryInTheAnalyzerIsTraced)
         m_machine.ClearDebugLines();
         {
             const testing_support::CFailingMemory failing(nth);
-            const bool isAnalyzed = m_site->AnalyzeData(kActualUsage, std::move(copy), 200) != nullptr;
+            const bool isAnalyzed = m_site->AnalyzeData(catalogue::kActualUsage, std::move(copy), 200) != nullptr;
             hasFailed = failing.HasFailed();
             ASSERT_TRUE(isAnalyzed || hasFailed);
         }
@@ -242,7 +243,7 @@ TEST_F(AmporaGoolgeSiteConfig, ListThatCannotBeAllocatedIsTraced)
         std::unique_ptr<CAmporaDataCollection> collection;
         {
             const testing_support::CFailingMemory failing(nth);
-            collection = m_site->AnalyzeData(kActualUsage, CString(), 503);
+            collection = m_site->AnalyzeData(catalogue::kActualUsage, CString(), 503);
             hasFailed = failing.HasFailed();
         }
         EXPECT_EQ(platform::GetLastErrorCode(), 14U);
@@ -337,11 +338,11 @@ protected:
         m_machine.ClearDebugLines();
     }
 
-    void Write() { m_site->OutData(m_path, kActualUsage, &m_collection, kWriteTime); }
+    void Write() { m_site->OutData(m_path, catalogue::kActualUsage, &m_collection, kWriteTime); }
 
     std::vector<BYTE> Content() const { return m_machine.FindFile(m_path)->bytes; }
 
-    CString m_path = DataFileIn(DataFolder(), kSiteTokyo, kActualUsage);
+    CString m_path = DataFileIn(DataFolder(), catalogue::kTokyo, catalogue::kActualUsage);
     const std::vector<BYTE> m_old = std::vector<BYTE>(500, 0x55);
     CAmporaDataCollection m_collection;
 };
@@ -363,7 +364,7 @@ TEST_F(OutData, WritesHeaderAndEachRecordInOneWriteOfItsOwn)
 TEST_F(OutData, EmptyListGivesAHeaderOnly)
 {
     const CAmporaDataCollection empty;
-    m_site->OutData(m_path, kPeakDemand, &empty, kWriteTime);
+    m_site->OutData(m_path, catalogue::kPeakDemand, &empty, kWriteTime);
     std::vector<BYTE> expected(kGoldenDataFile.begin(), kGoldenDataFile.begin() + 32);
     expected[4] = 16;
     expected[8] = 0;
@@ -387,7 +388,7 @@ TEST_F(OutData, WritingTwiceDoesNotGrowTheFile)
 TEST_F(OutData, NullListTouchesNoFile)
 {
     m_machine.PutFile(m_path, {.bytes = m_old});
-    m_site->OutData(m_path, kActualUsage, nullptr, kWriteTime);
+    m_site->OutData(m_path, catalogue::kActualUsage, nullptr, kWriteTime);
     EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Param is NULL")));
     EXPECT_EQ(Content(), m_old);
     EXPECT_EQ(m_machine.CallCount(Call::kOpenForReplace), 0U);

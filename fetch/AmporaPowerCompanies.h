@@ -5,12 +5,12 @@
 #include "config/ConfigUtil.h"
 #include "config/TraceLog.h"
 #include "fetch/AmporaGoolgeSiteConfig.h"
+#include "format/Catalogue.h"
 #include "format/DataFilePath.h"
 
 // What makes a company a class of its own.
 struct PowerCompany {
-    int siteNumber;    // its settings and, by FileKeyOfSite, its word in URLs and file names
-    DWORD defaultMask; // data type codes that are asked for unless the settings say otherwise
+    const catalogue::Company& entry;
     // Qualified names for the trace log.
     const wchar_t* constructorName;
     const wchar_t* destructorName;
@@ -33,15 +33,15 @@ public:
     CString GetURL(DWORD dataType, SYSTEMTIME day) override
     {
         const CTraceScope scope(Company.getUrlName);
-        if (!CConfigUtil::IsSiteEnable(Company.siteNumber)) {
+        if (!CConfigUtil::IsSiteEnable(Company.entry.siteNumber)) {
             scope.Tra(L"Not Update Setting");
             return {};
         }
-        if ((dataType & CConfigUtil::GetSupportDataType(Company.siteNumber, Company.defaultMask)) == 0) {
+        if ((dataType & CConfigUtil::GetSupportDataType(Company.entry.siteNumber, Company.entry.defaultMask)) == 0) {
             scope.Tra(L"Not Support Setting");
             return {};
         }
-        return GetURL(FileKeyOfSite(Company.siteNumber), dataType, day);
+        return GetURL(Company.entry.key.Wide(), dataType, day);
     }
 
     // As CAmporaSiteConfig::OutData. Nothing is written, traced, when the file's path is unknown.
@@ -54,7 +54,7 @@ public:
             return;
         }
         wchar_t filePath[MAX_PATH];
-        if (!GetFilePath(filePath, Company.siteNumber, dataType)) {
+        if (!GetFilePath(filePath, Company.entry.siteNumber, dataType)) {
             scope.Err(L"Save File Path Get Fail.");
             return;
         }
@@ -62,38 +62,26 @@ public:
     }
 };
 
-inline constexpr DWORD kAllDataTypes = kInstantUsage | kActualUsage | kEstimatedUsage | kPeakSupply | kPeakDemand;
-
-inline constexpr PowerCompany kTokyoPowerCompany{kSiteTokyo,
-                                                 kAllDataTypes,
-                                                 L"CAmporaTokyoPowerCompany::CAmporaTokyoPowerCompany",
-                                                 L"CAmporaTokyoPowerCompany::~CAmporaTokyoPowerCompany",
-                                                 L"CAmporaTokyoPowerCompany::GetURL",
-                                                 L"CAmporaTokyoPowerCompany::OutData"};
-inline constexpr PowerCompany kTohokuPowerCompany{kSiteTohoku,
-                                                  kAllDataTypes,
-                                                  L"CAmporaTohokuPowerCompany::CAmporaTohokuPowerCompany",
-                                                  L"CAmporaTohokuPowerCompany::~CAmporaTohokuPowerCompany",
-                                                  L"CAmporaTohokuPowerCompany::GetURL",
-                                                  L"CAmporaTohokuPowerCompany::OutData"};
-inline constexpr PowerCompany kChubuPowerCompany{kSiteChubu,
-                                                 kActualUsage | kPeakSupply | kPeakDemand,
-                                                 L"CAmporaChubuPowerCompany::CAmporaChubuPowerCompany",
-                                                 L"CAmporaChubuPowerCompany::~CAmporaChubuPowerCompany",
-                                                 L"CAmporaChubuPowerCompany::GetURL",
-                                                 L"CAmporaChubuPowerCompany::OutData"};
-inline constexpr PowerCompany kKansaiPowerCompany{kSiteKansai,
-                                                  kAllDataTypes,
-                                                  L"CAmporaKansaiPowerCompany::CAmporaKansaiPowerCompany",
-                                                  L"CAmporaKansaiPowerCompany::~CAmporaKansaiPowerCompany",
-                                                  L"CAmporaKansaiPowerCompany::GetURL",
-                                                  L"CAmporaKansaiPowerCompany::OutData"};
-inline constexpr PowerCompany kKyushuPowerCompany{kSiteKyushu,
-                                                  kInstantUsage | kPeakSupply | kPeakDemand,
-                                                  L"CAmporaKyushuPowerCompany::CAmporaKyushuPowerCompany",
-                                                  L"CAmporaKyushuPowerCompany::~CAmporaKyushuPowerCompany",
-                                                  L"CAmporaKyushuPowerCompany::GetURL",
-                                                  L"CAmporaKyushuPowerCompany::OutData"};
+inline constexpr PowerCompany kTokyoPowerCompany{
+    *catalogue::FindCompany(catalogue::kTokyo), L"CAmporaTokyoPowerCompany::CAmporaTokyoPowerCompany",
+    L"CAmporaTokyoPowerCompany::~CAmporaTokyoPowerCompany", L"CAmporaTokyoPowerCompany::GetURL",
+    L"CAmporaTokyoPowerCompany::OutData"};
+inline constexpr PowerCompany kTohokuPowerCompany{
+    *catalogue::FindCompany(catalogue::kTohoku), L"CAmporaTohokuPowerCompany::CAmporaTohokuPowerCompany",
+    L"CAmporaTohokuPowerCompany::~CAmporaTohokuPowerCompany", L"CAmporaTohokuPowerCompany::GetURL",
+    L"CAmporaTohokuPowerCompany::OutData"};
+inline constexpr PowerCompany kChubuPowerCompany{
+    *catalogue::FindCompany(catalogue::kChubu), L"CAmporaChubuPowerCompany::CAmporaChubuPowerCompany",
+    L"CAmporaChubuPowerCompany::~CAmporaChubuPowerCompany", L"CAmporaChubuPowerCompany::GetURL",
+    L"CAmporaChubuPowerCompany::OutData"};
+inline constexpr PowerCompany kKansaiPowerCompany{
+    *catalogue::FindCompany(catalogue::kKansai), L"CAmporaKansaiPowerCompany::CAmporaKansaiPowerCompany",
+    L"CAmporaKansaiPowerCompany::~CAmporaKansaiPowerCompany", L"CAmporaKansaiPowerCompany::GetURL",
+    L"CAmporaKansaiPowerCompany::OutData"};
+inline constexpr PowerCompany kKyushuPowerCompany{
+    *catalogue::FindCompany(catalogue::kKyushu), L"CAmporaKyushuPowerCompany::CAmporaKyushuPowerCompany",
+    L"CAmporaKyushuPowerCompany::~CAmporaKyushuPowerCompany", L"CAmporaKyushuPowerCompany::GetURL",
+    L"CAmporaKyushuPowerCompany::OutData"};
 
 using CAmporaTokyoPowerCompany = CPowerCompany<kTokyoPowerCompany>;
 using CAmporaTohokuPowerCompany = CPowerCompany<kTohokuPowerCompany>;

@@ -28,10 +28,12 @@ std::unique_ptr<CAmporaGoolgeSiteConfig> Make()
     return std::make_unique<Company>();
 }
 
-// The same company under a number that the table of file keys does not know.
+// The same company under a number that no company has.
 template <const PowerCompany& Company>
-constexpr PowerCompany kWithoutFileKey{
-    4, Company.defaultMask, Company.constructorName, Company.destructorName, Company.getUrlName, Company.outDataName};
+constexpr catalogue::Company kUnknownEntry{4, Company.entry.key, Company.entry.name, Company.entry.defaultMask};
+template <const PowerCompany& Company>
+constexpr PowerCompany kWithoutFileKey{kUnknownEntry<Company>, Company.constructorName, Company.destructorName,
+                                       Company.getUrlName, Company.outDataName};
 
 using MakeSite = std::unique_ptr<CAmporaGoolgeSiteConfig> (*)();
 
@@ -288,8 +290,8 @@ protected:
                     site->OutData(dataType, &m_collection, writeTime);
                 } catch (const platform::CFileException&) {
                     ++m_exceptions;
-                    EXPECT_EQ(company.siteNumber, kSiteKansai);
-                    EXPECT_EQ(dataType, kPeakSupply);
+                    EXPECT_EQ(company.siteNumber, catalogue::kKansai);
+                    EXPECT_EQ(dataType, catalogue::kPeakSupply);
                 }
             }
         }
@@ -312,7 +314,7 @@ protected:
         EXPECT_EQ(rewritten, 24);
     }
 
-    CString m_path = DataFileIn(DataFolder(), kSiteKansai, kPeakSupply);
+    CString m_path = DataFileIn(DataFolder(), catalogue::kKansai, catalogue::kPeakSupply);
     int m_exceptions = 0;
 };
 

@@ -18,7 +18,7 @@ static_assert(sizeof(_AmporaOneData) == 40 && offsetof(_AmporaOneData, stStart) 
 
 struct DataFileHeader {
     DWORD version;        // kDataFileVersion
-    DWORD dataType;       // data type code: 1, 2, 4, 8 or 16
+    DWORD dataType;       // data type code (Catalogue.h)
     DWORD count;          // number of records that follow
     DWORD reserved;       // 0
     SYSTEMTIME writeTime; // local clock just before the file was written
@@ -30,10 +30,3 @@ static_assert(sizeof(DataFileHeader) == 32 && offsetof(DataFileHeader, dataType)
 static_assert(std::endian::native == std::endian::little);
 
 inline constexpr DWORD kDataFileVersion = 0x00010000;
-
-// Data type codes: one bit per kind of data.
-inline constexpr DWORD kInstantUsage = 1;
-inline constexpr DWORD kActualUsage = 2;
-inline constexpr DWORD kEstimatedUsage = 4;
-inline constexpr DWORD kPeakSupply = 8;
-inline constexpr DWORD kPeakDemand = 16;

@@ -1,5 +1,6 @@
 #include "format/DataFilePath.h"
 
+#include "format/Catalogue.h"
 #include "platform/Files.h"
 #include "platform/LastError.h"
 #include "platform/Text.h"
@@ -9,24 +10,6 @@ namespace {
 constexpr wchar_t kFolderName[] = L"AmporaSrv";
 
 } // namespace
-
-const wchar_t* FileKeyOfSite(int siteNumber)
-{
-    switch (siteNumber) {
-    case kSiteTohoku:
-        return L"tohoku";
-    case kSiteTokyo:
-        return L"tokyo";
-    case kSiteChubu:
-        return L"chubu";
-    case kSiteKansai:
-        return L"kansai";
-    case kSiteKyushu:
-        return L"kyushu";
-    default:
-        return nullptr;
-    }
-}
 
 CString DataFolder()
 {
@@ -39,18 +22,18 @@ CString DataFolder()
 
 CString DataFileIn(const CString& folder, int siteNumber, DWORD dataType)
 {
-    const wchar_t* const key = FileKeyOfSite(siteNumber);
-    if (key == nullptr) {
+    const catalogue::Company* const company = catalogue::FindCompany(siteNumber);
+    if (company == nullptr) {
         return {};
     }
-    return platform::FormatText(L"%s%s%s_%08X.dat", folder, platform::kPathSeparator, key, dataType);
+    return platform::FormatText(L"%s%s%s_%08X.dat", folder, platform::kPathSeparator, company->key.Wide(), dataType);
 }
 
 void CutPath(const CString& path, wchar_t (&buffer)[MAX_PATH]) { buffer[path.copy(buffer, MAX_PATH - 1)] = L'\0'; }
 
 bool GetFilePath(wchar_t (&buffer)[MAX_PATH], int siteNumber, DWORD dataType)
 {
-    if (FileKeyOfSite(siteNumber) == nullptr) {
+    if (catalogue::FindCompany(siteNumber) == nullptr) {
         platform::SetLastErrorCode(ERROR_NOT_SUPPORTED);
         return false;
     }

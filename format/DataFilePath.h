@@ -3,16 +3,6 @@
 
 #include "platform/Types.h"
 
-// Site numbers of the companies.
-inline constexpr int kSiteTohoku = 2;
-inline constexpr int kSiteTokyo = 3;
-inline constexpr int kSiteChubu = 5;
-inline constexpr int kSiteKansai = 6;
-inline constexpr int kSiteKyushu = 9;
-
-// The word that names a company's files and its reports, by site number; null for a number without a company.
-const wchar_t* FileKeyOfSite(int siteNumber);
-
 // The folder of the data files, below the common application-data folder; empty when that is unknown. Creates nothing
 // but, where the system does, the common folder. Any thread.
 CString DataFolder();

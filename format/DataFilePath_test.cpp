@@ -29,22 +29,6 @@ protected:
     CMachine m_machine;
 };
 
-TEST(FileKeyOfSite, NamesTheFiveCompanies)
-{
-    EXPECT_STREQ(FileKeyOfSite(2), L"tohoku");
-    EXPECT_STREQ(FileKeyOfSite(3), L"tokyo");
-    EXPECT_STREQ(FileKeyOfSite(5), L"chubu");
-    EXPECT_STREQ(FileKeyOfSite(6), L"kansai");
-    EXPECT_STREQ(FileKeyOfSite(9), L"kyushu");
-}
-
-TEST(FileKeyOfSite, HasNoKeyForEveryOtherNumber)
-{
-    for (const int siteNumber : kSitesWithoutCompany) {
-        EXPECT_EQ(FileKeyOfSite(siteNumber), nullptr) << siteNumber;
-    }
-}
-
 TEST_F(DataFilePath, FolderLiesBelowTheCommonOne) { EXPECT_EQ(DataFolder(), ExpectedFolder()); }
 
 TEST_F(DataFilePath, FolderIsEmptyWhenTheCommonOneIsUnknown)

@@ -1,5 +1,6 @@
 #include "format/DataFileReader.h"
 
+#include "format/Catalogue.h"
 #include "format/DataFilePath.h"
 #include "platform/Files.h"
 #include "platform/sim/Machine.h"
@@ -9,6 +10,8 @@
 #include <gmock/gmock.h>
 
 namespace {
+
+using namespace catalogue;
 
 using platform::sim::CMachine;
 using testing_support::kGoldenDataFile;
@@ -44,7 +47,7 @@ protected:
     DataFileReader() { m_machine.PutFile(DataFolder(), {.isFolder = true}); }
 
     CMachine m_machine;
-    CString m_path = DataFileIn(DataFolder(), kSiteTokyo, kActualUsage);
+    CString m_path = DataFileIn(DataFolder(), kTokyo, kActualUsage);
 };
 
 TEST(ParseDataFile, GivesHeaderAndRecords)

@@ -1,5 +1,7 @@
 #include "server/ReportRouter.h"
 
+#include "format/Catalogue.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -10,35 +12,10 @@
 namespace reportd {
 namespace {
 
-struct CompanyWord {
-    std::string_view word;
-    Company company;
-};
-constexpr std::array kCompanies = {
-    CompanyWord{"tokyo", Company::kTokyo},   CompanyWord{"tohoku", Company::kTohoku},
-    CompanyWord{"chubu", Company::kChubu},   CompanyWord{"kansai", Company::kKansai},
-    CompanyWord{"kyushu", Company::kKyushu},
-};
-
-struct KindWords {
-    std::string_view category; // first word of the path
-    std::string_view word;     // its last word
-    ReportKind kind;
-    std::string_view element; // below the document's root
-    std::string_view item;    // below that, one a record
-};
-constexpr std::array kKinds = {
-    KindWords{"usage", "instant", ReportKind::kInstantUsage, "instant_usage", "usage"},
-    KindWords{"usage", "actual", ReportKind::kActualUsage, "actual_usage", "usage"},
-    KindWords{"usage", "estimated", ReportKind::kEstimatedUsage, "estimated_usage", "usage"},
-    KindWords{"peak", "supply", ReportKind::kPeakSupply, "peak_supply", "supply"},
-    KindWords{"peak", "demand", ReportKind::kPeakDemand, "peak_demand", "demand"},
-};
-
 // What a target asks for.
 struct ReportRequest {
-    Company company;
-    const KindWords* kind;
+    const catalogue::Company* company;
+    const catalogue::Kind* kind;
     std::chrono::year_month_day date;
 };
 
@@ -102,16 +79,18 @@ std::optional<ReportRequest> ParseTarget(std::string_view target)
     const std::string_view category = TakeUpTo(path, '/');
     const std::string_view companyWord = TakeUpTo(path, '/');
     const std::string_view kindWord = path;
-    const auto* company = std::find_if(kCompanies.begin(), kCompanies.end(),
-                                       [&](const CompanyWord& entry) { return entry.word == companyWord; });
-    const auto* kind = std::find_if(kKinds.begin(), kKinds.end(), [&](const KindWords& entry) {
-        return entry.category == category && entry.word == kindWord;
-    });
+    const auto* const company =
+        std::find_if(catalogue::kCompanies.begin(), catalogue::kCompanies.end(),
+                     [&](const catalogue::Company& entry) { return entry.key.Narrow() == companyWord; });
+    const auto* const kind =
+        std::find_if(catalogue::kKinds.begin(), catalogue::kKinds.end(), [&](const catalogue::Kind& entry) {
+            return entry.category.Narrow() == category && entry.word.Narrow() == kindWord;
+        });
     const std::optional<std::chrono::year_month_day> date = ParseQuery(target);
-    if (company == kCompanies.end() || kind == kKinds.end() || !date) {
+    if (company == catalogue::kCompanies.end() || kind == catalogue::kKinds.end() || !date) {
         return {};
     }
-    return ReportRequest{company->company, kind, *date};
+    return ReportRequest{company, kind, *date};
 }
 
 // 2012-07-02T13:00:00
@@ -126,10 +105,10 @@ void PutTime(std::ostream& stream, LocalTime time)
            << std::setw(2) << clock.seconds().count();
 }
 
-void PutRecord(std::ostream& stream, const KindWords& kind, const ReportRecord& record)
+void PutRecord(std::ostream& stream, const catalogue::Kind& kind, const ReportRecord& record)
 {
-    stream << "    <" << kind.item;
-    if (kind.category == "usage") {
+    stream << "    <" << kind.item.Narrow();
+    if (kind.category.Narrow() == "usage") {
         stream << " datetime=\"";
         PutTime(stream, record.start);
         stream << "\" duration=\"" << (record.end - record.start).count();
@@ -139,18 +118,18 @@ void PutRecord(std::ostream& stream, const KindWords& kind, const ReportRecord& 
         stream << "\" end=\"";
         PutTime(stream, record.end);
     }
-    stream << "\">" << record.value << "</" << kind.item << ">\n";
+    stream << "\">" << record.value << "</" << kind.item.Narrow() << ">\n";
 }
 
-std::string FormatReport(const KindWords& kind, const std::vector<ReportRecord>& records)
+std::string FormatReport(const catalogue::Kind& kind, const std::vector<ReportRecord>& records)
 {
     std::ostringstream stream;
     stream.imbue(std::locale::classic());
-    stream << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<power_report>\n  <" << kind.element << ">\n";
+    stream << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<power_report>\n  <" << kind.element.Narrow() << ">\n";
     for (const ReportRecord& record : records) {
         PutRecord(stream, kind, record);
     }
-    stream << "  </" << kind.element << ">\n</power_report>\n";
+    stream << "  </" << kind.element.Narrow() << ">\n</power_report>\n";
     return stream.str();
 }
 
@@ -165,7 +144,8 @@ ReportAnswer AnswerReportRequest(std::string_view method, std::string_view targe
     if (!request) {
         return {.status = 404};
     }
-    const std::vector<ReportRecord> records = SampleRecords(request->company, request->kind->kind, request->date, now);
+    const std::vector<ReportRecord> records =
+        SampleRecords(request->company->siteNumber, request->kind->dataType, request->date, now);
     if (records.empty()) {
         return {.status = 503};
     }

@@ -1,5 +1,7 @@
 #include "server/ReportRouter.h"
 
+#include "format/Catalogue.h"
+
 #include <gmock/gmock.h>
 
 namespace reportd {
@@ -12,6 +14,7 @@ static void PrintTo(const ReportAnswer& answer, std::ostream* stream)
 
 namespace {
 
+using namespace catalogue;
 using namespace std::chrono_literals;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -27,8 +30,7 @@ std::string RecordText(const ReportRecord& record) { return std::to_string(recor
 
 TEST(ReportRouter, InstantReportIsWholeDocument)
 {
-    const std::vector<ReportRecord> records =
-        SampleRecords(Company::kTokyo, ReportKind::kInstantUsage, 2012y / 7 / 2, kNow);
+    const std::vector<ReportRecord> records = SampleRecords(kTokyo, kInstantUsage, 2012y / 7 / 2, kNow);
     ASSERT_EQ(records.size(), 2U);
     const ReportAnswer answer = Get("/usage/tokyo/instant?date=2012-07-02&output=xml");
     EXPECT_EQ(answer.status, 200U);
@@ -47,15 +49,15 @@ TEST(ReportRouter, InstantReportIsWholeDocument)
 
 TEST(ReportRouter, PeakReportsAreWholeDocuments)
 {
-    const auto value = [](ReportKind kind) {
-        return RecordText(SampleRecords(Company::kKyushu, kind, 2012y / 7 / 2, kNow).front());
+    const auto value = [](std::uint32_t kind) {
+        return RecordText(SampleRecords(kKyushu, kind, 2012y / 7 / 2, kNow).front());
     };
     EXPECT_EQ(Get("/peak/kyushu/supply?date=2012-07-02&output=xml"),
               (ReportAnswer{200, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                                  "<power_report>\n"
                                  "  <peak_supply>\n"
                                  "    <supply start=\"2012-07-02T14:00:00\" end=\"2012-07-02T15:00:00\">" +
-                                     value(ReportKind::kPeakSupply) +
+                                     value(kPeakSupply) +
                                      "</supply>\n"
                                      "  </peak_supply>\n"
                                      "</power_report>\n"}));
@@ -64,7 +66,7 @@ TEST(ReportRouter, PeakReportsAreWholeDocuments)
                                  "<power_report>\n"
                                  "  <peak_demand>\n"
                                  "    <demand start=\"2012-07-02T14:00:00\" end=\"2012-07-02T15:00:00\">" +
-                                     value(ReportKind::kPeakDemand) +
+                                     value(kPeakDemand) +
                                      "</demand>\n"
                                      "  </peak_demand>\n"
                                      "</power_report>\n"}));

@@ -1,5 +1,7 @@
 #include "server/SampleSource.h"
 
+#include "format/Catalogue.h"
+
 #include <algorithm>
 #include <array>
 
@@ -16,8 +18,27 @@ constexpr minutes kHour{60};
 // Integers only, so that every compiler computes the same values. Shares are in thousandths.
 constexpr std::int64_t kWhole = 1000;
 
-// Usage in a year's highest hour, by Company.
-constexpr std::array<std::int64_t, 5> kHighestMegawatts = {50000, 13500, 25500, 27500, 16000};
+// What sets a company's sample data apart.
+struct SampleCompany {
+    int siteNumber;
+    std::int64_t highestMegawatts; // usage in a year's highest hour
+    std::uint64_t stream;          // selects its random-looking numbers
+};
+constexpr std::array kSampleCompanies = {
+    SampleCompany{catalogue::kTokyo, 50000, 0},  SampleCompany{catalogue::kTohoku, 13500, 1},
+    SampleCompany{catalogue::kChubu, 25500, 2},  SampleCompany{catalogue::kKansai, 27500, 3},
+    SampleCompany{catalogue::kKyushu, 16000, 4},
+};
+constexpr const SampleCompany* FindSampleCompany(int siteNumber)
+{
+    const auto* const found =
+        std::find_if(kSampleCompanies.begin(), kSampleCompanies.end(),
+                     [siteNumber](const SampleCompany& company) { return company.siteNumber == siteNumber; });
+    return found == kSampleCompanies.end() ? nullptr : found;
+}
+static_assert(std::all_of(catalogue::kCompanies.begin(), catalogue::kCompanies.end(),
+                          [](const auto& company) { return FindSampleCompany(company.siteNumber) != nullptr; }));
+
 // Of the year's highest, January first: high in summer (cooling) and winter (heating).
 constexpr std::array<std::int64_t, 12> kMonthShares = {930, 930, 850, 780, 750, 820, 960, 980, 880, 770, 800, 900};
 // Of the day's highest, at each full hour from 0 o'clock on.
@@ -25,10 +46,10 @@ constexpr std::array<std::int64_t, 24> kHourShares = {680, 640, 615, 600, 595, 6
                                                       930, 975, 990, 985, 965, 960, 955, 930, 890, 840, 785, 730};
 
 // A number from -range to range that looks random and depends on the arguments alone (SplitMix64's finish).
-std::int64_t Scatter(Company company, local_days day, std::int64_t slot, std::int64_t range)
+std::int64_t Scatter(const SampleCompany& company, local_days day, std::int64_t slot, std::int64_t range)
 {
-    std::uint64_t bits = static_cast<std::uint64_t>(day.time_since_epoch().count()) * 10000U +
-                         static_cast<std::uint64_t>(company) * 1000U + static_cast<std::uint64_t>(slot);
+    std::uint64_t bits = static_cast<std::uint64_t>(day.time_since_epoch().count()) * 10000U + company.stream * 1000U +
+                         static_cast<std::uint64_t>(slot);
     bits += 0x9E3779B97F4A7C15U;
     bits = (bits ^ (bits >> 30U)) * 0xBF58476D1CE4E5B9U;
     bits = (bits ^ (bits >> 27U)) * 0x94D049BB133111EBU;
@@ -36,7 +57,7 @@ std::int64_t Scatter(Company company, local_days day, std::int64_t slot, std::in
     return static_cast<std::int64_t>(bits % static_cast<std::uint64_t>(2 * range + 1)) - range;
 }
 
-std::int64_t HighestOfDay(Company company, local_days day)
+std::int64_t HighestOfDay(const SampleCompany& company, local_days day)
 {
     const std::chrono::year_month_day date{day};
     const std::chrono::weekday weekday{day};
@@ -46,12 +67,12 @@ std::int64_t HighestOfDay(Company company, local_days day)
     } else if (weekday == std::chrono::Sunday) {
         weekdayShare = 860;
     }
-    return kHighestMegawatts.at(static_cast<std::size_t>(company)) *
-           kMonthShares.at(static_cast<unsigned>(date.month()) - 1) / kWhole * weekdayShare / kWhole;
+    return company.highestMegawatts * kMonthShares.at(static_cast<unsigned>(date.month()) - 1) / kWhole * weekdayShare /
+           kWhole;
 }
 
 // Usage as expected at a minute of the day, on the line between the full hours around it.
-std::int64_t ExpectedAt(Company company, local_days day, minutes minute)
+std::int64_t ExpectedAt(const SampleCompany& company, local_days day, minutes minute)
 {
     const auto hour = static_cast<std::size_t>(minute / kHour);
     const std::int64_t into = (minute % kHour).count();
@@ -62,7 +83,7 @@ std::int64_t ExpectedAt(Company company, local_days day, minutes minute)
 }
 
 // Usage as measured: up to 2 % off for the whole day's weather, up to 1 % more for the moment.
-std::int64_t MeasuredAt(Company company, local_days day, minutes minute)
+std::int64_t MeasuredAt(const SampleCompany& company, local_days day, minutes minute)
 {
     constexpr std::int64_t kWeatherSlot = 999;
     const std::int64_t share =
@@ -70,7 +91,7 @@ std::int64_t MeasuredAt(Company company, local_days day, minutes minute)
     return ExpectedAt(company, day, minute) * share / kWhole;
 }
 
-std::int64_t MeanMeasured(Company company, local_days day, minutes from)
+std::int64_t MeanMeasured(const SampleCompany& company, local_days day, minutes from)
 {
     std::int64_t sum = 0;
     for (minutes minute = from; minute < from + kHour; minute += kInstantLength) {
@@ -95,13 +116,13 @@ std::vector<ReportRecord> UsageRecords(local_days day, minutes length, LocalTime
     return records;
 }
 
-std::vector<ReportRecord> EstimatedRecords(Company company, local_days day)
+std::vector<ReportRecord> EstimatedRecords(const SampleCompany& company, local_days day)
 {
     return UsageRecords(day, kHour, day + days{1},
                         [&](minutes from) { return ExpectedAt(company, day, from + kHour / 2); });
 }
 
-ReportRecord PeakRecord(Company company, local_days day)
+ReportRecord PeakRecord(const SampleCompany& company, local_days day)
 {
     const std::vector<ReportRecord> hours = EstimatedRecords(company, day);
     return *std::max_element(hours.begin(), hours.end(),
@@ -109,7 +130,7 @@ ReportRecord PeakRecord(Company company, local_days day)
 }
 
 // The reserve lies between 8 and 14 % of the demand.
-ReportRecord SupplyRecord(Company company, local_days day)
+ReportRecord SupplyRecord(const SampleCompany& company, local_days day)
 {
     constexpr std::int64_t kReserveSlot = 998;
     ReportRecord record = PeakRecord(company, day);
@@ -119,26 +140,28 @@ ReportRecord SupplyRecord(Company company, local_days day)
 
 } // namespace
 
-std::vector<ReportRecord> SampleRecords(Company company, ReportKind kind, std::chrono::year_month_day date,
+std::vector<ReportRecord> SampleRecords(int siteNumber, std::uint32_t dataType, std::chrono::year_month_day date,
                                         LocalTime now)
 {
+    const SampleCompany* const company = FindSampleCompany(siteNumber);
     const local_days day{date};
-    if (date < kFirstSampleDay || day > std::chrono::floor<days>(now) + days{1}) {
+    if (company == nullptr || date < kFirstSampleDay || day > std::chrono::floor<days>(now) + days{1}) {
         return {};
     }
-    switch (kind) {
-    case ReportKind::kInstantUsage:
-        return UsageRecords(day, kInstantLength, now, [&](minutes from) { return MeasuredAt(company, day, from); });
-    case ReportKind::kActualUsage:
-        return UsageRecords(day, kHour, now, [&](minutes from) { return MeanMeasured(company, day, from); });
-    case ReportKind::kEstimatedUsage:
-        return EstimatedRecords(company, day);
-    case ReportKind::kPeakSupply:
-        return {SupplyRecord(company, day)};
-    case ReportKind::kPeakDemand:
-        return {PeakRecord(company, day)};
+    switch (dataType) {
+    case catalogue::kInstantUsage:
+        return UsageRecords(day, kInstantLength, now, [&](minutes from) { return MeasuredAt(*company, day, from); });
+    case catalogue::kActualUsage:
+        return UsageRecords(day, kHour, now, [&](minutes from) { return MeanMeasured(*company, day, from); });
+    case catalogue::kEstimatedUsage:
+        return EstimatedRecords(*company, day);
+    case catalogue::kPeakSupply:
+        return {SupplyRecord(*company, day)};
+    case catalogue::kPeakDemand:
+        return {PeakRecord(*company, day)};
+    default:
+        return {};
     }
-    return {};
 }
 
 } // namespace reportd

@@ -13,16 +13,6 @@ namespace reportd {
 // Local wall-clock time in whole seconds; never converted between zones.
 using LocalTime = std::chrono::local_seconds;
 
-enum class Company { kTokyo, kTohoku, kChubu, kKansai, kKyushu };
-
-enum class ReportKind {
-    kInstantUsage,   // every 5 minutes, up to now
-    kActualUsage,    // every hour, up to now
-    kEstimatedUsage, // every hour of the day
-    kPeakSupply,     // the hour of the day's highest estimated usage
-    kPeakDemand,     // the same hour
-};
-
 // One value and the interval that it covers, from start up to end.
 struct ReportRecord {
     LocalTime start;
@@ -37,9 +27,12 @@ struct ReportRecord {
 inline constexpr std::chrono::year_month_day kFirstSampleDay{std::chrono::year{2011}, std::chrono::January,
                                                              std::chrono::day{1}};
 
-// The records of one company, kind and day in order of time. date: must be a day of the calendar; now: decides how far
-// instant and actual usage reach, an interval that has not ended has no value yet. Empty when there is no data.
-std::vector<ReportRecord> SampleRecords(Company company, ReportKind kind, std::chrono::year_month_day date,
+// The records of one company, kind and day in order of time: instant usage every 5 minutes and actual usage every hour,
+// both up to now; estimated usage for every hour of the day; each peak for the hour of the highest estimated usage.
+// siteNumber, dataType: as in the catalogue; date: must be a day of the calendar; now: an interval that has not ended
+// by then has no measured value yet. Empty when there is no data, and for a number or code that the catalogue does not
+// have.
+std::vector<ReportRecord> SampleRecords(int siteNumber, std::uint32_t dataType, std::chrono::year_month_day date,
                                         LocalTime now);
 
 } // namespace reportd

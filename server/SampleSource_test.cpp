@@ -1,5 +1,7 @@
 #include "server/SampleSource.h"
 
+#include "format/Catalogue.h"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -7,19 +9,18 @@
 namespace reportd {
 namespace {
 
+using namespace catalogue;
 using namespace std::chrono_literals;
 using std::chrono::local_days;
 using std::chrono::year_month_day;
 
-constexpr std::array kAllCompanies = {Company::kTokyo, Company::kTohoku, Company::kChubu, Company::kKansai,
-                                      Company::kKyushu};
+constexpr std::array kAllCompanies = {kTokyo, kTohoku, kChubu, kKansai, kKyushu};
 constexpr year_month_day kDay = 2012y / 7 / 2; // a Monday
 constexpr LocalTime kNextNoon = local_days{2012y / 7 / 3} + 12h;
 
 TEST(SampleSource, PastDayHas288InstantUsagesBackToBack)
 {
-    const std::vector<ReportRecord> records =
-        SampleRecords(Company::kTokyo, ReportKind::kInstantUsage, kDay, kNextNoon);
+    const std::vector<ReportRecord> records = SampleRecords(kTokyo, kInstantUsage, kDay, kNextNoon);
     ASSERT_EQ(records.size(), 288U);
     LocalTime start = local_days{kDay};
     for (const ReportRecord& record : records) {
@@ -32,8 +33,8 @@ TEST(SampleSource, PastDayHas288InstantUsagesBackToBack)
 
 TEST(SampleSource, PastDayHas24ActualAndEstimatedUsagesOfAnHour)
 {
-    for (const ReportKind kind : {ReportKind::kActualUsage, ReportKind::kEstimatedUsage}) {
-        const std::vector<ReportRecord> records = SampleRecords(Company::kKansai, kind, kDay, kNextNoon);
+    for (const std::uint32_t kind : {kActualUsage, kEstimatedUsage}) {
+        const std::vector<ReportRecord> records = SampleRecords(kKansai, kind, kDay, kNextNoon);
         ASSERT_EQ(records.size(), 24U);
         for (std::size_t hour = 0; hour < 24; ++hour) {
             EXPECT_EQ(records[hour].start, local_days{kDay} + hour * 1h);
@@ -45,9 +46,7 @@ TEST(SampleSource, PastDayHas24ActualAndEstimatedUsagesOfAnHour)
 TEST(SampleSource, InstantUsageReachesTheLastEndedInterval)
 {
     const LocalTime midnight = local_days{kDay};
-    const auto count = [](LocalTime now) {
-        return SampleRecords(Company::kTokyo, ReportKind::kInstantUsage, kDay, now).size();
-    };
+    const auto count = [](LocalTime now) { return SampleRecords(kTokyo, kInstantUsage, kDay, now).size(); };
     EXPECT_EQ(count(midnight), 0U);
     EXPECT_EQ(count(midnight + 4min + 59s), 0U);
     EXPECT_EQ(count(midnight + 5min), 1U);
@@ -58,9 +57,7 @@ TEST(SampleSource, InstantUsageReachesTheLastEndedInterval)
 TEST(SampleSource, ActualUsageReachesTheLastEndedHour)
 {
     const LocalTime midnight = local_days{kDay};
-    const auto count = [](LocalTime now) {
-        return SampleRecords(Company::kTokyo, ReportKind::kActualUsage, kDay, now).size();
-    };
+    const auto count = [](LocalTime now) { return SampleRecords(kTokyo, kActualUsage, kDay, now).size(); };
     EXPECT_EQ(count(midnight + 59min + 59s), 0U);
     EXPECT_EQ(count(midnight + 1h), 1U);
     EXPECT_EQ(count(midnight + 13h + 30min), 13U);
@@ -69,64 +66,62 @@ TEST(SampleSource, ActualUsageReachesTheLastEndedHour)
 TEST(SampleSource, TomorrowHasAnEstimateAndPeaksOnly)
 {
     const LocalTime now = local_days{kDay} - 1s;
-    EXPECT_TRUE(SampleRecords(Company::kTokyo, ReportKind::kInstantUsage, kDay, now).empty());
-    EXPECT_TRUE(SampleRecords(Company::kTokyo, ReportKind::kActualUsage, kDay, now).empty());
-    EXPECT_EQ(SampleRecords(Company::kTokyo, ReportKind::kEstimatedUsage, kDay, now).size(), 24U);
-    EXPECT_EQ(SampleRecords(Company::kTokyo, ReportKind::kPeakSupply, kDay, now).size(), 1U);
-    EXPECT_EQ(SampleRecords(Company::kTokyo, ReportKind::kPeakDemand, kDay, now).size(), 1U);
+    EXPECT_TRUE(SampleRecords(kTokyo, kInstantUsage, kDay, now).empty());
+    EXPECT_TRUE(SampleRecords(kTokyo, kActualUsage, kDay, now).empty());
+    EXPECT_EQ(SampleRecords(kTokyo, kEstimatedUsage, kDay, now).size(), 24U);
+    EXPECT_EQ(SampleRecords(kTokyo, kPeakSupply, kDay, now).size(), 1U);
+    EXPECT_EQ(SampleRecords(kTokyo, kPeakDemand, kDay, now).size(), 1U);
 }
 
 TEST(SampleSource, NothingLaterThanTomorrow)
 {
     const LocalTime now = local_days{kDay} - 24h - 1s;
-    EXPECT_TRUE(SampleRecords(Company::kTokyo, ReportKind::kEstimatedUsage, kDay, now).empty());
-    EXPECT_TRUE(SampleRecords(Company::kTokyo, ReportKind::kPeakDemand, kDay, now).empty());
+    EXPECT_TRUE(SampleRecords(kTokyo, kEstimatedUsage, kDay, now).empty());
+    EXPECT_TRUE(SampleRecords(kTokyo, kPeakDemand, kDay, now).empty());
 }
 
 TEST(SampleSource, NothingBeforeTheFirstDay)
 {
     const year_month_day dayBefore = 2010y / 12 / 31;
-    EXPECT_TRUE(SampleRecords(Company::kTokyo, ReportKind::kInstantUsage, dayBefore, kNextNoon).empty());
-    EXPECT_TRUE(SampleRecords(Company::kTokyo, ReportKind::kPeakSupply, dayBefore, kNextNoon).empty());
-    EXPECT_EQ(SampleRecords(Company::kTokyo, ReportKind::kInstantUsage, kFirstSampleDay, kNextNoon).size(), 288U);
+    EXPECT_TRUE(SampleRecords(kTokyo, kInstantUsage, dayBefore, kNextNoon).empty());
+    EXPECT_TRUE(SampleRecords(kTokyo, kPeakSupply, dayBefore, kNextNoon).empty());
+    EXPECT_EQ(SampleRecords(kTokyo, kInstantUsage, kFirstSampleDay, kNextNoon).size(), 288U);
 }
 
 TEST(SampleSource, ValuesDependOnTheDateAskedNotOnNow)
 {
-    for (const Company company : kAllCompanies) {
-        const std::vector<ReportRecord> early =
-            SampleRecords(company, ReportKind::kInstantUsage, kDay, local_days{kDay} + 10h);
-        const std::vector<ReportRecord> later = SampleRecords(company, ReportKind::kInstantUsage, kDay, kNextNoon);
+    for (const int company : kAllCompanies) {
+        const std::vector<ReportRecord> early = SampleRecords(company, kInstantUsage, kDay, local_days{kDay} + 10h);
+        const std::vector<ReportRecord> later = SampleRecords(company, kInstantUsage, kDay, kNextNoon);
         ASSERT_EQ(early.size(), 120U);
         EXPECT_TRUE(std::equal(early.begin(), early.end(), later.begin()));
-        EXPECT_NE(later, SampleRecords(company, ReportKind::kInstantUsage, 2012y / 7 / 1, kNextNoon));
+        EXPECT_NE(later, SampleRecords(company, kInstantUsage, 2012y / 7 / 1, kNextNoon));
     }
 }
 
 TEST(SampleSource, ValuesAreTheSameOnEverySystem)
 {
-    const auto first = [](Company company, ReportKind kind) {
+    const auto first = [](int company, std::uint32_t kind) {
         return SampleRecords(company, kind, kDay, kNextNoon).front().value;
     };
-    EXPECT_EQ(first(Company::kTokyo, ReportKind::kEstimatedUsage), 31680U);
-    EXPECT_EQ(first(Company::kTokyo, ReportKind::kInstantUsage), 32248U);
-    EXPECT_EQ(first(Company::kTohoku, ReportKind::kActualUsage), 8578U);
-    EXPECT_EQ(first(Company::kChubu, ReportKind::kPeakDemand), 24161U);
-    EXPECT_EQ(first(Company::kKyushu, ReportKind::kPeakSupply), 16615U);
+    EXPECT_EQ(first(kTokyo, kEstimatedUsage), 31680U);
+    EXPECT_EQ(first(kTokyo, kInstantUsage), 32248U);
+    EXPECT_EQ(first(kTohoku, kActualUsage), 8578U);
+    EXPECT_EQ(first(kChubu, kPeakDemand), 24161U);
+    EXPECT_EQ(first(kKyushu, kPeakSupply), 16615U);
 }
 
 TEST(SampleSource, ValuesArePlausibleAllYearRound)
 {
     const LocalTime now = local_days{2013y / 1 / 1};
-    for (const Company company : kAllCompanies) {
+    for (const int company : kAllCompanies) {
         for (LocalTime midnight = local_days{2012y / 1 / 1}; midnight < now; midnight += 13 * 24h) {
             const year_month_day day{std::chrono::floor<std::chrono::days>(midnight)};
-            const std::uint64_t demand = SampleRecords(company, ReportKind::kPeakDemand, day, now).front().value;
-            const std::uint64_t supply = SampleRecords(company, ReportKind::kPeakSupply, day, now).front().value;
+            const std::uint64_t demand = SampleRecords(company, kPeakDemand, day, now).front().value;
+            const std::uint64_t supply = SampleRecords(company, kPeakSupply, day, now).front().value;
             EXPECT_GT(supply * 100, demand * 107);
             EXPECT_LT(supply * 100, demand * 115);
-            for (const ReportKind kind :
-                 {ReportKind::kInstantUsage, ReportKind::kActualUsage, ReportKind::kEstimatedUsage}) {
+            for (const std::uint32_t kind : {kInstantUsage, kActualUsage, kEstimatedUsage}) {
                 for (const ReportRecord& record : SampleRecords(company, kind, day, now)) {
                     EXPECT_GT(record.value * 100, demand * 55);
                     EXPECT_LT(record.value, supply);
@@ -138,10 +133,9 @@ TEST(SampleSource, ValuesArePlausibleAllYearRound)
 
 TEST(SampleSource, PeakDemandIsTheHighestEstimatedHour)
 {
-    const std::vector<ReportRecord> hours =
-        SampleRecords(Company::kChubu, ReportKind::kEstimatedUsage, kDay, kNextNoon);
-    const ReportRecord demand = SampleRecords(Company::kChubu, ReportKind::kPeakDemand, kDay, kNextNoon).front();
-    const ReportRecord supply = SampleRecords(Company::kChubu, ReportKind::kPeakSupply, kDay, kNextNoon).front();
+    const std::vector<ReportRecord> hours = SampleRecords(kChubu, kEstimatedUsage, kDay, kNextNoon);
+    const ReportRecord demand = SampleRecords(kChubu, kPeakDemand, kDay, kNextNoon).front();
+    const ReportRecord supply = SampleRecords(kChubu, kPeakSupply, kDay, kNextNoon).front();
     EXPECT_THAT(hours, testing::Contains(demand));
     EXPECT_THAT(hours, testing::Each(testing::Field(&ReportRecord::value, testing::Le(demand.value))));
     EXPECT_EQ(supply.start, demand.start);
@@ -150,9 +144,8 @@ TEST(SampleSource, PeakDemandIsTheHighestEstimatedHour)
 
 TEST(SampleSource, ActualUsageIsTheMeanOfTheHoursInstantUsages)
 {
-    const std::vector<ReportRecord> instants =
-        SampleRecords(Company::kKyushu, ReportKind::kInstantUsage, kDay, kNextNoon);
-    const std::vector<ReportRecord> hours = SampleRecords(Company::kKyushu, ReportKind::kActualUsage, kDay, kNextNoon);
+    const std::vector<ReportRecord> instants = SampleRecords(kKyushu, kInstantUsage, kDay, kNextNoon);
+    const std::vector<ReportRecord> hours = SampleRecords(kKyushu, kActualUsage, kDay, kNextNoon);
     std::uint64_t sum = 0;
     for (std::size_t i = 9 * 12; i < 10 * 12; ++i) {
         sum += instants[i].value;
@@ -163,9 +156,7 @@ TEST(SampleSource, ActualUsageIsTheMeanOfTheHoursInstantUsages)
 TEST(SampleSource, WeekendsUseLess)
 {
     const LocalTime now = local_days{2012y / 7 / 10};
-    const auto demand = [&](year_month_day day) {
-        return SampleRecords(Company::kTokyo, ReportKind::kPeakDemand, day, now).front().value;
-    };
+    const auto demand = [&](year_month_day day) { return SampleRecords(kTokyo, kPeakDemand, day, now).front().value; };
     EXPECT_LT(demand(2012y / 7 / 7), demand(2012y / 7 / 6)); // Saturday, Friday
     EXPECT_LT(demand(2012y / 7 / 8), demand(2012y / 7 / 7)); // Sunday
 }
