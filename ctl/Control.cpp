@@ -10,7 +10,9 @@
 #include "platform/Text.h"
 
 #include <algorithm>
+#include <string_view>
 #include <tuple>
+#include <utility>
 
 namespace {
 
@@ -37,21 +39,36 @@ struct Command {
     CString problem = {}; // why the command line is not understood; empty when it is
 };
 
+// What one argument asks for on its own.
+Action ActionOf(const CString& argument)
+{
+    constexpr std::pair<std::wstring_view, Action> kActions[] = {{L"show", Action::kShow},
+                                                                 {L"update", Action::kUpdate},
+                                                                 {L"--help", Action::kHelp},
+                                                                 {L"-h", Action::kHelp},
+                                                                 {L"--version", Action::kVersion}};
+    const auto* const found = std::find_if(std::begin(kActions), std::end(kActions),
+                                           [&](const auto& known) { return known.first == argument; });
+    return found == std::end(kActions) ? Action::kNone : found->second;
+}
+
+// Whether a command may come now: there is one only, and an update has no folder.
+bool MayStart(const Command& command, Action action)
+{
+    return command.action == Action::kNone &&
+           (action == Action::kShow || (action == Action::kUpdate && command.folder.empty()));
+}
+
 Command ParseCommand(const std::vector<CString>& arguments)
 {
     Command command;
     for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
-        if (*argument == L"--help" || *argument == L"-h") {
-            return {Action::kHelp};
+        const Action action = ActionOf(*argument);
+        if (action == Action::kHelp || action == Action::kVersion) {
+            return {action};
         }
-        if (*argument == L"--version") {
-            return {Action::kVersion};
-        }
-        const bool isFirst = command.action == Action::kNone;
-        if (*argument == L"show" && isFirst) {
-            command.action = Action::kShow;
-        } else if (*argument == L"update" && isFirst && command.folder.empty()) {
-            command.action = Action::kUpdate;
+        if (MayStart(command, action)) {
+            command.action = action;
         } else if (*argument != L"--folder" || command.action == Action::kUpdate) {
             command.problem = L"unknown argument '" + *argument + L"'";
             return command;
