@@ -13,8 +13,6 @@ using platform::kPathSeparator;
 using platform::sim::Call;
 using platform::sim::CMachine;
 
-constexpr int kSitesWithoutCompany[] = {-1, 0, 1, 4, 7, 8, 10, 11, 259, 0x7FFFFFFF};
-
 CString ExpectedFolder() { return CString(L"C:") + kPathSeparator + L"ProgramData" + kPathSeparator + L"AmporaSrv"; }
 
 class DataFilePath : public testing::Test {
@@ -37,28 +35,24 @@ TEST_F(DataFilePath, FolderIsEmptyWhenTheCommonOneIsUnknown)
     EXPECT_EQ(DataFolder(), L"");
 }
 
-TEST_F(DataFilePath, EachDataTypeHasAFileOfItsOwn)
+TEST_F(DataFilePath, NameHasTheCompanysKeyAndTheDataTypeInUpperCaseHexadecimal)
 {
-    const CString stem = ExpectedFolder() + kPathSeparator + L"tokyo_";
-    EXPECT_EQ(PathOf(3, 1), stem + L"00000001.dat");
-    EXPECT_EQ(PathOf(3, 2), stem + L"00000002.dat");
-    EXPECT_EQ(PathOf(3, 4), stem + L"00000004.dat");
-    EXPECT_EQ(PathOf(3, 8), stem + L"00000008.dat");
-}
-
-TEST_F(DataFilePath, DataType16IsWrittenInHexadecimal)
-{
-    EXPECT_EQ(PathOf(6, 16), ExpectedFolder() + kPathSeparator + L"kansai_00000010.dat");
-}
-
-TEST_F(DataFilePath, HexadecimalDigitsAreUpperCase)
-{
-    EXPECT_EQ(PathOf(9, 0xABCDEF01), ExpectedFolder() + kPathSeparator + L"kyushu_ABCDEF01.dat");
+    const struct {
+        int siteNumber;
+        DWORD dataType;
+        const wchar_t* name;
+    } files[] = {
+        {3, 1, L"tokyo_00000001.dat"}, {3, 2, L"tokyo_00000002.dat"},   {2, 4, L"tohoku_00000004.dat"},
+        {5, 8, L"chubu_00000008.dat"}, {6, 16, L"kansai_00000010.dat"}, {9, 0xABCDEF01, L"kyushu_ABCDEF01.dat"},
+    };
+    for (const auto& file : files) {
+        EXPECT_EQ(PathOf(file.siteNumber, file.dataType), ExpectedFolder() + kPathSeparator + file.name);
+    }
 }
 
 TEST_F(DataFilePath, SiteWithoutCompanyFailsWithNotSupported)
 {
-    for (const int siteNumber : kSitesWithoutCompany) {
+    for (const int siteNumber : {-1, 0, 1, 4, 7, 8, 10, 0x7FFFFFFF}) {
         wchar_t buffer[MAX_PATH] = L"untouched";
         platform::SetLastErrorCode(ERROR_SUCCESS);
         EXPECT_FALSE(GetFilePath(buffer, siteNumber, 1)) << siteNumber;

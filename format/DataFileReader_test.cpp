@@ -77,93 +77,49 @@ TEST(ParseDataFile, AcceptsAFileWithoutRecords)
     EXPECT_TRUE(file.records.empty());
 }
 
-TEST(ParseDataFile, RefusesLessThanAHeader)
+TEST(ParseDataFile, RefusesAFaultyFileWithItsReason)
 {
-    ExpectFault(ParseDataFile({}, kActualUsage), DataFileFault::kTooShort,
-                L"it has 0 bytes, less than a header (32 bytes)");
-    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 31), kActualUsage), DataFileFault::kTooShort,
-                L"it has 31 bytes, less than a header (32 bytes)");
+    const struct {
+        std::vector<BYTE> bytes;
+        DataFileFault fault;
+        const wchar_t* reason;
+    } files[] = {
+        {{}, DataFileFault::kTooShort, L"it has 0 bytes, less than a header (32 bytes)"},
+        {Cut(kGoldenDataFile, 31), DataFileFault::kTooShort, L"it has 31 bytes, less than a header (32 bytes)"},
+        {WithWord(kGoldenDataFile, 0, 0x00020000), DataFileFault::kForeignVersion,
+         L"its format version is 0x00020000, not 0x00010000"},
+        {WithWord(kGoldenDataFile, 4, 16), DataFileFault::kForeignDataType, L"it holds data type 16, not 2"},
+        {WithWord(kGoldenDataFile, 12, 1), DataFileFault::kForeignReserved, L"its reserved word is 0x00000001, not 0"},
+        {Cut(kGoldenDataFile, 32), DataFileFault::kTorn, L"it has 32 bytes, but its record count of 2 makes 112"},
+        {Cut(kGoldenDataFile, 72), DataFileFault::kTorn, L"it has 72 bytes, but its record count of 2 makes 112"},
+        {Cut(kGoldenDataFile, 111), DataFileFault::kTorn, L"it has 111 bytes, but its record count of 2 makes 112"},
+        {Cut(kGoldenDataFile, 113), DataFileFault::kTorn, L"it has 113 bytes, but its record count of 2 makes 112"},
+        {WithWord(kGoldenDataFile, 8, 0xFFFFFFFF), DataFileFault::kTorn,
+         L"it has 112 bytes, but its record count of 4294967295 makes 171798691832"},
+    };
+    for (const auto& file : files) {
+        SCOPED_TRACE(testing::PrintToString(file.reason));
+        ExpectFault(ParseDataFile(file.bytes, kActualUsage), file.fault, file.reason);
+    }
 }
 
-TEST(ParseDataFile, RefusesAnotherVersion)
-{
-    ExpectFault(ParseDataFile(WithWord(kGoldenDataFile, 0, 0x00020000), kActualUsage), DataFileFault::kForeignVersion,
-                L"its format version is 0x00020000, not 0x00010000");
-}
-
-TEST(ParseDataFile, RefusesAnotherKindOfData)
-{
-    ExpectFault(ParseDataFile(kGoldenDataFile, kPeakDemand), DataFileFault::kForeignDataType,
-                L"it holds data type 2, not 16");
-}
-
-TEST(ParseDataFile, RefusesAReservedWordThatIsNotZero)
-{
-    ExpectFault(ParseDataFile(WithWord(kGoldenDataFile, 12, 1), kActualUsage), DataFileFault::kForeignReserved,
-                L"its reserved word is 0x00000001, not 0");
-}
-
-TEST(ParseDataFile, RefusesFewerRecordsThanAnnounced)
-{
-    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 72), kActualUsage), DataFileFault::kTorn,
-                L"it has 72 bytes, but its record count of 2 makes 112");
-    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 32), kActualUsage), DataFileFault::kTorn,
-                L"it has 32 bytes, but its record count of 2 makes 112");
-}
-
-TEST(ParseDataFile, RefusesAPartOfARecord)
-{
-    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 111), kActualUsage), DataFileFault::kTorn,
-                L"it has 111 bytes, but its record count of 2 makes 112");
-}
-
-TEST(ParseDataFile, RefusesMoreThanAnnounced)
-{
-    ExpectFault(ParseDataFile(Cut(kGoldenDataFile, 113), kActualUsage), DataFileFault::kTorn,
-                L"it has 113 bytes, but its record count of 2 makes 112");
-}
-
-TEST(ParseDataFile, SurvivesTheLargestCount)
-{
-    ExpectFault(ParseDataFile(WithWord(kGoldenDataFile, 8, 0xFFFFFFFF), kActualUsage), DataFileFault::kTorn,
-                L"it has 112 bytes, but its record count of 4294967295 makes 171798691832");
-}
-
-TEST_F(DataFileReader, ReadsAFile)
-{
-    m_machine.PutFile(m_path, {.bytes = kGoldenDataFile});
-    const DataFile file = ReadDataFile(m_path, kActualUsage);
-    EXPECT_EQ(file.fault, DataFileFault::kNone);
-    EXPECT_EQ(file.records.size(), 2U);
-}
-
-TEST_F(DataFileReader, ReportsAMissingFile)
+TEST_F(DataFileReader, ReportsAMissingFileWithOrWithoutItsFolder)
 {
     ExpectFault(ReadDataFile(m_path, kActualUsage), DataFileFault::kMissing, L"there is no such file");
-}
-
-TEST_F(DataFileReader, ReportsAMissingFolderAsAMissingFile)
-{
     m_machine.RemoveFile(DataFolder());
     ExpectFault(ReadDataFile(m_path, kActualUsage), DataFileFault::kMissing, L"there is no such file");
 }
 
-TEST_F(DataFileReader, ReportsAFileThatIsBeingWritten)
-{
-    const platform::SecurityDescriptorPtr security = platform::InitializeDescriptor();
-    const platform::OutputFilePtr writer = platform::OpenForReplace(m_path, security.get());
-    ASSERT_TRUE(writer);
-    ExpectFault(ReadDataFile(m_path, kActualUsage), DataFileFault::kHeldByWriter,
-                L"it is being written by another program");
-}
-
-TEST_F(DataFileReader, ReadsAFileOnceItsWriterHasClosedIt)
+TEST_F(DataFileReader, ReportsAFileUntilItsWriterHasClosedIt)
 {
     const platform::SecurityDescriptorPtr security = platform::InitializeDescriptor();
     platform::OutputFilePtr writer = platform::OpenForReplace(m_path, security.get());
+    ASSERT_TRUE(writer);
     platform::WriteFileBytes(writer, kGoldenDataFile.data(), kGoldenDataFile.size());
+    ExpectFault(ReadDataFile(m_path, kActualUsage), DataFileFault::kHeldByWriter,
+                L"it is being written by another program");
     writer.reset();
-    EXPECT_EQ(ReadDataFile(m_path, kActualUsage).fault, DataFileFault::kNone);
+    EXPECT_EQ(ReadDataFile(m_path, kActualUsage).records.size(), 2U);
 }
 
 TEST_F(DataFileReader, ReportsWhatIsNoFile)
