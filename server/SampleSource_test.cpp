@@ -13,8 +13,9 @@ using namespace catalogue;
 using namespace std::chrono_literals;
 using std::chrono::local_days;
 using std::chrono::year_month_day;
+using testing::ElementsAre;
 
-constexpr std::array kAllCompanies = {kTokyo, kTohoku, kChubu, kKansai, kKyushu};
+constexpr int kAllCompanies[] = {kTokyo, kTohoku, kChubu, kKansai, kKyushu};
 constexpr year_month_day kDay = 2012y / 7 / 2; // a Monday
 constexpr LocalTime kNextNoon = local_days{2012y / 7 / 3} + 12h;
 
@@ -43,49 +44,36 @@ TEST(SampleSource, PastDayHas24ActualAndEstimatedUsagesOfAnHour)
     }
 }
 
-TEST(SampleSource, InstantUsageReachesTheLastEndedInterval)
+TEST(SampleSource, DayHasWhatIsKnownByNow)
 {
+    // Numbers of Tokyo's records: instant, actual, estimated, supply, demand.
+    const auto counts = [](year_month_day day, LocalTime now) {
+        std::vector<std::size_t> sizes;
+        for (const std::uint32_t kind : {kInstantUsage, kActualUsage, kEstimatedUsage, kPeakSupply, kPeakDemand}) {
+            sizes.push_back(SampleRecords(kTokyo, kind, day, now).size());
+        }
+        return sizes;
+    };
     const LocalTime midnight = local_days{kDay};
-    const auto count = [](LocalTime now) { return SampleRecords(kTokyo, kInstantUsage, kDay, now).size(); };
-    EXPECT_EQ(count(midnight), 0U);
-    EXPECT_EQ(count(midnight + 4min + 59s), 0U);
-    EXPECT_EQ(count(midnight + 5min), 1U);
-    EXPECT_EQ(count(midnight + 13h + 2min), 156U);
-    EXPECT_EQ(count(midnight + 24h), 288U);
+    // Later than tomorrow, tomorrow, and today as intervals end.
+    EXPECT_THAT(counts(kDay, midnight - 24h - 1s), ElementsAre(0, 0, 0, 0, 0));
+    EXPECT_THAT(counts(kDay, midnight - 24h), ElementsAre(0, 0, 24, 1, 1));
+    EXPECT_THAT(counts(kDay, midnight + 4min + 59s), ElementsAre(0, 0, 24, 1, 1));
+    EXPECT_THAT(counts(kDay, midnight + 5min), ElementsAre(1, 0, 24, 1, 1));
+    EXPECT_THAT(counts(kDay, midnight + 59min + 59s), ElementsAre(11, 0, 24, 1, 1));
+    EXPECT_THAT(counts(kDay, midnight + 1h), ElementsAre(12, 1, 24, 1, 1));
+    EXPECT_THAT(counts(kDay, midnight + 13h + 30min), ElementsAre(162, 13, 24, 1, 1));
+    EXPECT_THAT(counts(kDay, midnight + 24h), ElementsAre(288, 24, 24, 1, 1));
+    // The first day, and the one before it.
+    EXPECT_THAT(counts(2011y / 1 / 1, kNextNoon), ElementsAre(288, 24, 24, 1, 1));
+    EXPECT_THAT(counts(2010y / 12 / 31, kNextNoon), ElementsAre(0, 0, 0, 0, 0));
 }
 
-TEST(SampleSource, ActualUsageReachesTheLastEndedHour)
+TEST(SampleSource, OtherCompaniesAndKindsHaveNoData)
 {
-    const LocalTime midnight = local_days{kDay};
-    const auto count = [](LocalTime now) { return SampleRecords(kTokyo, kActualUsage, kDay, now).size(); };
-    EXPECT_EQ(count(midnight + 59min + 59s), 0U);
-    EXPECT_EQ(count(midnight + 1h), 1U);
-    EXPECT_EQ(count(midnight + 13h + 30min), 13U);
-}
-
-TEST(SampleSource, TomorrowHasAnEstimateAndPeaksOnly)
-{
-    const LocalTime now = local_days{kDay} - 1s;
-    EXPECT_TRUE(SampleRecords(kTokyo, kInstantUsage, kDay, now).empty());
-    EXPECT_TRUE(SampleRecords(kTokyo, kActualUsage, kDay, now).empty());
-    EXPECT_EQ(SampleRecords(kTokyo, kEstimatedUsage, kDay, now).size(), 24U);
-    EXPECT_EQ(SampleRecords(kTokyo, kPeakSupply, kDay, now).size(), 1U);
-    EXPECT_EQ(SampleRecords(kTokyo, kPeakDemand, kDay, now).size(), 1U);
-}
-
-TEST(SampleSource, NothingLaterThanTomorrow)
-{
-    const LocalTime now = local_days{kDay} - 24h - 1s;
-    EXPECT_TRUE(SampleRecords(kTokyo, kEstimatedUsage, kDay, now).empty());
-    EXPECT_TRUE(SampleRecords(kTokyo, kPeakDemand, kDay, now).empty());
-}
-
-TEST(SampleSource, NothingBeforeTheFirstDay)
-{
-    const year_month_day dayBefore = 2010y / 12 / 31;
-    EXPECT_TRUE(SampleRecords(kTokyo, kInstantUsage, dayBefore, kNextNoon).empty());
-    EXPECT_TRUE(SampleRecords(kTokyo, kPeakSupply, dayBefore, kNextNoon).empty());
-    EXPECT_EQ(SampleRecords(kTokyo, kInstantUsage, kFirstSampleDay, kNextNoon).size(), 288U);
+    EXPECT_TRUE(SampleRecords(4, kEstimatedUsage, kDay, kNextNoon).empty());
+    EXPECT_TRUE(SampleRecords(kTokyo, kPeakSupply | kPeakDemand, kDay, kNextNoon).empty());
+    EXPECT_TRUE(SampleRecords(kTokyo, 32, kDay, kNextNoon).empty());
 }
 
 TEST(SampleSource, ValuesDependOnTheDateAskedNotOnNow)
