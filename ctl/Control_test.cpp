@@ -171,35 +171,31 @@ TEST_F(Control, ShowsAFileWithoutRecords)
                      "Chubu    peak demand        0  -             -                       -  2012-07-02 13:30:05\n");
 }
 
-TEST_F(Control, FirstAndLastPeriodFollowTimeAndNotTheOrderOfTheFile)
+TEST_F(Control, RowShowsPeriodsValueAndTimeOfAFile)
 {
-    Put(kTokyo, kActualUsage,
-        FileOf(kActualUsage, {FiveMinutes(2, 13, 0), FiveMinutes(3, 14, 0), FiveMinutes(1, 12, 0)}));
-    EXPECT_EQ(Run({L"show"}), 0);
-    EXPECT_THAT(m_out, HasSubstr("3  2012-07-02 12:00 - 12:05  2012-07-02 14:00 - 14:05             3  "));
-}
-
-TEST_F(Control, PeriodOverMidnightNamesBothDays)
-{
-    Put(kKansai, kActualUsage,
-        FileOf(kActualUsage, {Record(1, {2012, 7, 1, 2, 23, 0, 0, 0}, {2012, 7, 2, 3, 0, 0, 0, 0})}));
-    EXPECT_EQ(Run({L"show"}), 0);
-    EXPECT_THAT(m_out, HasSubstr("1  2012-07-02 23:00 - 2012-07-03 00:00  "));
-}
-
-TEST_F(Control, TimesThatAreNotKnownAreCalledSo)
-{
-    Put(kKyushu, kInstantUsage,
-        FileOf(kInstantUsage, {Record(7, {}, {2012, 7, 1, 2, 13, 0, 0, 0}), FiveMinutes(8, 13, 0)}, SYSTEMTIME{}));
-    EXPECT_EQ(Run({L"show"}), 0);
-    EXPECT_THAT(m_out, HasSubstr("2  unknown - 2012-07-02 13:00  2012-07-02 13:00 - 13:05             8  unknown\n"));
-}
-
-TEST_F(Control, ShowsTheLargestValue)
-{
-    Put(kTokyo, kPeakSupply, FileOf(kPeakSupply, {FiveMinutes(0xFFFFFFFFFFFFFFFF, 0, 0)}));
-    EXPECT_EQ(Run({L"show"}), 0);
-    EXPECT_THAT(m_out, HasSubstr("  18446744073709551615  "));
+    const SYSTEMTIME elevenPm{2012, 7, 1, 2, 23, 0, 0, 0};
+    const SYSTEMTIME midnight{2012, 7, 2, 3, 0, 0, 0, 0};
+    const struct {
+        std::vector<_AmporaOneData> records;
+        SYSTEMTIME writeTime;
+        const char* row;
+    } files[] = {
+        // The file's order need not be that of time.
+        {{FiveMinutes(2, 13, 0), FiveMinutes(3, 14, 0), FiveMinutes(1, 12, 0)},
+         kWriteTime,
+         "3  2012-07-02 12:00 - 12:05  2012-07-02 14:00 - 14:05             3  "},
+        // Both days of a period over midnight.
+        {{Record(1, elevenPm, midnight)}, kWriteTime, "1  2012-07-02 23:00 - 2012-07-03 00:00  "},
+        {{Record(7, {}, elevenPm), FiveMinutes(8, 13, 0)},
+         SYSTEMTIME{},
+         "2  unknown - 2012-07-02 23:00  2012-07-02 13:00 - 13:05             8  unknown\n"},
+        {{FiveMinutes(0xFFFFFFFFFFFFFFFF, 0, 0)}, kWriteTime, "  18446744073709551615  "},
+    };
+    for (const auto& file : files) {
+        Put(kKansai, kActualUsage, FileOf(kActualUsage, file.records, file.writeTime));
+        EXPECT_EQ(Run({L"show"}), 0);
+        EXPECT_THAT(m_out, HasSubstr(file.row));
+    }
 }
 
 TEST_F(Control, FilesOfOtherNamesAreNotLookedAt)
