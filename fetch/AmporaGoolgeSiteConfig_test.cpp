@@ -184,7 +184,7 @@ TEST_F(AmporaGoolgeSiteConfig, ExceptionOfTheAnalyzerIsTraced)
     EXPECT_EQ(TraceLines().back(), Message("TRA", "AnalyzeData", "Leave"));
 }
 
-TEST_F(AmporaGoolgeSiteConfig, WantOfMemoryInTheAnalyzerIsTraced)
+TEST_F(AmporaGoolgeSiteConfig, RunningOutOfMemoryInTheAnalyzerIsTraced)
 {
     const CString report = Wide(testing_support::UsageReport(2, {{}}));
     unsigned exceptions = 0;
@@ -290,28 +290,20 @@ TEST_F(AmporaGoolgeSiteConfig, FileInPlaceOfTheSaveFolderCountsAsTheFolder)
     EXPECT_THAT(TraceMessages(), IsEmpty());
 }
 
-TEST_F(AmporaGoolgeSiteConfig, UnknownCommonFolderGivesNoSaveFolder)
+TEST_F(AmporaGoolgeSiteConfig, FailureBeforeTheSaveFolderIsCreatedGivesNone)
 {
-    m_machine.FailCall(Call::kGetCommonAppDataFolder, 1, ERROR_PATH_NOT_FOUND);
-    EXPECT_EQ(m_site->GetSaveFolderPath(), L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "GetSaveFolderPath", "Get Common App Folder Fail.")));
-}
-
-TEST_F(AmporaGoolgeSiteConfig, SaveFolderWithoutADescriptorIsNotCreated)
-{
-    m_machine.FailCall(Call::kInitializeDescriptor, 1, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(m_site->GetSaveFolderPath(), L"");
-    EXPECT_THAT(TraceMessages(),
-                ElementsAre(Message("ERR", "GetSaveFolderPath", "InitializeSecurityDescriptor Fail.")));
-    EXPECT_FALSE(m_machine.FindFile(DataFolder()));
-}
-
-TEST_F(AmporaGoolgeSiteConfig, SaveFolderWithoutADaclIsNotCreated)
-{
-    m_machine.FailCall(Call::kSetNullDacl, 1, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(m_site->GetSaveFolderPath(), L"");
-    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "GetSaveFolderPath", "SetSecurityDescriptorDacl Fail.")));
-    EXPECT_FALSE(m_machine.FindFile(DataFolder()));
+    const std::pair<Call, const char*> failures[] = {
+        {Call::kGetCommonAppDataFolder, "Get Common App Folder Fail."},
+        {Call::kInitializeDescriptor, "InitializeSecurityDescriptor Fail."},
+        {Call::kSetNullDacl, "SetSecurityDescriptorDacl Fail."},
+    };
+    for (const auto& [call, message] : failures) {
+        m_machine.ClearDebugLines();
+        m_machine.FailCall(call, 1, ERROR_ACCESS_DENIED);
+        EXPECT_EQ(m_site->GetSaveFolderPath(), L"");
+        EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "GetSaveFolderPath", message)));
+        EXPECT_FALSE(m_machine.FindFile(DataFolder()));
+    }
 }
 
 TEST_F(AmporaGoolgeSiteConfig, SaveFolderThatCannotBeCreatedIsGivenAllTheSame)
@@ -342,6 +334,13 @@ protected:
 
     std::vector<BYTE> Content() const { return m_machine.FindFile(m_path)->bytes; }
 
+    // This message and no other, and the old content.
+    void ExpectUntouched(const char* message)
+    {
+        EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", message)));
+        EXPECT_EQ(Content(), m_old);
+    }
+
     CString m_path = DataFileIn(DataFolder(), catalogue::kTokyo, catalogue::kActualUsage);
     const std::vector<BYTE> m_old = std::vector<BYTE>(500, 0x55);
     CAmporaDataCollection m_collection;
@@ -371,63 +370,48 @@ TEST_F(OutData, EmptyListGivesAHeaderOnly)
     EXPECT_EQ(Content(), expected);
 }
 
-TEST_F(OutData, ReplacesALongerFile)
+TEST_F(OutData, ReplacesWhatTheFileHeld)
 {
     m_machine.PutFile(m_path, {.bytes = m_old});
-    Write();
-    EXPECT_EQ(Content(), kGoldenDataFile);
-}
-
-TEST_F(OutData, WritingTwiceDoesNotGrowTheFile)
-{
-    Write();
-    Write();
-    EXPECT_EQ(Content(), kGoldenDataFile);
+    for (int pass = 0; pass < 2; ++pass) {
+        Write();
+        EXPECT_EQ(Content(), kGoldenDataFile);
+    }
 }
 
 TEST_F(OutData, NullListTouchesNoFile)
 {
     m_machine.PutFile(m_path, {.bytes = m_old});
     m_site->OutData(m_path, catalogue::kActualUsage, nullptr, kWriteTime);
-    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Param is NULL")));
-    EXPECT_EQ(Content(), m_old);
+    ExpectUntouched("Param is NULL");
     EXPECT_EQ(m_machine.CallCount(Call::kOpenForReplace), 0U);
 }
 
-TEST_F(OutData, WithoutADescriptorTouchesNoFile)
+TEST_F(OutData, WithoutADescriptorOrADaclTouchesNoFile)
 {
+    const std::pair<Call, const char*> failures[] = {
+        {Call::kInitializeDescriptor, "InitializeSecurityDescriptor Fail."},
+        {Call::kSetNullDacl, "SetSecurityDescriptorDacl Fail."},
+    };
     m_machine.PutFile(m_path, {.bytes = m_old});
-    m_machine.FailCall(Call::kInitializeDescriptor, 1, ERROR_ACCESS_DENIED);
-    Write();
-    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "InitializeSecurityDescriptor Fail.")));
-    EXPECT_EQ(Content(), m_old);
+    for (const auto& [call, message] : failures) {
+        m_machine.ClearDebugLines();
+        m_machine.FailCall(call, 1, ERROR_ACCESS_DENIED);
+        Write();
+        ExpectUntouched(message);
+    }
     EXPECT_EQ(m_machine.CallCount(Call::kOpenForReplace), 0U);
 }
 
-TEST_F(OutData, WithoutADaclTouchesNoFile)
+TEST_F(OutData, FileThatCannotBeOpenedStaysAsItWas)
 {
-    m_machine.PutFile(m_path, {.bytes = m_old});
-    m_machine.FailCall(Call::kSetNullDacl, 1, ERROR_ACCESS_DENIED);
-    Write();
-    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "SetSecurityDescriptorDacl Fail.")));
-    EXPECT_EQ(Content(), m_old);
-    EXPECT_EQ(m_machine.CallCount(Call::kOpenForReplace), 0U);
-}
-
-TEST_F(OutData, FileThatAReaderHoldsOpenStaysAsItWas)
-{
-    m_machine.PutFile(m_path, {.bytes = m_old, .heldOpen = true});
-    Write();
-    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Open Fail.")));
-    EXPECT_EQ(Content(), m_old);
-}
-
-TEST_F(OutData, ReadOnlyFileStaysAsItWas)
-{
-    m_machine.PutFile(m_path, {.bytes = m_old, .readOnly = true});
-    Write();
-    EXPECT_THAT(TraceMessages(), ElementsAre(Message("ERR", "OutData", "Open Fail.")));
-    EXPECT_EQ(Content(), m_old);
+    for (const platform::sim::SimFile& file : {platform::sim::SimFile{.bytes = m_old, .heldOpen = true},
+                                               platform::sim::SimFile{.bytes = m_old, .readOnly = true}}) {
+        m_machine.ClearDebugLines();
+        m_machine.PutFile(m_path, file);
+        Write();
+        ExpectUntouched("Open Fail.");
+    }
 }
 
 TEST_F(OutData, MissingFolderIsAFailedOpen)

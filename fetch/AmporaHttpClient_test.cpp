@@ -112,55 +112,35 @@ TEST_F(AmporaHttpClient, AppendsToABodyThatIsNotEmpty)
 
 // The three tests of the connected state, in their order.
 
-TEST_F(AmporaHttpClient, FailedConnectionQueryEndsTheDownload)
+TEST_F(AmporaHttpClient, MachineThatIsNotConnectedEndsTheDownload)
 {
-    m_machine.SetConnectedState(FALSE, platform::kConnectionLan);
-    ExpectFailure({Message("WAR", "Check Connection Fail")});
+    using namespace platform;
+    const struct {
+        BOOL isKnown;
+        DWORD flags;
+        TraceLine message;
+    } states[] = {
+        {FALSE, kConnectionLan, Message("WAR", "Check Connection Fail")},
+        {FALSE, kConnectionOffline, Message("WAR", "Check Connection Fail")},
+        {TRUE, 0, Message("TRA", "Not Connect Internet")},
+        {TRUE, kConnectionProxy, Message("TRA", "Not Connect Internet")},
+        {TRUE, kConnectionProxy | kConnectionOffline, Message("TRA", "Not Connect Internet")},
+        {TRUE, kConnectionLan | kConnectionOffline, Message("TRA", "Off Line Mode")},
+    };
+    for (const auto& state : states) {
+        SCOPED_TRACE(testing::Message() << state.isKnown << " " << state.flags);
+        m_machine.SetConnectedState(state.isKnown, state.flags);
+        ExpectFailure({state.message});
+    }
     EXPECT_EQ(m_machine.CallCount(Call::kOpenHttpConnection), 0U);
 }
 
-TEST_F(AmporaHttpClient, ConnectionQueryComesBeforeTheFlags)
+TEST_F(AmporaHttpClient, LanOrModemIsConnectedWhateverTheOtherBits)
 {
-    m_machine.SetConnectedState(FALSE, platform::kConnectionOffline);
-    ExpectFailure({Message("WAR", "Check Connection Fail")});
-}
-
-TEST_F(AmporaHttpClient, NeitherLanNorModemIsNotConnected)
-{
-    m_machine.SetConnectedState(TRUE, 0);
-    ExpectFailure({Message("TRA", "Not Connect Internet")});
-    EXPECT_EQ(m_machine.CallCount(Call::kOpenHttpConnection), 0U);
-}
-
-TEST_F(AmporaHttpClient, ProxyAloneIsNotConnected)
-{
-    m_machine.SetConnectedState(TRUE, platform::kConnectionProxy);
-    ExpectFailure({Message("TRA", "Not Connect Internet")});
-}
-
-TEST_F(AmporaHttpClient, MissingConnectionComesBeforeOffLineMode)
-{
-    m_machine.SetConnectedState(TRUE, platform::kConnectionProxy | platform::kConnectionOffline);
-    ExpectFailure({Message("TRA", "Not Connect Internet")});
-}
-
-TEST_F(AmporaHttpClient, OffLineModeEndsTheDownload)
-{
-    m_machine.SetConnectedState(TRUE, platform::kConnectionLan | platform::kConnectionOffline);
-    ExpectFailure({Message("TRA", "Off Line Mode")});
-    EXPECT_EQ(m_machine.CallCount(Call::kOpenHttpConnection), 0U);
-}
-
-TEST_F(AmporaHttpClient, ModemAloneIsConnected)
-{
-    m_machine.SetConnectedState(TRUE, platform::kConnectionModem);
-    EXPECT_TRUE(Get().success);
-}
-
-TEST_F(AmporaHttpClient, OtherBitsDoNotMatter)
-{
-    m_machine.SetConnectedState(TRUE, platform::kConnectionLan | 0x10 | 0x40);
-    EXPECT_TRUE(Get().success);
+    for (const DWORD flags : {DWORD{platform::kConnectionModem}, platform::kConnectionLan | 0x10 | 0x40}) {
+        m_machine.SetConnectedState(TRUE, flags);
+        EXPECT_TRUE(Get().success) << flags;
+    }
 }
 
 TEST_F(AmporaHttpClient, OffLineMachineIsNotAskedForItsUrl)
@@ -178,21 +158,6 @@ TEST_F(AmporaHttpClient, UrlThatCannotBeSplitEndsTheDownload)
     EXPECT_THAT(TraceLines(),
                 ElementsAre(Message("TRA", "Enter"), Message("ERR", "AfxParseURL Fail."), Message("TRA", "Leave")));
     EXPECT_EQ(m_machine.CallCount(Call::kOpenHttpConnection), 0U);
-}
-
-TEST_F(AmporaHttpClient, MissingConnectionLeavesLastError14)
-{
-    m_machine.FailCall(Call::kOpenHttpConnection, 1, kInternetError);
-    ExpectFailure({Message("ERR", "CHttpConnection Create Fail.")});
-    EXPECT_EQ(platform::GetLastErrorCode(), 14U);
-    EXPECT_EQ(m_machine.CallCount(Call::kOpenHttpRequest), 0U);
-}
-
-TEST_F(AmporaHttpClient, ExceptionOfTheConnectionIsAMissingConnection)
-{
-    m_machine.FailCall(Call::kOpenHttpConnectionThrows, 1, kInternetError);
-    ExpectFailure({Message("ERR", "CHttpConnection Create Fail.")});
-    EXPECT_EQ(platform::GetLastErrorCode(), 14U);
 }
 
 TEST_F(AmporaHttpClient, ClientWithoutSessionHasNoConnection)
@@ -213,20 +178,6 @@ TEST_F(AmporaHttpClient, ExceptionOfTheRequestReachesTheCaller)
     EXPECT_THAT(TraceLines(), ElementsAre(Message("TRA", "Enter"), Message("TRA", "Leave")));
 }
 
-TEST_F(AmporaHttpClient, RequestThatCannotBeOpenedIsNotSent)
-{
-    m_machine.FailCall(Call::kOpenHttpRequest, 1, kInternetError);
-    ExpectFailure({Message("ERR", "SendRequest Fail.")});
-    EXPECT_EQ(m_machine.CallCount(Call::kSendHttpRequest), 0U);
-}
-
-TEST_F(AmporaHttpClient, FailedSendEndsTheDownload)
-{
-    m_machine.FailCall(Call::kSendHttpRequest, 1, kInternetError);
-    ExpectFailure({Message("ERR", "SendRequest Fail.")});
-    EXPECT_EQ(m_machine.CallCount(Call::kQueryHttpStatusCode), 0U);
-}
-
 TEST_F(AmporaHttpClient, ServerWithoutAnAnswerIsAFailedSend)
 {
     for (const HttpFault fault :
@@ -236,22 +187,47 @@ TEST_F(AmporaHttpClient, ServerWithoutAnAnswerIsAFailedSend)
     }
 }
 
-TEST_F(AmporaHttpClient, FailedStatusQueryEndsTheDownload)
-{
-    m_machine.FailCall(Call::kQueryHttpStatusCode, 1, kInternetError);
-    ExpectFailure({Message("ERR", "QueryInfoStatusCode Fail.")});
-    EXPECT_EQ(m_machine.CallCount(Call::kReadHttpBody), 0U);
-}
+// Each step that fails, by its result or by an exception, ends the download before the next one.
 
-// Exceptions inside the guarded region.
+struct FailedStep {
+    const char* name;
+    Call call;
+    TraceLine message;
+    Call next;           // is not called
+    DWORD lastError = 0; // left behind; 0: not promised
+};
+void PrintTo(const FailedStep& step, std::ostream* stream) { *stream << step.name; }
 
-TEST_F(AmporaHttpClient, InternetExceptionOfAnyStepIsTraced)
+class AmporaHttpClientStep : public AmporaHttpClient, public testing::WithParamInterface<FailedStep> {};
+
+TEST_P(AmporaHttpClientStep, FailureEndsTheDownload)
 {
-    for (const Call call : {Call::kSendHttpRequestThrows, Call::kQueryHttpStatusCodeThrows, Call::kReadHttpBody}) {
-        m_machine.FailCall(call, 1, kInternetError);
-        ExpectFailure({Message("WAR", "Exception!")});
+    const unsigned before = m_machine.CallCount(GetParam().next);
+    m_machine.FailCall(GetParam().call, 1, kInternetError);
+    ExpectFailure({GetParam().message});
+    EXPECT_EQ(m_machine.CallCount(GetParam().next), before);
+    if (GetParam().lastError != 0) {
+        EXPECT_EQ(platform::GetLastErrorCode(), GetParam().lastError);
     }
 }
+
+const TraceLine kNoConnection = Message("ERR", "CHttpConnection Create Fail.");
+const TraceLine kNotSent = Message("ERR", "SendRequest Fail.");
+const TraceLine kException = Message("WAR", "Exception!");
+
+INSTANTIATE_TEST_SUITE_P(
+    Steps, AmporaHttpClientStep,
+    testing::Values(FailedStep{"Connection", Call::kOpenHttpConnection, kNoConnection, Call::kOpenHttpRequest, 14},
+                    FailedStep{"ConnectionThrows", Call::kOpenHttpConnectionThrows, kNoConnection,
+                               Call::kOpenHttpRequest, 14},
+                    FailedStep{"Request", Call::kOpenHttpRequest, kNotSent, Call::kSendHttpRequest},
+                    FailedStep{"Send", Call::kSendHttpRequest, kNotSent, Call::kQueryHttpStatusCode},
+                    FailedStep{"SendThrows", Call::kSendHttpRequestThrows, kException, Call::kQueryHttpStatusCode},
+                    FailedStep{"Status", Call::kQueryHttpStatusCode, Message("ERR", "QueryInfoStatusCode Fail."),
+                               Call::kReadHttpBody},
+                    FailedStep{"StatusThrows", Call::kQueryHttpStatusCodeThrows, kException, Call::kReadHttpBody},
+                    FailedStep{"Body", Call::kReadHttpBody, kException, Call::kOpenHttpSession}),
+    [](const auto& info) { return info.param.name; });
 
 TEST_F(AmporaHttpClient, BodyThatBreaksOffAppendsNothing)
 {
@@ -271,7 +247,7 @@ TEST_F(AmporaHttpClient, StatusIsKnownEvenWhenTheBodyBreaksOff)
     EXPECT_EQ(Get().status, 206U);
 }
 
-TEST_F(AmporaHttpClient, WantOfMemoryIsTracedAsAnException)
+TEST_F(AmporaHttpClient, RunningOutOfMemoryIsTracedAsAnException)
 {
     m_machine.SetHttpHandler([](const HttpExchange&) -> HttpAnswer { throw std::bad_alloc(); });
     ExpectFailure({Message("WAR", "Exception!")});
@@ -338,28 +314,23 @@ TEST_F(AmporaHttpClient, StatusBelow400GivesTheBody)
 
 // Decoding.
 
-TEST_F(AmporaHttpClient, EmptyBodyAppendsNothing)
+TEST_F(AmporaHttpClient, BodyIsTakenAsUtf8UpToItsFirstZeroByte)
 {
-    Answer({.body = ""});
-    const Result result = Get();
-    EXPECT_TRUE(result.success);
-    EXPECT_EQ(result.body, L"before ");
-}
-
-TEST_F(AmporaHttpClient, TextBehindAZeroByteIsDropped)
-{
-    Answer({.body = std::string("one\0two\0", 8)});
-    EXPECT_EQ(Get().body, L"before one");
-}
-
-TEST_F(AmporaHttpClient, InvalidUtf8IsReplaced)
-{
-    Answer({.body = "a\xFF"
-                    "b\xC3"});
-    const Result result = Get();
-    EXPECT_TRUE(result.success);
-    EXPECT_EQ(result.body, L"before a\xFFFD"
-                           L"b\xFFFD");
+    const std::pair<HttpAnswer, CString> bodies[] = {
+        {{.body = ""}, L""},
+        {{.body = std::string("one\0two\0", 8)}, L"one"},
+        {{.body = "a\xFF"
+                  "b\xC3"},
+         L"a\xFFFD"
+         L"b\xFFFD"},
+        {{.body = "\xC3\xA4", .headers = {{"Content-Type", "text/xml; charset=Shift_JIS"}}}, L"\xE4"},
+    };
+    for (const auto& [answer, text] : bodies) {
+        Answer(answer);
+        const Result result = Get();
+        EXPECT_TRUE(result.success);
+        EXPECT_EQ(result.body, L"before " + text);
+    }
 }
 
 TEST_F(AmporaHttpClient, CharactersAreNotSplitBetweenReads)
@@ -371,12 +342,6 @@ TEST_F(AmporaHttpClient, CharactersAreNotSplitBetweenReads)
     }
     Answer({.body = body});
     EXPECT_EQ(Get().body, L"before " + CString(50'000, L'\x6771'));
-}
-
-TEST_F(AmporaHttpClient, DeclaredCharacterSetDoesNotMatter)
-{
-    Answer({.body = "\xC3\xA4", .headers = {{"Content-Type", "text/xml; charset=Shift_JIS"}}});
-    EXPECT_EQ(Get().body, L"before \xE4");
 }
 
 TEST(ConvertFromUtf8, StopsAtTheFirstZero)
