@@ -170,7 +170,7 @@ int Show(const CString& folder, std::ostream& out, std::ostream& err)
 int Update(std::ostream& err)
 {
     const platform::WaitHandle event = platform::CreateNamedEvent(kUpdateEventName, nullptr);
-    // Nobody waits for an event that this call has made.
+    // An event that this call has created has nobody waiting for it.
     if (event && platform::GetLastErrorCode() != ERROR_ALREADY_EXISTS) {
         err << "amporactl: amporasrv is not running\n";
         return kExitFailure;

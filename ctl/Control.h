@@ -7,8 +7,8 @@
 #include <vector>
 
 // Exit codes of the program.
-inline constexpr int kExitSuccess = 0; // what was asked for was shown, all of it sound, or done
-inline constexpr int kExitFailure = 1; // a data file is faulty, or there is none; or nobody was there to do it
+inline constexpr int kExitSuccess = 0; // everything was shown and is sound, or the update was asked for
+inline constexpr int kExitFailure = 1; // a data file is faulty, or there is none; or amporasrv is not running
 inline constexpr int kExitUsage = 2;   // the command line is not understood
 
 // Runs the program. arguments: without the program's name; out, err: its standard output and standard error, UTF-8.

@@ -15,7 +15,7 @@ namespace {
 // The answer of a source that has no data for the day.
 constexpr DWORD kStatusNoData = 503;
 
-// Null when there is no memory for it.
+// Null when memory runs out.
 std::unique_ptr<CAmporaDataCollection> MakeCollection()
 {
     try {
@@ -62,7 +62,7 @@ std::unique_ptr<CAmporaDataCollection> CAmporaGoolgeSiteConfig::AnalyzeData(DWOR
     if (!collection) {
         scope.Err(L"CAmporaDataCollection Allocate Fail!");
     }
-    // Set in both cases: callers that look at it learn by it that the list is empty for want of data.
+    // Set in both cases: it tells a caller that the list is empty because there is no data.
     platform::SetLastErrorCode(ERROR_OUTOFMEMORY);
     return collection;
 }

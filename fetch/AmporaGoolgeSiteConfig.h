@@ -5,9 +5,8 @@
 
 class CGSXMLAnalyzer;
 
-// Builds the URL of a report, has an answer analysed and writes the data file. Whose reports they are, and whether they
-// are wanted, is the derived class's business. Used by one thread, which must be inside an apartment
-// (platform/Thread.h).
+// Builds the URL of a report, has its answer analysed and writes the data file. The derived class decides whose reports
+// they are and whether they are wanted. Used by one thread, which must be inside an apartment (platform/Thread.h).
 class CAmporaGoolgeSiteConfig : public CAmporaSiteConfig {
 public:
     CAmporaGoolgeSiteConfig();
@@ -16,22 +15,22 @@ public:
     using CAmporaSiteConfig::GetURL;
     using CAmporaSiteConfig::OutData;
 
-    // As CAmporaSiteConfig::AnalyzeData. dataType: not looked at. An empty body means, with status 503, that there is
-    // no data: an empty list with last error 14; with any other status it is a failure.
+    // As CAmporaSiteConfig::AnalyzeData. dataType: ignored. An empty body with status 503 means that there is no data
+    // and gives an empty list with last error 14; with any other status it is a failure.
     std::unique_ptr<CAmporaDataCollection> AnalyzeData(DWORD dataType, CString body, DWORD status) override;
 
-    // The address of a company's report. companyKey: its word in the path; day: its year, month and day count. Empty
+    // The address of a company's report. companyKey: its word in the path; day: only year, month and day matter. Empty
     // when dataType is not exactly one data type code.
     virtual CString GetURL(CString companyKey, DWORD dataType, SYSTEMTIME day);
 
     // Replaces one data file. filePath: where; otherwise as the other OutData. A file that cannot be opened stays as it
-    // was, traced. A write that fails leaves a part of the file, and closes it.
+    // was, traced. A write that fails leaves the file incomplete and closed.
     virtual void OutData(CString filePath, DWORD dataType, const CAmporaDataCollection* collection,
                          SYSTEMTIME writeTime);
 
-    // The folder of the data files, created for everybody when nothing of that name exists. Its path even when it
-    // could not be created: then opening a file in it fails. Empty, traced, when the common application-data folder is
-    // unknown or the folder's rights could not be made.
+    // The folder of the data files, created for everybody when nothing of that name exists. Returns its path even
+    // when it could not be created: then opening a file in it fails. Empty, traced, when the common application-data
+    // folder is unknown or the folder's security descriptor could not be made.
     CString GetSaveFolderPath();
 
 private:

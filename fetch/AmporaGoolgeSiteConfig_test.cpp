@@ -28,7 +28,7 @@ using testing_support::TraceMessages;
 constexpr SYSTEMTIME kDay{2012, 7, 4, 5, 23, 59, 58, 999};
 constexpr SYSTEMTIME kWriteTime{2012, 7, 1, 2, 13, 30, 15, 500};
 
-// A site of nobody's: no operation of its own does anything.
+// A site without a company; its own operations do nothing.
 class CPlainSite : public CAmporaGoolgeSiteConfig {
 public:
     using CAmporaGoolgeSiteConfig::GetURL;
@@ -234,7 +234,7 @@ TEST_F(AmporaGoolgeSiteConfig, EmptyBodyWithStatus503IsAnEmptyListAndLastError14
 
 TEST_F(AmporaGoolgeSiteConfig, ListThatCannotBeAllocatedIsTraced)
 {
-    // Trace lines allocate as well; each allocation fails once, until it was the list's.
+    // Trace lines allocate, too: each allocation fails once, the list's among them.
     int nullResults = 0;
     bool hasFailed = true;
     for (unsigned nth = 1; hasFailed && nth < 1000; ++nth) {
@@ -306,7 +306,7 @@ TEST_F(AmporaGoolgeSiteConfig, FailureBeforeTheSaveFolderIsCreatedGivesNone)
     }
 }
 
-TEST_F(AmporaGoolgeSiteConfig, SaveFolderThatCannotBeCreatedIsGivenAllTheSame)
+TEST_F(AmporaGoolgeSiteConfig, SaveFolderThatCannotBeCreatedIsStillNamed)
 {
     m_machine.FailCall(Call::kMakeFolder, 1, ERROR_ACCESS_DENIED);
     EXPECT_EQ(m_site->GetSaveFolderPath(), DataFolder());

@@ -57,7 +57,7 @@ std::string ReadBody(const platform::HttpRequestPtr& request)
     return body;
 }
 
-// What CAmporaHttpClient::GetData returns, once there is a request or not.
+// The rest of CAmporaHttpClient::GetData. request: null when it could not be opened.
 BOOL Receive(const platform::HttpRequestPtr& request, CString& body, DWORD& status, const CTraceLog& log)
 {
     if (!request || !platform::SendHttpRequest(request)) {
@@ -107,7 +107,7 @@ BOOL CAmporaHttpClient::GetData(CString strUrl, CString& body, DWORD& status)
         platform::SetLastErrorCode(ERROR_OUTOFMEMORY);
         return FALSE;
     }
-    // What this throws is the caller's: a request that cannot even be prepared is no failed download.
+    // An exception of this call reaches the caller: a request that cannot be prepared is not a failed download.
     const platform::HttpRequestPtr request = platform::OpenHttpRequest(connection, url.object, kContext);
     try {
         return Receive(request, body, status, scope);

@@ -48,7 +48,7 @@ public:
     void OutData(DWORD dataType, const CAmporaDataCollection* collection, SYSTEMTIME writeTime) override
     {
         const CTraceScope scope(Company.outDataName);
-        // Called for the folder's sake: GetFilePath below finds it for itself.
+        // Called to create the folder: GetFilePath below finds the path itself.
         if (GetSaveFolderPath().empty()) {
             scope.Err(L"Save Folder Path Get Fail.");
             return;

@@ -13,8 +13,8 @@ public:
     CAmporaSiteConfig(const CAmporaSiteConfig&) = delete;
     CAmporaSiteConfig& operator=(const CAmporaSiteConfig&) = delete;
 
-    // The address of the report of one kind and day. dataType: data type code; day: local date, its time of day is not
-    // looked at. Empty when there is nothing to fetch.
+    // The address of the report of one kind and day. dataType: data type code; day: local date, its time of day is
+    // ignored. Empty when there is nothing to fetch.
     virtual CString GetURL(DWORD dataType, SYSTEMTIME day) = 0;
 
     // Turns an answer into records. body: its whole text; status: its HTTP status code. A new list, empty when the
@@ -22,6 +22,6 @@ public:
     virtual std::unique_ptr<CAmporaDataCollection> AnalyzeData(DWORD dataType, CString body, DWORD status) = 0;
 
     // Replaces the source's data file of one kind. collection: stays the caller's, null is refused; writeTime: local
-    // clock, goes into the file. Throws platform::CFileException when a write fails.
+    // time, stored in the file. Throws platform::CFileException when a write fails.
     virtual void OutData(DWORD dataType, const CAmporaDataCollection* collection, SYSTEMTIME writeTime) = 0;
 };

@@ -1,4 +1,4 @@
-// The rights of what other users' processes must reach.
+// The security descriptor of objects that other users' processes must be able to open.
 #pragma once
 
 #include "config/TraceLog.h"

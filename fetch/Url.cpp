@@ -23,7 +23,7 @@ constexpr Scheme kSchemes[] = {
 constexpr std::wstring_view kHostCharacters = L"abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
 constexpr std::wstring_view kAddressCharacters = L"0123456789abcdefABCDEF:.";
 
-// Blanks and control characters of ASCII and Latin-1, and the blanks of Unicode that a careless copy brings along.
+// Blanks and control characters of ASCII and Latin-1, and those blanks of Unicode that copied text may contain.
 bool IsBlankOrControl(wchar_t character)
 {
     return character <= 0x20 || (character >= 0x7F && character <= 0xA0) || character == 0x1680 ||

@@ -4,7 +4,7 @@
 #include "platform/Types.h"
 
 // The folder of the data files, below the common application-data folder; empty when that is unknown. Creates nothing
-// but, where the system does, the common folder. Any thread.
+// itself; the system may create the common folder. Any thread.
 CString DataFolder();
 
 // The path of a company's data file of one kind in a folder: "folder\key_TTTTTTTT.dat", T the data type code in

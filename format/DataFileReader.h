@@ -27,12 +27,12 @@ struct DataFile {
     std::vector<_AmporaOneData> records; // in the file's order; empty with a fault
 };
 
-// Most records and bytes that a data file may have: what the answers of two days yield when each is as long as one may
-// be (64 MiB) and says as little as possible per record (32 bytes). A longer file counts as torn.
+// Most records and bytes that a data file may have: two days of the longest answers (64 MiB) with the shortest text for
+// each record (32 bytes). A longer file counts as torn.
 inline constexpr std::size_t kMaxDataFileRecords = 2 * 64 * 1024 * 1024 / 32;
 inline constexpr std::size_t kMaxDataFileBytes = sizeof(DataFileHeader) + kMaxDataFileRecords * sizeof(_AmporaOneData);
 
-// Takes the content of a data file apart. dataType: the data type code that it must hold. The times are not checked:
+// Parses the content of a data file. dataType: the data type code that it must hold. The times are not checked:
 // they are what the report said. Throws std::bad_alloc only. Any thread.
 DataFile ParseDataFile(std::span<const BYTE> bytes, DWORD dataType);
 

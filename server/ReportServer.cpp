@@ -24,7 +24,7 @@ constexpr std::chrono::seconds kSilenceLimit{30};
 constexpr std::uint32_t kHeaderLimitBytes = 8 * 1024;
 constexpr std::uint64_t kBodyLimitBytes = std::uint64_t{64} * 1024;
 
-// One connection. It owns itself through the operations that it waits for and goes when there is none.
+// One connection. Its pending operations own it: it is destroyed when none is left.
 class CReportConnection : public std::enable_shared_from_this<CReportConnection> {
 public:
     CReportConnection(tcp::socket&& socket, const LocalClock& clock) : m_stream(std::move(socket)), m_clock(clock) {}
@@ -72,7 +72,7 @@ private:
 
     void Close()
     {
-        // The client may be gone already: nothing is left to be told.
+        // Fails when the client has closed already, which changes nothing.
         error_code ignored;
         m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
     }

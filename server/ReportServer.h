@@ -13,9 +13,9 @@ namespace reportd {
 using LocalClock = std::function<LocalTime()>;
 LocalTime ReadSystemClock();
 
-// Serves reports over kept-alive connections. A connection that stays silent for 30 seconds is closed, so is one whose
-// request has a header of more than 8 KiB or a body of more than 64 KiB. Every answer names the source of its data in
-// the header field X-Ampora-Source.
+// Serves reports; connections are kept alive. It closes a connection that is silent for 30 seconds, or whose request
+// has a header of more than 8 KiB or a body of more than 64 KiB. Every answer names the source of its data in the
+// header field X-Ampora-Source.
 class CReportServer {
 public:
     // Listens from now on, but answers only in Run. address: numeric IPv4 or IPv6 address; port: 0 for any free one.
@@ -35,7 +35,7 @@ public:
     // Answers requests on the calling thread until Stop; once only.
     void Run();
 
-    // Ends Run, present or to come; open connections are dropped. Any thread.
+    // Ends Run, or makes a later one return at once; open connections are dropped. Any thread.
     void Stop();
 
 private:

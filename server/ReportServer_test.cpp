@@ -114,7 +114,7 @@ TEST_F(ReportServer, ServesConnectionsSideBySide)
     EXPECT_EQ(first.Request(http::verb::get, kTarget).result_int(), 200U);
 }
 
-TEST_F(ReportServer, ClosesTheConnectionWhenTheClientAsksFor)
+TEST_F(ReportServer, ClosesTheConnectionWhenTheClientAsksForIt)
 {
     CClient client(m_server.Port());
     client.Write(std::string("GET ") + kTarget + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
@@ -168,7 +168,7 @@ TEST(ReportServerLife, EndpointNamesAddressAndChosenPort)
     EXPECT_EQ(server.Endpoint(), "127.0.0.1:" + std::to_string(server.Port()));
 }
 
-TEST(ReportServerLife, RefusesAnAddressThatIsNoneOrNotOurs)
+TEST(ReportServerLife, RefusesAnInvalidOrForeignAddress)
 {
     EXPECT_THROW(CReportServer("not an address", 0), std::runtime_error);
     EXPECT_THROW(CReportServer("192.0.2.1", 0), std::runtime_error); // reserved for documentation
