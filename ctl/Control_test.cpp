@@ -1,14 +1,13 @@
 #include "ctl/Control.h"
 
 #include "format/Catalogue.h"
-#include "format/DataFileFormat.h"
 #include "format/DataFilePath.h"
 #include "platform/Files.h"
 #include "platform/sim/Machine.h"
 #include "platform/Sync.h"
 #include "platform/Text.h"
+#include "testing/World.h"
 
-#include <cstring>
 #include <gmock/gmock.h>
 #include <sstream>
 
@@ -19,28 +18,22 @@ using namespace catalogue;
 using platform::sim::Call;
 using testing::HasSubstr;
 using testing::StartsWith;
+using testing_support::Record;
+using testing_support::Records;
 
 constexpr SYSTEMTIME kWriteTime{2012, 7, 1, 2, 13, 30, 5, 500};
 
-_AmporaOneData Record(ULONGLONG value, const SYSTEMTIME& start, const SYSTEMTIME& end) { return {value, start, end}; }
-
 // A record of five minutes on 2012-07-02.
-_AmporaOneData FiveMinutes(ULONGLONG value, WORD hour, WORD minute)
+Record FiveMinutes(std::uint64_t value, WORD hour, WORD minute)
 {
-    return Record(value, {2012, 7, 1, 2, hour, minute, 0, 0},
-                  {2012, 7, 1, 2, hour, static_cast<WORD>(minute + 5), 0, 0});
+    return {value, {2012, 7, 1, 2, hour, minute, 0, 0}, {2012, 7, 1, 2, hour, static_cast<WORD>(minute + 5), 0, 0}};
 }
 
-std::vector<BYTE> FileOf(DWORD dataType, const std::vector<_AmporaOneData>& records,
-                         const SYSTEMTIME& writeTime = kWriteTime)
+std::vector<BYTE> FileOf(DWORD dataType, const Records& records, const SYSTEMTIME& writeTime = kWriteTime)
 {
-    const DataFileHeader header{kDataFileVersion, dataType, static_cast<DWORD>(records.size()), 0, writeTime};
-    std::vector<BYTE> bytes(sizeof(header) + records.size() * sizeof(_AmporaOneData));
-    std::memcpy(bytes.data(), &header, sizeof(header));
-    if (!records.empty()) {
-        std::memcpy(bytes.data() + sizeof(header), records.data(), bytes.size() - sizeof(header));
-    }
-    return bytes;
+    using namespace testing_support;
+    const std::string bytes = HeaderBytes(dataType, records.size()) + CalendarBytes(writeTime) + RecordBytes(records);
+    return {bytes.begin(), bytes.end()};
 }
 
 class Control : public testing::Test {
@@ -99,7 +92,7 @@ TEST_F(Control, HelpAndVersionWinOverACommand)
     EXPECT_THAT(m_out, StartsWith("amporactl "));
 }
 
-TEST_F(Control, CommandLineThatIsNotUnderstoodGivesTheUsageOnStandardError)
+TEST_F(Control, UnknownCommandLinePrintsTheUsageOnStandardError)
 {
     const std::pair<std::vector<CString>, std::string> cases[] = {
         {{}, "no command given"},
@@ -176,7 +169,7 @@ TEST_F(Control, RowShowsPeriodsValueAndTimeOfAFile)
     const SYSTEMTIME elevenPm{2012, 7, 1, 2, 23, 0, 0, 0};
     const SYSTEMTIME midnight{2012, 7, 2, 3, 0, 0, 0, 0};
     const struct {
-        std::vector<_AmporaOneData> records;
+        Records records;
         SYSTEMTIME writeTime;
         const char* row;
     } files[] = {
@@ -185,8 +178,8 @@ TEST_F(Control, RowShowsPeriodsValueAndTimeOfAFile)
          kWriteTime,
          "3  2012-07-02 12:00 - 12:05  2012-07-02 14:00 - 14:05             3  "},
         // Both days of a period over midnight.
-        {{Record(1, elevenPm, midnight)}, kWriteTime, "1  2012-07-02 23:00 - 2012-07-03 00:00  "},
-        {{Record(7, {}, elevenPm), FiveMinutes(8, 13, 0)},
+        {{{1, elevenPm, midnight}}, kWriteTime, "1  2012-07-02 23:00 - 2012-07-03 00:00  "},
+        {{{7, {}, elevenPm}, FiveMinutes(8, 13, 0)},
          SYSTEMTIME{},
          "2  unknown - 2012-07-02 23:00  2012-07-02 13:00 - 13:05             8  unknown\n"},
         {{FiveMinutes(0xFFFFFFFFFFFFFFFF, 0, 0)}, kWriteTime, "  18446744073709551615  "},
@@ -198,7 +191,7 @@ TEST_F(Control, RowShowsPeriodsValueAndTimeOfAFile)
     }
 }
 
-TEST_F(Control, FilesOfOtherNamesAreNotLookedAt)
+TEST_F(Control, IgnoresFilesOfOtherNames)
 {
     Put(kTokyo, kPeakSupply, FileOf(kPeakSupply, {}));
     m_machine.PutFile(DataFolder() + platform::kPathSeparator + L"osaka_00000001.dat", {.bytes = {1}});
@@ -236,7 +229,7 @@ TEST_F(Control, UnknownCommonFolderIsAFailure)
     EXPECT_EQ(m_err, "amporactl: the common application-data folder is unknown; name one with --folder\n");
 }
 
-// Faulty files: one line each, and the others are shown all the same.
+// Faulty files: one line each; the others are still shown.
 
 TEST_F(Control, FaultyFilesAreNamedWithTheirReason)
 {
@@ -292,7 +285,7 @@ TEST_F(Control, UpdateSetsTheEventThatAmporasrvWaitsFor)
     EXPECT_EQ(platform::WaitForOne(event, 0, FALSE), DWORD{WAIT_OBJECT_0});
 }
 
-TEST_F(Control, UpdateFailsWhenNobodyHasTheEvent)
+TEST_F(Control, UpdateFailsWhenAmporasrvIsNotRunning)
 {
     for (int i = 0; i < 2; ++i) { // the first one leaves nothing that the second could take for amporasrv
         EXPECT_EQ(Run({L"update"}), 1);

@@ -1,9 +1,11 @@
 #include "fetch/AmporaPowerCompanies.h"
 
 #include "platform/Files.h"
+#include "platform/Text.h"
 #include "testing/MachineTest.h"
 #include "testing/SlotOrder.h"
 #include "testing/Trace.h"
+#include "testing/World.h"
 
 #include <gmock/gmock.h>
 #include <map>
@@ -14,13 +16,13 @@ using platform::Hive;
 using platform::sim::Call;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing_support::TestCompany;
 using testing_support::TraceLine;
 using testing_support::TraceLines;
 using testing_support::TraceMessages;
 
 constexpr SYSTEMTIME kDay{2012, 7, 1, 2, 0, 0, 0, 0};
 constexpr SYSTEMTIME kWriteTime{2012, 7, 1, 2, 13, 30, 15, 500};
-constexpr DWORD kEveryDataType[] = {1, 2, 4, 8, 16};
 
 using MakeSite = std::unique_ptr<CAmporaGoolgeSiteConfig> (*)();
 
@@ -38,34 +40,23 @@ constexpr PowerCompany kWithoutFileKey{kUnknownEntry<Company>, Company.construct
                                        Company.getUrlName, Company.outDataName};
 
 struct CompanyCase {
-    const char* className;
-    const wchar_t* key;
-    int siteNumber;
-    std::vector<DWORD> defaultDataTypes;
+    TestCompany company;
     MakeSite make;
     MakeSite makeWithoutFileKey;
 };
 
-void PrintTo(const CompanyCase& company, std::ostream* stream) { *stream << company.className; }
+void PrintTo(const CompanyCase& test, std::ostream* stream) { *stream << test.company.className; }
 
 template <const PowerCompany& Company>
-CompanyCase Case(const char* className, const wchar_t* key, int siteNumber, std::vector<DWORD> defaultDataTypes)
+CompanyCase Case(const std::string& word)
 {
-    return {className,
-            key,
-            siteNumber,
-            std::move(defaultDataTypes),
-            Make<CPowerCompany<Company>>,
+    return {testing_support::CompanyOf(word), Make<CPowerCompany<Company>>,
             Make<CPowerCompany<kWithoutFileKey<Company>>>};
 }
 
-const CompanyCase kCompanies[] = {
-    Case<kTokyoPowerCompany>("CAmporaTokyoPowerCompany", L"tokyo", 3, {1, 2, 4, 8, 16}),
-    Case<kTohokuPowerCompany>("CAmporaTohokuPowerCompany", L"tohoku", 2, {1, 2, 4, 8, 16}),
-    Case<kChubuPowerCompany>("CAmporaChubuPowerCompany", L"chubu", 5, {2, 8, 16}),
-    Case<kKansaiPowerCompany>("CAmporaKansaiPowerCompany", L"kansai", 6, {1, 2, 4, 8, 16}),
-    Case<kKyushuPowerCompany>("CAmporaKyushuPowerCompany", L"kyushu", 9, {1, 8, 16}),
-};
+const CompanyCase kCompanies[] = {Case<kTokyoPowerCompany>("tokyo"), Case<kTohokuPowerCompany>("tohoku"),
+                                  Case<kChubuPowerCompany>("chubu"), Case<kKansaiPowerCompany>("kansai"),
+                                  Case<kKyushuPowerCompany>("kyushu")};
 
 class CompanyTest : public testing_support::CMachineTest {
 protected:
@@ -96,20 +87,36 @@ protected:
 
     TraceLine Message(const char* level, const std::string& function, const std::string& message)
     {
-        return {level, GetParam().className + ("::" + function), message};
+        return {level, GetParam().company.className + ("::" + function), message};
+    }
+
+    static CString Key() { return platform::DecodeUtf8(GetParam().company.word); }
+
+    // Whether the kinds of this mask, and no others, have a URL.
+    void ExpectSupported(DWORD mask)
+    {
+        for (const DWORD dataType : testing_support::kDataTypes) {
+            m_machine.ClearDebugLines();
+            const bool isSupported = (mask & dataType) != 0;
+            EXPECT_EQ(m_site->GetURL(dataType, kDay).empty(), !isSupported) << dataType;
+            if (isSupported) {
+                EXPECT_THAT(TraceMessages(), IsEmpty());
+            } else {
+                EXPECT_THAT(TraceMessages(), ElementsAre(Message("TRA", "GetURL", "Not Support Setting")));
+            }
+        }
     }
 
     CString ExpectedUrl(const CString& category, const CString& kind)
     {
-        return L"http://127.0.0.1:8470/" + category + L"/" + GetParam().key + L"/" + kind +
-               L"?date=2012-07-02&output=xml";
+        return L"http://127.0.0.1:8470/" + category + L"/" + Key() + L"/" + kind + L"?date=2012-07-02&output=xml";
     }
 
     std::unique_ptr<CAmporaGoolgeSiteConfig> m_site = GetParam().make();
 };
 
 INSTANTIATE_TEST_SUITE_P(Companies, EachPowerCompany, testing::ValuesIn(kCompanies),
-                         [](const auto& info) { return info.param.className; });
+                         [](const auto& info) { return info.param.company.className; });
 
 TEST(PowerCompanySlots, FollowTheirOrder)
 {
@@ -129,7 +136,7 @@ TEST_P(EachPowerCompany, TracesItsLife)
     m_site = GetParam().make();
     std::vector<TraceLine> lines = TraceLines();
     ASSERT_GE(lines.size(), 2U);
-    const std::string name = GetParam().className;
+    const std::string name = GetParam().company.className;
     EXPECT_EQ(lines[lines.size() - 2], Message("TRA", name, "Enter"));
     EXPECT_EQ(lines[lines.size() - 1], Message("TRA", name, "Leave"));
     m_machine.ClearDebugLines();
@@ -142,7 +149,7 @@ TEST_P(EachPowerCompany, TracesItsLife)
 
 TEST_P(EachPowerCompany, GivesTheUrlOfEachKind)
 {
-    PutSiteDword(GetParam().siteNumber, L"SupportDataType", 31);
+    PutSiteDword(GetParam().company.site, L"SupportDataType", 31);
     EXPECT_EQ(m_site->GetURL(1, kDay), ExpectedUrl(L"usage", L"instant"));
     EXPECT_EQ(m_site->GetURL(2, kDay), ExpectedUrl(L"usage", L"actual"));
     EXPECT_EQ(m_site->GetURL(4, kDay), ExpectedUrl(L"usage", L"estimated"));
@@ -153,34 +160,18 @@ TEST_P(EachPowerCompany, GivesTheUrlOfEachKind)
     EXPECT_EQ(TraceLines().back(), Message("TRA", "GetURL", "Leave"));
 }
 
-TEST_P(EachPowerCompany, SupportsItsDefaultKindsWithoutSettings)
+TEST_P(EachPowerCompany, SupportsItsDefaultKindsUnlessTheSettingsSayOtherwise)
 {
-    const std::vector<DWORD>& supported = GetParam().defaultDataTypes;
-    for (const DWORD dataType : kEveryDataType) {
-        m_machine.ClearDebugLines();
-        const bool isSupported = std::find(supported.begin(), supported.end(), dataType) != supported.end();
-        EXPECT_EQ(m_site->GetURL(dataType, kDay).empty(), !isSupported) << dataType;
-        if (isSupported) {
-            EXPECT_THAT(TraceMessages(), IsEmpty());
-        } else {
-            EXPECT_THAT(TraceMessages(), ElementsAre(Message("TRA", "GetURL", "Not Support Setting")));
-        }
-    }
-}
-
-TEST_P(EachPowerCompany, MaskOfZeroTurnsEveryKindOff)
-{
-    PutSiteDword(GetParam().siteNumber, L"SupportDataType", 0);
-    for (const DWORD dataType : kEveryDataType) {
-        m_machine.ClearDebugLines();
-        EXPECT_EQ(m_site->GetURL(dataType, kDay), L"");
-        EXPECT_THAT(TraceMessages(), ElementsAre(Message("TRA", "GetURL", "Not Support Setting")));
+    ExpectSupported(GetParam().company.mask);
+    for (const DWORD mask : {0U, 5U, 31U}) {
+        PutSiteDword(GetParam().company.site, L"SupportDataType", mask);
+        ExpectSupported(mask);
     }
 }
 
 TEST_P(EachPowerCompany, DisabledSiteIsNotAskedForItsMask)
 {
-    PutSiteDword(GetParam().siteNumber, L"Enable", 0, Hive::kPerUser);
+    PutSiteDword(GetParam().company.site, L"Enable", 0, Hive::kPerUser);
     EXPECT_EQ(m_site->GetURL(8, kDay), L"");
     EXPECT_THAT(TraceMessages(), ElementsAre(Message("TRA", "GetURL", "Not Update Setting")));
     // "Enable", found in the first hive, and nothing else.
@@ -191,19 +182,19 @@ TEST_P(EachPowerCompany, ReadsItsSettingsAnewAtEachCall)
 {
     const CString url = m_site->GetURL(8, kDay);
     EXPECT_NE(url, L"");
-    PutSiteDword(GetParam().siteNumber, L"Enable", 0);
+    PutSiteDword(GetParam().company.site, L"Enable", 0);
     EXPECT_EQ(m_site->GetURL(8, kDay), L"");
-    PutSiteDword(GetParam().siteNumber, L"Enable", 1);
+    PutSiteDword(GetParam().company.site, L"Enable", 1);
     EXPECT_EQ(m_site->GetURL(8, kDay), url);
-    PutSiteDword(GetParam().siteNumber, L"SupportDataType", 16);
+    PutSiteDword(GetParam().company.site, L"SupportDataType", 16);
     EXPECT_EQ(m_site->GetURL(8, kDay), L"");
 }
 
 TEST_P(EachPowerCompany, SettingsOfOtherSitesDoNotConcernIt)
 {
     for (const CompanyCase& other : kCompanies) {
-        if (other.siteNumber != GetParam().siteNumber) {
-            PutSiteDword(other.siteNumber, L"Enable", 0);
+        if (other.company.site != GetParam().company.site) {
+            PutSiteDword(other.company.site, L"Enable", 0);
         }
     }
     EXPECT_NE(m_site->GetURL(8, kDay), L"");
@@ -217,10 +208,10 @@ TEST_P(EachPowerCompany, CombinedDataTypesHaveNoUrl)
 
 TEST_P(EachPowerCompany, WritesItsOwnFiles)
 {
-    for (const DWORD dataType : kEveryDataType) {
+    for (const DWORD dataType : testing_support::kDataTypes) {
         m_site->OutData(dataType, &m_collection, kWriteTime);
     }
-    const CString stem = DataFolder() + platform::kPathSeparator + GetParam().key + L"_000000";
+    const CString stem = DataFolder() + platform::kPathSeparator + Key() + L"_000000";
     EXPECT_THAT(m_machine.FilePaths(),
                 testing::UnorderedElementsAre(stem + L"01.dat", stem + L"02.dat", stem + L"04.dat", stem + L"08.dat",
                                               stem + L"10.dat"));
@@ -242,14 +233,13 @@ TEST_P(EachPowerCompany, UnknownSaveFolderWritesNothing)
     EXPECT_THAT(m_machine.FilePaths(), IsEmpty());
 }
 
-// The folder is only a gate: the path is found anew.
+// The folder is looked up twice: to create it, and for the path.
 
 TEST_P(EachPowerCompany, FolderThatIsUnknownTheSecondTimeLeavesTheFolderPartEmpty)
 {
     m_machine.FailCall(Call::kGetCommonAppDataFolder, 2, ERROR_PATH_NOT_FOUND);
     m_site->OutData(8, &m_collection, kWriteTime);
-    EXPECT_THAT(m_machine.FilePaths(),
-                ElementsAre(CString(platform::kPathSeparator) + GetParam().key + L"_00000008.dat"));
+    EXPECT_THAT(m_machine.FilePaths(), ElementsAre(CString(platform::kPathSeparator) + Key() + L"_00000008.dat"));
 }
 
 TEST_P(EachPowerCompany, WithoutAFileKeyWritesNothing)
@@ -271,19 +261,19 @@ protected:
     {
         for (const CompanyCase& company : kCompanies) {
             const auto site = company.make();
-            for (const DWORD dataType : kEveryDataType) {
+            for (const DWORD dataType : testing_support::kDataTypes) {
                 try {
                     site->OutData(dataType, &m_collection, writeTime);
                 } catch (const platform::CFileException&) {
                     ++m_exceptions;
-                    EXPECT_EQ(company.siteNumber, catalogue::kKansai);
+                    EXPECT_EQ(company.company.site, catalogue::kKansai);
                     EXPECT_EQ(dataType, catalogue::kPeakSupply);
                 }
             }
         }
     }
 
-    // Writes all, again with what in the way of one file, and compares.
+    // Writes all, then again with an obstacle to one file, and compares.
     template <class PutObstacle>
     void ExpectOthersWritten(PutObstacle putObstacle)
     {
