@@ -61,6 +61,7 @@ run_checks() {
   step "layout" scripts/check-format
   step "layers" scripts/check-layers
   step "backends" scripts/check-backends
+  step "functions" scripts/check-functions
   step "repository rules" scripts/check-repository
   step "documents" scripts/check-docs
   if step "configuration" configure_both; then step "static analysis" scripts/check-tidy; fi
