@@ -40,14 +40,18 @@ protected:
                          const std::string& sites = OnlySetting("tokyo", 8)) const;
     std::unique_ptr<CCopy> StartBrief(const Values& values = {}, unsigned logLevel = kMessages,
                                       const std::string& sites = OnlySetting("tokyo", 8));
-    // Values of a base time without chance, and these more.
-    static Values BaseTime(int hour, int randomMinutes, Values values);
+    // The same, and waits as AwaitArmed does.
+    std::unique_ptr<CCopy> StartArmed(const Values& values = {}, unsigned logLevel = kMessages);
+    // The same while updating is off.
+    std::unique_ptr<CCopy> StartOff(Values values = {});
+    // The same, and waits until the download of its first report hangs, which EndStalled ends.
+    std::unique_ptr<CCopy> StartStalled(const std::string& sites = OnlySetting("tokyo", 8));
+    // Values of a base time without chance.
+    static Values BaseTime(int hour, int randomMinutes);
     // Lets the copies started from here on live in a time zone where it is this time now.
     void SetLocalTime(int hour, int minute, int second = 0);
 
-    // Lets the first request hang until EndStalled.
-    void StallFirstRequest();
-    void AwaitRequests(std::size_t count);
+    void AwaitFirstRequest();
 
     // What other processes of the session do.
     void ManualUpdate();
@@ -59,6 +63,8 @@ protected:
     void SuspendAndResume(CCopy& copy, unsigned message, unsigned off, unsigned on, const std::string& handler,
                           const std::vector<std::string>& says);
 
+    // What the workers of a copy trace that runs a first pass, waits for its interval, does this meanwhile, and ends.
+    static void ExpectWorkers(const CopyOutput& pass, const Lines& meanwhile = {});
     // A further copy with these arguments ends at once, because one runs.
     void ExpectRunTwice(const std::vector<std::string>& arguments);
     // The workers of a copy that was suspended and resumed once, and ended.

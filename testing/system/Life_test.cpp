@@ -19,21 +19,19 @@ class SystemLife : public CLifeTest {};
 
 TEST_F(SystemLife, RunsAPassArmsTheIntervalAndEndsWhenTold)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     EXPECT_THAT(Requests(), SizeIs(2));
     const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(pass.exitCode, 0);
     EXPECT_EQ(pass.brokenLines, 0) << pass.text;
     EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
-    EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
+    ExpectWorkers(pass);
     EXPECT_THAT(Requests(), SizeIs(2));
 }
 
 TEST_F(SystemLife, TracesEveryFunctionOfItsLife)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief({}, kEveryLine);
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed({}, kEveryLine);
     const CopyOutput pass = EndCopy(*copy);
     EXPECT_TRUE(ScopesBalance(pass));
     const Lines setExit = Scope("CAmporaThread::SetExit");
@@ -78,15 +76,13 @@ TEST_F(SystemLife, DefaultIntervalLiesBetween15And44Minutes)
 
 TEST_F(SystemLife, SecondCopyEndsAtOnceAndLeavesTheFirstAlone)
 {
-    const std::unique_ptr<CCopy> first = StartBrief();
-    AwaitArmed(*first);
+    const std::unique_ptr<CCopy> first = StartArmed();
     const std::string before = first->Text();
     ExpectRunTwice({});
     ExpectRunTwice({"/x", "-y", "z", "Exit"});
     EXPECT_EQ(first->Text(), before);
     EXPECT_FALSE(first->WaitForExit(milliseconds(0)));
-    EXPECT_EQ(Life(WorkerLines(EndCopy(*first))),
-              FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
+    ExpectWorkers(EndCopy(*first));
 }
 
 TEST_F(SystemLife, OnlyTheExactWordIsExitMode)
@@ -103,8 +99,7 @@ TEST_F(SystemLife, OnlyTheExactWordIsExitMode)
 TEST_F(SystemLife, ExitWithADashAndAmongOtherArgumentsEndsTheCopyToo)
 {
     for (const std::vector<std::string>& arguments : {std::vector<std::string>{"-Exit"}, {"one", "/Exit", "-two"}}) {
-        const std::unique_ptr<CCopy> copy = StartBrief({{"Enable", 0}});
-        AwaitArmed(*copy);
+        const std::unique_ptr<CCopy> copy = StartOff();
         const std::unique_ptr<CCopy> exitCopy = Rig().Start(arguments);
         EXPECT_EQ(exitCopy->WaitForExit(kEndLimit), 0);
         EXPECT_EQ(MainLines(exitCopy->Trace()), ExitMode({{"TRA", kInitInstance, "Post WM_QUIT"}}));
@@ -137,8 +132,7 @@ TEST_F(SystemLife, ExitWithoutACopyTracesItsFunctions)
 TEST_F(SystemLife, StartsAgainAfterItsEnd)
 {
     for (int i = 0; i < 2; ++i) {
-        const std::unique_ptr<CCopy> copy = StartBrief();
-        AwaitArmed(*copy);
+        const std::unique_ptr<CCopy> copy = StartArmed();
         const CopyOutput pass = EndCopy(*copy);
         EXPECT_EQ(pass.exitCode, 0);
         EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
@@ -151,8 +145,7 @@ TEST_F(SystemLife, StartsAgainAfterItsEnd)
 TEST_F(SystemLife, WithUpdatingOffBeforeTheBaseHourItsTimerIsArmed)
 {
     SetLocalTime(12, 30);
-    const std::unique_ptr<CCopy> copy = StartBrief(BaseTime(13, 0, {{"Enable", 0}}));
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartOff(BaseTime(13, 0));
     const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(WorkerLines(pass), TimerMade() + BaseTimeArmed(13, 0) + WokenUp() + WorkerEnd());
     EXPECT_THAT(Requests(), IsEmpty());
@@ -162,8 +155,7 @@ TEST_F(SystemLife, WithUpdatingOffAtTheBaseHourTheIntervalIsArmed)
 {
     for (const auto& [hour, minute] : {std::pair(13, 0), std::pair(13, 59), std::pair(23, 30)}) {
         SetLocalTime(hour, minute);
-        const std::unique_ptr<CCopy> copy = StartBrief(BaseTime(13, 0, {{"Enable", 0}}));
-        AwaitArmed(*copy);
+        const std::unique_ptr<CCopy> copy = StartOff(BaseTime(13, 0));
         EXPECT_EQ(WorkerLines(EndCopy(*copy)),
                   TimerMade() + BaseTimeOver(13) + IntervalArmed() + WokenUp() + WorkerEnd());
     }
@@ -173,7 +165,7 @@ TEST_F(SystemLife, WithUpdatingOffAtTheBaseHourTheIntervalIsArmed)
 TEST_F(SystemLife, BaseTimeThatHasPassedIsDueAtOnceAndSkippedWhileUpdatingIsOff)
 {
     SetLocalTime(12, 30);
-    const std::unique_ptr<CCopy> copy = StartBrief(BaseTime(13, -45, {{"Enable", 0}}));
+    const std::unique_ptr<CCopy> copy = StartOff(BaseTime(13, -45));
     AwaitArmed(*copy, 2);
     EXPECT_EQ(WorkerLines(EndCopy(*copy)), TimerMade() + BaseTimeArmed(13, -45) + TimerDue() + UpdatingIsOff() +
                                                IntervalArmed() + WokenUp() + WorkerEnd());
@@ -185,7 +177,7 @@ TEST_F(SystemLife, BaseTimeTimerFallsDueAtItsMinute)
     // Two seconds before 12:30:00, which is half an hour before the base hour.
     SetLocalTime(12, 29, 58);
     const auto before = std::chrono::steady_clock::now();
-    const std::unique_ptr<CCopy> copy = StartBrief(BaseTime(13, -30, {{"Enable", 0}}));
+    const std::unique_ptr<CCopy> copy = StartOff(BaseTime(13, -30));
     AwaitArmed(*copy, 2);
     EXPECT_GE(std::chrono::steady_clock::now() - before, milliseconds(900)); // the clock may be near a second's end
     EXPECT_EQ(WorkerLines(EndCopy(*copy)), TimerMade() + BaseTimeArmed(13, -30) + TimerDue() + UpdatingIsOff() +
@@ -195,7 +187,9 @@ TEST_F(SystemLife, BaseTimeTimerFallsDueAtItsMinute)
 TEST_F(SystemLife, ImpossibleBaseHourEndsTheWorkerAndNothingElse)
 {
     SetLocalTime(12, 30);
-    const std::unique_ptr<CCopy> copy = StartBrief(BaseTime(24, 0, {{"Enable", 0}}));
+    Values values = BaseTime(24, 0);
+    values["Enable"] = 0;
+    const std::unique_ptr<CCopy> copy = StartBrief(values);
     const Lines ended = TimerMade() + Lines{BaseTimeArmed(24, 0).front()} + Lines{WokenUp().front()};
     EXPECT_TRUE(copy->WaitForLine(ended.back()));
     EXPECT_EQ(WorkerLines(copy->Trace()), ended);
@@ -235,17 +229,15 @@ TEST_F(SystemLife, FailedDownloadsAreNoFailedPass)
 {
     const testing_support::CClosedPort nobody;
     SetPort(nobody.Port());
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
-    EXPECT_EQ(Life(WorkerLines(EndCopy(*copy))), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
+    const std::unique_ptr<CCopy> copy = StartArmed();
+    ExpectWorkers(EndCopy(*copy));
 }
 
 // Requests of other programs.
 
 TEST_F(SystemLife, EventRunsAPassAndRestartsTheInterval)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     ManualUpdate();
     AwaitArmed(*copy, 2);
     const ProcessResult control = Rig().RunControl({"update"});
@@ -253,15 +245,13 @@ TEST_F(SystemLife, EventRunsAPassAndRestartsTheInterval)
     AwaitArmed(*copy, 3);
     EXPECT_THAT(Requests(), SizeIs(6));
     const Lines manual = WokenUp() + LaterPass() + IntervalArmed();
-    EXPECT_EQ(Life(WorkerLines(EndCopy(*copy))),
-              FirstPass() + TimerMade() + IntervalArmed() + manual + manual + WokenUp() + WorkerEnd());
+    ExpectWorkers(EndCopy(*copy), manual + manual);
 }
 
 TEST_F(SystemLife, EventRunsNoPassWhileUpdatingIsOff)
 {
     SetLocalTime(12, 30);
-    const std::unique_ptr<CCopy> copy = StartBrief(BaseTime(13, 0, {{"Enable", 0}}));
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartOff(BaseTime(13, 0));
     ManualUpdate();
     AwaitArmed(*copy, 2);
     EXPECT_EQ(WorkerLines(EndCopy(*copy)), TimerMade() + BaseTimeArmed(13, 0) + WokenUp() + UpdatingIsOff() +
@@ -271,15 +261,12 @@ TEST_F(SystemLife, EventRunsNoPassWhileUpdatingIsOff)
 
 TEST_F(SystemLife, EventDuringAPassRunsOneMore)
 {
-    StallFirstRequest();
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitRequests(1);
+    const std::unique_ptr<CCopy> copy = StartStalled();
     ManualUpdate();
     ManualUpdate();
     EXPECT_TRUE(EndStalled());
     AwaitArmed(*copy, 2);
-    EXPECT_EQ(Life(WorkerLines(EndCopy(*copy))), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + LaterPass() +
-                                                     IntervalArmed() + WokenUp() + WorkerEnd());
+    ExpectWorkers(EndCopy(*copy), WokenUp() + LaterPass() + IntervalArmed());
     EXPECT_THAT(Requests(), SizeIs(4));
 }
 
@@ -287,8 +274,7 @@ TEST_F(SystemLife, EventDuringAPassRunsOneMore)
 
 TEST_F(SystemLife, SuspendEndsTheWorkerAndResumeStartsOneThatRunsNoPass)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     SuspendAndResume(*copy, kPower, 4, 18, kPowerHandler, {"Suspend", "Resume"});
     // The second resume notice finds it running.
     EXPECT_TRUE(Post(kPower, 7));
@@ -303,8 +289,7 @@ TEST_F(SystemLife, SuspendEndsTheWorkerAndResumeStartsOneThatRunsNoPass)
 
 TEST_F(SystemLife, LeavingTheSessionEndsTheWorkerAndEnteringItStartsOneThatRunsNoPass)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     SuspendAndResume(*copy, kSession, 2, 1, kSessionHandler, {"Leave User Session", "Enter User Session"});
     const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kSessionHandler, "Leave User Session") +
@@ -315,8 +300,7 @@ TEST_F(SystemLife, LeavingTheSessionEndsTheWorkerAndEnteringItStartsOneThatRunsN
 
 TEST_F(SystemLife, OtherNoticesLeaveNoLineButTheHandlers)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief({}, kEveryLine);
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed({}, kEveryLine);
     // Battery low, power status; remote connect, log-on, log-off, lock, unlock; a message of no meaning.
     const std::vector<unsigned> power = {9, 10, 0};
     const std::vector<unsigned> session = {3, 5, 6, 7, 8, 0};
@@ -346,8 +330,7 @@ TEST_F(SystemLife, OtherNoticesLeaveNoLineButTheHandlers)
 
 TEST_F(SystemLife, EventDoesNothingWhileSuspended)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     EXPECT_TRUE(Post(kPower, 4));
     EXPECT_TRUE(copy->WaitForLine(WorkerEnd().back(), 2));
     copy->WaitForRest();
@@ -356,16 +339,14 @@ TEST_F(SystemLife, EventDoesNothingWhileSuspended)
     EXPECT_EQ(control.err, "amporactl: amporasrv is not running\n");
     const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + DialogSays(kPowerHandler, "Suspend") + ProgramEnd());
-    EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
+    ExpectWorkers(pass);
 }
 
 // Ends and stops while a download hangs.
 
 TEST_F(SystemLife, PassOfASessionThatIsLeftAndEnteredAgainEndsAloneAndTheNextOneWaitsForIt)
 {
-    StallFirstRequest();
-    const std::unique_ptr<CCopy> copy = StartBrief({}, kMessages, "");
-    AwaitRequests(1);
+    const std::unique_ptr<CCopy> copy = StartStalled("");
     EXPECT_TRUE(Post(kSession, 2));
     EXPECT_TRUE(copy->WaitForLine(DialogSays(kSessionHandler, "Leave User Session").front()));
     EXPECT_TRUE(Post(kSession, 1));
@@ -388,9 +369,7 @@ TEST_F(SystemLife, PassOfASessionThatIsLeftAndEnteredAgainEndsAloneAndTheNextOne
 
 TEST_F(SystemLife, EndsWithinTwoSecondsWhileADownloadHangs)
 {
-    StallFirstRequest();
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitRequests(1);
+    const std::unique_ptr<CCopy> copy = StartStalled();
     const std::unique_ptr<CCopy> exitCopy = Rig().Start({"/Exit"});
     EXPECT_TRUE(exitCopy->WaitForLine({"TRA", kInitInstance, "Post WM_QUIT"}));
     EXPECT_EQ(copy->WaitForExit(milliseconds(2000)), 0);
@@ -403,17 +382,14 @@ TEST_F(SystemLife, EndsWithinTwoSecondsWhileADownloadHangs)
 
 TEST_F(SystemLife, CopyThatIsKilledInAPassIsNoObstacleToTheNextOne)
 {
-    StallFirstRequest();
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitRequests(1);
+    const std::unique_ptr<CCopy> copy = StartStalled();
     copy->Kill();
     ExpectHealthyPassOfANewCopy();
 }
 
 TEST_F(SystemLife, CopyThatIsKilledWhileItWaitsIsNoObstacleToTheNextOne)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     copy->Kill();
     ExpectHealthyPassOfANewCopy();
 }
@@ -431,7 +407,7 @@ TEST_F(SystemLife, StormOfNoticesDuringPassesLeavesNoDisorder)
         return answer;
     });
     const std::unique_ptr<CCopy> copy = StartBrief({}, kEveryLine, "");
-    AwaitRequests(1);
+    AwaitFirstRequest();
     const std::vector<std::string> notices = {
         "post Ampora 536 4 0", "post Ampora 536 18 0",     "post Ampora 536 7 0",     "post Ampora 689 2 1",
         "post Ampora 689 1 1", "set AmporaSrvUpdateEvent", "set AmporaSrvUpdateEvent"};
@@ -463,8 +439,7 @@ class SystemWindows : public CLifeTest {};
 
 TEST_F(SystemWindows, WindowIsNeverVisible)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief({{"Enable", 0}});
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartOff();
     auto& rig = dynamic_cast<CWindowsRig&>(Rig());
     EXPECT_EQ(rig.ShowWindow(*copy), "visible 0");
     EXPECT_EQ(EndCopy(*copy).exitCode, 0);

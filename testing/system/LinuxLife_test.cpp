@@ -59,6 +59,12 @@ protected:
 
     CLinuxRig& LinuxRig() { return dynamic_cast<CLinuxRig&>(Rig()); }
 
+    void MakeSessionFolder(unsigned mode)
+    {
+        fs::create_directory(LinuxRig().SessionFolder());
+        fs::permissions(LinuxRig().SessionFolder(), fs::perms(mode));
+    }
+
     // Another session of the same machine; another user's where this is the superuser's test.
     std::unique_ptr<CLinuxRig> MakeNeighbour()
     {
@@ -105,22 +111,19 @@ protected:
 TEST_F(SystemLinuxLife, SignalsEndItOrderly)
 {
     for (const char* signal : {"-TERM", "-INT", "-HUP"}) {
-        const std::unique_ptr<CCopy> copy = StartBrief();
-        AwaitArmed(*copy);
+        const std::unique_ptr<CCopy> copy = StartArmed();
         RunCommand({"kill", signal, std::to_string(copy->ProcessId())});
         EXPECT_EQ(copy->WaitForExit(kEndLimit), 0) << signal;
         const CopyOutput pass = copy->Trace();
         EXPECT_EQ(pass.brokenLines, 0) << pass.text;
         EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
-        EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
+        ExpectWorkers(pass);
     }
 }
 
 TEST_F(SystemLinuxLife, SignalEndsItWhileADownloadHangs)
 {
-    StallFirstRequest();
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitRequests(1);
+    const std::unique_ptr<CCopy> copy = StartStalled();
     RunCommand({"kill", "-TERM", std::to_string(copy->ProcessId())});
     EXPECT_EQ(copy->WaitForExit(milliseconds(2000)), 0);
     EXPECT_EQ(copy->Trace().brokenLines, 0) << copy->Text();
@@ -133,8 +136,7 @@ TEST_F(SystemLinuxLife, LeavesNoSocketBehindAndTakesNoMutexToEndACopy)
     Rig().PutSettings(Settings());
     EXPECT_EQ(Rig().Start({"/Exit"})->WaitForExit(kEndLimit), 0);
     EXPECT_FALSE(fs::exists(LinuxRig().SessionFolder() / "AmporaSrvMutex"));
-    const std::unique_ptr<CCopy> copy = StartBrief({{"Enable", 0}});
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartOff();
     EXPECT_TRUE(fs::is_socket(LinuxRig().SessionFolder() / "Ampora"));
     EXPECT_EQ(fs::status(LinuxRig().SessionFolder()).permissions(), fs::perms(0700));
     EndCopy(*copy);
@@ -143,19 +145,16 @@ TEST_F(SystemLinuxLife, LeavesNoSocketBehindAndTakesNoMutexToEndACopy)
 
 TEST_F(SystemLinuxLife, WritingToTheEventsFileAsksForAnUpdate)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     RunCommand({"sh", "-c", "echo >\"$0\"", (LinuxRig().SessionFolder() / "AmporaSrvUpdateEvent").string()});
     AwaitArmed(*copy, 2);
     EXPECT_THAT(Requests(), SizeIs(4));
-    EXPECT_EQ(Life(WorkerLines(EndCopy(*copy))), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + LaterPass() +
-                                                     IntervalArmed() + WokenUp() + WorkerEnd());
+    ExpectWorkers(EndCopy(*copy), WokenUp() + LaterPass() + IntervalArmed());
 }
 
 TEST_F(SystemLinuxLife, FilesThatAKilledCopyLeftAreTakenOver)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     copy->Kill();
     for (const char* name : {"Ampora", "AmporaSrvMutex", "AmporaSrvUpdateEvent"}) {
         EXPECT_TRUE(fs::exists(LinuxRig().SessionFolder() / name)) << name;
@@ -168,8 +167,7 @@ TEST_F(SystemLinuxLife, FilesThatAKilledCopyLeftAreTakenOver)
 
 TEST_F(SystemLinuxLife, OtherFileInPlaceOfTheSocketKeepsItFromStartingAndStaysAsItIs)
 {
-    fs::create_directory(LinuxRig().SessionFolder());
-    fs::permissions(LinuxRig().SessionFolder(), fs::perms(0700));
+    MakeSessionFolder(0700);
     std::ofstream(LinuxRig().SessionFolder() / "Ampora") << "in the way";
     ExpectNoWindow("something else has this name", ProgramStart() + ProgramEnd());
     EXPECT_EQ(FileBytes(LinuxRig().SessionFolder() / "Ampora"), "in the way");
@@ -177,8 +175,7 @@ TEST_F(SystemLinuxLife, OtherFileInPlaceOfTheSocketKeepsItFromStartingAndStaysAs
 
 TEST_F(SystemLinuxLife, OtherFileInPlaceOfTheEventKeepsItFromUpdatingAndFromNothingElse)
 {
-    fs::create_directory(LinuxRig().SessionFolder());
-    fs::permissions(LinuxRig().SessionFolder(), fs::perms(0700));
+    MakeSessionFolder(0700);
     std::ofstream(LinuxRig().SessionFolder() / "AmporaSrvUpdateEvent") << "in the way";
     const std::unique_ptr<CCopy> copy = StartBrief();
     const TraceLine noEvent{"ERR", "CAmporaUpdater::Start", "CreateEvent Fail."};
@@ -188,13 +185,12 @@ TEST_F(SystemLinuxLife, OtherFileInPlaceOfTheEventKeepsItFromUpdatingAndFromNoth
     AwaitArmed(*copy); // and the first pass, which is still to be made
     const CopyOutput pass = EndCopy(*copy);
     EXPECT_EQ(MainLines(pass), ProgramStart() + Lines{noEvent} + DialogSays(kPowerHandler, "Resume") + ProgramEnd());
-    EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + WorkerEnd());
+    ExpectWorkers(pass);
 }
 
 TEST_F(SystemLinuxLife, SessionFolderThatOthersMayEnterIsRefused)
 {
-    fs::create_directory(LinuxRig().SessionFolder());
-    fs::permissions(LinuxRig().SessionFolder(), fs::perms(0755));
+    MakeSessionFolder(0755);
     ExpectNoWindow("the folder is not the user's own, or not the user's alone", Lines{kNoMutex} + ProgramStart());
     EXPECT_TRUE(fs::is_empty(LinuxRig().SessionFolder()));
 }
@@ -216,8 +212,7 @@ TEST_F(SystemLinuxLife, SessionFolderOfAnotherUserIsRefused)
     if (!IsSuperuser()) {
         return; // only the superuser can make one
     }
-    fs::create_directory(LinuxRig().SessionFolder());
-    fs::permissions(LinuxRig().SessionFolder(), fs::perms(0700));
+    MakeSessionFolder(0700);
     RunCommand({"chown", std::to_string(kNobody), LinuxRig().SessionFolder().string()});
     ExpectNoWindow("the folder is not the user's own, or not the user's alone", Lines{kNoMutex} + ProgramStart());
 }
@@ -235,8 +230,7 @@ TEST_F(SystemLinuxLife, RunsInAFolderOfItsOwnWithoutARuntimeFolder)
     const fs::path folder = "/tmp/AmporaSrv-" + std::to_string(user);
     ASSERT_FALSE(fs::exists(folder)) << "somebody uses it";
     Rig().SetVariable("XDG_RUNTIME_DIR", "");
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     EXPECT_EQ(fs::status(folder).permissions(), fs::perms(0700));
     EXPECT_TRUE(fs::is_socket(folder / "Ampora"));
     const CopyOutput pass = EndCopy(*copy);
@@ -271,17 +265,14 @@ TEST_F(SystemLinuxLife, CopiesOfTwoSessionsRunTheirPassesOneAfterTheOther)
     for (const CopyOutput& pass : {EndCopy(*one), EndCopy(*neighbour, *other)}) {
         EXPECT_EQ(pass.exitCode, 0);
         EXPECT_EQ(MainLines(pass), ProgramStart() + ProgramEnd());
-        EXPECT_EQ(Life(WorkerLines(pass)), FirstPass() + TimerMade() + IntervalArmed() + WokenUp() + LaterPass() +
-                                               IntervalArmed() + WokenUp() + WorkerEnd());
+        ExpectWorkers(pass, WokenUp() + LaterPass() + IntervalArmed());
     }
 }
 
 TEST_F(SystemLinuxLife, PassOfAKilledCopyNoLongerHoldsUpTheOtherSessions)
 {
-    StallFirstRequest();
     const std::unique_ptr<CLinuxRig> neighbour = MakeNeighbour();
-    const std::unique_ptr<CCopy> one = StartBrief({}, kMessages, "");
-    AwaitRequests(1);
+    const std::unique_ptr<CCopy> one = StartStalled("");
     neighbour->PutSettings(Settings({}, kMessages, ""));
     const std::unique_ptr<CCopy> other = neighbour->Start();
     EXPECT_TRUE(other->WaitForLine(FirstPass().front()));
@@ -296,10 +287,8 @@ TEST_F(SystemLinuxLife, PassOfAKilledCopyNoLongerHoldsUpTheOtherSessions)
 
 TEST_F(SystemLinuxLife, CopyThatWaitsForAnotherSessionsPassEndsWithoutOne)
 {
-    StallFirstRequest();
     const std::unique_ptr<CLinuxRig> neighbour = MakeNeighbour();
-    const std::unique_ptr<CCopy> one = StartBrief();
-    AwaitRequests(1);
+    const std::unique_ptr<CCopy> one = StartStalled();
     neighbour->PutSettings(Settings());
     const std::unique_ptr<CCopy> other = neighbour->Start();
     EXPECT_TRUE(other->WaitForLine(FirstPass().front()));
@@ -327,8 +316,7 @@ protected:
 
     std::unique_ptr<CCopy> StartHeard(const Values& values = {})
     {
-        std::unique_ptr<CCopy> copy = StartBrief(values);
-        AwaitArmed(*copy);
+        std::unique_ptr<CCopy> copy = StartArmed(values);
         m_bus.AwaitListener("PrepareForSleep");
         m_bus.AwaitListener("PropertiesChanged");
         return copy;
@@ -379,8 +367,7 @@ TEST_F(SystemLinuxLogin, EndOfTheBusIsNoEndOfTheProgram)
 
 TEST_F(SystemLinuxLife, RestsWhileItWaits)
 {
-    const std::unique_ptr<CCopy> copy = StartBrief();
-    AwaitArmed(*copy);
+    const std::unique_ptr<CCopy> copy = StartArmed();
     ExpectRest(*copy);
     EXPECT_EQ(EndCopy(*copy).exitCode, 0);
 }

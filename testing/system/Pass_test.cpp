@@ -123,6 +123,17 @@ protected:
         return pass;
     }
 
+    // Answers of one kind with this report leave one record of these bytes for each of the two days.
+    CopyOutput RunRecord(unsigned dataType, const std::string& report, const std::string& record)
+    {
+        SetAnswer(
+            kFaulty, [report](const Request&) { return HttpAnswer{.body = report}; }, dataType);
+        CopyOutput pass = RunPass();
+        EXPECT_EQ(Records(kFaulty, dataType), record + record);
+        ExpectOthersHealthy(kFaulty, dataType);
+        return pass;
+    }
+
     // The folder's name as the program knows it.
     std::string DataFolderName()
     {
@@ -632,32 +643,16 @@ TEST_F(SystemPass, NothingThatADocumentNamesIsFetched)
 
 TEST_F(SystemPass, BrokenDatesAndNumbersBecomeTheirDefaults)
 {
-    SetAnswer(
-        kFaulty,
-        [](const Request&) {
-            return HttpAnswer{.body = PeakReport(8, {"2012-13-01T00:00:00", "tomorrow", "many"})};
-        },
-        8);
-    RunPass();
-    // Value 0, from Monday 1601-01-01 00:00:00 to the same, once a day.
+    // Value 0, from Monday 1601-01-01 00:00:00 to the same.
     const std::string never("\x41\x06\x01\x00\x01\x00\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00", 16);
-    const std::string record = Bytes64(0) + never + never;
-    EXPECT_EQ(Records(kFaulty, 8), record + record);
-    ExpectOthersHealthy(kFaulty, 8);
+    RunRecord(8, PeakReport(8, {"2012-13-01T00:00:00", "tomorrow", "many"}), Bytes64(0) + never + never);
 }
 
 TEST_F(SystemPass, BrokenNumbersOfAUsageBecomeZero)
 {
     const std::time_t start = std::time(nullptr);
-    SetAnswer(
-        kFaulty,
-        [start](const Request&) {
-            return HttpAnswer{.body = UsageReport(2, {{DateTimeOf(start), "long", "much"}})};
-        },
-        2);
-    RunPass();
-    const std::string record = Bytes64(0) + CalendarBytes(start) + CalendarBytes(start);
-    EXPECT_EQ(Records(kFaulty, 2), record + record);
+    RunRecord(2, UsageReport(2, {{DateTimeOf(start), "long", "much"}}),
+              Bytes64(0) + CalendarBytes(start) + CalendarBytes(start));
 }
 
 TEST_F(SystemPass, UsageWithABrokenDateCostsItselfAlone)
@@ -688,20 +683,13 @@ TEST_F(SystemPass, ImpossibleDateCostsItsReport)
 TEST_F(SystemPass, UnknownAndIncompleteElementsCostNothingElse)
 {
     const std::time_t start = std::time(nullptr);
-    SetAnswer(
-        kFaulty,
-        [start](const Request&) {
-            const std::string usage = testing_support::UsageXml({DateTimeOf(start), "60", "7"});
-            return HttpAnswer{.body = Report("<notice/>" + Nested(200) + "<actual_usage><usage>1</usage>" + usage +
-                                             "<!-- end --></actual_usage><instant_usage/>")};
-        },
-        2);
-    const CopyOutput pass = RunPass();
+    const std::string usage = testing_support::UsageXml({DateTimeOf(start), "60", "7"});
+    const std::string report = Report("<notice/>" + Nested(200) + "<actual_usage><usage>1</usage>" + usage +
+                                      "<!-- end --></actual_usage><instant_usage/>");
+    const CopyOutput pass = RunRecord(2, report, Bytes64(7) + CalendarBytes(start) + CalendarBytes(start + 60));
     EXPECT_EQ(CountLines(pass, {"WAR", kAnalyze, "Unknown Tag.(notice)"}), 2);
     EXPECT_EQ(CountLines(pass, {"WAR", kAnalyze, "Unknown Tag.(a)"}), 2);
     EXPECT_EQ(CountLines(pass, {"ERR", kAnalyze, "Instant Tag Fail"}), 2);
-    const std::string record = Bytes64(7) + CalendarBytes(start) + CalendarBytes(start + 60);
-    EXPECT_EQ(Records(kFaulty, 2), record + record);
 }
 
 TEST_F(SystemPass, PlainFileInPlaceOfTheFolderKeepsEveryFileFromBeingWritten)
