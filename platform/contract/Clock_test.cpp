@@ -154,9 +154,7 @@ TEST_F(ClockContract, CalendarToFileTimeRefusesWhatIsNoCalendarTime)
         SCOPED_TRACE(testing::Message() << time.wYear << "-" << time.wMonth << "-" << time.wDay << " " << time.wHour
                                         << ":" << time.wMinute << ":" << time.wSecond << "." << time.wMilliseconds);
         FILETIME untouched = {1, 2};
-        SetLastErrorCode(0);
-        EXPECT_FALSE(CalendarToFileTime(&time, &untouched));
-        EXPECT_TRUE(LastErrorIs(ERROR_INVALID_PARAMETER));
+        EXPECT_TRUE(FailsWith(ERROR_INVALID_PARAMETER, [&] { return CalendarToFileTime(&time, &untouched); }));
         EXPECT_EQ(untouched.dwLowDateTime, 1U);
         EXPECT_EQ(untouched.dwHighDateTime, 2U);
     }
@@ -205,9 +203,7 @@ TEST_F(ClockContract, FileTimeToCalendarRefusesALargerCount)
     for (const std::uint64_t count : {0x8000000000000000U, 0xFFFFFFFFFFFFFFFFU}) {
         const FILETIME time = Units(count);
         SYSTEMTIME untouched = Calendar(1, 2, 3, 4, 5, 6, 7);
-        SetLastErrorCode(0);
-        EXPECT_FALSE(FileTimeToCalendar(&time, &untouched));
-        EXPECT_TRUE(LastErrorIs(ERROR_INVALID_PARAMETER));
+        EXPECT_TRUE(FailsWith(ERROR_INVALID_PARAMETER, [&] { return FileTimeToCalendar(&time, &untouched); }));
         EXPECT_TRUE(Equal(untouched, Calendar(1, 2, 3, 4, 5, 6, 7)));
     }
 }

@@ -28,6 +28,14 @@ inline testing::AssertionResult LastErrorIs(DWORD code)
            << "the last error is " << lastError;
 }
 
+// Whether a call fails, that is gives FALSE or null, and leaves this as the last error.
+template <typename Call>
+testing::AssertionResult FailsWith(DWORD code, const Call& call)
+{
+    platform::SetLastErrorCode(0);
+    return call() ? testing::AssertionFailure() << "it succeeds" : LastErrorIs(code);
+}
+
 // Limits a wait that should end; only a failing test reaches it.
 inline constexpr DWORD kLongMs = 20000;
 

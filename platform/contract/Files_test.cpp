@@ -73,9 +73,8 @@ TEST_F(FilesContract, APathExistsForFilesAndFolders)
 
 TEST_F(FilesContract, MakeFolderMakesOneLevel)
 {
-    SetLastErrorCode(0);
-    EXPECT_FALSE(MakeFolder(In(L"one") + kPathSeparator + L"two", m_openToAll.get()));
-    EXPECT_TRUE(LastErrorIs(ERROR_PATH_NOT_FOUND));
+    EXPECT_TRUE(FailsWith(ERROR_PATH_NOT_FOUND,
+                          [&] { return MakeFolder(In(L"one") + kPathSeparator + L"two", m_openToAll.get()); }));
     EXPECT_FALSE(PathExists(In(L"one")));
     EXPECT_TRUE(MakeFolder(In(L"one"), m_openToAll.get()));
     EXPECT_TRUE(MakeFolder(In(L"one") + kPathSeparator + L"two", m_openToAll.get()));
@@ -87,9 +86,7 @@ TEST_F(FilesContract, MakeFolderFailsWhenThePathExists)
     EXPECT_TRUE(MakeFolder(In(L"folder"), m_openToAll.get()));
     Write(m_path, "x");
     for (const CString& path : {In(L"folder"), m_path}) {
-        SetLastErrorCode(0);
-        EXPECT_FALSE(MakeFolder(path, m_openToAll.get()));
-        EXPECT_TRUE(LastErrorIs(ERROR_ALREADY_EXISTS));
+        EXPECT_TRUE(FailsWith(ERROR_ALREADY_EXISTS, [&] { return MakeFolder(path, m_openToAll.get()); }));
     }
 }
 
@@ -145,9 +142,7 @@ TEST_F(FilesContract, AFileOpenForWritingIsSharedWithNobody)
     OutputFilePtr file = Open(m_path);
     ASSERT_NE(file, nullptr);
     WriteFileBytes(file, "kept", 4);
-    SetLastErrorCode(0);
-    EXPECT_EQ(Open(m_path), nullptr);
-    EXPECT_TRUE(LastErrorIs(ERROR_SHARING_VIOLATION));
+    EXPECT_TRUE(FailsWith(ERROR_SHARING_VIOLATION, [&] { return Open(m_path); }));
     ExpectUnreadable(m_path, ERROR_SHARING_VIOLATION);
 
     const OutputFilePtr copy = file;
@@ -169,9 +164,7 @@ TEST_F(FilesContract, AFileThatAnotherHasOpenIsLeftUnchanged)
 {
     Write(m_path, "kept");
     HoldFileOpen(m_path);
-    SetLastErrorCode(0);
-    EXPECT_EQ(Open(m_path), nullptr);
-    EXPECT_TRUE(LastErrorIs(ERROR_SHARING_VIOLATION));
+    EXPECT_TRUE(FailsWith(ERROR_SHARING_VIOLATION, [&] { return Open(m_path); }));
     LetGoOfFile(m_path);
     ExpectContent(m_path, "kept");
     Write(m_path, "new");
@@ -188,9 +181,7 @@ TEST_F(FilesContract, ReadersShareAFile)
 
 TEST_F(FilesContract, OpenForReplaceFailsWithoutItsFolder)
 {
-    SetLastErrorCode(0);
-    EXPECT_EQ(Open(In(L"missing") + kPathSeparator + L"file"), nullptr);
-    EXPECT_TRUE(LastErrorIs(ERROR_PATH_NOT_FOUND));
+    EXPECT_TRUE(FailsWith(ERROR_PATH_NOT_FOUND, [&] { return Open(In(L"missing") + kPathSeparator + L"file"); }));
 }
 
 TEST_F(FilesContract, OpenForReplaceFailsForAFolder)

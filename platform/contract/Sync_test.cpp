@@ -5,7 +5,7 @@
 
 #include <array>
 #include <atomic>
-#include <memory>
+#include <span>
 #include <vector>
 
 using namespace platform;
@@ -13,16 +13,94 @@ using namespace platform;
 namespace contract {
 namespace {
 
-class MutexContract : public ContractTest {};
-class EventContract : public ContractTest {};
-class WaitContract : public ContractTest {};
-
 WaitHandle MakeMutex(const CString& name, BOOL initialOwner = FALSE)
 {
     return CreateNamedMutex(name.c_str(), initialOwner, nullptr);
 }
 
 WaitHandle MakeEvent(const CString& name) { return CreateNamedEvent(name.c_str(), nullptr); }
+
+class MutexContract : public ContractTest {
+protected:
+    void SetUp() override
+    {
+        ContractTest::SetUp();
+        m_name = ObjectName(L"Mutex");
+    }
+
+    CString m_name;
+};
+
+class EventContract : public ContractTest {
+protected:
+    void SetUp() override
+    {
+        ContractTest::SetUp();
+        m_name = ObjectName(L"Event");
+        m_event = MakeEvent(m_name);
+        ASSERT_NE(m_event, nullptr);
+    }
+    void TearDown() override
+    {
+        m_event.reset();
+        ContractTest::TearDown();
+    }
+
+    CString m_name;
+    WaitHandle m_event; // not signalled
+};
+
+class WaitContract : public EventContract {
+protected:
+    void SetUp() override
+    {
+        EventContract::SetUp();
+        m_mutexName = L"Global\\" + ObjectName(L"Mutex");
+        m_mutex = MakeMutex(m_mutexName);
+    }
+    void TearDown() override
+    {
+        m_mutex.reset();
+        EventContract::TearDown();
+    }
+
+    CString m_mutexName;
+    WaitHandle m_mutex; // free
+};
+
+// The calling thread gets the mutex within this time, and gives it back.
+void ExpectFree(const WaitHandle& mutex, DWORD timeoutMs = 0)
+{
+    EXPECT_EQ(WaitForOne(mutex, timeoutMs, FALSE), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
+// The event lets one wait pass, within this time, and not another one.
+void ExpectSetOnce(const WaitHandle& event, DWORD timeoutMs = 0)
+{
+    EXPECT_EQ(WaitForOne(event, timeoutMs, FALSE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+}
+
+// Another thread's wait goes on when this has been done, and not before.
+void ExpectGoesOn(const std::function<void()>& wait, const std::function<void()>& signal)
+{
+    CRunningThread waiter(wait);
+    LetPass(10);
+    EXPECT_FALSE(waiter.HasEnded());
+    signal();
+    waiter.Join();
+}
+
+// Pulses again and again until the thread has gone on, since a pulse may come before it waits.
+void PulseUntilEnd(CRunningThread& waiter, const WaitHandle& event)
+{
+    for (DWORD passedMs = 0; !waiter.HasEnded() && passedMs < kLongMs; ++passedMs) {
+        LetPass(1);
+        EXPECT_TRUE(PulseNamedEvent(event));
+    }
+    waiter.Join();
+}
 
 SecurityDescriptorPtr OpenToAll()
 {
@@ -38,35 +116,33 @@ void AbandonInOtherThread(const WaitHandle& mutex) { ASSERT_EQ(WaitInOtherThread
 TEST_F(MutexContract, ANewMutexIsFreeAndTheLastErrorZero)
 {
     SetLastErrorCode(ERROR_NOT_SUPPORTED);
-    const WaitHandle mutex = MakeMutex(ObjectName(L"Mutex"));
+    const WaitHandle mutex = MakeMutex(m_name);
     ASSERT_NE(mutex, nullptr);
     EXPECT_TRUE(LastErrorIs(ERROR_SUCCESS));
-    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+    ExpectFree(mutex);
 }
 
 TEST_F(MutexContract, AnExistingMutexIsOpenedWithLastError183)
 {
-    const WaitHandle first = MakeMutex(ObjectName(L"Mutex"));
+    const WaitHandle first = MakeMutex(m_name);
     SetLastErrorCode(0);
-    const WaitHandle second = MakeMutex(ObjectName(L"Mutex"));
+    const WaitHandle second = MakeMutex(m_name);
     ASSERT_NE(second, nullptr);
     EXPECT_TRUE(LastErrorIs(ERROR_ALREADY_EXISTS));
 }
 
 TEST_F(MutexContract, AMutexOfAnotherProcessIsOpenedWithLastError183)
 {
-    const CString name = ObjectName(L"Mutex");
-    OtherProcessAcquiresMutex(name);
-    const WaitHandle mutex = MakeMutex(name);
+    OtherProcessAcquiresMutex(m_name);
+    const WaitHandle mutex = MakeMutex(m_name);
     ASSERT_NE(mutex, nullptr);
     EXPECT_TRUE(LastErrorIs(ERROR_ALREADY_EXISTS));
-    OtherProcessReleasesMutex(name);
+    OtherProcessReleasesMutex(m_name);
 }
 
 TEST_F(MutexContract, InitialOwnerOwnsTheMutexThatItCreates)
 {
-    const WaitHandle mutex = MakeMutex(ObjectName(L"Mutex"), TRUE);
+    const WaitHandle mutex = MakeMutex(m_name, TRUE);
     EXPECT_TRUE(LastErrorIs(ERROR_SUCCESS));
     EXPECT_EQ(WaitInOtherThread(mutex, 0), WAIT_TIMEOUT);
     EXPECT_TRUE(ReleaseOwnedMutex(mutex));
@@ -75,55 +151,49 @@ TEST_F(MutexContract, InitialOwnerOwnsTheMutexThatItCreates)
 
 TEST_F(MutexContract, InitialOwnerDoesNotOwnAnExistingMutex)
 {
-    const CString name = ObjectName(L"Mutex");
-    OtherProcessAcquiresMutex(name);
-    const WaitHandle mutex = MakeMutex(name, TRUE);
+    OtherProcessAcquiresMutex(m_name);
+    const WaitHandle mutex = MakeMutex(m_name, TRUE);
     EXPECT_TRUE(LastErrorIs(ERROR_ALREADY_EXISTS));
     EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_TIMEOUT);
     EXPECT_FALSE(ReleaseOwnedMutex(mutex));
-    OtherProcessReleasesMutex(name);
+    OtherProcessReleasesMutex(m_name);
 }
 
 TEST_F(MutexContract, TheSameNameWithGlobalPrefixIsAnotherObject)
 {
-    const CString name = ObjectName(L"Mutex");
-    const WaitHandle session = MakeMutex(name, TRUE);
-    const WaitHandle global = MakeMutex(L"Global\\" + name);
+    const WaitHandle session = MakeMutex(m_name, TRUE);
+    const WaitHandle global = MakeMutex(L"Global\\" + m_name);
     EXPECT_TRUE(LastErrorIs(ERROR_SUCCESS));
     EXPECT_EQ(WaitInOtherThread(session, 0), WAIT_TIMEOUT);
-    EXPECT_EQ(WaitForOne(global, 0, FALSE), WAIT_OBJECT_0);
-    EXPECT_TRUE(ReleaseOwnedMutex(global));
+    ExpectFree(global);
     EXPECT_TRUE(ReleaseOwnedMutex(session));
 }
 
 TEST_F(MutexContract, AMutexIsGoneWithItsLastHandle)
 {
-    const CString name = ObjectName(L"Mutex");
-    WaitHandle first = MakeMutex(name);
+    WaitHandle first = MakeMutex(m_name);
     WaitHandle copy = first;
     first.reset();
-    WaitHandle second = MakeMutex(name);
+    WaitHandle second = MakeMutex(m_name);
     EXPECT_TRUE(LastErrorIs(ERROR_ALREADY_EXISTS)) << "a copy holds it";
     second.reset();
     copy.reset();
-    const WaitHandle third = MakeMutex(name);
+    const WaitHandle third = MakeMutex(m_name);
     EXPECT_TRUE(LastErrorIs(ERROR_SUCCESS));
 }
 
 TEST_F(MutexContract, EveryHandleReachesTheSameMutex)
 {
-    const CString name = ObjectName(L"Mutex");
-    const WaitHandle first = MakeMutex(name, TRUE);
-    const WaitHandle second = MakeMutex(name);
+    const WaitHandle first = MakeMutex(m_name, TRUE);
+    const WaitHandle second = MakeMutex(m_name);
     EXPECT_EQ(WaitInOtherThread(second, 0), WAIT_TIMEOUT);
     EXPECT_TRUE(ReleaseOwnedMutex(first));
-    EXPECT_EQ(WaitForOne(second, 0, FALSE), WAIT_OBJECT_0);
-    EXPECT_TRUE(ReleaseOwnedMutex(second));
+    ExpectFree(second);
 }
 
 TEST_F(MutexContract, TheOwnerMayAcquireItAgain)
 {
-    const WaitHandle mutex = MakeMutex(ObjectName(L"Mutex"));
+    const WaitHandle mutex = MakeMutex(m_name);
     EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForOne(mutex, INFINITE, TRUE), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForAny({&mutex, 1}, 0), WAIT_OBJECT_0);
@@ -131,78 +201,49 @@ TEST_F(MutexContract, TheOwnerMayAcquireItAgain)
         EXPECT_EQ(WaitInOtherThread(mutex, 0), WAIT_TIMEOUT);
         EXPECT_TRUE(ReleaseOwnedMutex(mutex));
     }
-    CRunningThread([&] {
-        EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
-        EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    }).Join();
+    CRunningThread([&] { ExpectFree(mutex); }).Join();
 }
 
 TEST_F(MutexContract, WhoIsNotTheOwnerCannotRelease)
 {
-    const WaitHandle mutex = MakeMutex(ObjectName(L"Mutex"));
-    SetLastErrorCode(0);
-    EXPECT_FALSE(ReleaseOwnedMutex(mutex)) << "nobody owns it";
-    EXPECT_TRUE(LastErrorIs(ERROR_NOT_OWNER));
+    const WaitHandle mutex = MakeMutex(m_name);
+    const auto isRefused = [&] { return FailsWith(ERROR_NOT_OWNER, [&] { return ReleaseOwnedMutex(mutex); }); };
+    EXPECT_TRUE(isRefused()) << "nobody owns it";
     EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
-    CRunningThread([&] {
-        EXPECT_FALSE(ReleaseOwnedMutex(mutex));
-        EXPECT_TRUE(LastErrorIs(ERROR_NOT_OWNER));
-    }).Join();
+    CRunningThread([&] { EXPECT_TRUE(isRefused()); }).Join();
     EXPECT_TRUE(ReleaseOwnedMutex(mutex)) << "the owner still owns it";
-    SetLastErrorCode(0);
-    EXPECT_FALSE(ReleaseOwnedMutex(mutex)) << "once too often";
-    EXPECT_TRUE(LastErrorIs(ERROR_NOT_OWNER));
+    EXPECT_TRUE(isRefused()) << "once too often";
 }
 
 TEST_F(MutexContract, AWaitGoesOnWhenTheOwnerReleases)
 {
-    const WaitHandle mutex = MakeMutex(ObjectName(L"Mutex"), TRUE);
-    std::atomic<DWORD> result = WAIT_FAILED;
-    CRunningThread waiter([&] {
-        result = WaitForOne(mutex, INFINITE, FALSE);
-        EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    });
-    LetPass(10);
-    EXPECT_FALSE(waiter.HasEnded());
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    waiter.Join();
-    EXPECT_EQ(result, WAIT_OBJECT_0);
+    const WaitHandle mutex = MakeMutex(m_name, TRUE);
+    ExpectGoesOn([&] { ExpectFree(mutex, INFINITE); }, [&] { EXPECT_TRUE(ReleaseOwnedMutex(mutex)); });
 }
 
 TEST_F(MutexContract, AnotherProcessKeepsItAway)
 {
-    for (const CString& name : {ObjectName(L"Mutex"), L"Global\\" + ObjectName(L"Mutex")}) {
+    for (const CString& name : {m_name, L"Global\\" + m_name}) {
         const WaitHandle mutex = MakeMutex(name);
         OtherProcessAcquiresMutex(name);
         EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_TIMEOUT);
         EXPECT_EQ(WaitForAny({&mutex, 1}, 5), WAIT_TIMEOUT);
         EXPECT_FALSE(ReleaseOwnedMutex(mutex));
         OtherProcessReleasesMutex(name);
-        EXPECT_EQ(WaitForOne(mutex, kLongMs, FALSE), WAIT_OBJECT_0);
-        EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+        ExpectFree(mutex, kLongMs);
     }
 }
 
 TEST_F(MutexContract, AWaitGoesOnWhenAnotherProcessReleases)
 {
-    const CString name = ObjectName(L"Mutex");
-    const WaitHandle mutex = MakeMutex(name);
-    OtherProcessAcquiresMutex(name);
-    std::atomic<DWORD> result = WAIT_FAILED;
-    CRunningThread waiter([&] {
-        result = WaitForOne(mutex, INFINITE, FALSE);
-        EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    });
-    LetPass(10);
-    EXPECT_FALSE(waiter.HasEnded());
-    OtherProcessReleasesMutex(name);
-    waiter.Join();
-    EXPECT_EQ(result, WAIT_OBJECT_0);
+    const WaitHandle mutex = MakeMutex(m_name);
+    OtherProcessAcquiresMutex(m_name);
+    ExpectGoesOn([&] { ExpectFree(mutex, INFINITE); }, [&] { OtherProcessReleasesMutex(m_name); });
 }
 
 TEST_F(MutexContract, AThreadThatEndsAsOwnerAbandonsIt)
 {
-    const WaitHandle mutex = MakeMutex(ObjectName(L"Mutex"));
+    const WaitHandle mutex = MakeMutex(m_name);
     AbandonInOtherThread(mutex);
     EXPECT_EQ(WaitForOne(mutex, kLongMs, FALSE), WAIT_ABANDONED_0);
     EXPECT_EQ(WaitInOtherThread(mutex, 0), WAIT_TIMEOUT) << "the wait has acquired it";
@@ -213,7 +254,7 @@ TEST_F(MutexContract, AThreadThatEndsAsOwnerAbandonsIt)
 
 TEST_F(MutexContract, AThreadThatEndsAsOwnerSeveralTimesOverAbandonsItWhole)
 {
-    const WaitHandle mutex = MakeMutex(ObjectName(L"Mutex"));
+    const WaitHandle mutex = MakeMutex(m_name);
     CRunningThread([&] {
         EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
         EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
@@ -225,21 +266,20 @@ TEST_F(MutexContract, AThreadThatEndsAsOwnerSeveralTimesOverAbandonsItWhole)
 
 TEST_F(MutexContract, AProcessThatEndsAsOwnerAbandonsIt)
 {
-    for (const CString& name : {ObjectName(L"Mutex"), L"Global\\" + ObjectName(L"Mutex")}) {
+    for (const CString& name : {m_name, L"Global\\" + m_name}) {
         const WaitHandle mutex = MakeMutex(name);
         OtherProcessAcquiresMutex(name);
         EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_TIMEOUT);
         OtherProcessAbandonsMutex(name);
         EXPECT_EQ(WaitForOne(mutex, kLongMs, FALSE), WAIT_ABANDONED_0);
         EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-        EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
-        EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+        ExpectFree(mutex);
     }
 }
 
 TEST_F(MutexContract, ANullDaclOpensItToAll)
 {
-    for (const CString& name : {ObjectName(L"Mutex"), L"Global\\" + ObjectName(L"Mutex")}) {
+    for (const CString& name : {m_name, L"Global\\" + m_name}) {
         const WaitHandle mutex = CreateNamedMutex(name.c_str(), FALSE, OpenToAll().get());
         ASSERT_NE(mutex, nullptr);
         EXPECT_TRUE(IsNamedObjectOpenToAll(name));
@@ -248,92 +288,74 @@ TEST_F(MutexContract, ANullDaclOpensItToAll)
 
 TEST_F(MutexContract, ANullHandleFails)
 {
-    SetLastErrorCode(0);
-    EXPECT_FALSE(ReleaseOwnedMutex(nullptr));
-    EXPECT_TRUE(LastErrorIs(ERROR_INVALID_HANDLE));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [] { return ReleaseOwnedMutex(nullptr); }));
 }
 
 TEST_F(EventContract, ANewEventIsNotSignalledAndTheLastErrorZero)
 {
+    m_event.reset();
     SetLastErrorCode(ERROR_NOT_SUPPORTED);
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    ASSERT_NE(event, nullptr);
+    m_event = MakeEvent(m_name);
     EXPECT_TRUE(LastErrorIs(ERROR_SUCCESS));
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_TIMEOUT);
 }
 
 TEST_F(EventContract, AnExistingEventIsOpenedAsItIsWithLastError183)
 {
-    const WaitHandle first = MakeEvent(ObjectName(L"Event"));
-    EXPECT_TRUE(SetNamedEvent(first));
+    EXPECT_TRUE(SetNamedEvent(m_event));
     SetLastErrorCode(0);
-    const WaitHandle second = MakeEvent(ObjectName(L"Event"));
+    const WaitHandle second = MakeEvent(m_name);
     ASSERT_NE(second, nullptr);
     EXPECT_TRUE(LastErrorIs(ERROR_ALREADY_EXISTS));
     EXPECT_EQ(WaitForOne(second, 0, FALSE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForOne(first, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_TIMEOUT);
 }
 
 TEST_F(EventContract, AnEventIsGoneWithItsLastHandle)
 {
-    const CString name = ObjectName(L"Event");
-    WaitHandle first = MakeEvent(name);
-    EXPECT_TRUE(SetNamedEvent(first));
-    first.reset();
-    const WaitHandle second = MakeEvent(name);
+    EXPECT_TRUE(SetNamedEvent(m_event));
+    m_event.reset();
+    m_event = MakeEvent(m_name);
     EXPECT_TRUE(LastErrorIs(ERROR_SUCCESS));
-    EXPECT_EQ(WaitForOne(second, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_TIMEOUT);
 }
 
 TEST_F(EventContract, SettingLetsOneWaitPass)
 {
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    EXPECT_TRUE(SetNamedEvent(event));
-    EXPECT_EQ(WaitForOne(event, INFINITE, FALSE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_TRUE(SetNamedEvent(m_event));
+    ExpectSetOnce(m_event, INFINITE);
 }
 
 TEST_F(EventContract, SettingTwiceIsSettingOnce)
 {
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    EXPECT_TRUE(SetNamedEvent(event));
-    EXPECT_TRUE(SetNamedEvent(event));
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_TRUE(SetNamedEvent(m_event));
+    EXPECT_TRUE(SetNamedEvent(m_event));
+    ExpectSetOnce(m_event);
 }
 
 TEST_F(EventContract, SettingLetsAWaitingThreadGoOn)
 {
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    std::atomic<DWORD> result = WAIT_FAILED;
-    CRunningThread waiter([&] { result = WaitForOne(event, INFINITE, FALSE); });
-    LetPass(10);
-    EXPECT_FALSE(waiter.HasEnded());
-    EXPECT_TRUE(SetNamedEvent(event));
-    waiter.Join();
-    EXPECT_EQ(result, WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+    ExpectGoesOn([&] { ExpectSetOnce(m_event, INFINITE); }, [&] { EXPECT_TRUE(SetNamedEvent(m_event)); });
 }
 
 TEST_F(EventContract, SettingLetsOneOfTwoWaitingThreadsGoOn)
 {
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
     std::atomic<int> passed = 0;
     const auto wait = [&] {
-        EXPECT_EQ(WaitForOne(event, INFINITE, FALSE), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForOne(m_event, INFINITE, FALSE), WAIT_OBJECT_0);
         ++passed;
     };
     CRunningThread first(wait);
     CRunningThread second(wait);
     LetPass(10);
     EXPECT_EQ(passed, 0);
-    EXPECT_TRUE(SetNamedEvent(event));
+    EXPECT_TRUE(SetNamedEvent(m_event));
     for (DWORD passedMs = 0; passed == 0 && passedMs < kLongMs; ++passedMs) {
         LetPass(1);
     }
     LetPass(10);
     EXPECT_EQ(passed, 1);
-    EXPECT_TRUE(SetNamedEvent(event));
+    EXPECT_TRUE(SetNamedEvent(m_event));
     first.Join();
     second.Join();
     EXPECT_EQ(passed, 2);
@@ -341,78 +363,57 @@ TEST_F(EventContract, SettingLetsOneOfTwoWaitingThreadsGoOn)
 
 TEST_F(EventContract, AnotherProcessMaySetIt)
 {
-    const CString name = ObjectName(L"Event");
-    const WaitHandle event = MakeEvent(name);
-    EXPECT_TRUE(OtherProcessSetsEvent(name));
-    EXPECT_EQ(WaitForOne(event, kLongMs, FALSE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_TRUE(OtherProcessSetsEvent(m_name));
+    ExpectSetOnce(m_event, kLongMs);
 }
 
 TEST_F(EventContract, AnotherProcessLetsAWaitingThreadGoOn)
 {
-    const CString name = ObjectName(L"Event");
-    const WaitHandle event = MakeEvent(name);
-    std::atomic<DWORD> result = WAIT_FAILED;
-    CRunningThread waiter([&] { result = WaitForOne(event, INFINITE, TRUE); });
-    LetPass(10);
-    EXPECT_FALSE(waiter.HasEnded());
-    EXPECT_TRUE(OtherProcessSetsEvent(name));
-    waiter.Join();
-    EXPECT_EQ(result, WAIT_OBJECT_0);
+    ExpectGoesOn([&] { EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_OBJECT_0); },
+                 [&] { EXPECT_TRUE(OtherProcessSetsEvent(m_name)); });
 }
 
 TEST_F(EventContract, AnotherProcessCannotSetWhatNobodyHas)
 {
-    EXPECT_FALSE(OtherProcessSetsEvent(ObjectName(L"Event")));
-    MakeEvent(ObjectName(L"Event")).reset();
-    EXPECT_FALSE(OtherProcessSetsEvent(ObjectName(L"Event")));
+    EXPECT_FALSE(OtherProcessSetsEvent(ObjectName(L"Missing")));
+    m_event.reset();
+    EXPECT_FALSE(OtherProcessSetsEvent(m_name));
 }
 
 TEST_F(EventContract, APulseWithNobodyWaitingIsLost)
 {
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    EXPECT_TRUE(PulseNamedEvent(event));
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_TRUE(PulseNamedEvent(m_event));
+    EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_TIMEOUT);
 }
 
 TEST_F(EventContract, APulseLeavesASetEventNotSignalled)
 {
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    EXPECT_TRUE(SetNamedEvent(event));
-    EXPECT_TRUE(PulseNamedEvent(event));
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_TRUE(SetNamedEvent(m_event));
+    EXPECT_TRUE(PulseNamedEvent(m_event));
+    EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_TIMEOUT);
 }
 
-// Pulses again and again, since a pulse may come before the thread waits.
 TEST_F(EventContract, APulseLetsAWaitingThreadGoOn)
 {
     for (const BOOL alertable : {FALSE, TRUE}) {
-        const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-        std::atomic<DWORD> result = WAIT_FAILED;
-        CRunningThread waiter([&] { result = WaitForOne(event, INFINITE, alertable); });
-        for (DWORD passedMs = 0; !waiter.HasEnded() && passedMs < kLongMs; ++passedMs) {
-            LetPass(1);
-            EXPECT_TRUE(PulseNamedEvent(event));
-        }
-        waiter.Join();
-        EXPECT_EQ(result, WAIT_OBJECT_0);
-        EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+        CRunningThread waiter([&] { EXPECT_EQ(WaitForOne(m_event, INFINITE, alertable), WAIT_OBJECT_0); });
+        PulseUntilEnd(waiter, m_event);
+        EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_TIMEOUT);
     }
 }
 
 TEST_F(EventContract, APulseLetsOneOfTwoWaitingThreadsGoOn)
 {
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
     std::atomic<int> passed = 0;
     const auto wait = [&] {
-        EXPECT_EQ(WaitForOne(event, INFINITE, FALSE), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForOne(m_event, INFINITE, FALSE), WAIT_OBJECT_0);
         ++passed;
     };
     CRunningThread first(wait);
     CRunningThread second(wait);
     int before = 0;
     for (DWORD passedMs = 0; passed < 2 && passedMs < kLongMs; ++passedMs) {
-        EXPECT_TRUE(PulseNamedEvent(event));
+        EXPECT_TRUE(PulseNamedEvent(m_event));
         LetPass(5);
         EXPECT_LE(passed - before, 1);
         before = passed;
@@ -424,7 +425,7 @@ TEST_F(EventContract, APulseLetsOneOfTwoWaitingThreadsGoOn)
 
 TEST_F(EventContract, ANullDaclOpensItToAll)
 {
-    const CString name = ObjectName(L"Event");
+    const CString name = ObjectName(L"Open");
     const WaitHandle event = CreateNamedEvent(name.c_str(), OpenToAll().get());
     ASSERT_NE(event, nullptr);
     EXPECT_TRUE(IsNamedObjectOpenToAll(name));
@@ -432,20 +433,32 @@ TEST_F(EventContract, ANullDaclOpensItToAll)
 
 TEST_F(EventContract, ANullHandleFails)
 {
-    SetLastErrorCode(0);
-    EXPECT_FALSE(SetNamedEvent(nullptr));
-    EXPECT_TRUE(LastErrorIs(ERROR_INVALID_HANDLE));
-    SetLastErrorCode(0);
-    EXPECT_FALSE(PulseNamedEvent(nullptr));
-    EXPECT_TRUE(LastErrorIs(ERROR_INVALID_HANDLE));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [] { return SetNamedEvent(nullptr); }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [] { return PulseNamedEvent(nullptr); }));
+}
+
+TEST_F(WaitContract, OperationsOnTheOtherKindFail)
+{
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return SetNamedEvent(m_mutex); }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return PulseNamedEvent(m_mutex); }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return ReleaseOwnedMutex(m_event); }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return MakeMutex(m_name); }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return MakeEvent(m_mutexName); }));
+}
+
+TEST_F(WaitContract, AWaitTakesOneTo64Objects)
+{
+    const std::vector<WaitHandle> objects(65, m_event);
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_PARAMETER, [&] { return WaitForAny({}, 0) != WAIT_FAILED; }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_PARAMETER, [&] { return WaitForAny(objects, 0) != WAIT_FAILED; }));
+    EXPECT_EQ(WaitForAny(std::span(objects).subspan(1), 0), WAIT_TIMEOUT);
 }
 
 TEST_F(WaitContract, AWaitForOneTakesItsTime)
 {
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
     for (const BOOL alertable : {FALSE, TRUE}) {
         const std::int64_t startMs = ClockMs();
-        EXPECT_EQ(WaitForOne(event, 60, alertable), WAIT_TIMEOUT);
+        EXPECT_EQ(WaitForOne(m_event, 60, alertable), WAIT_TIMEOUT);
         EXPECT_GE(ClockMs() - startMs, 60 - kEarlyMs);
     }
 }
@@ -461,16 +474,10 @@ TEST_F(WaitContract, AWaitForAnyTakesItsTime)
 
 TEST_F(WaitContract, ANullHandleFails)
 {
-    SetLastErrorCode(0);
-    EXPECT_EQ(WaitForOne(nullptr, 0, FALSE), WAIT_FAILED);
-    EXPECT_TRUE(LastErrorIs(ERROR_INVALID_HANDLE));
-    SetLastErrorCode(0);
-    EXPECT_EQ(WaitForOne(nullptr, INFINITE, TRUE), WAIT_FAILED);
-    EXPECT_TRUE(LastErrorIs(ERROR_INVALID_HANDLE));
-    const std::array<WaitHandle, 2> withNull = {MakeEvent(ObjectName(L"Event")), nullptr};
-    SetLastErrorCode(0);
-    EXPECT_EQ(WaitForAny(withNull, INFINITE), WAIT_FAILED);
-    EXPECT_TRUE(LastErrorIs(ERROR_INVALID_HANDLE));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return WaitForOne(nullptr, 0, FALSE) != WAIT_FAILED; }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return WaitForOne(nullptr, INFINITE, TRUE) != WAIT_FAILED; }));
+    const std::array<WaitHandle, 2> withNull = {m_event, nullptr};
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return WaitForAny(withNull, INFINITE) != WAIT_FAILED; }));
 }
 
 TEST_F(WaitContract, AWaitForAnyTellsThePosition)
@@ -486,84 +493,65 @@ TEST_F(WaitContract, AWaitForAnyTellsThePosition)
 
 TEST_F(WaitContract, AWaitForAnyTakesOnlyTheFirstThatIsSignalled)
 {
-    const WaitHandle mutex = MakeMutex(ObjectName(L"Mutex"));
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    const std::array<WaitHandle, 2> objects = {mutex, event};
-    EXPECT_TRUE(SetNamedEvent(event));
+    const std::array<WaitHandle, 2> objects = {m_mutex, m_event};
+    EXPECT_TRUE(SetNamedEvent(m_event));
     EXPECT_EQ(WaitForAny(objects, INFINITE), WAIT_OBJECT_0);
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_OBJECT_0) << "the event is still set";
+    EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
+    EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_OBJECT_0) << "the event is still set";
 
-    const std::array<WaitHandle, 2> reversed = {event, mutex};
-    EXPECT_TRUE(SetNamedEvent(event));
+    const std::array<WaitHandle, 2> reversed = {m_event, m_mutex};
+    EXPECT_TRUE(SetNamedEvent(m_event));
     EXPECT_EQ(WaitForAny(reversed, INFINITE), WAIT_OBJECT_0);
-    EXPECT_FALSE(ReleaseOwnedMutex(mutex)) << "the mutex was not taken";
+    EXPECT_FALSE(ReleaseOwnedMutex(m_mutex)) << "the mutex was not taken";
 }
 
 TEST_F(WaitContract, AWaitForAnyPassesOverAMutexThatIsTaken)
 {
-    const CString name = L"Global\\" + ObjectName(L"Mutex");
-    const WaitHandle mutex = MakeMutex(name);
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    const std::array<WaitHandle, 2> objects = {mutex, event};
-    OtherProcessAcquiresMutex(name);
+    const std::array<WaitHandle, 2> objects = {m_mutex, m_event};
+    OtherProcessAcquiresMutex(m_mutexName);
     EXPECT_EQ(WaitForAny(objects, 5), WAIT_TIMEOUT);
-    EXPECT_TRUE(SetNamedEvent(event));
+    EXPECT_TRUE(SetNamedEvent(m_event));
     EXPECT_EQ(WaitForAny(objects, INFINITE), WAIT_OBJECT_0 + 1);
-    OtherProcessReleasesMutex(name);
+    OtherProcessReleasesMutex(m_mutexName);
     EXPECT_EQ(WaitForAny(objects, kLongMs), WAIT_OBJECT_0);
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+    EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
 }
 
 TEST_F(WaitContract, AWaitForAnyGoesOnWhenOneBecomesSignalled)
 {
-    const CString name = L"Global\\" + ObjectName(L"Mutex");
-    const WaitHandle mutex = MakeMutex(name);
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    const std::array<WaitHandle, 2> objects = {mutex, event};
-    OtherProcessAcquiresMutex(name);
+    const std::array<WaitHandle, 2> objects = {m_mutex, m_event};
+    OtherProcessAcquiresMutex(m_mutexName);
     std::vector<DWORD> results;
     CRunningThread waiter([&] {
         results.push_back(WaitForAny(objects, INFINITE));
         results.push_back(WaitForAny(objects, INFINITE));
-        EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+        EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
     });
     LetPass(10);
-    EXPECT_TRUE(SetNamedEvent(event));
+    EXPECT_TRUE(SetNamedEvent(m_event));
     LetPass(10);
     EXPECT_FALSE(waiter.HasEnded());
-    OtherProcessReleasesMutex(name);
+    OtherProcessReleasesMutex(m_mutexName);
     waiter.Join();
     EXPECT_EQ(results, (std::vector<DWORD>{WAIT_OBJECT_0 + 1, WAIT_OBJECT_0}));
 }
 
-// Pulses again and again, since a pulse may come before the thread waits.
 TEST_F(WaitContract, APulseEndsAWaitForAny)
 {
-    const CString name = ObjectName(L"Mutex");
-    const std::array<WaitHandle, 2> objects = {MakeMutex(name), MakeEvent(ObjectName(L"Event"))};
-    OtherProcessAcquiresMutex(name);
-    std::atomic<DWORD> result = WAIT_FAILED;
-    CRunningThread waiter([&] { result = WaitForAny(objects, INFINITE); });
-    for (DWORD passedMs = 0; !waiter.HasEnded() && passedMs < kLongMs; ++passedMs) {
-        LetPass(1);
-        EXPECT_TRUE(PulseNamedEvent(objects[1]));
-    }
-    waiter.Join();
-    EXPECT_EQ(result, WAIT_OBJECT_0 + 1);
-    OtherProcessReleasesMutex(name);
+    OtherProcessAcquiresMutex(m_mutexName);
+    CRunningThread waiter([&] { EXPECT_EQ(WaitForAny(std::array{m_mutex, m_event}, INFINITE), WAIT_OBJECT_0 + 1); });
+    PulseUntilEnd(waiter, m_event);
+    OtherProcessReleasesMutex(m_mutexName);
 }
 
 TEST_F(WaitContract, AWaitForAnyTellsAnAbandonedMutexByPosition)
 {
-    const WaitHandle mutex = MakeMutex(ObjectName(L"Mutex"));
-    const WaitHandle event = MakeEvent(ObjectName(L"Event"));
-    AbandonInOtherThread(mutex);
-    EXPECT_EQ(WaitForAny(std::array<WaitHandle, 2>{mutex, event}, kLongMs), WAIT_ABANDONED_0);
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    AbandonInOtherThread(mutex);
-    EXPECT_EQ(WaitForAny(std::array<WaitHandle, 2>{event, mutex}, kLongMs), WAIT_ABANDONED_0 + 1);
-    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+    AbandonInOtherThread(m_mutex);
+    EXPECT_EQ(WaitForAny(std::array<WaitHandle, 2>{m_mutex, m_event}, kLongMs), WAIT_ABANDONED_0);
+    EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
+    AbandonInOtherThread(m_mutex);
+    EXPECT_EQ(WaitForAny(std::array<WaitHandle, 2>{m_event, m_mutex}, kLongMs), WAIT_ABANDONED_0 + 1);
+    EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
 }
 
 } // namespace

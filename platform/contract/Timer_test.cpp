@@ -227,16 +227,35 @@ TEST_F(TimerContract, OneWaitRunsAllRoutinesThatAreDue)
     EXPECT_EQ(WaitAlertably(0), WAIT_TIMEOUT);
 }
 
+TEST_F(TimerContract, ARoutineMayDisarmAnotherThatIsDue)
+{
+    struct Timers {
+        TimerPtr first;
+        TimerPtr second = MakeTimer();
+        int runs = 0;
+    };
+    Timers timers = {.first = m_timer};
+    const auto routine = [](void* argument, DWORD, DWORD) {
+        auto* const both = static_cast<Timers*>(argument);
+        ++both->runs;
+        EXPECT_TRUE(DisarmTimer(both->first));
+        both->second.reset();
+    };
+    const LARGE_INTEGER dueTime = DueTime(-1);
+    EXPECT_TRUE(ArmTimer(timers.first, &dueTime, routine, &timers));
+    EXPECT_TRUE(ArmTimer(timers.second, &dueTime, routine, &timers));
+    LetPass(20);
+    EXPECT_EQ(WaitAlertably(kLongMs), WAIT_IO_COMPLETION);
+    EXPECT_EQ(timers.runs, 1);
+    EXPECT_EQ(WaitAlertably(5), WAIT_TIMEOUT);
+}
+
 TEST_F(TimerContract, ANullTimerFails)
 {
     Runs runs;
     const LARGE_INTEGER dueTime = DueTime(-1);
-    SetLastErrorCode(0);
-    EXPECT_FALSE(ArmTimer(nullptr, &dueTime, CountRun, &runs));
-    EXPECT_TRUE(LastErrorIs(ERROR_INVALID_HANDLE));
-    SetLastErrorCode(0);
-    EXPECT_FALSE(DisarmTimer(nullptr));
-    EXPECT_TRUE(LastErrorIs(ERROR_INVALID_HANDLE));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return ArmTimer(nullptr, &dueTime, CountRun, &runs); }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return DisarmTimer(nullptr); }));
 }
 
 } // namespace

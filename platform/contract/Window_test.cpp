@@ -200,9 +200,7 @@ TEST_F(WindowContract, ADestroyedWindowIsNeitherFoundNorPostedTo)
     EXPECT_EQ(FindWindowOfClass(kClass), nullptr);
     EXPECT_FALSE(OtherProcessFindsWindow(kClass));
     for (int i = 0; i < 2; ++i) {
-        SetLastErrorCode(0);
-        EXPECT_FALSE(PostToWindow(found, WM_APP, 0, 0));
-        EXPECT_TRUE(LastErrorIs(ERROR_INVALID_WINDOW_HANDLE));
+        EXPECT_TRUE(FailsWith(ERROR_INVALID_WINDOW_HANDLE, [&] { return PostToWindow(found, WM_APP, 0, 0); }));
     }
 }
 
@@ -289,17 +287,14 @@ TEST_F(WindowContract, ASecondWindowHasNothingOfTheFirst)
 
 TEST_F(WindowContract, AWindowOfAnUnregisteredClassCannotBeMade)
 {
-    SetLastErrorCode(0);
-    EXPECT_EQ(CreateDialogWindow(kOtherTemplate, kOtherClass, m_recorder), nullptr);
-    EXPECT_TRUE(LastErrorIs(ERROR_CANNOT_FIND_WND_CLASS));
+    EXPECT_TRUE(FailsWith(ERROR_CANNOT_FIND_WND_CLASS,
+                          [&] { return CreateDialogWindow(kOtherTemplate, kOtherClass, m_recorder); }));
     EXPECT_THAT(m_recorder.m_numbers, IsEmpty());
 }
 
 TEST_F(WindowContract, PostingToNoWindowFails)
 {
-    SetLastErrorCode(0);
-    EXPECT_FALSE(PostToWindow(nullptr, WM_QUIT, 0, 0));
-    EXPECT_TRUE(LastErrorIs(ERROR_INVALID_WINDOW_HANDLE));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_WINDOW_HANDLE, [&] { return PostToWindow(nullptr, WM_QUIT, 0, 0); }));
 }
 
 TEST_F(WindowContract, AnotherThreadsMessagesComeOnTheWindowsThread)

@@ -69,37 +69,44 @@ protected:
         m_session.SetVariable("XDG_SESSION_ID", "c1");
     }
 
+    // Connects the monitor and, unless it is for power alone, lets it watch the session; until the bus has answered.
+    void Connect(bool forPowerAlone = false)
+    {
+        m_monitor.Connect();
+        if (!forPowerAlone) {
+            m_monitor.WatchSession();
+        }
+        Settle(m_monitor);
+    }
+
     CScratchSession m_session;
     CLoginBus m_bus;
+    CLoginMonitor m_monitor;
 };
 
 TEST_F(LinuxLogin, SleepAndWakeUpAreTold)
 {
     m_bus.StartLoginManager();
-    CLoginMonitor monitor;
-    monitor.Connect();
-    Settle(monitor);
+    Connect(true);
     m_bus.PrepareForSleep(true);
-    EXPECT_THAT(Take(monitor, 1), ElementsAre(kSleeps));
+    EXPECT_THAT(Take(m_monitor, 1), ElementsAre(kSleeps));
     m_bus.PrepareForSleep(false);
-    EXPECT_THAT(Take(monitor, 1), ElementsAre(kWakesUp));
+    EXPECT_THAT(Take(m_monitor, 1), ElementsAre(kWakesUp));
 }
 
 TEST_F(LinuxLogin, TheSessionsLeavingAndComingAreToldOnceAskedFor)
 {
     m_bus.StartLoginManager();
     m_bus.AddSession("c1");
-    CLoginMonitor monitor;
-    monitor.Connect();
-    Settle(monitor);
+    Connect(true);
     m_bus.SetProperty("c1", "Active", false);
     m_bus.PrepareForSleep(true);
-    EXPECT_THAT(Take(monitor, 1), ElementsAre(kSleeps)) << "and nothing of the session before";
-    monitor.WatchSession();
-    Settle(monitor);
+    EXPECT_THAT(Take(m_monitor, 1), ElementsAre(kSleeps)) << "and nothing of the session before";
+    m_monitor.WatchSession();
+    Settle(m_monitor);
     m_bus.SetProperty("c1", "Active", true);
     m_bus.SetProperty("c1", "Active", false);
-    const std::vector<LoginNotice> notices = Take(monitor, 2);
+    const std::vector<LoginNotice> notices = Take(m_monitor, 2);
     ASSERT_THAT(notices, ElementsAre(kComes, kLeaves));
     EXPECT_EQ(notices[0].lParam, 0) << "its name is no number";
 }
@@ -109,14 +116,13 @@ TEST_F(LinuxLogin, ASessionIsToldByItsNumberOnceForEachChange)
     m_session.SetVariable("XDG_SESSION_ID", "71");
     m_bus.StartLoginManager();
     m_bus.AddSession("_371"); // as a path writes a name that begins with a digit
-    CLoginMonitor monitor;
-    monitor.Connect();
-    monitor.WatchSession();
-    monitor.WatchSession();
-    Settle(monitor);
+    m_monitor.Connect();
+    m_monitor.WatchSession();
+    m_monitor.WatchSession();
+    Settle(m_monitor);
     m_bus.SetProperty("_371", "Active", false);
     m_bus.PrepareForSleep(true);
-    const std::vector<LoginNotice> notices = Take(monitor, 2);
+    const std::vector<LoginNotice> notices = Take(m_monitor, 2);
     ASSERT_THAT(notices, ElementsAre(kLeaves, kSleeps));
     EXPECT_EQ(notices[0].lParam, 71);
     EXPECT_EQ(notices[1].lParam, 0);
@@ -127,75 +133,61 @@ TEST_F(LinuxLogin, ChangesOfOtherSessionsAndOfOtherKindsAreNotTold)
     m_bus.StartLoginManager();
     m_bus.AddSession("c1");
     m_bus.AddSession("c11");
-    CLoginMonitor monitor;
-    monitor.Connect();
-    monitor.WatchSession();
-    Settle(monitor);
+    Connect();
     m_bus.SetProperty("c11", "Active", false);
     m_bus.SetProperty("c1", "IdleHint", true);
     m_bus.SetProperty("c1", "Active", false);
-    EXPECT_THAT(Take(monitor, 1), ElementsAre(kLeaves));
+    EXPECT_THAT(Take(m_monitor, 1), ElementsAre(kLeaves));
 }
 
 TEST_F(LinuxLogin, OnlyTheLoginManagerIsBelieved)
 {
     m_bus.StartLoginManager();
-    CLoginMonitor monitor;
-    monitor.Connect();
-    Settle(monitor);
+    Connect(true);
     m_bus.ForgePrepareForSleep();
     m_bus.PrepareForSleep(false);
-    EXPECT_THAT(Take(monitor, 1), ElementsAre(kWakesUp));
+    EXPECT_THAT(Take(m_monitor, 1), ElementsAre(kWakesUp));
 }
 
 TEST_F(LinuxLogin, WithoutASessionPowerIsStillTold)
 {
     m_session.SetVariable("XDG_SESSION_ID", nullptr);
     m_bus.StartLoginManager();
-    CLoginMonitor monitor;
-    monitor.Connect();
-    monitor.WatchSession();
-    Settle(monitor);
+    Connect();
     m_bus.PrepareForSleep(true);
-    EXPECT_THAT(Take(monitor, 1), ElementsAre(kSleeps));
+    EXPECT_THAT(Take(m_monitor, 1), ElementsAre(kSleeps));
 }
 
 TEST_F(LinuxLogin, ALoginManagerMayStartLater)
 {
-    CLoginMonitor monitor;
-    monitor.Connect();
-    monitor.WatchSession();
-    Settle(monitor);
+    Connect();
     m_bus.StartLoginManager();
     m_bus.PrepareForSleep(true);
-    EXPECT_THAT(Take(monitor, 1), ElementsAre(kSleeps));
+    EXPECT_THAT(Take(m_monitor, 1), ElementsAre(kSleeps));
 }
 
 TEST_F(LinuxLogin, WithoutABusThereIsNothingToWaitFor)
 {
     m_bus.Stop();
-    CLoginMonitor monitor;
-    monitor.Connect();
-    monitor.WatchSession();
+    m_monitor.Connect();
+    m_monitor.WatchSession();
     Deadline deadline;
-    EXPECT_EQ(monitor.Watch(&deadline).fd, -1);
+    EXPECT_EQ(m_monitor.Watch(&deadline).fd, -1);
     EXPECT_FALSE(deadline);
-    EXPECT_THAT(monitor.Process(), IsEmpty());
+    EXPECT_THAT(m_monitor.Process(), IsEmpty());
 }
 
 TEST_F(LinuxLogin, ABusThatEndsIsLetGo)
 {
-    CLoginMonitor monitor;
-    monitor.Connect();
-    Settle(monitor);
+    Connect(true);
     Deadline deadline;
-    ASSERT_GE(monitor.Watch(&deadline).fd, 0);
+    ASSERT_GE(m_monitor.Watch(&deadline).fd, 0);
     m_bus.Stop();
-    EXPECT_THAT(PollOnce(monitor), IsEmpty());
-    EXPECT_EQ(monitor.Watch(&deadline).fd, -1);
+    EXPECT_THAT(PollOnce(m_monitor), IsEmpty());
+    EXPECT_EQ(m_monitor.Watch(&deadline).fd, -1);
     EXPECT_FALSE(deadline);
-    monitor.WatchSession();
-    EXPECT_THAT(monitor.Process(), IsEmpty());
+    m_monitor.WatchSession();
+    EXPECT_THAT(m_monitor.Process(), IsEmpty());
 }
 
 } // namespace

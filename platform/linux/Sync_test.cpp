@@ -342,27 +342,6 @@ TEST_F(LinuxSync, AnEventWorksAcrossProcessesInBothDirections)
     EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
 }
 
-TEST_F(LinuxSync, OperationsOfTheOtherKindFail)
-{
-    const WaitHandle mutex = MakeMutex();
-    const WaitHandle event = MakeEvent();
-    EXPECT_FALSE(SetNamedEvent(mutex));
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
-    EXPECT_FALSE(PulseNamedEvent(mutex));
-    EXPECT_FALSE(ReleaseOwnedMutex(event));
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
-}
-
-TEST_F(LinuxSync, AWaitTakesOneTo64Objects)
-{
-    const std::vector<WaitHandle> objects(65, MakeEvent());
-    EXPECT_EQ(WaitForAny({}, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(WaitForAny(objects, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(WaitForAny(std::span(objects).subspan(1), 0), WAIT_TIMEOUT);
-}
-
 // Makes every new descriptor fail as long as it lives.
 class CNoMoreFiles {
 public:
@@ -433,31 +412,6 @@ TEST(LinuxTimer, ExtremeDueTimesAreAccepted)
     EXPECT_FALSE(ran);
     EXPECT_FALSE(ArmTimer(timer, nullptr, routine, &ran));
     EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
-}
-
-TEST(LinuxTimer, ARoutineMayDisarmAnotherThatIsDue)
-{
-    struct Timers {
-        TimerPtr first = MakeTimer();
-        TimerPtr second = MakeTimer();
-        int runs = 0;
-    };
-    const CScratchSession session;
-    const WaitHandle event = CreateNamedEvent(L"Event", nullptr);
-    Timers timers;
-    const auto routine = [](void* argument, DWORD, DWORD) {
-        auto* const both = static_cast<Timers*>(argument);
-        ++both->runs;
-        EXPECT_TRUE(DisarmTimer(both->first));
-        both->second.reset();
-    };
-    const LARGE_INTEGER now = {.QuadPart = -1};
-    ASSERT_TRUE(ArmTimer(timers.first, &now, routine, &timers));
-    ASSERT_TRUE(ArmTimer(timers.second, &now, routine, &timers));
-    EXPECT_EQ(WaitForOne(event, 20, FALSE), WAIT_TIMEOUT);
-    EXPECT_EQ(WaitForOne(event, kLongMs, TRUE), WAIT_IO_COMPLETION);
-    EXPECT_EQ(timers.runs, 1);
-    EXPECT_EQ(WaitForOne(event, 5, TRUE), WAIT_TIMEOUT);
 }
 
 } // namespace

@@ -124,6 +124,16 @@ public:
         m_recorder.Await(WM_APP, m_marks);
         testing_support::Await([this] { return IsPolling(m_task); });
     }
+    // The thread neither polls nor works, and handles messages still.
+    void ExpectCalm()
+    {
+        const long switches = Switches();
+        const std::chrono::nanoseconds work = Work();
+        std::this_thread::sleep_for(kCalm);
+        EXPECT_LE(Switches() - switches, kFewSwitches);
+        EXPECT_LT(Work() - work, kLittleWork);
+        AwaitSleep();
+    }
     long Switches() const { return VoluntarySwitches(m_task); }
     // How long the thread has been at work.
     std::chrono::nanoseconds Work()
@@ -166,6 +176,11 @@ protected:
     fs::path BusSocket() const { return m_session.Folder() / "bus"; }
     fs::path SocketFile() const { return m_session.SessionFolder() / kName; }
 
+    void MakeSessionFolder() const
+    {
+        fs::create_directory(m_session.SessionFolder());
+        fs::permissions(m_session.SessionFolder(), fs::perms::owner_all);
+    }
     WindowPtr Make() { return CreateDialogWindow(0, kClass, m_recorder); }
     // Fails to make the window; what is written to standard error then.
     std::string FailToMake(DWORD code)
@@ -225,8 +240,7 @@ TEST_F(LinuxWindow, IsRefusedWhileAnotherProcessHasOne)
 
 TEST_F(LinuxWindow, RefusesAndKeepsAFileInItsPlace)
 {
-    fs::create_directory(m_session.SessionFolder());
-    fs::permissions(m_session.SessionFolder(), fs::perms::owner_all);
+    MakeSessionFolder();
     const CFileDescriptor file(::open(SocketFile().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     EXPECT_THAT(FailToMake(ERROR_INVALID_HANDLE), EndsWith(": something else has this name\n"));
     EXPECT_EQ(FindWindowOfClass(kClass), nullptr);
@@ -239,8 +253,7 @@ TEST_F(LinuxWindow, RefusesAndKeepsASymbolicLinkInItsPlace)
     const WindowPtr other = Make();
     ASSERT_NE(other, nullptr);
     m_session.SetVariable("XDG_RUNTIME_DIR", m_session.RuntimeFolder().c_str());
-    fs::create_directory(m_session.SessionFolder());
-    fs::permissions(m_session.SessionFolder(), fs::perms::owner_all);
+    MakeSessionFolder();
     fs::create_symlink(m_session.Folder() / "AmporaSrv" / kName, SocketFile());
 
     EXPECT_THAT(FailToMake(ERROR_INVALID_HANDLE), EndsWith(": something else has this name\n"));
@@ -483,12 +496,7 @@ TEST_F(LinuxWindowWithBus, ABusThatEndsIsForgottenQuietly)
     window.AwaitSleep();
     m_bus.Stop();
     window.AwaitSleep();
-    const long switches = window.Switches();
-    const std::chrono::nanoseconds work = window.Work();
-    std::this_thread::sleep_for(kCalm);
-    EXPECT_LE(window.Switches() - switches, kFewSwitches);
-    EXPECT_LT(window.Work() - work, kLittleWork);
-    window.AwaitSleep();
+    window.ExpectCalm();
 }
 
 TEST_F(LinuxWindow, ABusThatNeverAnswersDelaysNothing)
@@ -506,12 +514,7 @@ TEST_F(LinuxWindow, ABusThatNeverAnswersDelaysNothing)
     const CFileDescriptor connection(::accept4(bus.Get(), nullptr, nullptr, SOCK_CLOEXEC));
     EXPECT_TRUE(connection) << "it has been asked";
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << "as long as the library may wait";
-    const long switches = window.Switches();
-    const std::chrono::nanoseconds work = window.Work();
-    std::this_thread::sleep_for(kCalm);
-    EXPECT_LE(window.Switches() - switches, kFewSwitches);
-    EXPECT_LT(window.Work() - work, kLittleWork);
-    window.AwaitSleep();
+    window.ExpectCalm();
 }
 
 } // namespace

@@ -24,6 +24,17 @@ protected:
         return GetLastErrorCode();
     }
 
+    // The code of the exception that a write throws, 0 when it does not.
+    static DWORD WriteErrorOf(const OutputFilePtr& file, const std::string& bytes)
+    {
+        try {
+            WriteFileBytes(file, bytes.data(), bytes.size());
+            return 0;
+        } catch (const CFileException& exception) {
+            return exception.Code();
+        }
+    }
+
     CMachine m_machine;
     SecurityDescriptorPtr m_descriptor = InitializeDescriptor();
     CString m_folder;
@@ -98,12 +109,7 @@ TEST_F(SimFiles, FullDiskTakesWhatStillFits)
     m_machine.SetFreeBytes(5);
     const OutputFilePtr file = OpenForReplace(m_path, m_descriptor.get());
     WriteFileBytes(file, "abc", 3);
-    try {
-        WriteFileBytes(file, "def", 3);
-        ADD_FAILURE() << "the write succeeded";
-    } catch (const CFileException& exception) {
-        EXPECT_EQ(exception.Code(), ERROR_DISK_FULL);
-    }
+    EXPECT_EQ(WriteErrorOf(file, "def"), ERROR_DISK_FULL);
     EXPECT_THAT(m_machine.FindFile(m_path)->bytes, ElementsAre('a', 'b', 'c', 'd', 'e'));
 }
 
@@ -112,12 +118,7 @@ TEST_F(SimFiles, InjectedWriteFaultWritesNothing)
     const OutputFilePtr file = OpenForReplace(m_path, m_descriptor.get());
     m_machine.FailCall(Call::kWriteFileBytes, 2, ERROR_WRITE_FAULT);
     WriteFileBytes(file, "abc", 3);
-    try {
-        WriteFileBytes(file, "def", 3);
-        ADD_FAILURE() << "the write succeeded";
-    } catch (const CFileException& exception) {
-        EXPECT_EQ(exception.Code(), ERROR_WRITE_FAULT);
-    }
+    EXPECT_EQ(WriteErrorOf(file, "def"), ERROR_WRITE_FAULT);
     EXPECT_EQ(m_machine.FindFile(m_path)->bytes.size(), 3U);
 }
 

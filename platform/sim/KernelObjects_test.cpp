@@ -12,67 +12,61 @@ namespace {
 using testing::ElementsAre;
 using testing_support::StartBody;
 
-TEST(SimEvent, PulseAndSetLetTheThreadGoOnThatHasWaitedLongest)
+class SimKernelObjects : public testing::Test {
+protected:
+    CMachine m_machine;
+    const WaitHandle m_event = CreateNamedEvent(L"event", nullptr);
+};
+
+using SimEvent = SimKernelObjects;
+using SimNamedObject = SimKernelObjects;
+using SimMutex = SimKernelObjects;
+
+TEST_F(SimEvent, PulseAndSetLetTheThreadGoOnThatHasWaitedLongest)
 {
-    CMachine machine;
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
     std::vector<int> woken;
     for (int i = 1; i <= 3; ++i) {
         StartBody([&, i] {
-            WaitForOne(event, INFINITE, FALSE);
+            WaitForOne(m_event, INFINITE, FALSE);
             woken.push_back(i);
         });
     }
-    machine.RunUntilIdle();
-    PulseNamedEvent(event);
-    machine.RunUntilIdle();
+    m_machine.RunUntilIdle();
+    PulseNamedEvent(m_event);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(woken, ElementsAre(1));
-    SetNamedEvent(event);
-    SetNamedEvent(event);
-    machine.RunUntilIdle();
+    SetNamedEvent(m_event);
+    SetNamedEvent(m_event);
+    m_machine.RunUntilIdle();
     EXPECT_THAT(woken, ElementsAre(1, 2, 3));
-    EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_TIMEOUT);
 }
 
-TEST(SimNamedObject, NameOfTheOtherKindIsRefused)
+TEST_F(SimNamedObject, RemembersTheNullDaclOfItsMaking)
 {
-    CMachine machine;
-    const WaitHandle mutex = CreateNamedMutex(L"name", FALSE, nullptr);
-    EXPECT_EQ(CreateNamedEvent(L"name", nullptr), nullptr);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
-    SetLastErrorCode(0);
-    EXPECT_FALSE(SetNamedEvent(mutex));
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_HANDLE);
-}
-
-TEST(SimNamedObject, RemembersTheNullDaclOfItsMaking)
-{
-    CMachine machine;
     const SecurityDescriptorPtr descriptor = InitializeDescriptor();
     const WaitHandle closed = CreateNamedMutex(L"closed", FALSE, descriptor.get());
     SetNullDacl(descriptor);
     const WaitHandle open = CreateNamedMutex(L"open", FALSE, descriptor.get());
-    EXPECT_FALSE(machine.NamedObjectHasNullDacl(L"closed"));
-    EXPECT_TRUE(machine.NamedObjectHasNullDacl(L"open"));
-    EXPECT_FALSE(machine.NamedObjectHasNullDacl(L"missing"));
+    EXPECT_FALSE(m_machine.NamedObjectHasNullDacl(L"closed"));
+    EXPECT_TRUE(m_machine.NamedObjectHasNullDacl(L"open"));
+    EXPECT_FALSE(m_machine.NamedObjectHasNullDacl(L"missing"));
 }
 
-TEST(SimNamedObject, WaitGoesOnWhenTheLastHandleIsClosed)
+TEST_F(SimNamedObject, WaitGoesOnWhenTheLastHandleIsClosed)
 {
-    CMachine machine;
-    WaitHandle event = CreateNamedEvent(L"event", nullptr);
+    WaitHandle event = CreateNamedEvent(L"other", nullptr);
     DWORD result = WAIT_FAILED;
     StartBody([&] { result = WaitForOne(event, 1'000, FALSE); });
-    machine.RunUntilIdle();
+    m_machine.RunUntilIdle();
     event.reset();
-    EXPECT_FALSE(machine.NamedObjectExists(L"event"));
-    machine.RunFor(1'000);
+    EXPECT_FALSE(m_machine.NamedObjectExists(L"other"));
+    m_machine.RunFor(1'000);
     EXPECT_EQ(result, WAIT_TIMEOUT);
 }
 
-TEST(SimMutex, GoesToWaitingThreadsInOrder)
+TEST_F(SimMutex, GoesToWaitingThreadsInOrder)
 {
-    CMachine machine;
     const WaitHandle mutex = CreateNamedMutex(L"mutex", TRUE, nullptr);
     std::vector<int> order;
     for (int i = 1; i <= 2; ++i) {
@@ -82,66 +76,50 @@ TEST(SimMutex, GoesToWaitingThreadsInOrder)
             ReleaseOwnedMutex(mutex);
         });
     }
-    machine.RunUntilIdle();
+    m_machine.RunUntilIdle();
     EXPECT_TRUE(order.empty());
     ReleaseOwnedMutex(mutex);
     EXPECT_EQ(WaitForOne(mutex, INFINITE, FALSE), WAIT_OBJECT_0);
     EXPECT_THAT(order, ElementsAre(1, 2));
 }
 
-TEST(SimMutex, WaitingThreadGetsTheAbandonedMutexEvenWithoutHandle)
+TEST_F(SimMutex, WaitingThreadGetsTheAbandonedMutexEvenWithoutHandle)
 {
-    CMachine machine;
     WaitHandle mutex = CreateNamedMutex(L"mutex", FALSE, nullptr);
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
     DWORD result = WAIT_FAILED;
     StartBody([&] {
         WaitForOne(mutex, INFINITE, FALSE);
-        WaitForOne(event, INFINITE, FALSE);
+        WaitForOne(m_event, INFINITE, FALSE);
     });
     StartBody([&] { result = WaitForOne(mutex, INFINITE, FALSE); });
-    machine.RunUntilIdle();
+    m_machine.RunUntilIdle();
     mutex.reset();
-    SetNamedEvent(event);
-    machine.RunUntilIdle();
+    SetNamedEvent(m_event);
+    m_machine.RunUntilIdle();
     EXPECT_EQ(result, WAIT_ABANDONED_0);
 }
 
-TEST(SimMutex, OtherProcessMakesTheMutexAndLetsItGo)
+TEST_F(SimMutex, OtherProcessMakesTheMutexAndLetsItGo)
 {
-    CMachine machine;
-    machine.OtherProcessAcquiresMutex(L"mutex");
-    EXPECT_TRUE(machine.NamedObjectExists(L"mutex"));
-    machine.OtherProcessReleasesMutex(L"mutex");
-    EXPECT_FALSE(machine.NamedObjectExists(L"mutex"));
+    m_machine.OtherProcessAcquiresMutex(L"mutex");
+    EXPECT_TRUE(m_machine.NamedObjectExists(L"mutex"));
+    m_machine.OtherProcessReleasesMutex(L"mutex");
+    EXPECT_FALSE(m_machine.NamedObjectExists(L"mutex"));
 }
 
-TEST(SimMutex, OtherProcessWaitsUntilTheMutexIsFree)
+TEST_F(SimMutex, OtherProcessWaitsUntilTheMutexIsFree)
 {
-    CMachine machine;
     const WaitHandle mutex = CreateNamedMutex(L"mutex", FALSE, nullptr);
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
     StartBody([&] {
         WaitForOne(mutex, INFINITE, FALSE);
-        WaitForOne(event, 700, FALSE);
+        WaitForOne(m_event, 700, FALSE);
         ReleaseOwnedMutex(mutex);
     });
-    machine.RunUntilIdle();
-    machine.OtherProcessAcquiresMutex(L"mutex");
-    EXPECT_EQ(machine.ElapsedMs(), 700);
+    m_machine.RunUntilIdle();
+    m_machine.OtherProcessAcquiresMutex(L"mutex");
+    EXPECT_EQ(m_machine.ElapsedMs(), 700);
     EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_TIMEOUT);
-    machine.OtherProcessReleasesMutex(L"mutex");
-}
-
-TEST(SimWait, RefusesNoObjectsAndTooMany)
-{
-    CMachine machine;
-    const WaitHandle event = CreateNamedEvent(L"event", nullptr);
-    EXPECT_EQ(WaitForAny({}, 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
-    SetLastErrorCode(0);
-    EXPECT_EQ(WaitForAny(std::vector<WaitHandle>(65, event), 0), WAIT_FAILED);
-    EXPECT_EQ(GetLastErrorCode(), ERROR_INVALID_PARAMETER);
+    m_machine.OtherProcessReleasesMutex(L"mutex");
 }
 
 } // namespace

@@ -184,34 +184,25 @@ TEST(SimFaults, FailingCallsGiveTheirFailure)
     for (int call = 0; call < static_cast<int>(Call::kCount); ++call) {
         machine.FailEvery(static_cast<Call>(call), 1234);
     }
-    const auto failed = [](bool failure) { return failure && GetLastErrorCode() == 1234; };
-    const auto reset = [] { SetLastErrorCode(0); };
+    const auto failed = [](bool failure) {
+        const DWORD code = GetLastErrorCode();
+        SetLastErrorCode(0);
+        return failure && code == 1234;
+    };
     EXPECT_TRUE(failed(!CalendarToFileTime(&calendar, &count)));
-    reset();
     EXPECT_TRUE(failed(!LocalToUtcFileTime(&count, &count)));
-    reset();
     EXPECT_TRUE(failed(LocalCalendarToTime(calendar) == -1));
-    reset();
     EXPECT_TRUE(failed(!TimeToLocalCalendar(0, &calendar)));
     EXPECT_EQ(calendar.wYear, 0);
-    reset();
     EXPECT_TRUE(failed(CreateNamedEvent(L"event", nullptr) == nullptr));
-    reset();
     EXPECT_TRUE(failed(!ReleaseOwnedMutex(mutex)));
-    reset();
     EXPECT_TRUE(failed(WaitForOne(mutex, INFINITE, FALSE) == WAIT_FAILED));
-    reset();
     EXPECT_TRUE(failed(WaitForAny(std::array{mutex}, INFINITE) == WAIT_FAILED));
-    reset();
     EXPECT_TRUE(failed(!ArmTimer(timer, &due, nullptr, nullptr)));
     EXPECT_EQ(machine.ArmedTimerCount(), 0U);
-    reset();
     EXPECT_TRUE(failed(!DisarmTimer(timer)));
-    reset();
     EXPECT_TRUE(failed(InitializeDescriptor() == nullptr));
-    reset();
     EXPECT_TRUE(failed(!SetNullDacl(descriptor)));
-    reset();
     SettingsValue value;
     EXPECT_TRUE(failed(!QuerySettingsValue(Hive::kMachine, L"key", L"name", &value)));
     EXPECT_THROW(OutputDebugText(L"text"), std::bad_alloc);

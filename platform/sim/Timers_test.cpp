@@ -32,8 +32,21 @@ protected:
             m_names.back().get());
     }
 
+    // Starts a thread whose wait the clock, set past a timer's due time, ends.
+    void StartWaitPastItsTime()
+    {
+        StartBody([this] {
+            Arm(m_timer, kStart + 3'600'000 * kMs, 1);
+            m_result = WaitForOne(m_event, INFINITE, TRUE);
+        });
+        m_machine.RunUntilIdle();
+        m_machine.SetLocalClock({2012, 7, 1, 2, 15, 0, 0, 0});
+    }
+
     CMachine m_machine;
+    DWORD m_result = WAIT_FAILED; // of that wait
     const WaitHandle m_event = CreateNamedEvent(L"event", nullptr);
+    const TimerPtr m_timer = MakeTimer();
     std::vector<int> m_ran;
 
 private:
@@ -46,8 +59,7 @@ private:
 
 TEST_F(SimTimer, RelativeTimerEndsAnAlertableWaitAtItsDueTime)
 {
-    const TimerPtr timer = MakeTimer();
-    EXPECT_TRUE(Arm(timer, -1'500 * kMs, 1));
+    EXPECT_TRUE(Arm(m_timer, -1'500 * kMs, 1));
     EXPECT_EQ(m_machine.ArmedTimerCount(), 1U);
     EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_IO_COMPLETION);
     EXPECT_EQ(m_machine.ElapsedMs(), 1'500);
@@ -58,8 +70,7 @@ TEST_F(SimTimer, RelativeTimerEndsAnAlertableWaitAtItsDueTime)
 
 TEST_F(SimTimer, WaitBelowAMillisecondStillTakesTime)
 {
-    const TimerPtr timer = MakeTimer();
-    Arm(timer, -(kMs + 1), 1);
+    Arm(m_timer, -(kMs + 1), 1);
     EXPECT_EQ(WaitForOne(m_event, 1, TRUE), WAIT_TIMEOUT);
     EXPECT_TRUE(m_ran.empty());
     EXPECT_EQ(WaitForOne(m_event, 1, TRUE), WAIT_IO_COMPLETION);
@@ -67,8 +78,7 @@ TEST_F(SimTimer, WaitBelowAMillisecondStillTakesTime)
 
 TEST_F(SimTimer, SignalledObjectComesBeforeADueRoutine)
 {
-    const TimerPtr timer = MakeTimer();
-    Arm(timer, 0, 1);
+    Arm(m_timer, 0, 1);
     SetNamedEvent(m_event);
     EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_OBJECT_0);
     EXPECT_TRUE(m_ran.empty());
@@ -77,24 +87,16 @@ TEST_F(SimTimer, SignalledObjectComesBeforeADueRoutine)
 
 TEST_F(SimTimer, PulseMissesAThreadWhoseWaitARoutineHasEnded)
 {
-    const TimerPtr timer = MakeTimer();
-    DWORD result = WAIT_FAILED;
-    StartBody([&] {
-        Arm(timer, kStart + 3'600'000 * kMs, 1);
-        result = WaitForOne(m_event, INFINITE, TRUE);
-    });
-    m_machine.RunUntilIdle();
-    m_machine.SetLocalClock({2012, 7, 1, 2, 15, 0, 0, 0});
+    StartWaitPastItsTime();
     PulseNamedEvent(m_event);
     m_machine.RunUntilIdle();
-    EXPECT_EQ(result, WAIT_IO_COMPLETION);
+    EXPECT_EQ(m_result, WAIT_IO_COMPLETION);
     EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_TIMEOUT);
 }
 
 TEST_F(SimTimer, TimerOfAThreadThatEndedNeverFallsDue)
 {
-    const TimerPtr timer = MakeTimer();
-    WaitForThread(StartBody([&] { Arm(timer, -1'000 * kMs, 1); }), INFINITE);
+    WaitForThread(StartBody([&] { Arm(m_timer, -1'000 * kMs, 1); }), INFINITE);
     EXPECT_EQ(m_machine.ArmedTimerCount(), 0U);
     EXPECT_EQ(WaitForOne(m_event, 2'000, TRUE), WAIT_TIMEOUT);
 }
@@ -114,17 +116,15 @@ TEST_F(SimTimer, SeveralDueRoutinesRunInTheOrderOfTheirDueTimes)
 
 TEST_F(SimTimer, AbsoluteDueTimeInThePastIsDueAtOnce)
 {
-    const TimerPtr timer = MakeTimer();
     for (const std::int64_t due : {std::int64_t{0}, std::int64_t{1}, kStart - 1, kStart}) {
-        Arm(timer, due, 1);
+        Arm(m_timer, due, 1);
         EXPECT_EQ(WaitForOne(m_event, 0, TRUE), WAIT_IO_COMPLETION) << due;
     }
 }
 
 TEST_F(SimTimer, AbsoluteTimerFollowsTheClockForward)
 {
-    const TimerPtr timer = MakeTimer();
-    Arm(timer, kStart + 3'600'000 * kMs, 1);
+    Arm(m_timer, kStart + 3'600'000 * kMs, 1);
     m_machine.RunFor(1'000);
     m_machine.SetLocalClock({2012, 7, 1, 2, 13, 59, 59, 0});
     EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_IO_COMPLETION);
@@ -133,8 +133,7 @@ TEST_F(SimTimer, AbsoluteTimerFollowsTheClockForward)
 
 TEST_F(SimTimer, AbsoluteTimerFollowsTheClockBack)
 {
-    const TimerPtr timer = MakeTimer();
-    Arm(timer, kStart + 3'600'000 * kMs, 1);
+    Arm(m_timer, kStart + 3'600'000 * kMs, 1);
     m_machine.SetLocalClock({2012, 7, 1, 2, 12, 0, 0, 0});
     EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_IO_COMPLETION);
     EXPECT_EQ(m_machine.ElapsedMs(), 7'200'000);
@@ -142,23 +141,15 @@ TEST_F(SimTimer, AbsoluteTimerFollowsTheClockBack)
 
 TEST_F(SimTimer, ClockSetPastTheDueTimeEndsAWaitThatIsGoingOn)
 {
-    const TimerPtr timer = MakeTimer();
-    DWORD result = WAIT_FAILED;
-    StartBody([&] {
-        Arm(timer, kStart + 3'600'000 * kMs, 1);
-        result = WaitForOne(m_event, INFINITE, TRUE);
-    });
+    StartWaitPastItsTime();
     m_machine.RunUntilIdle();
-    m_machine.SetLocalClock({2012, 7, 1, 2, 15, 0, 0, 0});
-    m_machine.RunUntilIdle();
-    EXPECT_EQ(result, WAIT_IO_COMPLETION);
+    EXPECT_EQ(m_result, WAIT_IO_COMPLETION);
     EXPECT_EQ(m_machine.ElapsedMs(), 0);
 }
 
 TEST_F(SimTimer, RelativeTimerAndTimeOutIgnoreTheClock)
 {
-    const TimerPtr timer = MakeTimer();
-    Arm(timer, -2'000 * kMs, 1);
+    Arm(m_timer, -2'000 * kMs, 1);
     m_machine.SetLocalClock({2013, 1, 2, 1, 0, 0, 0, 0});
     EXPECT_EQ(WaitForOne(m_event, 1'000, TRUE), WAIT_TIMEOUT);
     m_machine.SetLocalClock({2011, 1, 6, 1, 0, 0, 0, 0});
@@ -168,29 +159,10 @@ TEST_F(SimTimer, RelativeTimerAndTimeOutIgnoreTheClock)
 
 TEST_F(SimTimer, UtcOffsetDoesNotMoveAbsoluteTimers)
 {
-    const TimerPtr timer = MakeTimer();
-    Arm(timer, kStart + 1'000 * kMs, 1);
+    Arm(m_timer, kStart + 1'000 * kMs, 1);
     m_machine.SetUtcOffset(-300);
     EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_IO_COMPLETION);
     EXPECT_EQ(m_machine.ElapsedMs(), 1'000);
-}
-
-TEST_F(SimTimer, RoutineMayDisarmAnotherThatIsDue)
-{
-    struct Pair {
-        TimerPtr timer;
-        int ran;
-    } other{MakeTimer(), 0};
-    const TimerPtr first = MakeTimer();
-    LARGE_INTEGER due;
-    due.QuadPart = -1 * kMs;
-    ArmTimer(
-        first, &due, [](void* argument, DWORD, DWORD) { static_cast<Pair*>(argument)->timer.reset(); }, &other);
-    ArmTimer(
-        other.timer, &due, [](void* argument, DWORD, DWORD) { ++static_cast<Pair*>(argument)->ran; }, &other);
-    EXPECT_EQ(WaitForOne(m_event, INFINITE, TRUE), WAIT_IO_COMPLETION);
-    EXPECT_EQ(WaitForOne(m_event, 0, TRUE), WAIT_TIMEOUT);
-    EXPECT_EQ(other.ran, 0);
 }
 
 } // namespace
