@@ -14,11 +14,11 @@ bool IsOutside(const _AmporaOneData& record, ULONGLONG lower, ULONGLONG upper)
 {
     FILETIME fileTime{};
     platform::CalendarToFileTime(&record.stEnd, &fileTime);
-    if (lower > CountFromFileTime(fileTime)) {
+    if (lower > platform::CountOf(fileTime)) {
         return true;
     }
     platform::CalendarToFileTime(&record.stStart, &fileTime);
-    return upper < CountFromFileTime(fileTime);
+    return upper < platform::CountOf(fileTime);
 }
 
 // The bound of a period; 0 when it is no valid time.
@@ -26,7 +26,7 @@ ULONGLONG BoundOf(const SYSTEMTIME& calendar)
 {
     FILETIME fileTime{};
     platform::CalendarToFileTime(&calendar, &fileTime);
-    return CountFromFileTime(fileTime);
+    return platform::CountOf(fileTime);
 }
 
 } // namespace

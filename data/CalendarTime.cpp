@@ -22,11 +22,6 @@ SYSTEMTIME CalendarFromTime(std::int64_t time)
     return local;
 }
 
-ULONGLONG CountFromFileTime(const FILETIME& fileTime)
-{
-    return static_cast<ULONGLONG>(fileTime.dwHighDateTime) << 32 | fileTime.dwLowDateTime;
-}
-
 ULONGLONG CountFromTime(std::int64_t time)
 {
     const SYSTEMTIME calendar = CalendarFromTime(time);
@@ -35,5 +30,5 @@ ULONGLONG CountFromTime(std::int64_t time)
     if (!platform::CalendarToFileTime(&calendar, &local) || !platform::LocalToUtcFileTime(&local, &utc)) {
         return 0;
     }
-    return CountFromFileTime(utc);
+    return platform::CountOf(utc);
 }

@@ -1,18 +1,14 @@
 // Checked conversion between local calendar times, time values and the FILETIME scale (platform/Clock.h).
 #pragma once
 
+#include "platform/CodeException.h"
 #include "platform/Types.h"
 
-#include <stdexcept>
-
 // A date that cannot be converted.
-class COleException : public std::runtime_error {
+class COleException : public platform::CCodeException<HRESULT> {
 public:
-    explicit COleException(HRESULT code) : std::runtime_error("OLE exception"), m_sc(code) {}
-    HRESULT Code() const { return m_sc; }
-
-private:
-    HRESULT m_sc;
+    // code: one of the two below.
+    explicit COleException(HRESULT code) : CCodeException("OLE exception", code) {}
 };
 
 // Status codes that TimeFromCalendar throws.
@@ -27,9 +23,6 @@ std::int64_t TimeFromCalendar(const SYSTEMTIME& local);
 
 // The local calendar time of a time value, milliseconds 0; all zero when it cannot be converted. Any thread.
 SYSTEMTIME CalendarFromTime(std::int64_t time);
-
-// The 100-nanosecond units since 1601-01-01 00:00:00 that the halves make up. Any thread.
-ULONGLONG CountFromFileTime(const FILETIME& fileTime);
 
 // A time value on the FILETIME scale, in UTC; 0 when it cannot be converted. Goes by way of local calendar time, so
 // daylight saving is as LocalToUtcFileTime has it. Any thread.

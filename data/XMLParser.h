@@ -1,18 +1,14 @@
 // Loads an XML document and reads its nodes, with a trace line for every failure.
 #pragma once
 
+#include "platform/CodeException.h"
 #include "platform/Dom.h"
 
-#include <stdexcept>
-
 // A failure of the document object model itself.
-class CComException : public std::runtime_error {
+class CComException : public platform::CCodeException<HRESULT> {
 public:
-    explicit CComException(HRESULT code) : std::runtime_error("COM exception"), m_code(code) {}
-    HRESULT Code() const { return m_code; }
-
-private:
-    HRESULT m_code;
+    // code: the COM status.
+    explicit CComException(HRESULT code) : CCodeException("COM exception", code) {}
 };
 
 // Stateless. An object and the handles it gives belong to one thread, which must be inside an apartment

@@ -24,6 +24,16 @@ BOOL CalendarToFileTime(const SYSTEMTIME* calendar, FILETIME* fileTime);
 // a count of 0x8000000000000000 or more.
 BOOL FileTimeToCalendar(const FILETIME* fileTime, SYSTEMTIME* calendar);
 
+// The two halves of a FILETIME as one count of its units, and a count taken apart.
+constexpr std::uint64_t CountOf(const FILETIME& fileTime)
+{
+    return (std::uint64_t{fileTime.dwHighDateTime} << 32) | fileTime.dwLowDateTime;
+}
+constexpr FILETIME FileTimeOf(std::uint64_t count)
+{
+    return {static_cast<DWORD>(count & 0xFFFFFFFFU), static_cast<DWORD>(count >> 32)};
+}
+
 // Turns a local FILETIME into UTC. Daylight saving as the system's own function has it; FALSE on failure.
 BOOL LocalToUtcFileTime(const FILETIME* local, FILETIME* utc);
 

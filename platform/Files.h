@@ -1,11 +1,11 @@
 // Files and folders that other processes share. All functions may be called from any thread.
 #pragma once
 
+#include "platform/CodeException.h"
 #include "platform/Security.h"
 #include "platform/Types.h"
 
 #include <memory>
-#include <stdexcept>
 #include <vector>
 
 namespace platform {
@@ -14,14 +14,10 @@ namespace platform {
 extern const wchar_t* const kPathSeparator;
 
 // A write that failed.
-class CFileException : public std::runtime_error {
+class CFileException : public CCodeException<DWORD> {
 public:
-    explicit CFileException(DWORD code) : std::runtime_error("file exception"), m_code(code) {}
-    // The last-error code, such as 112 (disk full).
-    DWORD Code() const { return m_code; }
-
-private:
-    DWORD m_code;
+    // code: the last-error code, such as 112 (disk full).
+    explicit CFileException(DWORD code) : CCodeException("file exception", code) {}
 };
 
 // The folder for data common to all users, without a separator at its end, created when missing.

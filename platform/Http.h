@@ -5,10 +5,10 @@
 // most 10 redirects and to http only); proxies as the system has them set (Linux: from the environment).
 #pragma once
 
+#include "platform/CodeException.h"
 #include "platform/Types.h"
 
 #include <memory>
-#include <stdexcept>
 
 namespace platform {
 
@@ -19,14 +19,10 @@ inline constexpr DWORD kConnectionProxy = 4;
 inline constexpr DWORD kConnectionOffline = 32;
 
 // A fault of the internet layer.
-class CInternetException : public std::runtime_error {
+class CInternetException : public CCodeException<DWORD> {
 public:
-    explicit CInternetException(DWORD code) : std::runtime_error("internet exception"), m_code(code) {}
-    // The system's error number: Windows' own, or the HTTP library's.
-    DWORD Code() const { return m_code; }
-
-private:
-    DWORD m_code;
+    // code: the system's error number: Windows' own, or the HTTP library's.
+    explicit CInternetException(DWORD code) : CCodeException("internet exception", code) {}
 };
 
 // Whether the machine is on line. *flags: the bits above, 0 when nothing is known; must not be null. FALSE also when no

@@ -20,12 +20,7 @@ constexpr std::int64_t kEpochUnits = 116444736000000000; // 1970-01-01 on the FI
 
 bool Equal(const SYSTEMTIME& left, const SYSTEMTIME& right) { return std::memcmp(&left, &right, sizeof(left)) == 0; }
 
-FILETIME Units(std::uint64_t count) { return {static_cast<DWORD>(count), static_cast<DWORD>(count >> 32)}; }
-
-std::uint64_t CountOf(const FILETIME& time)
-{
-    return (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-}
+using platform::CountOf;
 
 std::uint64_t CountOf(const SYSTEMTIME& calendar)
 {
@@ -37,7 +32,7 @@ std::uint64_t CountOf(const SYSTEMTIME& calendar)
 // The same calendar time with its day of week.
 SYSTEMTIME WithDayOfWeek(const SYSTEMTIME& calendar)
 {
-    const FILETIME time = Units(CountOf(calendar));
+    const FILETIME time = FileTimeOf(CountOf(calendar));
     SYSTEMTIME result = {};
     EXPECT_TRUE(FileTimeToCalendar(&time, &result));
     return result;
@@ -182,7 +177,7 @@ TEST_F(ClockContract, FileTimeToCalendarFillsInTheDayOfWeek)
 
 TEST_F(ClockContract, FileTimeToCalendarDropsWhatIsBelowAMillisecond)
 {
-    const FILETIME time = Units(CountOf(Calendar(2012, 7, 2, 0, 0, 0, 5)) + 9999);
+    const FILETIME time = FileTimeOf(CountOf(Calendar(2012, 7, 2, 0, 0, 0, 5)) + 9999);
     SYSTEMTIME calendar = {};
     ASSERT_TRUE(FileTimeToCalendar(&time, &calendar));
     EXPECT_EQ(calendar.wMilliseconds, 5);
@@ -190,7 +185,7 @@ TEST_F(ClockContract, FileTimeToCalendarDropsWhatIsBelowAMillisecond)
 
 TEST_F(ClockContract, FileTimeToCalendarTakesTheLargestCount)
 {
-    const FILETIME largest = Units(0x7FFFFFFFFFFFFFFF);
+    const FILETIME largest = FileTimeOf(0x7FFFFFFFFFFFFFFF);
     SYSTEMTIME calendar = {};
     ASSERT_TRUE(FileTimeToCalendar(&largest, &calendar));
     SYSTEMTIME expected = Calendar(30828, 9, 14, 2, 48, 5, 477);
@@ -201,7 +196,7 @@ TEST_F(ClockContract, FileTimeToCalendarTakesTheLargestCount)
 TEST_F(ClockContract, FileTimeToCalendarRefusesALargerCount)
 {
     for (const std::uint64_t count : {0x8000000000000000U, 0xFFFFFFFFFFFFFFFFU}) {
-        const FILETIME time = Units(count);
+        const FILETIME time = FileTimeOf(count);
         SYSTEMTIME untouched = Calendar(1, 2, 3, 4, 5, 6, 7);
         EXPECT_TRUE(FailsWith(ERROR_INVALID_PARAMETER, [&] { return FileTimeToCalendar(&time, &untouched); }));
         EXPECT_TRUE(Equal(untouched, Calendar(1, 2, 3, 4, 5, 6, 7)));
@@ -214,7 +209,7 @@ TEST_F(ClockContract, LocalToUtcFileTimeOfNowIsTheTime)
     SYSTEMTIME now = {};
     ReadLocalClock(&now);
     const std::int64_t after = ReadTime();
-    const FILETIME local = Units(CountOf(now));
+    const FILETIME local = FileTimeOf(CountOf(now));
     FILETIME utc = {};
     ASSERT_TRUE(LocalToUtcFileTime(&local, &utc));
     const std::int64_t time = (static_cast<std::int64_t>(CountOf(utc)) - kEpochUnits) / kUnitsPerSecond;
@@ -281,7 +276,7 @@ TEST_F(ClockContract, LocalCalendarToTimeRefusesWhatLiesBefore1970OrAfter3000)
 {
     // One second before the earliest time, in whatever zone.
     const std::uint64_t earliest = CountOf(LocalOf(0));
-    const FILETIME before = Units(earliest - kUnitsPerSecond);
+    const FILETIME before = FileTimeOf(earliest - kUnitsPerSecond);
     SYSTEMTIME justBefore = {};
     ASSERT_TRUE(FileTimeToCalendar(&before, &justBefore));
     EXPECT_EQ(LocalCalendarToTime(justBefore), -1);

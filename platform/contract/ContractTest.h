@@ -84,7 +84,7 @@ inline std::int64_t ClockMs()
     platform::ReadLocalClock(&now);
     FILETIME fileTime = {};
     EXPECT_TRUE(platform::CalendarToFileTime(&now, &fileTime));
-    return ((static_cast<std::int64_t>(fileTime.dwHighDateTime) << 32) | fileTime.dwLowDateTime) / 10000;
+    return static_cast<std::int64_t>(platform::CountOf(fileTime)) / 10000;
 }
 inline constexpr std::int64_t kEarlyMs = 20;
 

@@ -67,13 +67,13 @@ BOOL CalendarToFileTime(const SYSTEMTIME* calendar, FILETIME* fileTime)
     if (!portable::CalendarToCount(*calendar, &count)) {
         return Refuse();
     }
-    *fileTime = portable::FileTimeOf(count);
+    *fileTime = FileTimeOf(count);
     return TRUE;
 }
 
 BOOL FileTimeToCalendar(const FILETIME* fileTime, SYSTEMTIME* calendar)
 {
-    return portable::CountToCalendar(portable::CountOf(*fileTime), calendar) ? TRUE : Refuse();
+    return portable::CountToCalendar(CountOf(*fileTime), calendar) ? TRUE : Refuse();
 }
 
 BOOL LocalToUtcFileTime(const FILETIME* local, FILETIME* utc)
@@ -83,13 +83,13 @@ BOOL LocalToUtcFileTime(const FILETIME* local, FILETIME* utc)
     if (!BreakDown(ReadWallClock().tv_sec, &now)) {
         return Refuse();
     }
-    const std::uint64_t count = portable::CountOf(*local);
+    const std::uint64_t count = CountOf(*local);
     const std::int64_t offset = now.tm_gmtoff * portable::kUnitsPerSecond;
     const std::uint64_t converted = count - static_cast<std::uint64_t>(offset);
     if (offset > 0 ? converted > count : converted < count) {
         return Refuse();
     }
-    *utc = portable::FileTimeOf(converted);
+    *utc = FileTimeOf(converted);
     return TRUE;
 }
 

@@ -81,7 +81,7 @@ TEST_F(LinuxClock, LocalToUtcAppliesTheDifferenceInForceNow)
         FILETIME local = {};
         ASSERT_TRUE(CalendarToFileTime(&calendar, &local));
         ASSERT_TRUE(LocalToUtcFileTime(&local, &utc));
-        EXPECT_EQ(portable::CountOf(local) - portable::CountOf(utc), 9 * 3600 * 10'000'000ULL);
+        EXPECT_EQ(CountOf(local) - CountOf(utc), 9 * 3600 * 10'000'000ULL);
     }
 }
 
@@ -89,7 +89,7 @@ TEST_F(LinuxClock, LocalToUtcRefusesWhatLeavesTheScale)
 {
     FILETIME utc = {1, 2};
     const FILETIME first = {};
-    const FILETIME last = portable::FileTimeOf(0xFFFFFFFFFFFFFFFF);
+    const FILETIME last = FileTimeOf(0xFFFFFFFFFFFFFFFF);
     SetZone(kJapan);
     SetLastErrorCode(0);
     EXPECT_FALSE(LocalToUtcFileTime(&first, &utc));

@@ -65,8 +65,8 @@ bool CThreadState::FindDueTimers()
 
 void CThreadState::RunDueTimers(std::unique_lock<std::mutex>& lock)
 {
-    const FILETIME now = portable::FileTimeOf(
-        static_cast<std::uint64_t>(ReadTime() * portable::kUnitsPerSecond + portable::kUnixEpochCount));
+    const FILETIME now =
+        FileTimeOf(static_cast<std::uint64_t>(ReadTime() * portable::kUnitsPerSecond + portable::kUnixEpochCount));
     // A routine may arm, disarm and close timers, so each round looks at the list anew.
     for (;;) {
         const auto due = std::ranges::find_if(m_armedTimers, &CTimer::m_isDue);

@@ -21,14 +21,4 @@ BOOL CalendarToCount(const SYSTEMTIME& calendar, std::uint64_t* count);
 // 0x8000000000000000 or more.
 BOOL CountToCalendar(std::uint64_t count, SYSTEMTIME* calendar);
 
-// The two halves of a count put together and taken apart.
-constexpr std::uint64_t CountOf(const FILETIME& fileTime)
-{
-    return (std::uint64_t{fileTime.dwHighDateTime} << 32) | fileTime.dwLowDateTime;
-}
-constexpr FILETIME FileTimeOf(std::uint64_t count)
-{
-    return {static_cast<DWORD>(count & 0xFFFFFFFFU), static_cast<DWORD>(count >> 32)};
-}
-
 } // namespace platform::portable

@@ -1,5 +1,6 @@
 #include "platform/portable/FileTime.h"
 
+#include "platform/Clock.h"
 #include "testing/Calendar.h"
 
 #include <gmock/gmock.h>

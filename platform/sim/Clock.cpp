@@ -33,13 +33,13 @@ BOOL CalendarToFileTime(const SYSTEMTIME* calendar, FILETIME* fileTime)
         SetLastErrorCode(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    *fileTime = portable::FileTimeOf(count);
+    *fileTime = FileTimeOf(count);
     return TRUE;
 }
 
 BOOL FileTimeToCalendar(const FILETIME* fileTime, SYSTEMTIME* calendar)
 {
-    if (!portable::CountToCalendar(portable::CountOf(*fileTime), calendar)) {
+    if (!portable::CountToCalendar(CountOf(*fileTime), calendar)) {
         SetLastErrorCode(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
@@ -51,8 +51,8 @@ BOOL LocalToUtcFileTime(const FILETIME* local, FILETIME* utc)
     if (sim::FailsByFault(Call::kLocalToUtcFileTime)) {
         return FALSE;
     }
-    const std::int64_t count = static_cast<std::int64_t>(portable::CountOf(*local)) - sim::Machine().PresentUtcOffset();
-    *utc = portable::FileTimeOf(static_cast<std::uint64_t>(count));
+    const std::int64_t count = static_cast<std::int64_t>(CountOf(*local)) - sim::Machine().PresentUtcOffset();
+    *utc = FileTimeOf(static_cast<std::uint64_t>(count));
     return TRUE;
 }
 

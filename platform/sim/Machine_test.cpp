@@ -63,7 +63,7 @@ TEST(SimClock, OffsetMovesLocalTimeOnly)
     const FILETIME localCount{5, 0x1000};
     FILETIME utcCount{};
     EXPECT_TRUE(LocalToUtcFileTime(&localCount, &utcCount));
-    EXPECT_EQ(portable::CountOf(utcCount) - portable::CountOf(localCount), 5 * 3'600 * 10'000'000ULL);
+    EXPECT_EQ(CountOf(utcCount) - CountOf(localCount), 5 * 3'600 * 10'000'000ULL);
 }
 
 TEST(SimClock, ConversionsRefuseWhatTheSystemRefuses)

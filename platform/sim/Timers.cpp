@@ -1,5 +1,6 @@
 #include "platform/sim/Timers.h"
 
+#include "platform/Clock.h"
 #include "platform/portable/FileTime.h"
 #include "platform/sim/KernelObjects.h"
 
@@ -70,7 +71,7 @@ bool CTimers::RunDueRoutines()
     // Looked for anew each time: a routine may disarm or close the timer whose routine would be next.
     while (const TimerPtr timer = FirstDueRoutine()) {
         timer->state = CTimer::State::kIdle;
-        const FILETIME due = portable::FileTimeOf(static_cast<std::uint64_t>(VirtualDue(*timer) + m_utcAtStart));
+        const FILETIME due = FileTimeOf(static_cast<std::uint64_t>(VirtualDue(*timer) + m_utcAtStart));
         timer->routine(timer->argument, due.dwLowDateTime, due.dwHighDateTime);
         anyRan = true;
     }
