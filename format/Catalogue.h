@@ -50,14 +50,14 @@ inline constexpr std::uint32_t kAllDataTypes =
 
 // A kind of data. Its report is at "/category/company/word".
 struct Kind {
-    std::uint32_t dataType; // data type code
-    CWord category;         // first word of the report's path
-    CWord word;             // its last word
-    CWord element;          // the report's element below the root
-    CWord item;             // the element below that, one per record
-    CWord name;             // for people
-    bool isTrimmed; // reports cover whole days, of which an update pass keeps its own period only; a peak is one
-                    // record, which is kept as it is
+    std::uint32_t dataType = 0; // data type code
+    CWord category;             // first word of the report's path
+    CWord word;                 // its last word
+    CWord element;              // the report's element below the root
+    CWord item;                 // the element below that, one per record
+    CWord name;                 // for people
+    bool isTrimmed = false; // reports cover whole days, of which an update pass keeps its own period only; a peak is
+                            // one record, which is kept as it is
 };
 
 // In the order of an update pass and of every list.
@@ -77,10 +77,10 @@ inline constexpr int kKansai = 6;
 inline constexpr int kKyushu = 9;
 
 struct Company {
-    int siteNumber;            // names it in the settings
-    CWord key;                 // names it in URLs and in the names of data files
-    CWord name;                // for people
-    std::uint32_t defaultMask; // data type codes that are asked for unless the settings say otherwise
+    int siteNumber = 0;            // names it in the settings
+    CWord key;                     // names it in URLs and in the names of data files
+    CWord name;                    // for people
+    std::uint32_t defaultMask = 0; // data type codes that are asked for unless the settings say otherwise
 };
 
 // In the order of every list. An update pass has its own (engine/AmporaUpdater.cpp).
