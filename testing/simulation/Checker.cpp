@@ -71,11 +71,6 @@ bool CChecker::Check(const Seen& seen)
     return !m_violation;
 }
 
-Seen CChecker::SeenOf(Moment moment, const WorkerState* worker) const
-{
-    return {m_state, moment, worker == nullptr ? nullptr : &m_state.programs.at(worker->processId), worker};
-}
-
 // --- What the simulation does
 
 void CChecker::OnProgramStarted(DWORD processId, unsigned session)
@@ -83,7 +78,6 @@ void CChecker::OnProgramStarted(DWORD processId, unsigned session)
     ProgramState& program = m_state.programs[processId];
     program.processId = processId;
     program.session = session;
-    program.mainThread = m_firstThreads.at(processId);
     OnOrder(processId, What::kStart);
     Note(program.Name() + " of session " + std::to_string(session));
 }
@@ -126,7 +120,7 @@ void CChecker::OnClockMoved(std::int64_t byMs)
 void CChecker::OnManualUpdate(unsigned session)
 {
     for (auto& [thread, worker] : m_state.workers) {
-        if (worker.session != session || worker.mustEndBy) {
+        if (worker.program->session != session || worker.mustEndBy) {
             continue;
         }
         if (worker.at == At::kWait) {
@@ -135,7 +129,9 @@ void CChecker::OnManualUpdate(unsigned session)
             return; // its wait for the mutex, or its rest, uses the event up
         }
     }
-    m_state.eventIsSet[session] = m_state.machine.NamedObjectExists(kUpdateEvent, session);
+    if (m_state.machine.NamedObjectExists(kUpdateEvent, session)) {
+        m_state.setEvents.insert(session);
+    }
 }
 
 void CChecker::OnFault(Call call)
@@ -227,7 +223,8 @@ void CChecker::CheckLeftovers() { Check({m_state, Moment::kTakenDown}); }
 ProgramState* CChecker::ProgramOfMain(const Caller& caller)
 {
     const auto found = m_state.programs.find(caller.processId);
-    return found != m_state.programs.end() && found->second.mainThread == caller.threadId ? &found->second : nullptr;
+    const bool isMain = found != m_state.programs.end() && !m_state.workers.contains(caller.threadId);
+    return isMain ? &found->second : nullptr;
 }
 
 bool CChecker::TakeOrder(Moment moment, ProgramState* program)
@@ -247,8 +244,7 @@ bool CChecker::TakeOrder(Moment moment, ProgramState* program)
 void CChecker::OnThreadStarted(const Caller& starter, const Caller& started)
 {
     if (starter.processId != started.processId) {
-        m_firstThreads[started.processId] = started.threadId; // of which kind the process is, is said right after this
-        return;
+        return; // the first thread of a process
     }
     ProgramState* program = ProgramOfMain(starter);
     if (!TakeOrder(Moment::kStarts, program)) {
@@ -257,10 +253,7 @@ void CChecker::OnThreadStarted(const Caller& starter, const Caller& started)
     Note("worker " + std::to_string(started.threadId) + " of " + program->Name());
     program->isStarted = true;
     program->worker = started.threadId;
-    m_state.workers[started.threadId] = {.threadId = started.threadId,
-                                         .processId = program->processId,
-                                         .session = program->session,
-                                         .sinceMs = m_state.Now()};
+    m_state.workers[started.threadId] = {.threadId = started.threadId, .program = program, .sinceMs = m_state.Now()};
 }
 
 void CChecker::OnEventPulsed(unsigned session, const CString& name, const Caller& caller)
@@ -269,7 +262,7 @@ void CChecker::OnEventPulsed(unsigned session, const CString& name, const Caller
     if (!TakeOrder(Moment::kPulses, program)) {
         return;
     }
-    m_state.eventIsSet[session] = false;
+    m_state.setEvents.erase(session);
     program->isStarted = false;
     program->freeMs = m_state.Now() + kStopMs;
     if (WorkerState* worker = WorkerOf(program->worker)) {
@@ -283,7 +276,7 @@ void CChecker::OnObjectMade(unsigned session, const CString& name)
 {
     // What had the name before is gone, whoever owned it.
     if (name == kUpdateEvent) {
-        m_state.eventIsSet[session] = false;
+        m_state.setEvents.erase(session);
     } else if (name == kUpdateMutex) {
         m_state.mutexOwner = 0;
     }
@@ -319,8 +312,7 @@ void CChecker::OnThreadEnded(const Caller& thread)
     if (const WorkerState* worker = WorkerOf(thread.threadId)) {
         Note(worker->Name() + " ends");
         Check(SeenOf(Moment::kWorkerEnds, worker));
-        bool& isDone = m_state.programs.at(worker->processId).initialUpdateDone;
-        isDone = isDone || worker->isInitial;
+        worker->program->initialUpdateDone |= worker->isInitial;
         m_state.workers.erase(thread.threadId);
     }
 }
@@ -395,16 +387,14 @@ void CChecker::OnDecision(WorkerState& worker, bool isEnabled)
     worker.isInitial = worker.at == At::kStart;
     // A wait that the event ended uses it up, and the wait for a mutex that is not free does.
     if (worker.at == At::kWait || (isEnabled && m_state.mutexOwner != 0)) {
-        m_state.eventIsSet[worker.session] = false;
+        m_state.setEvents.erase(worker.program->session);
     }
     if (isEnabled) {
         worker.pass = {};
         MoveTo(worker, At::kTurn);
         return;
     }
-    ProgramState& program = m_state.programs.at(worker.processId);
-    const bool hadFirstPass = std::exchange(program.initialUpdateDone, true);
-    MoveTo(worker, hadFirstPass ? At::kInterval : At::kBase);
+    MoveTo(worker, std::exchange(worker.program->initialUpdateDone, true) ? At::kInterval : At::kBase);
 }
 
 void CChecker::OnBaseSettings(WorkerState& worker)
@@ -469,8 +459,8 @@ void CChecker::OnMutexReleased(unsigned /*session*/, const CString& name, const 
     Seen seen = SeenOf(Moment::kGivesMutex, worker);
     seen.isAbandoned = abandoned;
     if (Check(seen) && !worker->mustEndBy) {
-        m_state.lastPasses[worker->session] = ++m_state.passes;
-        m_state.programs.at(worker->processId).initialUpdateDone = true;
+        m_state.lastPasses[worker->program->session] = ++m_state.passes;
+        worker->program->initialUpdateDone = true;
         MoveTo(*worker, At::kInterval);
     }
 }

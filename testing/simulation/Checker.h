@@ -79,7 +79,10 @@ private:
     // Whether the invariants of the moment hold, and all did before.
     bool Check(const Seen& seen);
     // worker: null for a thread that is none.
-    Seen SeenOf(Moment moment, const WorkerState* worker) const;
+    Seen SeenOf(Moment moment, const WorkerState* worker) const
+    {
+        return {m_state, moment, worker == nullptr ? nullptr : worker->program, worker};
+    }
     void Note(const std::string& line) { m_log.Add(m_state.Now(), line); }
 
     // Null for other threads. A worker's download that has ended has been taken into account.
@@ -104,7 +107,6 @@ private:
     const Answerer m_answer;
     State m_state;
     std::optional<Violation> m_violation = {};
-    std::map<DWORD, DWORD> m_firstThreads = {}; // by process
     bool m_isConnected = true;
     CString m_heldPath = {};
     std::uint64_t m_requests = 0;

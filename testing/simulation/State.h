@@ -24,7 +24,6 @@ struct Order {
 struct ProgramState {
     DWORD processId = 0;
     unsigned session = 0;
-    DWORD mainThread = 0;
     bool isStarted = false; // its updater
     bool initialUpdateDone = false;
     bool getsSessionNotices = true;
@@ -56,8 +55,7 @@ struct WorkerState {
     };
 
     DWORD threadId = 0;
-    DWORD processId = 0;
-    unsigned session = 0;
+    ProgramState* program = nullptr; // never null
     At at = At::kStart;
     std::int64_t sinceMs = 0;     // when it got there, or when the event ended its wait
     bool isInitial = false;       // its first pass is the program's first one
@@ -70,10 +68,7 @@ struct WorkerState {
     bool writeFailed = false;                      // of the file that it is writing
     PassState pass = {};
 
-    std::string Name() const
-    {
-        return "worker " + std::to_string(threadId) + " of program " + std::to_string(processId);
-    }
+    std::string Name() const { return "worker " + std::to_string(threadId) + " of " + program->Name(); }
     bool IsIn(PassState::Step step) const { return at == At::kPass && pass.step == step; }
     std::int64_t NumberOr(const CString& name, std::int64_t other) const
     {
@@ -96,11 +91,7 @@ struct State {
     }
     std::int64_t Now() const { return machine.ElapsedMs(); }
     UtcMs UtcNow() const { return utcAtStart + Now(); }
-    bool IsEventSet(const WorkerState& worker) const
-    {
-        const auto found = eventIsSet.find(worker.session);
-        return found != eventIsSet.end() && found->second;
-    }
+    bool IsEventSet(const WorkerState& worker) const { return setEvents.contains(worker.program->session); }
 
     const platform::sim::CMachine& machine;
     UtcMs utcAtStart; // moved when the clock is
@@ -108,7 +99,7 @@ struct State {
     std::map<DWORD, ProgramState> programs = {};  // by process
     std::set<DWORD> shortCopies = {};             // processes that have not returned
     std::map<DWORD, WorkerState> workers = {};    // by thread
-    std::map<unsigned, bool> eventIsSet = {};     // the update event, by session
+    std::set<unsigned> setEvents = {};            // sessions whose update event is set
     DWORD mutexOwner = 0;                         // a thread; 0: the update mutex is free
     std::map<CString, WrittenFile> files = {};    // by path
     std::map<unsigned, unsigned> lastPasses = {}; // number of the last pass, by session
