@@ -11,7 +11,6 @@ namespace {
 
 using platform::sim::Call;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing_support::CalendarText;
 using testing_support::CountTrace;
 using testing_support::RecordText;
@@ -77,21 +76,17 @@ TEST_F(AmporaDataCollection, DurationKeepsTheStartAsItIs)
     EXPECT_EQ(RecordText(m_list.Records().front()), "1 2012-07-02(6) 13:00:00.999 to 2012-07-02(1) 13:00:00.000");
 }
 
-TEST_F(AmporaDataCollection, DurationRunsOverMidnightMonthAndYear)
+TEST_F(AmporaDataCollection, DurationIsAddedToTheStart)
 {
     EXPECT_EQ(EndOf({2012, 12, 1, 31, 23, 55, 0, 0}, 600), "2013-01-01(2) 00:05:00.000");
     EXPECT_EQ(EndOf({2012, 2, 2, 28, 23, 59, 59, 0}, 1), "2012-02-29(3) 00:00:00.000");
-}
-
-TEST_F(AmporaDataCollection, DurationMayBeNegative)
-{
     EXPECT_EQ(EndOf({2012, 7, 1, 2, 0, 0, 0, 0}, -60), "2012-07-01(0) 23:59:00.000");
-}
-
-TEST_F(AmporaDataCollection, DurationTakesAllThirtyTwoBitsWithTheirSign)
-{
+    // All thirty-two bits count, with their sign.
     EXPECT_EQ(EndOf({2012, 7, 1, 2, 13, 0, 0, 0}, 0x7FFFFFFF), "2080-07-20(6) 16:14:07.000");
     EXPECT_EQ(EndOf({2012, 7, 1, 2, 13, 0, 0, 0}, static_cast<LONG>(0xFFFFFFFF)), "2012-07-02(1) 12:59:59.000");
+    // A negative sum gives an end that is all zero.
+    EXPECT_EQ(EndOf({1601, 1, 1, 1, 0, 0, 0, 0}, -1), "0000-00-00(0) 00:00:00.000");
+    EXPECT_EQ(EndOf({1970, 1, 4, 1, 9, 0, 0, 0}, -1), "0000-00-00(0) 00:00:00.000");
 }
 
 TEST_F(AmporaDataCollection, AStartBefore1900CountsAs1970InUtc)
@@ -102,36 +97,20 @@ TEST_F(AmporaDataCollection, AStartBefore1900CountsAs1970InUtc)
     EXPECT_EQ(CalendarText(m_list.Records().front().stStart), "1601-01-01(1) 00:00:00.000");
 }
 
-TEST_F(AmporaDataCollection, ANegativeSumGivesAnAllZeroEnd)
-{
-    EXPECT_EQ(EndOf({1601, 1, 1, 1, 0, 0, 0, 0}, -1), "0000-00-00(0) 00:00:00.000");
-    EXPECT_EQ(EndOf({1970, 1, 4, 1, 9, 0, 0, 0}, -1), "0000-00-00(0) 00:00:00.000");
-}
-
 TEST_F(AmporaDataCollection, AFailingConversionBackGivesAnAllZeroEnd)
 {
     m_machine.FailCall(Call::kTimeToLocalCalendar, 1, ERROR_INVALID_PARAMETER);
     EXPECT_EQ(EndOf({2012, 7, 1, 2, 13, 0, 0, 0}, 300), "0000-00-00(0) 00:00:00.000");
 }
 
-TEST_F(AmporaDataCollection, AStartFrom1900OnThatLiesBefore1970Throws)
+TEST_F(AmporaDataCollection, AStartFrom1900OnThatCannotBeConvertedThrows)
 {
-    EXPECT_THROW(m_list.AddAmporaData({1950, 1, 0, 1, 0, 0, 0, 0}, 300, 1), COleException);
-    EXPECT_THROW(m_list.AddAmporaData({1900, 1, 1, 1, 0, 0, 0, 0}, 300, 1), COleException);
+    for (const SYSTEMTIME& start : {SYSTEMTIME{1950, 1, 0, 1, 0, 0, 0, 0}, SYSTEMTIME{1900, 1, 1, 1, 0, 0, 0, 0},
+                                    SYSTEMTIME{3001, 2, 0, 1, 0, 0, 0, 0}, kInvalid}) {
+        EXPECT_THROW(m_list.AddAmporaData(start, 300, 1), COleException) << CalendarText(start);
+    }
     EXPECT_TRUE(m_list.Records().empty());
     EXPECT_TRUE(testing_support::TraceScopesBalance(TraceLines()));
-}
-
-TEST_F(AmporaDataCollection, AStartAfterTheYear3000Throws)
-{
-    EXPECT_THROW(m_list.AddAmporaData({3001, 2, 0, 1, 0, 0, 0, 0}, 300, 1), COleException);
-    EXPECT_TRUE(m_list.Records().empty());
-}
-
-TEST_F(AmporaDataCollection, AnInvalidStartFrom1900OnThrows)
-{
-    EXPECT_THROW(m_list.AddAmporaData(kInvalid, 300, 1), COleException);
-    EXPECT_TRUE(m_list.Records().empty());
 }
 
 TEST_F(AmporaDataCollection, IntervalKeepsBothTimesAsTheyAre)
@@ -206,30 +185,76 @@ TEST_F(AmporaDataCollection, AdjustingAnEmptyListOnlyTracesItsScope)
     EXPECT_THAT(TraceLines(), ElementsAre(Line("AdjustData", "Enter"), Line("AdjustData", "Leave")));
 }
 
-TEST_F(AmporaDataCollection, AdjustingKeepsRecordsThatTouchThePeriod)
-{
-    m_list.AddAmporaData({2012, 7, 0, 1, 23, 55, 0, 0}, kDayStart, 1); // ends exactly at the first moment
-    m_list.AddAmporaData({2012, 7, 0, 2, 12, 0, 0, 0}, {2012, 7, 0, 2, 12, 5, 0, 0}, 2);
-    m_list.AddAmporaData(kDayEnd, {2012, 7, 0, 3, 0, 5, 0, 0}, 3); // begins exactly at the last moment
-    m_list.AddAmporaData({2012, 7, 0, 1, 0, 0, 0, 0}, {2012, 7, 0, 5, 0, 0, 0, 0}, 4); // around the period
-    m_machine.ClearDebugLines();
-    m_list.AdjustData(kDayStart, kDayEnd);
-    EXPECT_THAT(Values(), ElementsAre(1, 2, 3, 4));
-    EXPECT_THAT(TraceMessages(), IsEmpty());
-}
+// Records, numbered from 1, and which of them are left when the list is adjusted to a period.
+struct Adjustment {
+    const char* name = "";
+    std::vector<std::pair<SYSTEMTIME, SYSTEMTIME>> records = {};
+    std::vector<ULONGLONG> left = {};
+    SYSTEMTIME lower = kDayStart;
+    SYSTEMTIME upper = kDayEnd;
+};
 
-TEST_F(AmporaDataCollection, AdjustingRemovesRecordsThatLieWhollyOutside)
+std::ostream& operator<<(std::ostream& stream, const Adjustment& test) { return stream << test.name; }
+
+constexpr SYSTEMTIME kNoon{2012, 7, 0, 2, 12, 0, 0, 0};
+constexpr SYSTEMTIME kAfterNoon{2012, 7, 0, 2, 12, 5, 0, 0};
+constexpr SYSTEMTIME kNextDay{2012, 7, 0, 3, 0, 0, 0, 0};
+constexpr SYSTEMTIME kIntoNextDay{2012, 7, 0, 3, 0, 5, 0, 0};
+constexpr SYSTEMTIME kDayBefore{2012, 7, 0, 1, 0, 0, 0, 0};
+constexpr SYSTEMTIME kEarliest{1601, 1, 1, 1, 0, 0, 0, 0};
+
+const Adjustment kAdjustments[] = {
+    {"KeepsRecordsThatTouchThePeriod",
+     {{{2012, 7, 0, 1, 23, 55, 0, 0}, kDayStart}, // ends exactly at the first moment
+      {kNoon, kAfterNoon},
+      {kDayEnd, kIntoNextDay},                    // begins exactly at the last moment
+      {kDayBefore, {2012, 7, 0, 5, 0, 0, 0, 0}}}, // around the period
+     {1, 2, 3, 4}},
+    {"RemovesRecordsThatLieWhollyOutside",
+     {{{2012, 7, 0, 1, 23, 0, 0, 0}, {2012, 7, 0, 1, 23, 59, 59, 999}}, // a millisecond too early
+      {kDayStart, kDayEnd},
+      {kNextDay, kIntoNextDay},                        // begins one second after the end
+      {{2012, 7, 0, 2, 23, 59, 59, 1}, kIntoNextDay}}, // a millisecond too late
+     {2}},
+    {"DoesNotLookAtDaysOfWeek",
+     {{{2012, 7, 6, 2, 0, 0, 0, 0}, {2012, 7, 99, 2, 0, 5, 0, 0}}},
+     {1},
+     {2012, 7, 3, 2, 0, 0, 0, 0},
+     {2012, 7, 5, 2, 23, 59, 59, 0}},
+    {"RemovesAnAllZeroEnd", {{kDayStart, kZero}}, {}},
+    {"HasAnInvalidLowerBoundBelowEverything", {{kEarliest, kEarliest}, {kDayStart, kZero}}, {1, 2}, kInvalid},
+    {"HasAnInvalidUpperBoundBelowEveryStart",
+     {{kDayStart, kDayEnd}, {kEarliest, kDayEnd}}, // the second starts exactly there
+     {2},
+     kDayStart,
+     kInvalid},
+    {"TakesTheEndForAnInvalidStart",
+     {{kInvalid, kNoon}, {kInvalid, kNextDay}}, // they end inside, and after the period
+     {1}},
+    {"RemovesWhatAReversedPeriodDoesNotCross",
+     {{kNoon, kAfterNoon}, {kDayBefore, {2012, 7, 0, 4, 0, 0, 0, 0}}},
+     {2},
+     kDayEnd,
+     kDayStart},
+};
+
+class AmporaDataCollectionAdjusting : public AmporaDataCollection, public testing::WithParamInterface<Adjustment> {};
+
+INSTANTIATE_TEST_SUITE_P(It, AmporaDataCollectionAdjusting, testing::ValuesIn(kAdjustments),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_P(AmporaDataCollectionAdjusting, LeavesTheRecordsOfThePeriod)
 {
-    m_list.AddAmporaData({2012, 7, 0, 1, 23, 0, 0, 0}, {2012, 7, 0, 1, 23, 59, 59, 999}, 1); // a millisecond too early
-    m_list.AddAmporaData(kDayStart, kDayEnd, 2);
-    m_list.AddAmporaData({2012, 7, 0, 3, 0, 0, 0, 0}, {2012, 7, 0, 3, 0, 5, 0, 0},
-                         3); // begins one second after the end
-    m_list.AddAmporaData({2012, 7, 0, 2, 23, 59, 59, 1}, {2012, 7, 0, 3, 0, 5, 0, 0}, 4); // a millisecond too late
+    for (const auto& [start, end] : GetParam().records) {
+        m_list.AddAmporaData(start, end, m_list.Records().size() + 1);
+    }
     m_machine.ClearDebugLines();
-    m_list.AdjustData(kDayStart, kDayEnd);
-    EXPECT_THAT(Values(), ElementsAre(2));
-    EXPECT_THAT(TraceLines(),
-                ElementsAre(Line("AdjustData", "Enter"), kRemoved, kRemoved, kRemoved, Line("AdjustData", "Leave")));
+    m_list.AdjustData(GetParam().lower, GetParam().upper);
+    EXPECT_EQ(Values(), GetParam().left);
+    const std::size_t removed = GetParam().records.size() - GetParam().left.size();
+    EXPECT_EQ(TraceMessages(), std::vector(removed, kRemoved));
+    EXPECT_EQ(TraceLines().front(), Line("AdjustData", "Enter"));
+    EXPECT_EQ(TraceLines().back(), Line("AdjustData", "Leave"));
 }
 
 TEST_F(AmporaDataCollection, AdjustingMayRemoveEverything)
@@ -243,52 +268,6 @@ TEST_F(AmporaDataCollection, AdjustingMayRemoveEverything)
 
     m_list.AddAmporaData(kDayStart, kDayEnd, 7); // and the list can be used again
     EXPECT_THAT(Values(), ElementsAre(7));
-}
-
-TEST_F(AmporaDataCollection, AdjustingDoesNotLookAtDaysOfWeek)
-{
-    m_list.AddAmporaData({2012, 7, 6, 2, 0, 0, 0, 0}, {2012, 7, 99, 2, 0, 5, 0, 0}, 1);
-    m_list.AdjustData({2012, 7, 3, 2, 0, 0, 0, 0}, {2012, 7, 5, 2, 23, 59, 59, 0});
-    EXPECT_THAT(Values(), ElementsAre(1));
-}
-
-TEST_F(AmporaDataCollection, AnAllZeroEndIsRemovedWhenTheLowerBoundIsValid)
-{
-    m_list.AddAmporaData(kDayStart, kZero, 1);
-    m_list.AdjustData(kDayStart, kDayEnd);
-    EXPECT_THAT(Values(), IsEmpty());
-}
-
-TEST_F(AmporaDataCollection, AnInvalidLowerBoundIsBelowEverything)
-{
-    m_list.AddAmporaData({1601, 1, 1, 1, 0, 0, 0, 0}, {1601, 1, 1, 1, 0, 0, 0, 0}, 1);
-    m_list.AddAmporaData(kDayStart, kZero, 2);
-    m_list.AdjustData(kInvalid, kDayEnd);
-    EXPECT_THAT(Values(), ElementsAre(1, 2));
-}
-
-TEST_F(AmporaDataCollection, AnInvalidUpperBoundIsBelowEveryStart)
-{
-    m_list.AddAmporaData(kDayStart, kDayEnd, 1);
-    m_list.AddAmporaData({1601, 1, 1, 1, 0, 0, 0, 0}, kDayEnd, 2); // starts exactly there
-    m_list.AdjustData(kDayStart, kInvalid);
-    EXPECT_THAT(Values(), ElementsAre(2));
-}
-
-TEST_F(AmporaDataCollection, TheEndStandsInForAnInvalidStart)
-{
-    m_list.AddAmporaData(kInvalid, {2012, 7, 0, 2, 12, 0, 0, 0}, 1); // ends inside
-    m_list.AddAmporaData(kInvalid, {2012, 7, 0, 3, 0, 0, 0, 0}, 2);  // ends after the period
-    m_list.AdjustData(kDayStart, kDayEnd);
-    EXPECT_THAT(Values(), ElementsAre(1));
-}
-
-TEST_F(AmporaDataCollection, AReversedPeriodRemovesWhatItDoesNotCross)
-{
-    m_list.AddAmporaData({2012, 7, 0, 2, 12, 0, 0, 0}, {2012, 7, 0, 2, 12, 5, 0, 0}, 1);
-    m_list.AddAmporaData({2012, 7, 0, 1, 0, 0, 0, 0}, {2012, 7, 0, 4, 0, 0, 0, 0}, 2);
-    m_list.AdjustData(kDayEnd, kDayStart);
-    EXPECT_THAT(Values(), ElementsAre(2));
 }
 
 TEST_F(AmporaDataCollection, AdjustingWalksFromTheTailToTheHead)
