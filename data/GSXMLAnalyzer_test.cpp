@@ -234,29 +234,31 @@ TEST_P(GSXMLAnalyzerUnloadable, GivesNull)
 INSTANTIATE_TEST_SUITE_P(Texts, GSXMLAnalyzerUnloadable, testing::ValuesIn(testing_support::UnloadableReports()),
                          [](const auto& test) { return test.param.name; });
 
+std::string Repeated(const std::string& text, int count)
+{
+    std::string all;
+    for (int i = 0; i < count; ++i) {
+        all += text;
+    }
+    return all;
+}
+
 // Reports of some kB whose entities stand for 40 or 100 million characters, which no limit on nesting stops.
 std::vector<NamedReport> EntityBombs()
 {
-    const auto repeated = [](const std::string& text, int count) {
-        std::string all;
-        for (int i = 0; i < count; ++i) {
-            all += text;
-        }
-        return all;
-    };
     const auto report = [](const std::string& entities, const UsageRow& usage) {
         return "<!DOCTYPE power_report [" + entities + "]>" +
                ElementXml("power_report", ElementXml("instant_usage", UsageXml(usage)));
     };
     const std::string square = "<!ENTITY e \"" + std::string(20'000, '9') + "\">";
     const std::string cube =
-        "<!ENTITY d \"" + std::string(1'000, '9') + "\"><!ENTITY e \"" + repeated("&d;", 100) + "\">";
+        "<!ENTITY d \"" + std::string(1'000, '9') + "\"><!ENTITY e \"" + Repeated("&d;", 100) + "\">";
     return {
-        {"SquareInAValue", report(square, {.value = repeated("&e;", 2'000)})},
-        {"SquareInADuration", report(square, {.duration = repeated("&e;", 2'000)})},
-        {"SquareInADateTime", report(square, {.datetime = repeated("&e;", 2'000)})},
-        {"CubeInAValue", report(cube, {.value = repeated("&e;", 1'000)})},
-        {"CubeInADuration", report(cube, {.duration = repeated("&e;", 1'000)})},
+        {"SquareInAValue", report(square, {.value = Repeated("&e;", 2'000)})},
+        {"SquareInADuration", report(square, {.duration = Repeated("&e;", 2'000)})},
+        {"SquareInADateTime", report(square, {.datetime = Repeated("&e;", 2'000)})},
+        {"CubeInAValue", report(cube, {.value = Repeated("&e;", 1'000)})},
+        {"CubeInADuration", report(cube, {.duration = Repeated("&e;", 1'000)})},
     };
 }
 
@@ -793,17 +795,7 @@ TEST_P(GSXMLAnalyzerPeakTag, HasTheValueZeroWhenItsTextCannotBeRead)
 // Hostile documents
 
 // depth elements inside each other, around nothing.
-std::string Nested(int depth)
-{
-    std::string xml;
-    for (int i = 0; i < depth; ++i) {
-        xml += "<n>";
-    }
-    for (int i = 0; i < depth; ++i) {
-        xml += "</n>";
-    }
-    return xml;
-}
+std::string Nested(int depth) { return Repeated("<n>", depth) + Repeated("</n>", depth); }
 
 TEST_F(GSXMLAnalyzer, NestedElementsAreOneUnknownChild)
 {
