@@ -43,6 +43,15 @@ function(ampora_test_options name)
   target_compile_options(${name} PRIVATE -O0 -g1)
 endfunction()
 
+# Precompiles, once for all test programs, the test framework's headers and what comes with them.
+function(ampora_precompile_test_headers)
+  file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/TestHeaders.cpp" CONTENT "// a library needs a source\n")
+  add_library(ampora_test_headers OBJECT "${PROJECT_BINARY_DIR}/TestHeaders.cpp")
+  ampora_test_options(ampora_test_headers)
+  target_link_libraries(ampora_test_headers PRIVATE ampora_options GTest::gmock)
+  target_precompile_headers(ampora_test_headers PRIVATE <gmock/gmock.h>)
+endfunction()
+
 # Registers the cases of a test program. On Linux each case is a CTest test and so has a process of its own. wine takes
 # longer to start a process than most cases take, so there the program is one CTest test, and its cases run together.
 function(ampora_register_cases name timeout left_out)
@@ -71,6 +80,7 @@ function(ampora_test name)
   add_executable(${name} ${arg_SOURCES})
   set_target_properties(${name} PROPERTIES AMPORA_PLATFORM ${arg_PLATFORM})
   ampora_test_options(${name})
+  target_precompile_headers(${name} REUSE_FROM ampora_test_headers)
   if(arg_PLATFORM STREQUAL ampora_platform_sim)
     target_link_libraries(${name} PRIVATE ampora_testing_sim)
   endif()
