@@ -97,13 +97,13 @@ BOOL CGSXMLAnalyzer::AnalyzeEstimatedTag(const DomNodePtr& node, CAmporaDataColl
 BOOL CGSXMLAnalyzer::AnalyzePeakSupplyTag(const DomNodePtr& node, CAmporaDataCollection* collection)
 {
     return AnalyzePeak(L"CGSXMLAnalyzer::AnalyzePeakSupplyTag", node, collection,
-                       {kSupply.element.Wide(), L"supply", L"NOT supply tag", L"NOT supply Attributes"});
+                       {kSupply.element.Wide(), kSupply.item.Wide(), L"NOT supply tag", L"NOT supply Attributes"});
 }
 
 BOOL CGSXMLAnalyzer::AnalyzePeakDemandTag(const DomNodePtr& node, CAmporaDataCollection* collection)
 {
     return AnalyzePeak(L"CGSXMLAnalyzer::AnalyzePeakDemandTag", node, collection,
-                       {kDemand.element.Wide(), L"demand", L"NOT demand tag", L"NOT demand Attributes"});
+                       {kDemand.element.Wide(), kDemand.item.Wide(), L"NOT demand tag", L"NOT demand Attributes"});
 }
 
 std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeData(const DomElementPtr& element)
