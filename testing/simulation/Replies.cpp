@@ -51,7 +51,7 @@ DrawnReport DrawPeak(CGenerator& generator, const TestKind& kind, LocalMs day)
     return {ReportOf(kind, PeakXml(kind.item, PeakOf(record))), {record}};
 }
 
-// An answer of which nothing comes to use.
+// Makes the answer one that gives no records.
 void Spoil(Reply& reply, HttpFault fault, const char* name)
 {
     reply.answer.fault = fault;
