@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <string>
+#include <vector>
 
 // What the catalogue has to say is written down here anew: these texts are addresses, file names and element names that
 // others rely on.
@@ -41,6 +42,7 @@ std::string Text(const catalogue::Kind& kind)
 TEST(Catalogue, ListsTheCompaniesInTheirOrder)
 {
     std::vector<std::string> rows;
+    rows.reserve(catalogue::kCompanies.size());
     for (const catalogue::Company& company : catalogue::kCompanies) {
         rows.push_back(Text(company));
     }
@@ -51,6 +53,7 @@ TEST(Catalogue, ListsTheCompaniesInTheirOrder)
 TEST(Catalogue, ListsTheKindsInTheirOrder)
 {
     std::vector<std::string> rows;
+    rows.reserve(catalogue::kKinds.size());
     for (const catalogue::Kind& kind : catalogue::kKinds) {
         rows.push_back(Text(kind));
     }

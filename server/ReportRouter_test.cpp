@@ -49,6 +49,7 @@ TEST(ReportRouter, ReportIsAWholeDocument)
     ExpectDocument("/peak/kyushu/demand?date=2012-07-02&output=xml", "peak_demand", "demand", {peak},
                    SampleRecords(kKyushu, kPeakDemand, kDay, kNow));
     std::vector<std::string> hours;
+    hours.reserve(24);
     for (int hour = 0; hour < 24; ++hour) {
         hours.push_back("datetime=\"2012-07-01T" + std::to_string(hour / 10) + std::to_string(hour % 10) +
                         ":00:00\" duration=\"3600\"");

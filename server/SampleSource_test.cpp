@@ -49,6 +49,7 @@ TEST(SampleSource, DayHasWhatIsKnownByNow)
     // Numbers of Tokyo's records: instant, actual, estimated, supply, demand.
     const auto counts = [](year_month_day day, LocalTime now) {
         std::vector<std::size_t> sizes;
+        sizes.reserve(5);
         for (const std::uint32_t kind : {kInstantUsage, kActualUsage, kEstimatedUsage, kPeakSupply, kPeakDemand}) {
             sizes.push_back(SampleRecords(kTokyo, kind, day, now).size());
         }
