@@ -18,7 +18,7 @@ class CTraceLog;
 // A usage element skips its bad children. A peak element reads its first child only and fails on any fault in it. A
 // text that is not a number counts as 0, one that is not a valid time as 1601-01-01 00:00:00 (Scan.h).
 //
-// Stateless between calls. Belongs to one thread, which must be inside an apartment (platform/Thread.h). The
+// Stateless between calls. Belongs to one thread, which must be inside an apartment (platform/Apartment.h). The
 // owner calls Initialize after constructing it and Finalize before destroying it.
 class CGSXMLAnalyzer : public CAmporaAnalyzer, public CXMLParser {
 public:

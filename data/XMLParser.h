@@ -12,7 +12,7 @@ public:
 };
 
 // Stateless. An object and the handles it gives belong to one thread, which must be inside an apartment
-// (platform/Thread.h). Handles belong to the caller; a null one means failure. Only Load and LoadFile throw: running
+// (platform/Apartment.h). Handles belong to the caller; a null one means failure. Only Load and LoadFile throw: running
 // out of memory while reading is a failure like others. (The caller makes the texts that are passed by value.)
 class CXMLParser {
 public:

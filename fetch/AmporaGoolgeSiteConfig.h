@@ -6,7 +6,7 @@
 class CGSXMLAnalyzer;
 
 // Builds the URL of a report, has its answer analysed and writes the data file. The derived class decides whose reports
-// they are and whether they are wanted. Used by one thread, which must be inside an apartment (platform/Thread.h).
+// they are and whether they are wanted. Used by one thread, which must be inside an apartment (platform/Apartment.h).
 class CAmporaGoolgeSiteConfig : public CAmporaSiteConfig {
 public:
     CAmporaGoolgeSiteConfig();

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-// Used by one thread, which must be inside an apartment (platform/Thread.h).
+// Used by one thread, which must be inside an apartment (platform/Apartment.h).
 class CAmporaSiteConfig {
 public:
     CAmporaSiteConfig();
