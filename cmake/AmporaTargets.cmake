@@ -40,7 +40,7 @@ endfunction()
 # Compiles a test program's own sources quickly: the tests themselves run for moments, but take more than twice as long
 # to compile when they are optimised. What they test is built as it ships.
 function(ampora_test_options name)
-  target_compile_options(${name} PRIVATE -O0 -g1)
+  target_compile_options(${name} PRIVATE -O0)
 endfunction()
 
 # Precompiles, once for all test programs, the test framework's headers and what comes with them.
