@@ -34,7 +34,7 @@ run_tests() {
   export AMPORA_TRACE_COLLECT=$PWD/build/$preset/trace-messages
   rm -rf "$AMPORA_TRACE_COLLECT"
   mkdir "$AMPORA_TRACE_COLLECT"
-  ctest --preset "$preset" -j2 --no-tests=error 2>&1 | tee "build/$preset/ctest.log"
+  ctest --preset "$preset" -j4 --no-tests=error 2>&1 | tee "build/$preset/ctest.log"
   local status=${PIPESTATUS[0]}
   { echo "$preset:"; sed -n '/% tests passed/,$p' "build/$preset/ctest.log"; } >>"$closing"
   count_cases "build/$preset/Testing/Temporary/LastTest.log" >>"$closing" || status=1

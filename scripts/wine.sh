@@ -3,7 +3,8 @@
 #
 #   wine.sh start       makes the prefix, once, and starts its server; quick when it runs already
 #   wine.sh run CMD...  runs one command in the prefix, starting the server when it does not run
-#   wine.sh stop        ends the server, with every program that still runs in the prefix
+#   wine.sh stop        ends the server, with every program that still runs in the prefix; without $AMPORA_WINEPREFIX,
+#                       the servers of all prefixes of this checkout
 #   wine.sh path        prints the prefix's folder
 #
 # The prefix is build/wine of this checkout, or $AMPORA_WINEPREFIX. Each prefix has a server of its own, so that two of
@@ -14,7 +15,7 @@ idle_s=900
 
 root=$(cd "${BASH_SOURCE[0]%/*}/.." && pwd)
 prefix=${AMPORA_WINEPREFIX:-$root/build/wine}
-if [ -z "${AMPORA_WINEPREFIX:-}" ] && [ -e "$prefix" ] && [ ! -O "$prefix" ]; then
+if [ -e "$prefix" ] && [ ! -O "$prefix" ]; then
   # wine works in a prefix of its own user only, and root and another user may share a checkout.
   prefix=$prefix-$(id -u)
 fi
@@ -76,6 +77,12 @@ stop() {
   fi
 }
 
+stop_all() {
+  for prefix in "$root"/build/wine*/; do
+    [ ! -O "$prefix" ] || AMPORA_WINEPREFIX=${prefix%/} "${BASH_SOURCE[0]}" stop
+  done
+}
+
 # wine starts its desktop program as soon as a program needs one, with that program's standard error, and the desktop
 # goes on while anybody uses it: whoever reads the program's standard error through a pipe would wait for its end. So
 # standard error goes through a file, and comes when the program has ended.
@@ -99,7 +106,7 @@ run_with_late_errors() {
 
 case "${1:-}" in
   start) start ;;
-  stop) stop ;;
+  stop) if [ -n "${AMPORA_WINEPREFIX:-}" ]; then stop; else stop_all; fi ;;
   path) echo "$prefix" ;;
   run)
     shift

@@ -261,7 +261,7 @@ void CWindowsRig::PutSettings(const std::string& text)
                                                                     text);
     const ProcessResult result = RunProcess({AMPORA_WINE, "run", "regedit", "/S", file.string()}, {}, kCommandLimit);
     if (result.exitCode != 0) {
-        throw std::runtime_error("regedit: " + result.err);
+        throw std::runtime_error("regedit ended with " + std::to_string(result.exitCode) + ": " + result.err);
     }
 }
 
