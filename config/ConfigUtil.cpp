@@ -17,32 +17,18 @@ CConfigUtil::CConfigUtil(CString strKeyPath) : m_strKeyPath(std::move(strKeyPath
 
 CConfigUtil::~CConfigUtil() = default;
 
-DWORD CConfigUtil::GetLogLevel()
-{
-    DWORD level = 0;
-    CConfigUtil(kMainKey).QueryDWORD(L"LogLevel", platform::Hive::kPerUser, level);
-    return level;
-}
+DWORD CConfigUtil::GetLogLevel() { return CConfigUtil(kMainKey).QueryDWORD(L"LogLevel", 0); }
 
 bool CConfigUtil::IsUpdateEnable()
 {
-    DWORD enable = 0;
-    CConfigUtil(kMainKey).QueryDWORD(L"Enable", platform::Hive::kMachine, enable);
-    return enable != 0;
+    return CConfigUtil(kMainKey).QueryDWORD(L"Enable", 0, platform::Hive::kMachine) != 0;
 }
 
-bool CConfigUtil::IsSiteEnable(int siteIndex)
-{
-    DWORD enable = 1;
-    CConfigUtil(SiteKey(siteIndex)).QueryDWORD(L"Enable", platform::Hive::kPerUser, enable);
-    return enable != 0;
-}
+bool CConfigUtil::IsSiteEnable(int siteIndex) { return CConfigUtil(SiteKey(siteIndex)).QueryDWORD(L"Enable", 1) != 0; }
 
 DWORD CConfigUtil::GetSupportDataType(int siteIndex, DWORD defaultMask)
 {
-    DWORD mask = defaultMask;
-    CConfigUtil(SiteKey(siteIndex)).QueryDWORD(L"SupportDataType", platform::Hive::kPerUser, mask);
-    return mask;
+    return CConfigUtil(SiteKey(siteIndex)).QueryDWORD(L"SupportDataType", defaultMask);
 }
 
 void CConfigUtil::GetIntervalSetting(LONG& interval, LONG& minimum, LONG& maximum)
@@ -63,48 +49,47 @@ void CConfigUtil::GetFixedClockSetting(LONG& clock, LONG& minimum, LONG& maximum
 
 CString CConfigUtil::GetApiHost()
 {
-    CString host;
-    CConfigUtil(kMainKey).QueryText(L"ApiHost", host);
+    CString host = CConfigUtil(kMainKey).QueryText(L"ApiHost");
     return host.empty() ? CString(kDefaultApiHost) : host;
 }
 
 template <class Accept>
-bool CConfigUtil::Query(const wchar_t* valueName, platform::Hive firstHive, Accept accept) const
+void CConfigUtil::Query(const wchar_t* valueName, platform::Hive firstHive, Accept accept) const
 {
     platform::SettingsValue value;
     for (const platform::Hive hive : {platform::Hive::kPerUser, platform::Hive::kMachine}) {
         if (hive >= firstHive && platform::QuerySettingsValue(hive, m_strKeyPath, valueName, &value) && accept(value)) {
-            return true;
+            return;
         }
     }
-    return false;
 }
 
-bool CConfigUtil::QueryDWORD(const wchar_t* valueName, platform::Hive firstHive, DWORD& value) const
+DWORD CConfigUtil::QueryDWORD(const wchar_t* valueName, DWORD defaultValue, platform::Hive firstHive) const
 {
-    return Query(valueName, firstHive, [&value](const platform::SettingsValue& stored) {
+    DWORD value = defaultValue;
+    Query(valueName, firstHive, [&value](const platform::SettingsValue& stored) {
         if (stored.type != REG_DWORD || stored.data.size() != sizeof(value)) {
             return false;
         }
         std::memcpy(&value, stored.data.data(), sizeof(value));
         return true;
     });
+    return value;
 }
 
 LONG CConfigUtil::QueryNumber(const wchar_t* valueName, LONG defaultValue) const
 {
-    auto value = static_cast<DWORD>(defaultValue);
-    QueryDWORD(valueName, platform::Hive::kPerUser, value);
-    return static_cast<LONG>(value);
+    return static_cast<LONG>(QueryDWORD(valueName, static_cast<DWORD>(defaultValue)));
 }
 
-void CConfigUtil::QueryText(const wchar_t* valueName, CString& value) const
+CString CConfigUtil::QueryText(const wchar_t* valueName) const
 {
+    CString value;
     Query(valueName, platform::Hive::kPerUser, [&value](const platform::SettingsValue& stored) {
-        if (stored.type != REG_SZ) {
-            return false;
+        if (stored.type == REG_SZ) {
+            value = platform::TextOfSetting(stored);
         }
-        value = platform::TextOfSetting(stored);
         return !value.empty();
     });
+    return value;
 }

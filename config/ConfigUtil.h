@@ -33,14 +33,16 @@ public:
 
 private:
     // Passes the values of this name, from hive firstHive on, to accept (bool(const platform::SettingsValue&)) until it
-    // returns true. Whether it did.
+    // returns true.
     template <class Accept>
-    bool Query(const wchar_t* valueName, platform::Hive firstHive, Accept accept) const;
+    void Query(const wchar_t* valueName, platform::Hive firstHive, Accept accept) const;
 
-    // False, value untouched, when no hive from firstHive on has it.
-    bool QueryDWORD(const wchar_t* valueName, platform::Hive firstHive, DWORD& value) const;
+    // The default when no hive from firstHive on has the value.
+    DWORD QueryDWORD(const wchar_t* valueName, DWORD defaultValue,
+                     platform::Hive firstHive = platform::Hive::kPerUser) const;
     LONG QueryNumber(const wchar_t* valueName, LONG defaultValue) const;
-    void QueryText(const wchar_t* valueName, CString& value) const;
+    // Empty when no hive has the value, or none has a text that is not empty.
+    CString QueryText(const wchar_t* valueName) const;
 
     CString m_strKeyPath;
 };

@@ -258,6 +258,12 @@ TEST_F(ConfigUtil, AnEmptyApiHostCountsAsNotSet)
 
 TEST_F(ConfigUtil, AnApiHostOfAnotherTypeCountsAsNotSet)
 {
+    m_machine.PutText(Hive::kMachine, kMain, L"ApiHost", L"machine.example");
+    m_machine.PutDword(Hive::kPerUser, kMain, L"ApiHost", 8470);
+    EXPECT_EQ(CConfigUtil::GetApiHost(), L"machine.example");
+    m_machine.PutText(Hive::kPerUser, kMain, L"ApiHost", L"user.example");
+    m_machine.PutDword(Hive::kMachine, kMain, L"ApiHost", 8470);
+    EXPECT_EQ(CConfigUtil::GetApiHost(), L"user.example");
     m_machine.PutDword(Hive::kPerUser, kMain, L"ApiHost", 8470);
     PutBytes(Hive::kMachine, kMain, L"ApiHost", REG_MULTI_SZ, {'a', 0, 0, 0});
     EXPECT_EQ(CConfigUtil::GetApiHost(), L"127.0.0.1:8470");

@@ -283,6 +283,24 @@ TEST_F(UpdaterSchedule, AnUnknownLocalTimeEndsTheWorker)
     m_machine.ClearFaults();
 }
 
+TEST_F(UpdaterSchedule, AnUnknownLocalTimeIsNotBeforeABaseHourOfMinusOne)
+{
+    Put(L"FixedClock", static_cast<DWORD>(-1));
+    m_machine.FailEvery(Call::kTimeToLocalCalendar, 87);
+    Start();
+    EXPECT_EQ(ScheduleLines(), Lines({kTimerCreated, {Thread("After Base Update Time.(-1 clock)")}, kIntervalArmed}));
+    m_machine.ClearFaults();
+}
+
+TEST_F(UpdaterSchedule, AnUnknownLocalTimeIsBeforeABaseHourOfZero)
+{
+    Put(L"FixedClock", 0);
+    m_machine.FailEvery(Call::kTimeToLocalCalendar, 87);
+    Start();
+    EXPECT_EQ(ScheduleLines(), Lines({kTimerCreated, {Thread("Before Base Update Time.(0 clock)")}, kTimerClosed}));
+    m_machine.ClearFaults();
+}
+
 TEST_F(UpdaterSchedule, WithoutBaseTimerTheIntervalFollows)
 {
     SetClock(3);
