@@ -16,6 +16,7 @@ constexpr DWORD kWriteProtected = 19;
 constexpr DWORD kGeneralFailure = 31;
 constexpr DWORD kNameTooLong = 206;
 constexpr DWORD kNoSystemResources = 1450;
+constexpr DWORD kTimedOut = 1460;
 
 struct Translation {
     int error;
@@ -45,6 +46,7 @@ constexpr Translation kTranslations[] = {
     {ENAMETOOLONG, kNameTooLong},
     {EAGAIN, kNoSystemResources}, // no thread, no lock: a limit of the system or the user
     {ENOLCK, kNoSystemResources},
+    {ETIMEDOUT, kTimedOut},
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "platform/linux/MessageSocket.h"
 
+#include "platform/linux/BriefRetry.h"
 #include "platform/linux/SecurityDescriptor.h"
 #include "platform/linux/SessionFolder.h"
 
@@ -72,14 +73,13 @@ bool Connect(const CFileDescriptor& socket, const CFileDescriptor& folder, const
     return WithAddress(::connect, socket, address);
 }
 
-// As long as it lives, no other process makes or removes a message socket in the folder.
+// As long as it lives, no other process makes or removes a message socket in the folder. It may fail to get that far,
+// with errno set.
 class CFolderLock {
 public:
-    explicit CFolderLock(const CFileDescriptor& folder) : m_folder(folder)
+    explicit CFolderLock(const CFileDescriptor& folder)
+        : m_folder(folder), m_isLocked(RetryBriefly([&] { return ::flock(folder.Get(), LOCK_EX | LOCK_NB) == 0; }))
     {
-        do {
-            m_isLocked = ::flock(folder.Get(), LOCK_EX) == 0;
-        } while (!m_isLocked && errno == EINTR);
     }
     ~CFolderLock() { ::flock(m_folder.Get(), LOCK_UN); }
     CFolderLock(const CFolderLock&) = delete;
@@ -89,7 +89,7 @@ public:
 
 private:
     const CFileDescriptor& m_folder;
-    bool m_isLocked = false;
+    const bool m_isLocked;
 };
 
 // Removes the socket of a process that has ended.
@@ -144,9 +144,12 @@ bool CMessageSocket::Bind(const std::string& name)
         return false;
     }
     const CFolderLock lock(m_folder);
+    if (!lock) {
+        return false;
+    }
     m_socket = MakeReceivingSocket();
     struct stat status = {};
-    if (!lock || !m_socket || !MakeRoom(m_folder, name, address) || !WithAddress(::bind, m_socket, address) ||
+    if (!m_socket || !MakeRoom(m_folder, name, address) || !WithAddress(::bind, m_socket, address) ||
         !LookAt(m_folder, name, &status)) {
         return false;
     }

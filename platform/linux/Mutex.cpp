@@ -4,7 +4,9 @@
 #include "platform/linux/NamedFile.h"
 #include "platform/linux/SignalBlock.h"
 
+#include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <new>
 #include <sys/file.h>
 #include <system_error>
@@ -17,6 +19,11 @@ namespace {
 constexpr char kFreeMark = '0';
 constexpr char kOwnedMark = '1';
 
+// Ends the system call that a thread sleeps in. A signal that nothing else uses and that is ignored without a handler.
+constexpr int kInterrupt = SIGURG;
+constexpr std::chrono::milliseconds kInterruptInterval{1};
+constexpr int kMaxInterrupts = 1000;
+
 bool TryFlock(const CFileDescriptor& file) { return ::flock(file.Get(), LOCK_EX | LOCK_NB) == 0; }
 
 void WriteMark(const CFileDescriptor& file, char mark)
@@ -26,14 +33,71 @@ void WriteMark(const CFileDescriptor& file, char mark)
     [[maybe_unused]] const ssize_t written = ::pwrite(file.Get(), &mark, 1, 0);
 }
 
+void PrepareInterrupt()
+{
+    static const bool once = [] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        return ::sigaction(kInterrupt, &action, nullptr) == 0;
+    }();
+    static_cast<void>(once);
+}
+
 } // namespace
+
+// A thread's sleep until a flock comes, which another thread can end: no system call waits for a flock with a limit.
+class CMutex::CLockWait {
+public:
+    explicit CLockWait(std::shared_ptr<CFileDescriptor> file) : m_file(std::move(file)) {}
+
+    // On the thread that is to wait. 0 when the flock has come, ECANCELED after GiveUp, else the reason of a failure.
+    int Wait()
+    {
+        {
+            const std::lock_guard lock(m_guard);
+            m_thread = ::pthread_self();
+            m_isWaiting = true;
+        }
+        int error = EINTR;
+        while (error == EINTR && !m_hasGivenUp) {
+            error = ::flock(m_file->Get(), LOCK_EX) == 0 ? 0 : errno;
+        }
+        const std::lock_guard lock(m_guard);
+        m_isWaiting = false;
+        m_isOver.notify_all();
+        return m_hasGivenUp ? ECANCELED : error;
+    }
+
+    // Ends the wait and every later one. Any thread.
+    void GiveUp()
+    {
+        std::unique_lock lock(m_guard);
+        m_hasGivenUp = true;
+        // One that comes just before the system call begins ends nothing, so it is sent until it has.
+        for (int i = 0; m_isWaiting && i < kMaxInterrupts; ++i) {
+            ::pthread_kill(m_thread, kInterrupt);
+            m_isOver.wait_for(lock, kInterruptInterval);
+        }
+    }
+
+private:
+    const std::shared_ptr<CFileDescriptor> m_file;
+    std::atomic<bool> m_hasGivenUp = false;
+    std::mutex m_guard; // guards what follows
+    std::condition_variable m_isOver;
+    pthread_t m_thread = {};
+    bool m_isWaiting = false;
+};
 
 CMutex::CMutex(CFileDescriptor file) : m_file(std::make_shared<CFileDescriptor>(std::move(file))) {}
 
 CMutex::~CMutex()
 {
+    if (m_lockWait) {
+        m_lockWait->GiveUp();
+    }
     const std::lock_guard lock(g_dispatcher);
-    // Explicitly, since a thread that waits for the flock keeps the file open until it has got it.
+    // Explicitly, since a thread that waits for the flock keeps the file open until it has ended.
     DropExistence(*m_file);
     if (m_owner != nullptr) {
         Abandon();
@@ -47,6 +111,7 @@ std::optional<bool> CMutex::Make(bool initialOwner, CThreadState& thread)
     DWORD taken = WAIT_OBJECT_0;
     if (initialOwner) {
         const std::lock_guard lock(g_dispatcher);
+        thread.m_ownedMutexes.reserve(thread.m_ownedMutexes.size() + 1);
         taken = TryTake(thread);
     }
     if (taken == WAIT_FAILED) {
@@ -84,12 +149,18 @@ bool CMutex::Watch()
     if (m_owner != nullptr || m_isAwaited) {
         return true;
     }
+    if (const int error = std::exchange(m_lockError, 0); error != 0) {
+        SetLastErrorFrom(error);
+        return false;
+    }
     try {
+        m_lockWait = std::make_shared<CLockWait>(m_file);
+        PrepareInterrupt();
         // The process's signals are not for helpers to handle.
         sigset_t all;
         sigfillset(&all);
         const CSignalBlock block(all);
-        std::thread(&CMutex::AwaitLock, m_file, weak_from_this()).detach();
+        std::thread(&CMutex::AwaitLock, m_lockWait, weak_from_this()).detach();
     } catch (const std::system_error& error) {
         SetLastErrorFrom(error.code().value());
         return false;
@@ -132,15 +203,19 @@ DWORD CMutex::Own(CThreadState& thread)
     WriteMark(*m_file, kOwnedMark);
     m_owner = &thread;
     m_acquisitions = 1;
+    m_lockError = 0;
     thread.m_ownedMutexes.push_back(this);
     return abandoned ? WAIT_ABANDONED_0 : WAIT_OBJECT_0;
 }
 
-void CMutex::AwaitLock(std::shared_ptr<CFileDescriptor> file, std::weak_ptr<CMutex> mutex)
+void CMutex::AwaitLock(const std::shared_ptr<CLockWait>& wait, const std::weak_ptr<CMutex>& mutex)
 {
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, kInterrupt);
+    ::pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
     for (;;) {
-        while (::flock(file->Get(), LOCK_EX) != 0 && errno == EINTR) {
-        }
+        const int error = wait->Wait();
         // Without the handle nobody wants the lock any more; it goes with the file. Otherwise the handle must outlive
         // the guard, should this be its last copy.
         const std::shared_ptr<CMutex> living = mutex.lock();
@@ -148,14 +223,20 @@ void CMutex::AwaitLock(std::shared_ptr<CFileDescriptor> file, std::weak_ptr<CMut
             return;
         }
         const std::lock_guard lock(g_dispatcher);
-        if (living->AcceptLock()) {
+        if (living->AcceptLock(error)) {
             return;
         }
     }
 }
 
-bool CMutex::AcceptLock()
+bool CMutex::AcceptLock(int error)
 {
+    if (error != 0) {
+        m_isAwaited = false;
+        m_lockError = error;
+        WakeWaiting();
+        return true;
+    }
     if (m_owner == nullptr) {
         CThreadState* next = FirstWaiting();
         if (next == nullptr) {

@@ -1,6 +1,7 @@
 #include "platform/linux/NamedFile.h"
 
 #include "platform/LastError.h"
+#include "platform/linux/BriefRetry.h"
 #include "platform/linux/Environment.h"
 #include "platform/linux/ErrorCode.h"
 #include "platform/linux/SecurityDescriptor.h"
@@ -72,17 +73,13 @@ CFileDescriptor OpenOrMakeFile(int folder, const char* name, NamedKind kind, boo
     return CFileDescriptor();
 }
 
-bool LockFirstByte(const CFileDescriptor& file, short type, bool wait)
+bool LockFirstByte(const CFileDescriptor& file, short type)
 {
     struct flock lock = {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     lock.l_len = 1;
-    int result = 0;
-    do {
-        result = ::fcntl(file.Get(), wait ? F_OFD_SETLKW : F_OFD_SETLK, &lock);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    return ::fcntl(file.Get(), F_OFD_SETLK, &lock) == 0;
 }
 
 } // namespace
@@ -126,17 +123,19 @@ CFileDescriptor OpenNamedFile(std::wstring_view name, NamedKind kind, const CSec
 
 Existence ClaimExistence(const CFileDescriptor& file)
 {
-    if (LockFirstByte(file, F_WRLCK, false)) {
+    if (LockFirstByte(file, F_WRLCK)) {
         return Existence::kNew;
     }
     if (errno != EAGAIN && errno != EACCES) {
         return Existence::kUnknown;
     }
-    return LockFirstByte(file, F_RDLCK, true) ? Existence::kOld : Existence::kUnknown;
+    // Not as long as it takes: another user, too, may lock a file that is open to all.
+    const bool isShared = RetryBriefly([&file] { return LockFirstByte(file, F_RDLCK); });
+    return isShared ? Existence::kOld : Existence::kUnknown;
 }
 
-bool ShareExistence(const CFileDescriptor& file) { return LockFirstByte(file, F_RDLCK, false); }
+bool ShareExistence(const CFileDescriptor& file) { return LockFirstByte(file, F_RDLCK); }
 
-void DropExistence(const CFileDescriptor& file) { LockFirstByte(file, F_UNLCK, false); }
+void DropExistence(const CFileDescriptor& file) { LockFirstByte(file, F_UNLCK); }
 
 } // namespace platform::linux

@@ -34,7 +34,8 @@ enum class Existence {
     kOld,     // somebody has it; the lock is shared already
 };
 
-// Claims a lock of its own for an open file. Waits for the moment that another process takes to make the object.
+// Claims a lock of its own for an open file. Waits for the moment that another process takes to make the object, at
+// most kBriefLimit (BriefRetry.h): after that failure with ETIMEDOUT.
 Existence ClaimExistence(const CFileDescriptor& file);
 // Lets others open the object that the caller has made. False, with errno set, on failure.
 bool ShareExistence(const CFileDescriptor& file);

@@ -127,6 +127,19 @@ TEST_F(NamedFile, AMissingLockFolderFails)
     EXPECT_EQ(CodeOfFailure(MakeMutex(L"Global\\Mutex")), ERROR_PATH_NOT_FOUND);
 }
 
+TEST_F(NamedFile, ALockOnTheFirstByteIsNotWaitedForWithoutLimit)
+{
+    // Symptom: a lock of another user on one byte made the program hang at its start, deaf to everything.
+    MakeMutex(L"Mutex");
+    const CFileDescriptor file(::open((m_session.SessionFolder() / "Mutex").c_str(), O_RDWR | O_CLOEXEC));
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_len = 1;
+    ASSERT_EQ(::fcntl(file.Get(), F_OFD_SETLK, &lock), 0);
+    EXPECT_EQ(CodeOfFailure(MakeMutex(L"Mutex")), 1460U);
+}
+
 TEST_F(NamedFile, ALockOfTheFileAloneDoesNotMakeAMutexExist)
 {
     MakeMutex(L"Mutex");

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 namespace platform {
 
@@ -43,8 +44,9 @@ DWORD TakeFirst(std::span<const WaitHandle> objects, CThreadState& thread)
 // Keeps a wait entered in its objects. The dispatcher is held at both ends of its life.
 class CEntries {
 public:
-    CEntries(std::span<const WaitHandle> objects, Wait& wait) : m_objects(objects), m_wait(wait)
+    CEntries(std::span<const WaitHandle> objects, Wait& wait) : CEntries(wait, objects)
     {
+        // Should this fail half-way, the destructor runs all the same.
         for (std::size_t i = 0; i < objects.size(); ++i) {
             objects[i]->Enter(wait, static_cast<DWORD>(i));
         }
@@ -59,6 +61,8 @@ public:
     CEntries& operator=(const CEntries&) = delete;
 
 private:
+    CEntries(const Wait& wait, std::span<const WaitHandle> objects) : m_objects(objects), m_wait(wait) {}
+
     std::span<const WaitHandle> m_objects;
     const Wait& m_wait;
 };
@@ -89,10 +93,10 @@ DWORD Sleep(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertable
     const Deadline deadline = DeadlineAfter(timeoutMs);
     Wait wait{thread};
     const CEntries entries(objects, wait);
-    if (!std::ranges::all_of(objects, [](const WaitHandle& object) { return object->Watch(); })) {
-        return WAIT_FAILED;
-    }
     for (;;) {
+        if (!std::ranges::all_of(objects, [](const WaitHandle& object) { return object->Watch(); })) {
+            return WAIT_FAILED;
+        }
         std::vector<pollfd> descriptors = DescriptorsOf(objects, thread, alertable);
         lock.unlock();
         const bool polled = Poll(descriptors, deadline);
@@ -117,6 +121,19 @@ DWORD Sleep(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertable
     }
 }
 
+DWORD TakeOrSleep(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertable, CThreadState& thread,
+                  std::unique_lock<std::mutex>& lock)
+{
+    DWORD result = TakeFirst(objects, thread);
+    if (result == WAIT_TIMEOUT && alertable && thread.FindDueTimers()) {
+        result = WAIT_IO_COMPLETION;
+    }
+    if (result == WAIT_TIMEOUT && timeoutMs != 0) {
+        result = Sleep(objects, timeoutMs, alertable, thread, lock);
+    }
+    return result;
+}
+
 DWORD WaitFor(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertable)
 {
     if (objects.empty() || objects.size() > kMaxWaitObjects) {
@@ -127,12 +144,13 @@ DWORD WaitFor(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertab
     }
     CThreadState& thread = CThreadState::Current();
     std::unique_lock lock(g_dispatcher);
-    DWORD result = TakeFirst(objects, thread);
-    if (result == WAIT_TIMEOUT && alertable && thread.FindDueTimers()) {
-        result = WAIT_IO_COMPLETION;
-    }
-    if (result == WAIT_TIMEOUT && timeoutMs != 0) {
-        result = Sleep(objects, timeoutMs, alertable, thread, lock);
+    DWORD result = WAIT_FAILED;
+    try {
+        // Whoever hands a mutex over must not run out of memory.
+        thread.m_ownedMutexes.reserve(thread.m_ownedMutexes.size() + 1);
+        result = TakeOrSleep(objects, timeoutMs, alertable, thread, lock);
+    } catch (const std::bad_alloc&) {
+        return Fail(ERROR_OUTOFMEMORY);
     }
     if (result == WAIT_IO_COMPLETION) {
         thread.RunDueTimers(lock);

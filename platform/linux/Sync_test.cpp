@@ -1,11 +1,13 @@
 #include "platform/Sync.h"
 
+#include "platform/contract/linux/RefusedCall.h"
 #include "platform/contract/linux/ScratchSession.h"
 #include "platform/contract/linux/TaskWatch.h"
 #include "platform/LastError.h"
 #include "platform/linux/FileDescriptor.h"
 #include "platform/Thread.h"
 #include "platform/Timer.h"
+#include "testing/FailingMemory.h"
 #include "testing/process/Peer.h"
 
 #include <algorithm>
@@ -23,10 +25,12 @@ namespace platform::linux {
 namespace {
 
 using testing_support::Await;
+using testing_support::CFailingMemory;
 using testing_support::CPeer;
 using testing_support::CScratchSession;
 using testing_support::IsPolling;
 using testing_support::OwnTask;
+using testing_support::RefuseCall;
 using testing_support::VoluntarySwitches;
 
 namespace fs = std::filesystem;
@@ -160,6 +164,7 @@ TEST_F(LinuxSync, ALockThatComesWhenNobodyWaitsIsGivenBack)
 
 TEST_F(LinuxSync, AHandleClosedWhileTheLockIsAwaitedLeavesNothingBehind)
 {
+    // Symptom: a thread stayed for as long as another program kept the lock of a mutex that was long closed.
     MakeMutex();
     CFileDescriptor lock = LockFile("Mutex");
     ASSERT_TRUE(lock);
@@ -167,11 +172,10 @@ TEST_F(LinuxSync, AHandleClosedWhileTheLockIsAwaitedLeavesNothingBehind)
     const std::set<std::string> tasks = Tasks();
     EXPECT_EQ(WaitForOne(mutex, 5, FALSE), WAIT_TIMEOUT);
     mutex.reset();
-    EXPECT_EQ(TasksSince(tasks).size(), 1U) << "the lock is still awaited";
-    mutex = MakeMutex();
-    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS) << "but the mutex had gone";
-    lock = CFileDescriptor();
     Await([&tasks] { return TasksSince(tasks).empty(); });
+    mutex = MakeMutex();
+    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS) << "the mutex had gone";
+    lock = CFileDescriptor();
     EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
     EXPECT_TRUE(ReleaseOwnedMutex(mutex));
 }
@@ -395,6 +399,66 @@ TEST_F(LinuxSync, WithoutDescriptorsEverythingFailsWithItsCode)
         FailWithoutDescriptors(event);
     }).join();
     EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT) << "the event is as it was";
+}
+
+// What a wait gives on a thread where a system call fails, and how it explains it.
+std::pair<DWORD, DWORD> WaitRefused(const WaitHandle& object, unsigned call, unsigned error,
+                                    std::optional<unsigned> second = {})
+{
+    std::pair<DWORD, DWORD> result;
+    std::thread([&] {
+        RefuseCall(call, error, second);
+        result.first = WaitForOne(object, kLongMs, FALSE);
+        result.second = GetLastErrorCode();
+    }).join();
+    return result;
+}
+
+TEST_F(LinuxSync, AWaitThatTheSystemRefusesFailsWithItsCode)
+{
+    // Symptom: a lock that could not be waited for made a thread try again and again, and the wait never failed.
+    const std::pair<DWORD, DWORD> noResources = {WAIT_FAILED, 1450};
+    const WaitHandle mutex = MakeMutex();
+    EXPECT_EQ(WaitRefused(mutex, SYS_flock, ENOLCK, LOCK_EX | LOCK_NB), noResources);
+    EXPECT_EQ(WaitRefused(MakeEvent(), SYS_ppoll, ENOMEM), std::pair(WAIT_FAILED, ERROR_OUTOFMEMORY));
+    CFileDescriptor lock = LockFile("Mutex");
+    ASSERT_TRUE(lock);
+    EXPECT_EQ(WaitRefused(mutex, SYS_flock, ENOLCK, LOCK_EX), noResources);
+    EXPECT_EQ(WaitRefused(mutex, SYS_clone3, EAGAIN), noResources);
+    lock = CFileDescriptor();
+    EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0) << "the mutex is as it was";
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
+TEST_F(LinuxSync, AnEventThatCannotBeLookedAtIsNotMade)
+{
+    std::thread([] {
+        RefuseCall(SYS_newfstatat, ENOMEM);
+        EXPECT_EQ(MakeEvent(), nullptr);
+        EXPECT_EQ(GetLastErrorCode(), ERROR_OUTOFMEMORY);
+    }).join();
+    EXPECT_NE(MakeEvent(), nullptr);
+    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS);
+}
+
+TEST_F(LinuxSync, AWaitWithoutMemoryFailsAndLeavesTheObjectAsItWas)
+{
+    // Symptom: without memory for it a wait ended in an exception; and it could own a mutex that nobody knew of.
+    const WaitHandle mutex = MakeMutex();
+    const WaitHandle event = MakeEvent();
+    for (const auto& [object, expected] : {std::pair(mutex, WAIT_OBJECT_0), std::pair(event, WAIT_TIMEOUT)}) {
+        std::thread([&] {
+            DWORD result = WAIT_FAILED;
+            for (unsigned nth = 1; result == WAIT_FAILED; ++nth) {
+                const CFailingMemory memory(nth);
+                result = WaitForOne(object, 1, FALSE);
+                EXPECT_EQ(result == WAIT_FAILED, memory.HasFailed());
+                EXPECT_TRUE(result != WAIT_FAILED || GetLastErrorCode() == ERROR_OUTOFMEMORY);
+            }
+            EXPECT_EQ(result, expected);
+            EXPECT_EQ(ReleaseOwnedMutex(object), result == WAIT_OBJECT_0);
+        }).join();
+    }
 }
 
 TEST(LinuxTimer, ExtremeDueTimesAreAccepted)

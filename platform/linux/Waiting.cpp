@@ -127,6 +127,13 @@ void CWaitObject::EndFirstWait(DWORD status)
     entry.wait->thread.Wake();
 }
 
+void CWaitObject::WakeWaiting()
+{
+    for (const Entry& entry : m_waits) {
+        entry.wait->thread.Wake();
+    }
+}
+
 CTimer::~CTimer()
 {
     const std::lock_guard lock(linux::g_dispatcher);

@@ -55,8 +55,8 @@ public:
     bool FindDueTimers();
     void RunDueTimers(std::unique_lock<std::mutex>& lock);
 
-    CFileDescriptor m_wake; // event descriptor, readable after Wake
-    std::vector<CMutex*> m_ownedMutexes;
+    CFileDescriptor m_wake;              // event descriptor, readable after Wake
+    std::vector<CMutex*> m_ownedMutexes; // with room for one more while the thread takes one or waits
     std::vector<CTimer*> m_armedTimers;
 };
 
@@ -80,8 +80,8 @@ public:
     // Takes the object for the calling thread if it is signalled now: WAIT_OBJECT_0 or WAIT_ABANDONED_0. Otherwise
     // WAIT_TIMEOUT, or WAIT_FAILED with the last error set.
     virtual DWORD TryTake(linux::CThreadState& thread) = 0;
-    // Sees to it that the entered waits are ended when the object becomes signalled. False, with the last error set, on
-    // failure.
+    // Sees to it that the entered waits are ended when the object becomes signalled. Called again each time a wait has
+    // woken up without result. False, with the last error set, on failure.
     virtual bool Watch() { return true; }
     // A descriptor that becomes readable when it is worth trying again, -1 for none.
     virtual int WatchedDescriptor() const { return -1; }
@@ -98,6 +98,8 @@ protected:
     linux::CThreadState* FirstWaiting() const;
     // Ends that wait with status plus the index. There must be one.
     void EndFirstWait(DWORD status);
+    // Lets the threads of all waits try and watch the object again.
+    void WakeWaiting();
 
 private:
     struct Entry {

@@ -226,6 +226,8 @@ std::string ReasonOf(int error)
         return "something else has this name";
     case EACCES:
         return "the folder is not the user's own, or not the user's alone";
+    case ETIMEDOUT:
+        return "another program has locked the folder";
     default:
         return std::generic_category().message(error);
     }
