@@ -36,7 +36,8 @@ using OutputFilePtr = std::shared_ptr<COutputFile>;
 
 // Opens a file for writing, empty: an existing one is truncated, but only after it has been opened. security: rights
 // of a new file; must not be null. Null, with the last error set and an existing file unchanged, on failure, also when
-// another process has it open, and (Linux) when the path is a symbolic link or anything but a regular file.
+// another process has it open, and (Linux) when the path is a symbolic link, anything but a regular
+// file, or a file with a second hard link.
 OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* security);
 
 // Appends size bytes in one write. Throws CFileException when not all of them could be written.

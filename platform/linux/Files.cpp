@@ -5,6 +5,7 @@
 #include "platform/linux/ErrorCode.h"
 #include "platform/linux/FileBytes.h"
 #include "platform/linux/SecurityDescriptor.h"
+#include "platform/linux/WriteSignals.h"
 #include "platform/Text.h"
 
 #include <cerrno>
@@ -68,6 +69,13 @@ CFileDescriptor OpenOrMakeFile(const std::string& path, bool forAll)
     return CFileDescriptor();
 }
 
+// Whether an open file has a second name, which may be that of something else that must not be written to.
+bool HasSecondName(const CFileDescriptor& file)
+{
+    struct stat status = {};
+    return ::fstat(file.Get(), &status) != 0 || status.st_nlink > 1;
+}
+
 // Refuses everything but a regular file and one that others use. The error code.
 DWORD LockRegularFile(const CFileDescriptor& file, int operation)
 {
@@ -128,7 +136,7 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
         SetLastErrorCode(CodeOfMaking(errno));
         return nullptr;
     }
-    DWORD code = LockRegularFile(file, LOCK_EX);
+    DWORD code = HasSecondName(file) ? ERROR_ACCESS_DENIED : LockRegularFile(file, LOCK_EX);
     // Only with the lock, for a reader may be in the middle of the old content.
     if (code == ERROR_SUCCESS && ::ftruncate(file.Get(), 0) != 0) {
         code = linux::ErrorCodeOf(errno);
@@ -142,12 +150,15 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
 
 void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t size)
 {
+    linux::CWriteSignals signals;
     ssize_t written = 0;
     do {
         written = ::write(file->m_descriptor.Get(), bytes, size);
     } while (written < 0 && errno == EINTR);
     if (written < 0) {
-        throw CFileException(linux::ErrorCodeOf(errno) == ERROR_DISK_FULL ? ERROR_DISK_FULL : ERROR_WRITE_FAULT);
+        const int error = errno;
+        signals.Note(error);
+        throw CFileException(linux::ErrorCodeOf(error) == ERROR_DISK_FULL ? ERROR_DISK_FULL : ERROR_WRITE_FAULT);
     }
     // A regular file takes less than it is given only when there is no room for the rest.
     if (static_cast<std::size_t>(written) != size) {

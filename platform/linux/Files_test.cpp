@@ -5,7 +5,6 @@
 #include "platform/Text.h"
 #include "testing/ScratchFolder.h"
 
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -92,6 +91,18 @@ TEST_F(LinuxFiles, ASymbolicLinkIsNeverFollowed)
     EXPECT_FALSE(fs::exists(m_folder / "missing"));
 }
 
+TEST_F(LinuxFiles, AFileWithASecondNameIsNotWrittenTo)
+{
+    // Symptom: a hard link in the folder of the data files, where everybody may make one, let any file be overwritten.
+    Write(m_folder / "victim", "kept");
+    fs::create_hard_link(m_folder / "victim", m_folder / "link");
+    EXPECT_EQ(Open(m_folder / "link"), nullptr);
+    EXPECT_EQ(GetLastErrorCode(), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(FileBytes(m_folder / "victim"), "kept");
+    fs::remove(m_folder / "victim");
+    EXPECT_NE(Open(m_folder / "link"), nullptr);
+}
+
 TEST_F(LinuxFiles, OnlyRegularFilesAreOpened)
 {
     ASSERT_EQ(::mkfifo((m_folder / "fifo").c_str(), 0600), 0);
@@ -122,13 +133,13 @@ TEST_F(LinuxFiles, APathWithAZeroNamesNoFile)
 
 TEST_F(LinuxFiles, AShortWriteIsAFullDisk)
 {
+    // Symptom: the limit on the length of files ended the program.
     const OutputFilePtr file = Open(m_folder / "file");
     ASSERT_NE(file, nullptr);
     rlimit before = {};
     ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
     rlimit limit = before;
     limit.rlim_cur = 10;
-    std::signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
     std::vector<DWORD> codes;
     for (int i = 0; i < 3; ++i) {
@@ -140,7 +151,6 @@ TEST_F(LinuxFiles, AShortWriteIsAFullDisk)
         }
     }
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
-    std::signal(SIGXFSZ, SIG_DFL);
     // All of it, a part of it, and none of it because the file is as long as it may be.
     EXPECT_THAT(codes, testing::ElementsAre(ERROR_SUCCESS, ERROR_DISK_FULL, ERROR_WRITE_FAULT));
     EXPECT_EQ(FileBytes(m_folder / "file"), "1234567812");
