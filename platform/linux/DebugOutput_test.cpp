@@ -3,10 +3,16 @@
 #include "platform/linux/FileDescriptor.h"
 
 #include <array>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/fsuid.h>
 #include <sys/socket.h>
+#include <termios.h>
+#include <thread>
 
 namespace platform {
 namespace {
@@ -48,6 +54,138 @@ TEST(LinuxDebugOutput, ALineIsOneWriteInUtf8)
     EXPECT_EQ(next(), "[TRA] caf\xC3\xA9 \xE6\x9D\xB1\n");
     EXPECT_EQ(next(), std::string(5000, 'x') + "\n");
     EXPECT_EQ(next(), "");
+}
+
+// Both ends of something that standard error may be.
+struct Stream {
+    CFileDescriptor reader;
+    CFileDescriptor writer;
+};
+
+Stream MakePipe()
+{
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    return {CFileDescriptor(ends[0]), CFileDescriptor(ends[1])};
+}
+
+Stream MakeSocket()
+{
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    return {CFileDescriptor(ends[0]), CFileDescriptor(ends[1])};
+}
+
+Stream MakeTerminal()
+{
+    CFileDescriptor reader(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    EXPECT_EQ(::grantpt(reader.Get()), 0);
+    EXPECT_EQ(::unlockpt(reader.Get()), 0);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread
+    CFileDescriptor writer(::open(::ptsname(reader.Get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    termios settings = {};
+    EXPECT_EQ(::tcgetattr(writer.Get(), &settings), 0);
+    ::cfmakeraw(&settings);
+    EXPECT_EQ(::tcsetattr(writer.Get(), TCSANOW, &settings), 0);
+    return {std::move(reader), std::move(writer)};
+}
+
+// What there is to be read at this moment.
+std::string ReadAll(const CFileDescriptor& reader)
+{
+    std::string text;
+    std::array<char, 65536> bytes;
+    for (pollfd input = {reader.Get(), POLLIN, 0}; ::poll(&input, 1, 50) > 0;) {
+        const ssize_t size = ::read(reader.Get(), bytes.data(), bytes.size());
+        if (size <= 0) {
+            break;
+        }
+        text.append(bytes.data(), static_cast<std::size_t>(size));
+    }
+    return text;
+}
+
+void ExpectLossesInsteadOfWaiting(const Stream& stream)
+{
+    const CErrorRedirection redirection(stream.writer.Get());
+    const std::string line = std::string(199, 'x') + "\n";
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 5000; ++i) { // a megabyte, more than anything keeps
+        OutputDebugText(std::wstring(line.begin(), line.end()));
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    ReadAll(stream.reader);
+    OutputDebugText(L"heard\n");
+    EXPECT_THAT(ReadAll(stream.reader), testing::EndsWith("heard\n"));
+    EXPECT_EQ(::fcntl(stream.writer.Get(), F_GETFL) & O_NONBLOCK, 0) << "of everybody who shares it";
+}
+
+TEST(LinuxDebugOutput, WhatNobodyReadsIsLost)
+{
+    // Symptom: a pipe into a program that did not read stopped this one and, by the mutex, the passes of all sessions.
+    for (Stream (*make)() : {MakePipe, MakeSocket, MakeTerminal}) {
+        ExpectLossesInsteadOfWaiting(make());
+    }
+}
+
+TEST(LinuxDebugOutput, WhatNobodyReadsOfAnothersPipeIsLost)
+{
+    const Stream pipe = MakePipe();
+    ::setfsuid(65534); // only the superuser changes anything by that
+    ExpectLossesInsteadOfWaiting(pipe);
+    ::setfsuid(::geteuid());
+}
+
+TEST(LinuxDebugOutput, AStoppedTerminalIsNotWaitedFor)
+{
+    const Stream terminal = MakeTerminal();
+    const CErrorRedirection redirection(terminal.writer.Get());
+    ASSERT_EQ(::tcflow(terminal.writer.Get(), TCOOFF), 0);
+    OutputDebugText(L"lost\n");
+    ASSERT_EQ(::tcflow(terminal.writer.Get(), TCOON), 0);
+    OutputDebugText(L"heard\n");
+    EXPECT_EQ(ReadAll(terminal.reader), "heard\n");
+}
+
+TEST(LinuxDebugOutput, ALineAfterOneThatWasCutBeginsAnew)
+{
+    const Stream pipe = MakePipe();
+    ASSERT_EQ(::fcntl(pipe.writer.Get(), F_SETPIPE_SZ, 4096), 4096);
+    const CErrorRedirection redirection(pipe.writer.Get());
+    OutputDebugText(std::wstring(5000, L'x') + L"\n");
+    EXPECT_EQ(ReadAll(pipe.reader), std::string(4096, 'x'));
+    OutputDebugText(L"next\n");
+    OutputDebugText(L"last\n");
+    EXPECT_EQ(ReadAll(pipe.reader), "\nnext\nlast\n");
+}
+
+TEST(LinuxDebugOutput, LongLinesOfThreadsDoNotMix)
+{
+    Stream pipe = MakePipe();
+    std::string text;
+    std::thread reader([&] {
+        std::array<char, 65536> bytes;
+        for (ssize_t size = 0; (size = ::read(pipe.reader.Get(), bytes.data(), bytes.size())) > 0;) {
+            text.append(bytes.data(), static_cast<std::size_t>(size));
+        }
+    });
+    {
+        const CErrorRedirection redirection(pipe.writer.Get());
+        const auto write = [](wchar_t letter) {
+            for (int i = 0; i < 50; ++i) {
+                OutputDebugText(std::wstring(9000, letter) + L"\n");
+            }
+        };
+        std::thread first(write, L'a');
+        std::thread second(write, L'b');
+        first.join();
+        second.join();
+    }
+    pipe.writer = CFileDescriptor();
+    reader.join();
+    EXPECT_THAT(text, testing::AllOf(testing::HasSubstr("a\n"), testing::HasSubstr("b\n")));
+    EXPECT_EQ(text.find("ab"), std::string::npos);
+    EXPECT_EQ(text.find("ba"), std::string::npos);
 }
 
 TEST(LinuxDebugOutput, AReaderThatHasGoneDoesNotEndTheProgram)
