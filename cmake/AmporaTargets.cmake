@@ -34,7 +34,7 @@ function(ampora_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   set_target_properties(${name} PROPERTIES AMPORA_PLATFORM ampora_platform_native)
-  target_link_libraries(${name} PRIVATE ${arg_LINK} ampora_platform_native)
+  target_link_libraries(${name} PRIVATE ${arg_LINK} ampora_platform_native ampora_standard_streams)
 endfunction()
 
 # Compiles a test program's own sources quickly: the tests themselves run for moments, but take more than twice as long

@@ -129,6 +129,23 @@ TEST_F(SystemLinuxLife, SignalEndsItWhileADownloadHangs)
     EXPECT_EQ(copy->Trace().brokenLines, 0) << copy->Text();
 }
 
+// Standard streams.
+
+TEST_F(SystemLinuxLife, StartedWithoutStandardStreamsItKeepsTheirNumbersFree)
+{
+    // Symptom: a lock file became standard error, and the trace was written to it.
+    Rig().PutSettings(Settings());
+    LinuxRig().SetWrapper({"sh", "-c", "exec \"$0\" <&- >&- 2>&-"});
+    const std::unique_ptr<CCopy> copy = Rig().Start();
+    EXPECT_TRUE(WaitUntil([this] { return fs::exists(LinuxRig().SessionFolder() / "Ampora"); }, kCommandLimit));
+    for (const char* number : {"0", "1", "2"}) {
+        EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(copy->ProcessId()) + "/fd/" + number), "/dev/null");
+    }
+    RunCommand({"kill", std::to_string(copy->ProcessId())});
+    EXPECT_EQ(copy->WaitForExit(kEndLimit), 0);
+    EXPECT_EQ(fs::file_size(LinuxRig().SessionFolder() / "AmporaSrvMutex"), 1U);
+}
+
 // The session folder.
 
 TEST_F(SystemLinuxLife, LeavesNoSocketBehindAndTakesNoMutexToEndACopy)
