@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace platform::linux {
 
@@ -9,5 +10,8 @@ namespace platform::linux {
 // empty. Empty when it is not absolute: that would be another folder in every working directory. Any thread, as long as
 // none changes the environment.
 std::string FolderFromEnvironment(const char* name, const std::string& fallback);
+
+// The folders that a variable names, separated by colons, in their order; each as above.
+std::vector<std::string> FoldersFromEnvironment(const char* name, const std::string& fallback);
 
 } // namespace platform::linux

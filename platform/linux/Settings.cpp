@@ -4,6 +4,7 @@
 #include "platform/linux/FileBytes.h"
 #include "platform/linux/RegFile.h"
 
+#include <cerrno>
 #include <fcntl.h>
 
 namespace platform {
@@ -15,28 +16,37 @@ constexpr std::size_t kMaxFileSize = 16U << 20;
 
 constexpr char kFileBelowFolder[] = "/AmporaSrv/settings.reg";
 
-// The first folder in $XDG_CONFIG_DIRS, which separates them by colons.
-std::string MachineFolder()
+// Where a hive's file may be; the first one that is there counts.
+std::vector<std::string> FoldersOf(Hive hive)
 {
-    const std::string folders = linux::FolderFromEnvironment("XDG_CONFIG_DIRS", "/etc/xdg");
-    return folders.substr(0, folders.find(':'));
+    if (hive == Hive::kMachine) {
+        return linux::FoldersFromEnvironment("XDG_CONFIG_DIRS", "/etc/xdg");
+    }
+    const std::string home = linux::FolderFromEnvironment("HOME", {});
+    return {linux::FolderFromEnvironment("XDG_CONFIG_HOME", home.empty() ? home : home + "/.config")};
 }
 
-std::string UserFolder()
+linux::CFileDescriptor OpenSettingsFile(Hive hive)
 {
-    const std::string home = linux::FolderFromEnvironment("HOME", {});
-    return linux::FolderFromEnvironment("XDG_CONFIG_HOME", home.empty() ? home : home + "/.config");
+    for (const std::string& folder : FoldersOf(hive)) {
+        if (folder.empty()) {
+            continue;
+        }
+        // Without blocking, for the path may be a FIFO that nobody writes to.
+        linux::CFileDescriptor file(::open((folder + kFileBelowFolder).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+        // One that cannot be opened is there, too.
+        if (file || (errno != ENOENT && errno != ENOTDIR)) {
+            return file;
+        }
+    }
+    return linux::CFileDescriptor();
 }
 
 // The whole file. Empty when there is none, it cannot be read or is too long.
-std::vector<BYTE> ReadSettingsFile(const std::string& folder)
+std::vector<BYTE> ReadSettingsFile(Hive hive)
 {
     std::vector<BYTE> bytes;
-    if (folder.empty()) {
-        return bytes;
-    }
-    // Without blocking, for the path may be a FIFO that nobody writes to.
-    const linux::CFileDescriptor file(::open((folder + kFileBelowFolder).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const linux::CFileDescriptor file = OpenSettingsFile(hive);
     if (!file || !linux::IsRegularFile(file) || linux::ReadBytes(file, kMaxFileSize + 1, &bytes) != ERROR_SUCCESS ||
         bytes.size() > kMaxFileSize) {
         bytes.clear();
@@ -48,9 +58,8 @@ std::vector<BYTE> ReadSettingsFile(const std::string& folder)
 
 BOOL QuerySettingsValue(Hive hive, const CString& keyPath, const wchar_t* valueName, SettingsValue* value)
 {
-    const bool perUser = hive == Hive::kPerUser;
-    const std::vector<BYTE> bytes = ReadSettingsFile(perUser ? UserFolder() : MachineFolder());
-    const CString root = perUser ? L"HKEY_CURRENT_USER\\" : L"HKEY_LOCAL_MACHINE\\";
+    const std::vector<BYTE> bytes = ReadSettingsFile(hive);
+    const CString root = hive == Hive::kPerUser ? L"HKEY_CURRENT_USER\\" : L"HKEY_LOCAL_MACHINE\\";
     return linux::FindRegValue(bytes, root + keyPath, valueName, value) ? TRUE : FALSE;
 }
 

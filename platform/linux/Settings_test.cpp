@@ -59,16 +59,23 @@ TEST_F(LinuxSettings, ConfigHomeDefaultsToTheHomeFolder)
     EXPECT_EQ(Number(Hive::kPerUser), -1);
 }
 
-TEST_F(LinuxSettings, TheFirstConfigFolderCounts)
+TEST_F(LinuxSettings, TheFirstConfigFolderThatHasTheFileCounts)
 {
+    // Symptom: on a desktop that puts a folder of its own in front, the machine's settings were not found.
     Write(m_session.Folder() / "first/AmporaSrv/settings.reg", MachineFile(6));
     Write(m_session.MachineSettings(), MachineFile(7));
     const std::string first = m_session.Folder() / "first";
     const std::string second = m_session.Folder() / "machine";
+    m_session.SetVariable("XDG_CONFIG_DIRS",
+                          ("/missing:relative::" + m_session.Folder().string() + ":" + second).c_str());
+    EXPECT_EQ(Number(Hive::kMachine), 7);
     m_session.SetVariable("XDG_CONFIG_DIRS", (first + ":" + second).c_str());
     EXPECT_EQ(Number(Hive::kMachine), 6);
     m_session.SetVariable("XDG_CONFIG_DIRS", (second + "/:" + first).c_str());
     EXPECT_EQ(Number(Hive::kMachine), 7);
+    std::filesystem::remove(m_session.MachineSettings());
+    std::filesystem::create_directory(m_session.MachineSettings());
+    EXPECT_EQ(Number(Hive::kMachine), -1) << "but it cannot be read";
 }
 
 TEST_F(LinuxSettings, ARelativeFolderCountsAsMissing)
