@@ -53,7 +53,10 @@ void CAmporaThread::Stop(DWORD timeoutMs)
     }
     // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): the destructor calls this class's own
     SetExit();
-    platform::WaitForThread(m_thread, timeoutMs);
+    if (platform::WaitForThread(m_thread, timeoutMs) == WAIT_TIMEOUT) {
+        // Whatever was to wake the thread may have come just before its wait.
+        platform::InterruptWait(m_thread);
+    }
     const CAutoLock lock(&m_lock);
     m_thread.reset();
 }

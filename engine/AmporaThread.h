@@ -10,11 +10,12 @@
 // Creates a thread inside a COM apartment, runs the subclass's procedure on it, and lets its owner ask it to end and
 // wait for that.
 //
-// Stop gives up waiting after its time-out, so a thread can outlive it. Two things keep that safe. Every run has its
-// own exit flag, so that a following Start never takes back the request to end. And a run keeps the object alive: an
-// object held by a std::shared_ptr is destroyed by the last of its owner and the ending thread. Releasing it therefore
-// neither asks the thread to end nor waits: the owner stops it first. An object that is not held by a std::shared_ptr
-// must not be destroyed before its thread has ended.
+// Stop gives up waiting after its time-out, so a thread can outlive it. Three things keep that safe. Every run has its
+// own exit flag, so that a following Start never takes back the request to end. Stop interrupts the thread's alertable
+// wait, should it be in one, so that it takes no signal that is meant for the next run. And a run keeps the object
+// alive: an object held by a std::shared_ptr is destroyed by the last of its owner and the ending thread. Releasing it
+// therefore neither asks the thread to end nor waits: the owner stops it first. An object that is not held by a
+// std::shared_ptr must not be destroyed before its thread has ended.
 //
 // Start, Stop and the destructor belong to one owning thread at a time.
 class CAmporaThread : public std::enable_shared_from_this<CAmporaThread> {
@@ -27,8 +28,9 @@ public:
 
     // Starts the thread. FALSE, without a message, when it is already started; FALSE when it cannot be created.
     virtual BOOL Start();
-    // Asks the thread to end, waits for it at most timeoutMs milliseconds and closes its handle in either case. Does
-    // nothing when no thread is started.
+    // Asks the thread to end, waits for it at most timeoutMs milliseconds and closes its handle in either case. A
+    // thread that has not ended by then has its alertable wait, or its next one, interrupted. Does nothing when no
+    // thread is started.
     virtual void Stop(DWORD timeoutMs);
     // The thread's work, on the thread. Polls IsExitSet. Exceptions end the thread silently.
     virtual void ThreadProc() = 0;

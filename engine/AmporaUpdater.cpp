@@ -60,12 +60,21 @@ BOOL CAmporaUpdater::Start()
         scope.Err(L"CreateEvent Fail.");
         return FALSE;
     }
-    SetObjects(std::move(objects));
+    SetObjects(std::move(objects)); // before the worker, which uses them
+    struct Undo {
+        ~Undo()
+        {
+            if (updater != nullptr) {
+                updater->SetObjects({});
+            }
+        }
+        CAmporaUpdater* updater;
+    } withoutWorker{this};
     if (!CAmporaThread::Start()) {
         scope.Err(L"Start Fail.");
-        SetObjects({});
         return FALSE;
     }
+    withoutWorker.updater = nullptr;
     return TRUE;
 }
 
@@ -214,14 +223,14 @@ CAmporaUpdater::Turn CAmporaUpdater::WaitForTurn(const NamedObjects& objects) co
     Turn turn;
     const platform::WaitHandle handles[] = {objects.mutex, objects.event};
     for (DWORD result = WAIT_TIMEOUT; result != WAIT_OBJECT_0;) {
-        result = platform::WaitForAny(handles, INFINITE);
+        result = platform::WaitForAny(handles, INFINITE, TRUE); // alertably, for Stop may interrupt it
         // An abandoned mutex is owned, too, and the next wait acquires it once more.
         if (result == WAIT_OBJECT_0 || result == WAIT_ABANDONED_0) {
             ++turn.acquisitions;
         }
         if (result == WAIT_FAILED && !IsExitSet()) {
             // A wait that keeps failing must not spin. The pulse of a Stop ends this pause and is used up by it.
-            platform::WaitForOne(objects.event, kFailedWaitPauseMs, FALSE);
+            platform::WaitForOne(objects.event, kFailedWaitPauseMs, TRUE);
         }
         if (IsExitSet()) {
             turn.exit = true;
@@ -234,11 +243,13 @@ CAmporaUpdater::Turn CAmporaUpdater::WaitForTurn(const NamedObjects& objects) co
 BOOL CAmporaUpdater::Update(CAmporaSiteConfig* const* sites)
 {
     const CTraceScope scope(L"CAmporaUpdater::Update");
-    const NamedObjects objects = Objects();
+    NamedObjects objects = Objects();
     Turn turn;
     if (objects.mutex) {
         turn = WaitForTurn(objects);
     }
+    // Only the wait needs it. Kept open by a pass that outlives its Stop, it would tell others that updates are made.
+    objects.event.reset();
     if (turn.exit) {
         // A mutex acquired at this moment is abandoned when the thread ends.
         scope.Tra(L"Exit Signal.");

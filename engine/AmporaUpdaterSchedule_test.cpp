@@ -407,6 +407,40 @@ TEST_F(UpdaterSchedule, AnExitSeenWhenTheTimerIsDueEndsTheWorker)
     EXPECT_EQ(Requests(), kRequestsOfAPass);
 }
 
+TEST_F(UpdaterSchedule, AWorkerThatMissesItsStopEndsWithIt)
+{
+    // Symptom: after a Stop whose pulse was lost, others still found the update event, and their requests went nowhere.
+    StartEnabled();
+    ScheduleLines();
+    StopMissed();
+    m_machine.RunUntilIdle();
+    EXPECT_FALSE(m_machine.NamedObjectExists(kUpdateEventName));
+    EXPECT_EQ(ScheduleLines(), Lines({{Thread("Update Timer Over"), Thread("Exit Signal.")}, kTimerClosed}));
+}
+
+TEST_F(UpdaterSchedule, ARequestAfterAMissedStopReachesTheNextWorker)
+{
+    // Symptom: a worker that had missed its Stop took the request that came after the next Start.
+    StartEnabled();
+    StopMissed();
+    ASSERT_TRUE(m_updater.Start()); // the old worker has not gone on yet
+    RequestUpdate();
+    EXPECT_EQ(Requests(), 2 * kRequestsOfAPass);
+}
+
+TEST_F(UpdaterSchedule, AStopAfterAMissedOneIsPrompt)
+{
+    // Symptom: after one lost pulse, every later pulse woke the worker before, and each Stop took its whole time-out.
+    StartEnabled();
+    StopMissed();
+    for (int i = 0; i < 2; ++i) {
+        Start();
+        const std::int64_t before = m_machine.ElapsedMs();
+        m_updater.Stop(1000);
+        EXPECT_EQ(m_machine.ElapsedMs(), before);
+    }
+}
+
 TEST_F(UpdaterSchedule, TheTimerOfEachRunGoesWithIt)
 {
     Put(L"Enable", 1);

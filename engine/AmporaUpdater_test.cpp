@@ -4,6 +4,7 @@
 #include "format/Catalogue.h"
 #include "platform/Clock.h"
 #include "testing/CalendarText.h"
+#include "testing/FailingMemory.h"
 #include "testing/SlotOrder.h"
 #include "testing/UpdaterTest.h"
 
@@ -324,6 +325,25 @@ TEST_F(UpdaterMutex, ExitBeforeAFailedWaitSkipsThePause)
     EXPECT_THAT(m_running.results, ElementsAre(FALSE));
     EXPECT_EQ(m_machine.CallCount(Call::kWaitForAny), 1U);
     EXPECT_EQ(m_machine.ElapsedMs(), 0);
+}
+
+TEST_F(UpdaterMutex, AMissedStopEndsTheWaitAndThePause)
+{
+    // Symptom: a worker that missed its Stop while it waited for another copy's pass took the next worker's requests.
+    for (const bool pauses : {false, true}) {
+        m_machine.OtherProcessAcquiresMutex(kUpdateMutexName);
+        if (pauses) {
+            m_machine.FailCall(Call::kWaitForAny, 1, 6);
+        }
+        StartRunning();
+        m_machine.FailCall(Call::kPulseNamedEventMisses, 1, 0);
+        m_running.Stop(100);
+        m_machine.RunUntilIdle();
+        EXPECT_FALSE(m_machine.NamedObjectExists(kUpdateEventName));
+        m_machine.OtherProcessReleasesMutex(kUpdateMutexName);
+    }
+    EXPECT_THAT(m_running.results, ElementsAre(FALSE, FALSE));
+    EXPECT_EQ(m_machine.ElapsedMs(), 200);
 }
 
 TEST_F(UpdaterMutex, PassWithoutMutexGoesOnWithoutWaiting)
@@ -656,6 +676,26 @@ INSTANTIATE_TEST_SUITE_P(EachStep, AmporaUpdaterStart,
                                          StartFault{Call::kCreateNamedEvent, "CreateEvent Fail."},
                                          StartFault{Call::kStartThread, "Start Fail."}));
 
+TEST_F(AmporaUpdater, StartThatRunsOutOfMemoryLeavesNothingOpen)
+{
+    // Symptom: after a Start that had run out of memory, the next one said "Already Started" without a worker.
+    bool failed = true;
+    for (unsigned nth = 1; failed; ++nth) {
+        bool started = false;
+        {
+            const testing_support::CFailingMemory memory(nth);
+            try {
+                started = m_updater.Start() != FALSE;
+            } catch (const std::bad_alloc&) {
+            }
+            failed = memory.HasFailed();
+        }
+        EXPECT_EQ(m_machine.NamedObjectExists(kUpdateEventName), started) << "allocation " << nth;
+        EXPECT_EQ(m_machine.NamedObjectExists(kUpdateMutexName), started) << "allocation " << nth;
+        m_updater.Stop(1000);
+    }
+}
+
 TEST_F(AmporaUpdater, InitialPassRunsAtTheFirstStartOnly)
 {
     StartEnabled();
@@ -735,6 +775,8 @@ TEST_F(AmporaUpdater, StopDuringADownloadLeavesTheWorkerToEndByItself)
     updater->Stop(100);
     updater.reset();
     EXPECT_EQ(m_machine.ElapsedMs(), 1100);
+    // Symptom: while a pass outlived its Stop, others still found the update event.
+    EXPECT_FALSE(m_machine.NamedObjectExists(kUpdateEventName));
     // The mutex lives on with the pass: no other copy's pass may begin.
     EXPECT_TRUE(m_machine.IsMutexOwned(kUpdateMutexName));
     m_machine.RunFor(30000);

@@ -41,14 +41,13 @@ BOOL SetNamedEvent(const WaitHandle& event);
 BOOL PulseNamedEvent(const WaitHandle& event);
 
 // Waits for one object, at most timeoutMs (INFINITE: without limit; 0: only looks). alertable: whether a due timer of
-// this thread (Timer.h) may run its routine and end the wait.
+// this thread (Timer.h) may run its routine and end the wait, and InterruptWait (Thread.h) may end it.
 // WAIT_OBJECT_0, WAIT_ABANDONED_0 (a mutex, acquired, that its last owner abandoned), WAIT_IO_COMPLETION (one or more
-// routines ran), WAIT_TIMEOUT, or WAIT_FAILED with the last error set.
+// routines ran, or the wait was interrupted), WAIT_TIMEOUT, or WAIT_FAILED with the last error set.
 DWORD WaitForOne(const WaitHandle& object, DWORD timeoutMs, BOOL alertable);
 
-// Waits, not alertably, until one of the objects is signalled; at most timeoutMs. The first signalled one, by position
-// i, is taken: WAIT_OBJECT_0 + i or WAIT_ABANDONED_0 + i. Otherwise WAIT_TIMEOUT, or WAIT_FAILED with the last error
-// set.
-DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs);
+// Waits until one of the objects is signalled. The first signalled one, by position i, is taken: WAIT_OBJECT_0 + i or
+// WAIT_ABANDONED_0 + i. Otherwise as WaitForOne.
+DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs, BOOL alertable);
 
 } // namespace platform

@@ -22,6 +22,10 @@ ThreadPtr StartThread(ThreadEntry entry, void* argument);
 // WAIT_TIMEOUT when not, WAIT_FAILED with last error 6 for null. Any thread but the one waited for.
 DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs);
 
+// Ends the thread's alertable wait (Sync.h), the one it is in or else its next one, with WAIT_IO_COMPLETION. From here
+// on that wait takes no object. Null, and a thread that has ended: does nothing. Any thread.
+void InterruptWait(const ThreadPtr& thread);
+
 // The calling process's and thread's identifiers, as the system shows them. Any thread.
 DWORD CurrentProcessIdentifier();
 DWORD CurrentThreadIdentifier();

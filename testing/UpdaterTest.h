@@ -54,6 +54,12 @@ protected:
         Put(L"Enable", 1);
         Start();
     }
+    // Stops the updater just before its worker begins the wait that the Stop is to end.
+    void StopMissed()
+    {
+        m_machine.FailCall(platform::sim::Call::kPulseNamedEventMisses, 1, 0);
+        m_updater.Stop(100);
+    }
     // Asks for an update, as another process does.
     void RequestUpdate()
     {

@@ -196,7 +196,7 @@ TEST_F(MutexContract, TheOwnerMayAcquireItAgain)
     const WaitHandle mutex = MakeMutex(m_name);
     EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForOne(mutex, INFINITE, TRUE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForAny({&mutex, 1}, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForAny({&mutex, 1}, 0, FALSE), WAIT_OBJECT_0);
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(WaitInOtherThread(mutex, 0), WAIT_TIMEOUT);
         EXPECT_TRUE(ReleaseOwnedMutex(mutex));
@@ -227,7 +227,7 @@ TEST_F(MutexContract, AnotherProcessKeepsItAway)
         const WaitHandle mutex = MakeMutex(name);
         OtherProcessAcquiresMutex(name);
         EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_TIMEOUT);
-        EXPECT_EQ(WaitForAny({&mutex, 1}, 5), WAIT_TIMEOUT);
+        EXPECT_EQ(WaitForAny({&mutex, 1}, 5, FALSE), WAIT_TIMEOUT);
         EXPECT_FALSE(ReleaseOwnedMutex(mutex));
         OtherProcessReleasesMutex(name);
         ExpectFree(mutex, kLongMs);
@@ -449,9 +449,9 @@ TEST_F(WaitContract, OperationsOnTheOtherKindFail)
 TEST_F(WaitContract, AWaitTakesOneTo64Objects)
 {
     const std::vector<WaitHandle> objects(65, m_event);
-    EXPECT_TRUE(FailsWith(ERROR_INVALID_PARAMETER, [&] { return WaitForAny({}, 0) != WAIT_FAILED; }));
-    EXPECT_TRUE(FailsWith(ERROR_INVALID_PARAMETER, [&] { return WaitForAny(objects, 0) != WAIT_FAILED; }));
-    EXPECT_EQ(WaitForAny(std::span(objects).subspan(1), 0), WAIT_TIMEOUT);
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_PARAMETER, [&] { return WaitForAny({}, 0, FALSE) != WAIT_FAILED; }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_PARAMETER, [&] { return WaitForAny(objects, 0, FALSE) != WAIT_FAILED; }));
+    EXPECT_EQ(WaitForAny(std::span(objects).subspan(1), 0, FALSE), WAIT_TIMEOUT);
 }
 
 TEST_F(WaitContract, AWaitForOneTakesItsTime)
@@ -467,9 +467,9 @@ TEST_F(WaitContract, AWaitForAnyTakesItsTime)
 {
     const std::array<WaitHandle, 2> events = {MakeEvent(ObjectName(L"First")), MakeEvent(ObjectName(L"Second"))};
     const std::int64_t startMs = ClockMs();
-    EXPECT_EQ(WaitForAny(events, 60), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForAny(events, 60, FALSE), WAIT_TIMEOUT);
     EXPECT_GE(ClockMs() - startMs, 60 - kEarlyMs);
-    EXPECT_EQ(WaitForAny(events, 0), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForAny(events, 0, FALSE), WAIT_TIMEOUT);
 }
 
 TEST_F(WaitContract, ANullHandleFails)
@@ -477,7 +477,7 @@ TEST_F(WaitContract, ANullHandleFails)
     EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return WaitForOne(nullptr, 0, FALSE) != WAIT_FAILED; }));
     EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return WaitForOne(nullptr, INFINITE, TRUE) != WAIT_FAILED; }));
     const std::array<WaitHandle, 2> withNull = {m_event, nullptr};
-    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return WaitForAny(withNull, INFINITE) != WAIT_FAILED; }));
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return WaitForAny(withNull, INFINITE, FALSE) != WAIT_FAILED; }));
 }
 
 TEST_F(WaitContract, AWaitForAnyTellsThePosition)
@@ -486,8 +486,8 @@ TEST_F(WaitContract, AWaitForAnyTellsThePosition)
                                               MakeEvent(ObjectName(L"Third"))};
     for (DWORD i = 0; i < events.size(); ++i) {
         EXPECT_TRUE(SetNamedEvent(events[i]));
-        EXPECT_EQ(WaitForAny(events, INFINITE), WAIT_OBJECT_0 + i);
-        EXPECT_EQ(WaitForAny(events, 0), WAIT_TIMEOUT);
+        EXPECT_EQ(WaitForAny(events, INFINITE, FALSE), WAIT_OBJECT_0 + i);
+        EXPECT_EQ(WaitForAny(events, 0, FALSE), WAIT_TIMEOUT);
     }
 }
 
@@ -495,13 +495,13 @@ TEST_F(WaitContract, AWaitForAnyTakesOnlyTheFirstThatIsSignalled)
 {
     const std::array<WaitHandle, 2> objects = {m_mutex, m_event};
     EXPECT_TRUE(SetNamedEvent(m_event));
-    EXPECT_EQ(WaitForAny(objects, INFINITE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForAny(objects, INFINITE, FALSE), WAIT_OBJECT_0);
     EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
     EXPECT_EQ(WaitForOne(m_event, 0, FALSE), WAIT_OBJECT_0) << "the event is still set";
 
     const std::array<WaitHandle, 2> reversed = {m_event, m_mutex};
     EXPECT_TRUE(SetNamedEvent(m_event));
-    EXPECT_EQ(WaitForAny(reversed, INFINITE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForAny(reversed, INFINITE, FALSE), WAIT_OBJECT_0);
     EXPECT_FALSE(ReleaseOwnedMutex(m_mutex)) << "the mutex was not taken";
 }
 
@@ -509,11 +509,11 @@ TEST_F(WaitContract, AWaitForAnyPassesOverAMutexThatIsTaken)
 {
     const std::array<WaitHandle, 2> objects = {m_mutex, m_event};
     OtherProcessAcquiresMutex(m_mutexName);
-    EXPECT_EQ(WaitForAny(objects, 5), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForAny(objects, 5, FALSE), WAIT_TIMEOUT);
     EXPECT_TRUE(SetNamedEvent(m_event));
-    EXPECT_EQ(WaitForAny(objects, INFINITE), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(WaitForAny(objects, INFINITE, FALSE), WAIT_OBJECT_0 + 1);
     OtherProcessReleasesMutex(m_mutexName);
-    EXPECT_EQ(WaitForAny(objects, kLongMs), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForAny(objects, kLongMs, FALSE), WAIT_OBJECT_0);
     EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
 }
 
@@ -523,8 +523,8 @@ TEST_F(WaitContract, AWaitForAnyGoesOnWhenOneBecomesSignalled)
     OtherProcessAcquiresMutex(m_mutexName);
     std::vector<DWORD> results;
     CRunningThread waiter([&] {
-        results.push_back(WaitForAny(objects, INFINITE));
-        results.push_back(WaitForAny(objects, INFINITE));
+        results.push_back(WaitForAny(objects, INFINITE, FALSE));
+        results.push_back(WaitForAny(objects, INFINITE, FALSE));
         EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
     });
     LetPass(10);
@@ -539,7 +539,9 @@ TEST_F(WaitContract, AWaitForAnyGoesOnWhenOneBecomesSignalled)
 TEST_F(WaitContract, APulseEndsAWaitForAny)
 {
     OtherProcessAcquiresMutex(m_mutexName);
-    CRunningThread waiter([&] { EXPECT_EQ(WaitForAny(std::array{m_mutex, m_event}, INFINITE), WAIT_OBJECT_0 + 1); });
+    CRunningThread waiter([&] {
+        EXPECT_EQ(WaitForAny(std::array{m_mutex, m_event}, INFINITE, FALSE), WAIT_OBJECT_0 + 1);
+    });
     PulseUntilEnd(waiter, m_event);
     OtherProcessReleasesMutex(m_mutexName);
 }
@@ -547,10 +549,10 @@ TEST_F(WaitContract, APulseEndsAWaitForAny)
 TEST_F(WaitContract, AWaitForAnyTellsAnAbandonedMutexByPosition)
 {
     AbandonInOtherThread(m_mutex);
-    EXPECT_EQ(WaitForAny(std::array<WaitHandle, 2>{m_mutex, m_event}, kLongMs), WAIT_ABANDONED_0);
+    EXPECT_EQ(WaitForAny(std::array<WaitHandle, 2>{m_mutex, m_event}, kLongMs, FALSE), WAIT_ABANDONED_0);
     EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
     AbandonInOtherThread(m_mutex);
-    EXPECT_EQ(WaitForAny(std::array<WaitHandle, 2>{m_event, m_mutex}, kLongMs), WAIT_ABANDONED_0 + 1);
+    EXPECT_EQ(WaitForAny(std::array<WaitHandle, 2>{m_event, m_mutex}, kLongMs, FALSE), WAIT_ABANDONED_0 + 1);
     EXPECT_TRUE(ReleaseOwnedMutex(m_mutex));
 }
 

@@ -75,6 +75,62 @@ TEST_F(ThreadContract, AThreadThatHasEndedStaysEnded)
     EXPECT_EQ(WaitForThread(thread, INFINITE), WAIT_OBJECT_0);
 }
 
+// Waits alertably for an event, twice with each time-out, and says how each wait ended.
+struct Waits {
+    WaitHandle event = CreateNamedEvent(ObjectName(L"ThreadContractAwaited").c_str(), nullptr);
+    std::vector<DWORD> timeoutsMs;
+    WaitHandle begins = {}; // not null: waited for, not alertably, before the first wait
+    std::vector<DWORD> results = {};
+};
+
+DWORD WaitAlertably(void* argument)
+{
+    auto* const waits = static_cast<Waits*>(argument);
+    if (waits->begins) {
+        EXPECT_EQ(WaitForOne(waits->begins, kLongMs, FALSE), WAIT_OBJECT_0);
+    }
+    for (const DWORD timeoutMs : waits->timeoutsMs) {
+        waits->results.push_back(WaitForOne(waits->event, timeoutMs, TRUE));
+        waits->results.push_back(WaitForAny({&waits->event, 1}, timeoutMs, TRUE));
+    }
+    return 0;
+}
+
+TEST_F(ThreadContract, InterruptEndsAnAlertableWaitThatTakesNothingMore)
+{
+    Waits waits{.timeoutsMs = {INFINITE}};
+    const ThreadPtr thread = StartThread(WaitAlertably, &waits);
+    LetPass(10);
+    EXPECT_EQ(WaitForThread(thread, 0), WAIT_TIMEOUT);
+    InterruptWait(thread);
+    EXPECT_TRUE(SetNamedEvent(waits.event));
+    // The second wait takes the signal that the first one has left.
+    EXPECT_EQ(WaitForThread(thread, kLongMs), WAIT_OBJECT_0);
+    EXPECT_EQ(waits.results, (std::vector<DWORD>{WAIT_IO_COMPLETION, WAIT_OBJECT_0}));
+}
+
+TEST_F(ThreadContract, InterruptBetweenWaitsEndsTheNextAlertableOneOnly)
+{
+    Waits waits{.timeoutsMs = {5, 0}, .begins = CreateNamedEvent(ObjectName(L"ThreadContractBegins").c_str(), nullptr)};
+    const ThreadPtr thread = StartThread(WaitAlertably, &waits);
+    LetPass(10);
+    InterruptWait(thread);
+    EXPECT_EQ(WaitForThread(thread, 10), WAIT_TIMEOUT);
+    EXPECT_TRUE(SetNamedEvent(waits.event)); // which it leaves to the wait after it
+    EXPECT_TRUE(SetNamedEvent(waits.begins));
+    EXPECT_EQ(WaitForThread(thread, kLongMs), WAIT_OBJECT_0);
+    EXPECT_EQ(waits.results, (std::vector<DWORD>{WAIT_IO_COMPLETION, WAIT_OBJECT_0, WAIT_TIMEOUT, WAIT_TIMEOUT}));
+}
+
+TEST_F(ThreadContract, InterruptOfAThreadThatHasEndedAndOfNoneDoesNothing)
+{
+    const ThreadPtr thread = StartThread([](void*) -> DWORD { return 0; }, nullptr);
+    EXPECT_EQ(WaitForThread(thread, kLongMs), WAIT_OBJECT_0);
+    InterruptWait(thread);
+    InterruptWait(nullptr);
+    EXPECT_EQ(WaitForThread(thread, 0), WAIT_OBJECT_0);
+}
+
 TEST_F(ThreadContract, SeveralThreadsMayWaitForOne)
 {
     Gate gate;

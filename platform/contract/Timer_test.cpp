@@ -111,7 +111,7 @@ TEST_F(TimerContract, TheRoutineWaitsForAnAlertableWait)
     Arm(-1, &runs);
     LetPass(20);
     EXPECT_EQ(WaitForOne(m_never, 20, FALSE), WAIT_TIMEOUT);
-    EXPECT_EQ(WaitForAny({&m_never, 1}, 20), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForAny({&m_never, 1}, 20, FALSE), WAIT_TIMEOUT);
     EXPECT_EQ(runs.count, 0);
     EXPECT_EQ(WaitAlertably(kLongMs), WAIT_IO_COMPLETION);
     EXPECT_EQ(runs.count, 1);

@@ -44,8 +44,9 @@ DWORD TakeFirst(std::span<const WaitHandle> objects, CThreadState& thread)
 // Keeps a wait entered in its objects. The dispatcher is held at both ends of its life.
 class CEntries {
 public:
-    CEntries(std::span<const WaitHandle> objects, Wait& wait) : CEntries(wait, objects)
+    CEntries(std::span<const WaitHandle> objects, Wait& wait, bool alertable) : CEntries(wait, objects)
     {
+        wait.thread.m_alertableWait = alertable ? &wait : nullptr;
         // Should this fail half-way, the destructor runs all the same.
         for (std::size_t i = 0; i < objects.size(); ++i) {
             objects[i]->Enter(wait, static_cast<DWORD>(i));
@@ -53,6 +54,7 @@ public:
     }
     ~CEntries()
     {
+        m_wait.thread.m_alertableWait = nullptr;
         for (const WaitHandle& object : m_objects) {
             object->Remove(m_wait);
         }
@@ -92,7 +94,7 @@ DWORD Sleep(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertable
     }
     const Deadline deadline = DeadlineAfter(timeoutMs);
     Wait wait{thread};
-    const CEntries entries(objects, wait);
+    const CEntries entries(objects, wait, alertable);
     for (;;) {
         if (!std::ranges::all_of(objects, [](const WaitHandle& object) { return object->Watch(); })) {
             return WAIT_FAILED;
@@ -144,6 +146,9 @@ DWORD WaitFor(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertab
     }
     CThreadState& thread = CThreadState::Current();
     std::unique_lock lock(g_dispatcher);
+    if (alertable && thread.TakeInterrupt()) {
+        return WAIT_IO_COMPLETION;
+    }
     DWORD result = WAIT_FAILED;
     try {
         // Whoever hands a mutex over must not run out of memory.
@@ -250,6 +255,9 @@ DWORD WaitForOne(const WaitHandle& object, DWORD timeoutMs, BOOL alertable)
     return WaitFor({&object, 1}, timeoutMs, alertable != FALSE);
 }
 
-DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs) { return WaitFor(objects, timeoutMs, false); }
+DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs, BOOL alertable)
+{
+    return WaitFor(objects, timeoutMs, alertable != FALSE);
+}
 
 } // namespace platform

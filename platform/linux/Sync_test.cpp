@@ -108,7 +108,7 @@ TEST_F(LinuxSync, AWaitForAMutexOfAnotherProcessSleepsThrough)
     const std::array<WaitHandle, 2> objects = {MakeMutex(), MakeEvent()};
     const std::set<std::string> tasks = Tasks();
     const long before = VoluntarySwitches(OwnTask());
-    EXPECT_EQ(WaitForAny(objects, kCalmMs), WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForAny(objects, kCalmMs, FALSE), WAIT_TIMEOUT);
     EXPECT_LE(VoluntarySwitches(OwnTask()) - before, kFewSwitches);
     const std::set<std::string> helpers = TasksSince(tasks);
     ASSERT_EQ(helpers.size(), 1U) << "one thread waits for the lock";

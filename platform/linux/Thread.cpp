@@ -22,6 +22,7 @@ public:
     linux::CFileDescriptor m_ended = linux::CFileDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     // Whoever sees it set also sees all that the thread has done; a descriptor alone promises nothing about memory.
     std::atomic<bool> m_hasEnded = false;
+    linux::CThreadState m_state;
 };
 
 namespace {
@@ -30,9 +31,10 @@ std::atomic<int> g_runningThreads = 0; // of StartThread
 
 void Run(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 {
+    thread->m_state.MakeCurrent();
     entry(argument);
     // Whoever sees the thread ended also finds the mutexes abandoned that it still owned.
-    linux::CThreadState::Current().End();
+    thread->m_state.End();
     // Before anybody can know that the thread has ended, so that it does not count for them.
     --g_runningThreads;
     thread->m_hasEnded = true;
@@ -89,6 +91,14 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
         if (!linux::Poll(ended, deadline)) {
             return WAIT_FAILED;
         }
+    }
+}
+
+void InterruptWait(const ThreadPtr& thread)
+{
+    if (thread) {
+        const std::lock_guard lock(linux::g_dispatcher);
+        thread->m_state.Interrupt();
     }
 }
 

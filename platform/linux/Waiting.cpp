@@ -16,11 +16,22 @@ namespace linux {
 
 constinit std::mutex g_dispatcher;
 
+namespace {
+
+thread_local CThreadState* t_state = nullptr;
+
+} // namespace
+
 CThreadState& CThreadState::Current()
 {
-    thread_local CThreadState state;
-    return state;
+    if (t_state == nullptr) {
+        thread_local CThreadState state; // of a thread that StartThread has not started
+        t_state = &state;
+    }
+    return *t_state;
 }
+
+void CThreadState::MakeCurrent() { t_state = this; }
 
 void CThreadState::End()
 {
@@ -50,6 +61,18 @@ void CThreadState::ClearWake()
 {
     eventfd_t count = 0;
     ::eventfd_read(m_wake.Get(), &count);
+}
+
+void CThreadState::Interrupt()
+{
+    if (m_alertableWait == nullptr) {
+        m_isInterrupted = true;
+    } else if (!m_alertableWait->ended) {
+        // Here and now, so that it takes nothing that is signalled before the thread runs.
+        m_alertableWait->ended = true;
+        m_alertableWait->result = WAIT_IO_COMPLETION;
+        Wake();
+    }
 }
 
 bool CThreadState::FindDueTimers()

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <optional>
 #include <poll.h>
+#include <utility>
 #include <vector>
 
 namespace platform {
@@ -25,6 +26,7 @@ class CWaitObject;
 namespace linux {
 
 class CMutex;
+struct Wait;
 
 // Held for moments only, never while something is waited for.
 extern constinit std::mutex g_dispatcher;
@@ -34,6 +36,8 @@ class CThreadState {
 public:
     // The calling thread's.
     static CThreadState& Current();
+    // Makes this the calling thread's, as long as it lives; only before Current() was called.
+    void MakeCurrent();
 
     CThreadState() = default;
     // At a thread's end; End() may have been called before.
@@ -50,6 +54,11 @@ public:
     void Wake();
     void ClearWake();
 
+    // Ends the thread's alertable wait, or else its next one, with WAIT_IO_COMPLETION. Any thread.
+    void Interrupt();
+    // Whether the thread was interrupted outside an alertable wait; it counts for one wait.
+    bool TakeInterrupt() { return std::exchange(m_isInterrupted, false); }
+
     // Sees which timers have fallen due; whether one has. Then RunDueTimers runs their routines, on this thread and
     // with the dispatcher, which lock holds, let go meanwhile.
     bool FindDueTimers();
@@ -58,6 +67,10 @@ public:
     CFileDescriptor m_wake;              // event descriptor, readable after Wake
     std::vector<CMutex*> m_ownedMutexes; // with room for one more while the thread takes one or waits
     std::vector<CTimer*> m_armedTimers;
+    Wait* m_alertableWait = nullptr; // that it sleeps in; null for none
+
+private:
+    bool m_isInterrupted = false;
 };
 
 // One thread's wait in progress. Ended once: by whoever signals one of its objects, or by the thread itself.

@@ -21,6 +21,7 @@ constexpr const char* kCallNames[] = {
     "CreateNamedMutex",
     "CreateNamedMutexThrows",
     "CreateNamedEvent",
+    "PulseNamedEventMisses",
     "ReleaseOwnedMutex",
     "WaitForOne",
     "WaitForAny",

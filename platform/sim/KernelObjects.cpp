@@ -140,12 +140,14 @@ void CKernelObjects::SetEvent(KernelObject& event)
     OfferToWaiting(event);
 }
 
-void CKernelObjects::PulseEvent(KernelObject& event)
+void CKernelObjects::PulseEvent(KernelObject& event, bool misses)
 {
     if (m_observer != nullptr) {
         m_observer->OnEventPulsed(event.session, event.name, CallerOf(CScheduler::Self().context));
     }
-    SetEvent(event);
+    if (!misses) {
+        SetEvent(event);
+    }
     event.signalled = false;
 }
 

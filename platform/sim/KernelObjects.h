@@ -68,7 +68,8 @@ public:
     DWORD Wait(const ObjectWait& wait, std::int64_t deadline);
 
     void SetEvent(KernelObject& event);
-    void PulseEvent(KernelObject& event);
+    // misses: as if nobody waited.
+    void PulseEvent(KernelObject& event, bool misses);
     // FALSE when taker is not the owner.
     BOOL Release(KernelObject& mutex, const ThreadContext& taker);
     void Abandon(KernelObject& mutex);

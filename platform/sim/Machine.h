@@ -30,6 +30,7 @@ enum class Call {
     kCreateNamedMutex,
     kCreateNamedMutexThrows, // std::bad_alloc
     kCreateNamedEvent,
+    kPulseNamedEventMisses, // TRUE, but whoever waits was not waiting yet
     kReleaseOwnedMutex,
     kWaitForOne,
     kWaitForAny,

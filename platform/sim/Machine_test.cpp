@@ -197,7 +197,7 @@ TEST(SimFaults, FailingCallsGiveTheirFailure)
     EXPECT_TRUE(failed(CreateNamedEvent(L"event", nullptr) == nullptr));
     EXPECT_TRUE(failed(!ReleaseOwnedMutex(mutex)));
     EXPECT_TRUE(failed(WaitForOne(mutex, INFINITE, FALSE) == WAIT_FAILED));
-    EXPECT_TRUE(failed(WaitForAny(std::array{mutex}, INFINITE) == WAIT_FAILED));
+    EXPECT_TRUE(failed(WaitForAny(std::array{mutex}, INFINITE, FALSE) == WAIT_FAILED));
     EXPECT_TRUE(failed(!ArmTimer(timer, &due, nullptr, nullptr)));
     EXPECT_EQ(machine.ArmedTimerCount(), 0U);
     EXPECT_TRUE(failed(!DisarmTimer(timer)));

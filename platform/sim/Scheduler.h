@@ -53,6 +53,8 @@ struct SimThread {
     const SimThread* joined = nullptr;      // what it waits for, when that is a thread's end
     const CWindow* messageWait = nullptr;   // what it waits for, when that is a message to a window
 
+    bool isInterrupted = false; // its next alertable wait ends at once
+
     std::condition_variable turn = {};
     std::thread systemThread = {}; // none: the thread that made the machine
 };

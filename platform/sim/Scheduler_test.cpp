@@ -190,7 +190,7 @@ std::vector<int> RunTangle()
                 WaitForOne(mutex, INFINITE, FALSE);
                 steps.push_back(10 + i);
                 SetNamedEvent(event);
-                WaitForAny(std::array{event}, 1);
+                WaitForAny(std::array{event}, 1, FALSE);
                 ReleaseOwnedMutex(mutex);
             }
         });
@@ -259,7 +259,7 @@ TEST_F(SimDeathTest, DeadlockIsReportedWithWhatEveryThreadWaitsFor)
             const WaitHandle event = CreateNamedEvent(L"never", nullptr);
             CCriticalSection lock;
             lock.Enter();
-            StartBody([&] { WaitForAny(std::array{mutex, event}, INFINITE); });
+            StartBody([&] { WaitForAny(std::array{mutex, event}, INFINITE, FALSE); });
             StartBody([&] { lock.Enter(); });
             machine.RunFor(1'000);
             WaitForOne(event, INFINITE, TRUE);

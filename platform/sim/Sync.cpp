@@ -46,6 +46,9 @@ DWORD WaitForObjects(std::span<const WaitHandle> objects, DWORD timeoutMs, bool 
         }
         wait.objects.push_back(object->Object());
     }
+    if (alertable && std::exchange(sim::CScheduler::Self().isInterrupted, false)) {
+        return WAIT_IO_COMPLETION;
+    }
     DWORD result = machine.objects.TryTake(wait);
     if (result != WAIT_TIMEOUT) {
         return result;
@@ -122,7 +125,8 @@ BOOL PulseNamedEvent(const WaitHandle& event)
     if (object == nullptr) {
         return FALSE;
     }
-    sim::Machine().objects.PulseEvent(*object);
+    const bool misses = sim::Machine().faults.Take(Call::kPulseNamedEventMisses).has_value();
+    sim::Machine().objects.PulseEvent(*object, misses);
     return TRUE;
 }
 
@@ -134,7 +138,7 @@ DWORD WaitForOne(const WaitHandle& object, DWORD timeoutMs, BOOL alertable)
     return WaitForObjects(std::span(&object, 1), timeoutMs, alertable != FALSE);
 }
 
-DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs)
+DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs, BOOL alertable)
 {
     if (sim::FailsByFault(Call::kWaitForAny)) {
         return WAIT_FAILED;
@@ -143,7 +147,7 @@ DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs)
         SetLastErrorCode(ERROR_INVALID_PARAMETER);
         return WAIT_FAILED;
     }
-    return WaitForObjects(objects, timeoutMs, false);
+    return WaitForObjects(objects, timeoutMs, alertable != FALSE);
 }
 
 } // namespace platform

@@ -3,17 +3,14 @@
 #include "platform/LastError.h"
 #include "platform/sim/MachineState.h"
 
+#include <algorithm>
 #include <system_error>
 
 namespace platform {
 
 class CThread {
 public:
-    explicit CThread(std::shared_ptr<const sim::SimThread> thread) : m_thread(std::move(thread)) {}
-    const sim::SimThread& Thread() const { return *m_thread; }
-
-private:
-    std::shared_ptr<const sim::SimThread> m_thread;
+    std::shared_ptr<sim::SimThread> m_thread;
 };
 
 ThreadPtr StartThread(ThreadEntry entry, void* argument)
@@ -23,7 +20,9 @@ ThreadPtr StartThread(ThreadEntry entry, void* argument)
     }
     const sim::ProcessIdentity process = sim::CScheduler::Self().context.process;
     try {
-        return std::make_shared<CThread>(sim::Machine().StartThread(process, [entry, argument] { entry(argument); }));
+        auto thread = std::make_shared<CThread>();
+        thread->m_thread = sim::Machine().StartThread(process, [entry, argument] { entry(argument); });
+        return thread;
     } catch (const std::system_error&) {
         SetLastErrorCode(ERROR_OUTOFMEMORY);
         return nullptr;
@@ -36,13 +35,28 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
         SetLastErrorCode(ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
     }
-    if (thread->Thread().hasEnded) {
+    if (thread->m_thread->hasEnded) {
         return WAIT_OBJECT_0;
     }
     if (timeoutMs == 0) {
         return WAIT_TIMEOUT;
     }
-    return sim::Machine().scheduler.WaitForEnd(thread->Thread(), sim::Machine().DeadlineAfter(timeoutMs));
+    return sim::Machine().scheduler.WaitForEnd(*thread->m_thread, sim::Machine().DeadlineAfter(timeoutMs));
+}
+
+void InterruptWait(const ThreadPtr& thread)
+{
+    if (thread == nullptr) {
+        return;
+    }
+    sim::SimThread& waiter = *thread->m_thread;
+    const std::vector<sim::SimThread*> waiting = sim::Machine().scheduler.Waiting();
+    const bool waits = std::find(waiting.begin(), waiting.end(), &waiter) != waiting.end();
+    if (waits && waiter.objectWait != nullptr && waiter.objectWait->alertable) {
+        sim::Machine().scheduler.Wake(waiter, WAIT_IO_COMPLETION);
+    } else {
+        waiter.isInterrupted = true;
+    }
 }
 
 DWORD CurrentProcessIdentifier() { return sim::CScheduler::Self().context.process.processId; }

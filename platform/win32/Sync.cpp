@@ -1,6 +1,7 @@
 #include "platform/Sync.h"
 
 #include "platform/win32/Handle.h"
+#include "platform/win32/Interruption.h"
 #include "platform/win32/SecurityDescriptor.h"
 
 #include <array>
@@ -16,6 +17,37 @@ namespace {
 
 // The native handle, null for none.
 HANDLE NativeHandle(const WaitHandle& object) { return object ? object->m_handle.Get() : nullptr; }
+
+// Whether an alertable wait ends here because the thread has been interrupted.
+bool EndsInterrupted()
+{
+    const bool isInterrupted = win32::TakeInterruption();
+    if (isInterrupted) {
+        ::SleepEx(0, TRUE); // runs the routine that came with it, which would end another wait
+    }
+    return isInterrupted;
+}
+
+// Waits for these handles. When the wait, which is alertable then, is interrupted, what it took is given back.
+template <class Wait>
+DWORD Interruptibly(std::span<const HANDLE> handles, BOOL alertable, Wait wait)
+{
+    if (!alertable) {
+        return wait();
+    }
+    if (EndsInterrupted()) {
+        return WAIT_IO_COMPLETION;
+    }
+    const DWORD result = wait();
+    if (!EndsInterrupted()) {
+        return result;
+    }
+    const DWORD index = result >= WAIT_ABANDONED_0 ? result - WAIT_ABANDONED_0 : result - WAIT_OBJECT_0;
+    if (index < handles.size() && !::SetEvent(handles[index])) {
+        ::ReleaseMutex(handles[index]);
+    }
+    return WAIT_IO_COMPLETION;
+}
 
 } // namespace
 
@@ -45,10 +77,12 @@ BOOL PulseNamedEvent(const WaitHandle& event) { return ::PulseEvent(NativeHandle
 
 DWORD WaitForOne(const WaitHandle& object, DWORD timeoutMs, BOOL alertable)
 {
-    return ::WaitForSingleObjectEx(NativeHandle(object), timeoutMs, alertable);
+    const HANDLE handle = NativeHandle(object);
+    return Interruptibly({&handle, 1}, alertable,
+                         [&] { return ::WaitForSingleObjectEx(handle, timeoutMs, alertable); });
 }
 
-DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs)
+DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs, BOOL alertable)
 {
     std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> handles = {};
     if (objects.size() > handles.size()) {
@@ -58,7 +92,10 @@ DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs)
     for (std::size_t i = 0; i < objects.size(); ++i) {
         handles[i] = NativeHandle(objects[i]);
     }
-    return ::WaitForMultipleObjects(static_cast<DWORD>(objects.size()), handles.data(), FALSE, timeoutMs);
+    const auto count = static_cast<DWORD>(objects.size());
+    return Interruptibly(std::span<const HANDLE>(handles).first(count), alertable, [&] {
+        return ::WaitForMultipleObjectsEx(count, handles.data(), FALSE, timeoutMs, alertable);
+    });
 }
 
 } // namespace platform

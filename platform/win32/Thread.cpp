@@ -1,6 +1,7 @@
 #include "platform/Thread.h"
 
 #include "platform/win32/Handle.h"
+#include "platform/win32/Interruption.h"
 
 #include <atomic>
 #include <cstdio>
@@ -11,21 +12,26 @@ namespace platform {
 class CThread {
 public:
     win32::CKernelHandle m_handle;
+    std::atomic<bool> m_isInterrupted = false;
 };
 
 namespace {
 
 // What a new thread is to do.
 struct Work {
+    ThreadPtr thread;
     ThreadEntry entry;
     void* argument;
 };
+
+thread_local CThread* t_thread = nullptr; // the calling thread; null for one that StartThread has not started
 
 std::atomic<unsigned> g_runningThreads = 0;
 
 DWORD WINAPI Run(void* argument)
 {
     const Work work = *std::unique_ptr<Work>(static_cast<Work*>(argument));
+    t_thread = work.thread.get();
     const DWORD exitCode = work.entry(work.argument);
     --g_runningThreads;
     return exitCode;
@@ -36,7 +42,7 @@ DWORD WINAPI Run(void* argument)
 ThreadPtr StartThread(ThreadEntry entry, void* argument)
 {
     auto thread = std::make_shared<CThread>();
-    auto work = std::make_unique<Work>(Work{entry, argument});
+    auto work = std::make_unique<Work>(Work{thread, entry, argument});
     ++g_runningThreads;
     thread->m_handle.Reset(::CreateThread(nullptr, 0, Run, work.get(), 0, nullptr));
     if (!thread->m_handle) {
@@ -51,6 +57,16 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
 {
     return ::WaitForSingleObject(thread ? thread->m_handle.Get() : nullptr, timeoutMs);
 }
+
+void InterruptWait(const ThreadPtr& thread)
+{
+    if (thread) {
+        thread->m_isInterrupted = true;
+        ::QueueUserAPC([](ULONG_PTR) {}, thread->m_handle.Get(), 0);
+    }
+}
+
+bool win32::TakeInterruption() { return t_thread != nullptr && t_thread->m_isInterrupted.exchange(false); }
 
 DWORD CurrentProcessIdentifier() { return ::GetCurrentProcessId(); }
 
