@@ -24,8 +24,6 @@ constexpr wchar_t kSiteKey[] = L"Software\\Halvex\\AmporaSrv\\site\\";
 constexpr wchar_t kUpdateMutex[] = L"Global\\AmporaSrvUpdateMutex";
 constexpr wchar_t kUpdateEvent[] = L"AmporaSrvUpdateEvent";
 
-constexpr std::int64_t kStopMs = 100; // how long a stop on leaving waits for the worker
-
 // The site that a key is of; kMainKeySite for the main key, -1 for any other.
 int SiteOf(const CString& keyPath)
 {
@@ -148,6 +146,8 @@ void CChecker::OnFault(Call call)
     } else if (program != nullptr && (call == Call::kCreateNamedMutex || call == Call::kCreateNamedMutexThrows ||
                                       call == Call::kCreateNamedEvent || call == Call::kStartThread)) {
         TakeOrder(Moment::kStarts, program);
+    } else if (program != nullptr && call == Call::kPulseNamedEventMisses) {
+        program->missesPulse = true;
     } else if (worker != nullptr) {
         OnWorkerFault(*worker, call);
     }
@@ -265,10 +265,12 @@ void CChecker::OnEventPulsed(unsigned session, const CString& name, const Caller
     m_state.setEvents.erase(session);
     program->isStarted = false;
     program->freeMs = m_state.Now() + kStopMs;
+    const std::int64_t stopMs = program->IsTold(What::kQuit) ? kQuitMs : kStopMs;
+    const std::int64_t wakesUpMs = m_state.Now() + (std::exchange(program->missesPulse, false) ? stopMs : 0);
     if (WorkerState* worker = WorkerOf(program->worker)) {
         const bool isDownloading = worker->IsIn(Step::kDownload);
         Note(worker->Name() + (isDownloading ? " is told to end in a download" : " is told to end"));
-        worker->mustEndBy = isDownloading ? worker->pass.downloadEndsMs : m_state.Now();
+        worker->mustEndBy = isDownloading ? worker->pass.downloadEndsMs : wakesUpMs;
     }
 }
 

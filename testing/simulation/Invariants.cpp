@@ -12,8 +12,6 @@ using At = WorkerState::At;
 using Step = PassState::Step;
 using What = Order::What;
 
-constexpr std::int64_t kQuitMs = 1000; // how long a stop on quitting waits for the worker
-
 bool IsMasterSwitch(const Seen& seen) { return seen.site == kMainKeySite && seen.name == L"Enable"; }
 
 bool AllFiles(const State& state, bool (*holds)(const CString& path, const State& state))

@@ -15,6 +15,7 @@ constexpr Switch kSwitches[] = {
     {"object-faults", &Options::objectFaults, "named objects, threads and session notices cannot be made"},
     {"timer-faults", &Options::timerFaults, "timers cannot be made, armed, disarmed"},
     {"wait-faults", &Options::waitFaults, "waits fail"},
+    {"missed-pulses", &Options::missedPulses, "a worker misses the pulse of its stop"},
     {"open-faults", &Options::openFaults, "data files cannot be opened"},
     {"write-faults", &Options::writeFaults, "data files cannot be written"},
     {"output-faults", &Options::outputFaults, "the debugger output fails"},

@@ -55,6 +55,7 @@ constexpr FaultRate kFaultRates[] = {
     {Call::kDisarmTimer, &Options::timerFaults, 40},
     {Call::kWaitForOne, &Options::waitFaults, 10},
     {Call::kWaitForAny, &Options::waitFaults, 60},
+    {Call::kPulseNamedEventMisses, &Options::missedPulses, 300},
     {Call::kOpenForReplace, &Options::openFaults, 30},
     {Call::kWriteFileBytes, &Options::writeFaults, 20},
     {Call::kOutputDebugText, &Options::outputFaults, 20},

@@ -54,8 +54,9 @@ TEST(Simulation, AnotherSeedGivesAnotherTrace)
 TEST(Simulation, ASeedGivesTheSameTraceOnEverySystem)
 {
     Options options = Everything(10, 0);
-    for (const auto member : {&Options::settingsFaults, &Options::objectFaults, &Options::timerFaults,
-                              &Options::waitFaults, &Options::openFaults, &Options::writeFaults}) {
+    for (const auto member :
+         {&Options::settingsFaults, &Options::objectFaults, &Options::timerFaults, &Options::waitFaults,
+          &Options::missedPulses, &Options::openFaults, &Options::writeFaults}) {
         options.*member = false;
     }
     const Outcome outcome = Simulated(11, options);

@@ -13,6 +13,10 @@ namespace simulation {
 
 inline constexpr int kMainKeySite = 0; // as a site number: the settings' main key
 
+// How long a stop waits for the worker: on leaving and on quitting.
+inline constexpr std::int64_t kStopMs = 100;
+inline constexpr std::int64_t kQuitMs = 1000;
+
 // A message that changes whether a program updates.
 struct Order {
     enum class What { kStart, kStop, kQuit };
@@ -28,6 +32,7 @@ struct ProgramState {
     bool initialUpdateDone = false;
     bool getsSessionNotices = true;
     bool isQuitting = false;
+    bool missesPulse = false; // the worker does, that of the stop that has begun
     bool hasReturned = false;
     std::deque<Order> orders = {}; // not carried out yet
     std::int64_t freeMs = 0;       // from when its first thread can handle the next message, at the latest
