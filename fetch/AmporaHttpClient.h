@@ -3,8 +3,9 @@
 
 #include "platform/Http.h"
 
-// Longest body that is received: far more than a report, little enough that an endless answer cannot exhaust memory.
-inline constexpr std::size_t kMaxBodyBytes = std::size_t{64} * 1024 * 1024;
+// Longest body that is received: a report of 100,000 usages, but not what would use up the memory when it is decoded
+// and parsed.
+inline constexpr std::size_t kMaxBodyBytes = std::size_t{8} * 1024 * 1024;
 
 // An HTTP session that lives as long as the client. Used by one thread at a time.
 class CAmporaHttpClient {

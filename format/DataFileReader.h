@@ -27,9 +27,9 @@ struct DataFile {
     std::vector<_AmporaOneData> records; // in the file's order; empty with a fault
 };
 
-// Most records and bytes that a data file may have: two days of the longest answers (64 MiB) with the shortest text for
+// Most records and bytes that a data file may have: two days of the longest answers (8 MiB) with the shortest text for
 // each record (32 bytes). A longer file counts as torn.
-inline constexpr std::size_t kMaxDataFileRecords = 2 * 64 * 1024 * 1024 / 32;
+inline constexpr std::size_t kMaxDataFileRecords = 2 * 8 * 1024 * 1024 / 32;
 inline constexpr std::size_t kMaxDataFileBytes = sizeof(DataFileHeader) + kMaxDataFileRecords * sizeof(_AmporaOneData);
 
 // Parses the content of a data file. dataType: the data type code that it must hold. The times are not checked:

@@ -563,17 +563,9 @@ TEST_F(SystemPass, EndlessNestingIsNoReport)
     ExpectEachFailed(RunFaulty({.body = Report(Nested(100000))}), kLoadFail, kAnalyzeError);
 }
 
-TEST_F(SystemPass, ReportWithATextTooLongIsNoReport)
-{
-    constexpr std::size_t kLongestText = 10'000'000; // of the XML parser
-    const CopyOutput pass = RunFaulty({.body = PeakReport(8, {.value = std::string(kLongestText + 1, '1')})}, 8);
-    EXPECT_EQ(CountLines(pass, kLoadFail), 2);
-    EXPECT_EQ(CountLines(pass, kAnalyzeError), 2);
-}
-
 TEST_F(SystemPass, ReportBeyondTheLimitFails)
 {
-    constexpr std::size_t kLongestBody = std::size_t{64} * 1024 * 1024;
+    constexpr std::size_t kLongestBody = std::size_t{8} * 1024 * 1024;
     HttpAnswer answer{.body = PeakReport(8, {})};
     answer.body.resize(kLongestBody + 1, ' ');
     const CopyOutput pass = RunFaulty(answer, 8);
@@ -583,7 +575,7 @@ TEST_F(SystemPass, ReportBeyondTheLimitFails)
 
 TEST_F(SystemPass, HugeReportIsStored)
 {
-    constexpr int kUsages = 50000;
+    constexpr int kUsages = 100000;
     constexpr int kWindowSeconds = 12 * 60 * 60;
     const std::time_t first = std::time(nullptr) - kWindowSeconds / 2;
     std::vector<testing_support::UsageRow> rows;
