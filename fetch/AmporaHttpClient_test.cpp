@@ -241,6 +241,15 @@ TEST_F(AmporaHttpClient, BodyThatBreaksOffAppendsNothing)
     }
 }
 
+TEST_F(AmporaHttpClient, BodyThatDripsForMinutesAppendsNothing)
+{
+    // Symptom: a server that sent a byte now and then held up the passes of all sessions for days.
+    Answer({.body = std::string(100'000, 'x'), .dripMs = 29'000});
+    const std::int64_t startMs = m_machine.ElapsedMs();
+    ExpectFailure({Message("WAR", "Exception!")});
+    EXPECT_EQ(m_machine.ElapsedMs() - startMs, 5 * 60'000);
+}
+
 TEST_F(AmporaHttpClient, StatusIsKnownEvenWhenTheBodyBreaksOff)
 {
     Answer({.status = 206, .body = "text", .fault = HttpFault::kShortBody});

@@ -1,8 +1,10 @@
 // HTTP in the three steps of the system's internet layer: session, connection, request.
 //
 // A session and what was opened from it belong to one thread at a time. Connections are kept alive within a session and
-// used again. The system's own limits apply (Linux: 60 s to connect, 30 s without a byte end a transfer as failed, at
-// most 10 redirects and to http only); proxies as the system has them set (Linux: from the environment).
+// used again. Proxies as the system has them set (Linux: from the environment). The system's own limits apply. On Linux
+// they are 60 s to connect, 30 s without a byte, at most 10 redirects and to http only; 256 KiB of header in an answer,
+// together with the answers that announce it and with its trailers; and no transfer coding but chunked. What goes
+// beyond them ends the transfer as failed. The length of a body is for the caller to limit.
 #pragma once
 
 #include "platform/CodeException.h"
@@ -17,6 +19,10 @@ inline constexpr DWORD kConnectionModem = 1;
 inline constexpr DWORD kConnectionLan = 2;
 inline constexpr DWORD kConnectionProxy = 4;
 inline constexpr DWORD kConnectionOffline = 32;
+
+// How long a request may take, its redirects and the whole body included, however regularly something comes: longer
+// ones end as failed. On Windows only the body counts, from the moment when the header has come.
+inline constexpr DWORD kMaxHttpRequestMs = 5 * 60'000;
 
 // A fault of the internet layer.
 class CInternetException : public CCodeException<DWORD> {
@@ -58,8 +64,8 @@ BOOL SendHttpRequest(const HttpRequestPtr& request);
 // The answer's status code, after a successful send. FALSE on failure; may throw CInternetException.
 BOOL QueryHttpStatusCode(const HttpRequestPtr& request, DWORD* status);
 
-// Reads up to size bytes of the body, content as sent (no decompression), waiting for at least one. 0 at the body's
-// end. Throws CInternetException when the transfer breaks, times out or ends before its declared length.
+// Reads up to size bytes of the body, content as sent (no decompression), waiting for one but not for more. 0 at the
+// body's end. Throws CInternetException when the transfer breaks, times out or ends before its declared length.
 std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_t size);
 
 } // namespace platform

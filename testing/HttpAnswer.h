@@ -30,6 +30,8 @@ struct HttpAnswer {
     bool chunked = false;                                          // transfer in chunks, without Content-Length
     HttpFault fault = HttpFault::kNone;
     DWORD latencyMs = 0; // before the first byte; above the client's own limit it gives up (simulated machine: 30 s)
+    DWORD dripMs = 0;    // before each byte of the body, which then comes byte by byte; without a fault only
+    std::string trailers = {}; // lines after the last chunk, with their ends (real servers only)
 };
 
 struct HttpExchange {

@@ -92,7 +92,7 @@ std::string BodyOf(const HttpAnswer& answer)
         const std::string chunk = answer.body.substr(from, kChunkSize);
         body += SizeLine(chunk.size()) + chunk + "\r\n";
     }
-    return body + "0\r\n\r\n";
+    return body + "0\r\n" + answer.trailers + "\r\n";
 }
 
 // The first half of the body, on the wire as the beginning of the whole.
@@ -121,6 +121,20 @@ asio::awaitable<void> Wait(DWORD timeMs)
     co_await timer.async_wait(asio::use_awaitable);
 }
 
+asio::awaitable<void> SendWhole(tcp::socket& socket, const std::string& header, const HttpAnswer& answer)
+{
+    const std::string body = BodyOf(answer);
+    if (answer.dripMs == 0) {
+        co_await Send(socket, header + body);
+        co_return;
+    }
+    co_await Send(socket, header);
+    for (const char byte : body) {
+        co_await Wait(answer.dripMs);
+        co_await Send(socket, std::string(1, byte));
+    }
+}
+
 bool Stalls(const HttpAnswer& answer)
 {
     return answer.fault == HttpFault::kStalled || answer.fault == HttpFault::kStalledBody;
@@ -133,7 +147,7 @@ asio::awaitable<bool> Give(tcp::socket& socket, const HttpAnswer& answer, const 
     switch (answer.fault) {
     case HttpFault::kNone:
     case HttpFault::kLongBody:
-        co_await Send(socket, header + BodyOf(answer));
+        co_await SendWhole(socket, header, answer);
         co_return !ClosesConnection(answer);
     case HttpFault::kRefused:
     case HttpFault::kClosedEarly:

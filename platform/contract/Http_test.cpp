@@ -90,6 +90,16 @@ TEST_F(Http, BodyComesInPiecesOfAtMostTheSizeAskedFor)
     EXPECT_EQ(ReadHttpBody(request, piece, sizeof piece), 0U); // the end stays the end
 }
 
+TEST_F(Http, PartOfABodyIsReadBeforeTheRestComes)
+{
+    // Symptom: on Windows one read waited for the whole body, so that nobody could end one that came drop by drop.
+    Serve({.body = "0123456789", .fault = HttpFault::kStalledBody});
+    const platform::HttpRequestPtr request = Open();
+    ASSERT_TRUE(SendHttpRequest(request));
+    char piece[100];
+    EXPECT_EQ(ReadHttpBody(request, piece, sizeof piece), 5U);
+}
+
 TEST_F(Http, EmptyBodyEndsAtOnce)
 {
     Serve(HttpAnswer{});

@@ -1,6 +1,7 @@
 // HTTP on libcurl: a session is a multi handle, whose pool keeps the connections; a request is an easy handle, driven
 // only while somebody waits for it.
 #include "platform/Http.h"
+#include "platform/LetterCase.h"
 #include "platform/Text.h"
 
 #include <algorithm>
@@ -25,7 +26,10 @@ using std::chrono::milliseconds;
 
 constexpr long kConnectLimitMs = 60'000;
 constexpr milliseconds kSilenceLimit{30'000};
+constexpr milliseconds kRequestLimit{kMaxHttpRequestMs};
 constexpr int kMaxRedirects = 10;
+// Of one answer, with the answers that announce it and the trailers after its body.
+constexpr std::size_t kMaxHeaderBytes = std::size_t{256} * 1024;
 constexpr long kSwitchingProtocols = 101;
 // What an unread body may cost to keep its connection; a new connection is cheaper than more.
 constexpr std::size_t kDrainLimitBytes = 65536;
@@ -70,6 +74,18 @@ std::string Escape(std::string_view text)
         }
     }
     return escaped;
+}
+
+// Whether a header line asks for more than taking chunks together. The library would decode it before anybody sees how
+// much it becomes.
+bool NamesTransferCoding(std::string_view line)
+{
+    constexpr std::string_view kName = "Transfer-Encoding:";
+    if (!EqualsWithoutCase(line.substr(0, kName.size()), kName)) {
+        return false;
+    }
+    line.remove_prefix(std::min(line.find_first_not_of(" \t", kName.size()), line.size()));
+    return !EqualsWithoutCase(line.substr(0, line.find_last_not_of(" \t\r\n") + 1), "chunked");
 }
 
 } // namespace
@@ -125,11 +141,13 @@ private:
     DWORD m_status = 0;
     std::string m_received = {}; // body received, of which the first m_read bytes are read
     std::size_t m_read = 0;
+    std::size_t m_headerBytes = 0;                 // of the present answer
     std::optional<std::size_t> m_discardable = {}; // while draining: bytes that may still come
     bool m_isDriven = false;
     bool m_isAnswerDue = false; // connected: the silence counts
     CURLcode m_result = CURLE_OK;
     Clock::time_point m_silentSince = {};
+    Clock::time_point m_end = {}; // when the request must be over
 };
 
 CHttpRequest::CHttpRequest(HttpConnectionPtr connection, EasyPtr easy, std::string url)
@@ -177,6 +195,10 @@ std::size_t CHttpRequest::OnHeaderLine(char* line, std::size_t size, std::size_t
     auto* self = static_cast<CHttpRequest*>(request);
     self->NoteByte();
     const std::string_view text(line, size * count);
+    self->m_headerBytes += text.size();
+    if (self->m_headerBytes > kMaxHeaderBytes || NamesTransferCoding(text)) {
+        return 0; // ends the transfer as failed
+    }
     if (text == "\r\n" || text == "\n") {
         long status = 0;
         curl_easy_getinfo(self->m_easy.get(), CURLINFO_RESPONSE_CODE, &status);
@@ -220,6 +242,7 @@ int CHttpRequest::OnConnected(void* request, char*, char*, int, int)
 
 bool CHttpRequest::Send()
 {
+    m_end = Clock::now() + kRequestLimit;
     for (int redirects = 0; SendOnce(); ++redirects) {
         std::optional<std::string> target = RedirectTarget();
         if (!target) {
@@ -243,6 +266,7 @@ bool CHttpRequest::SendOnce()
     Finish(CURLE_OK);
     m_received.clear();
     m_read = 0;
+    m_headerBytes = 0;
     m_status = 0;
     m_isAnswerDue = false;
     m_result = CURLE_OK;
@@ -321,17 +345,20 @@ void CHttpRequest::DriveUntil(Clock::time_point limit)
         return;
     }
     CollectFinished();
-    if (!m_isDriven || m_received.size() != before || m_status != statusBefore) {
+    if (!m_isDriven) {
         return;
     }
     const Clock::time_point now = Clock::now();
-    const Clock::time_point silenceEnd = m_silentSince + kSilenceLimit;
-    if (m_isAnswerDue && now >= silenceEnd) {
+    // While connecting, the library has its own limit.
+    const Clock::time_point end = std::min(m_end, m_isAnswerDue ? m_silentSince + kSilenceLimit : m_end);
+    if (now >= end) {
         Finish(CURLE_OPERATION_TIMEDOUT);
         return;
     }
-    // While connecting, the library has its own limit.
-    const Clock::time_point wakeUp = std::min(limit, m_isAnswerDue ? silenceEnd : now + kSilenceLimit);
+    if (m_received.size() != before || m_status != statusBefore) {
+        return;
+    }
+    const Clock::time_point wakeUp = std::min(limit, end);
     const auto wait = std::chrono::ceil<milliseconds>(std::max(wakeUp - now, Clock::duration::zero()));
     curl_multi_poll(multi, nullptr, 0, static_cast<int>(wait.count()), nullptr);
 }

@@ -3,10 +3,31 @@
 
 #include "testing/LoopbackServer.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <gmock/gmock.h>
 #include <optional>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+// How far this program's monotonic clock is ahead of the system's.
+std::atomic<std::time_t> g_clockAheadS = 0;
+
+} // namespace
+
+// In place of the system's own, for everything in this program.
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
+{
+    const long result = ::syscall(SYS_clock_gettime, clock, time);
+    if (result == 0 && clock == CLOCK_MONOTONIC) {
+        time->tv_sec += g_clockAheadS;
+    }
+    return static_cast<int>(result);
+}
 
 namespace platform {
 namespace {
@@ -66,7 +87,11 @@ protected:
     std::string Get(const CString& object = L"/path") const
     {
         const HttpRequestPtr request = Open(object);
-        return SendHttpRequest(request) ? BodyOf(request) : "(no answer)";
+        try {
+            return SendHttpRequest(request) ? BodyOf(request) : "(no answer)";
+        } catch (const CInternetException&) {
+            return "(broken)";
+        }
     }
 
     const CVariable m_noProxy{"http_proxy", nullptr};
@@ -141,6 +166,99 @@ TEST_F(LinuxHttp, DoesNotWaitForUnreadBytesThatDoNotCome)
     const auto start = std::chrono::steady_clock::now();
     EXPECT_TRUE(SendHttpRequest(Open()));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
+TEST_F(LinuxHttp, UnreadBodyThatComesLateKeepsItsConnection)
+{
+    m_server.emplace([](const HttpExchange& exchange) {
+        return exchange.target == "/bad" ? HttpAnswer{.status = 404, .body = "sorry", .dripMs = 10}
+                                         : HttpAnswer{.body = "good"};
+    });
+    EXPECT_TRUE(SendHttpRequest(Open(L"/bad")));
+    EXPECT_EQ(Get(), "good");
+    EXPECT_EQ(m_server->ConnectionCount(), 1U);
+}
+
+// Limits of one answer and of one request.
+
+TEST_F(LinuxHttp, TransferCodingOtherThanChunkedIsNoAnswer)
+{
+    // Symptom: 300 bytes in the transfer coding gzip became gigabytes in memory.
+    std::string coding;
+    m_server.emplace([&coding](const HttpExchange&) {
+        return HttpAnswer{.body = "body", .headers = {{"TRANSFER-encoding", coding}, {"Connection", "close"}}};
+    });
+    for (const char* each : {"gzip", "deflate", "gzip, chunked", "chunked, gzip", "x"}) {
+        coding = each;
+        EXPECT_FALSE(SendHttpRequest(Open())) << each;
+    }
+    m_server.emplace([](const HttpExchange&) {
+        return HttpAnswer{.body = "body", .headers = {{"TRANSFER-encoding", " Chunked\t"}}, .chunked = true};
+    });
+    EXPECT_EQ(Get(), "body");
+}
+
+TEST_F(LinuxHttp, HeadersOfOneAnswerHaveALimitTogether)
+{
+    // Symptom: 70 MB of lines after the last chunk took 3 GB of memory.
+    const auto lines = [](std::size_t kilobytes) {
+        std::string text;
+        for (std::size_t i = 0; i < kilobytes; ++i) {
+            text += "X: " + std::string(1024 - 5, 'x') + "\r\n";
+        }
+        return text;
+    };
+    struct Case {
+        std::size_t interimKb, headerKb, trailerKb;
+        const char* result;
+    };
+    for (const Case& each : {Case{85, 85, 85, "body"},
+                             {255, 0, 0, "body"},
+                             {257, 0, 0, "(no answer)"},
+                             {0, 257, 0, "(no answer)"},
+                             {100, 157, 0, "(no answer)"},
+                             {85, 85, 87, "(broken)"}}) {
+        SCOPED_TRACE(testing::Message() << each.interimKb << " " << each.headerKb << " " << each.trailerKb);
+        std::string header = lines(each.headerKb);
+        m_server.emplace([&](const HttpExchange&) {
+            // The value goes on with lines of its own.
+            return HttpAnswer{.body = "body",
+                              .headers = {{"X", "x\r\n" + header + "X: x"}},
+                              .chunked = true,
+                              .trailers = lines(each.trailerKb)};
+        });
+        m_server->SetPrelude("HTTP/1.1 100 Continue\r\n" + lines(each.interimKb) + "\r\n");
+        EXPECT_EQ(Get(), each.result);
+    }
+}
+
+TEST_F(LinuxHttp, BodyThatDripsForMinutesBreaks)
+{
+    // Symptom: a server that sent a byte now and then held up the passes of all sessions for days.
+    m_server.emplace([](const HttpExchange&) { return HttpAnswer{.body = "0123456789abcdef", .dripMs = 5}; });
+    const HttpRequestPtr request = Open();
+    ASSERT_TRUE(SendHttpRequest(request));
+    std::size_t size = 0;
+    char piece[1];
+    EXPECT_THROW(
+        while (ReadHttpBody(request, piece, 1) > 0) {
+            ++size;
+            g_clockAheadS += 29;
+        },
+        CInternetException);
+    EXPECT_THAT(size, testing::AllOf(testing::Ge(10U), testing::Le(11U)));
+}
+
+TEST_F(LinuxHttp, TimeOfRedirectionsCountsForTheirRequest)
+{
+    // Symptom: as above; ten redirections alone took nearly five minutes.
+    m_server.emplace([step = 0](const HttpExchange&) mutable {
+        g_clockAheadS += 29;
+        return ++step <= 10 ? HttpAnswer{.status = 302, .headers = {{"Location", "/next"}}}
+                            : HttpAnswer{.body = "body", .dripMs = 5};
+    });
+    EXPECT_EQ(Get(), "(broken)");
+    EXPECT_THAT(m_server->Exchanges(), SizeIs(11));
 }
 
 TEST_F(LinuxHttp, RequestsOfOneSessionMayBeReadInTurns)

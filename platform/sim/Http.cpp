@@ -50,6 +50,7 @@ public:
     HttpAnswer answer = {};
     std::size_t bodyRead = 0;
     std::string answeredBy = {}; // host that sent the answer, after redirects
+    std::int64_t end = 0;        // virtual time at which the request must be over
 };
 
 namespace {
@@ -96,12 +97,18 @@ bool Redirect(Destination& destination, std::string location)
     return true;
 }
 
-void PassTime(DWORD timeMs)
+// Lets time pass while something is due from the server. False when it lasts too long: then only the time up to the
+// limit, that of silence or of the request, has passed.
+bool PassTime(const CHttpRequest& request, DWORD timeMs)
 {
-    if (timeMs > 0) {
-        sim::Machine().scheduler.Wait([] { return std::string("an HTTP answer"); },
-                                      sim::Machine().DeadlineAfter(timeMs));
+    const sim::MachineState& machine = sim::Machine();
+    const std::int64_t arrival = machine.DeadlineAfter(timeMs);
+    const std::int64_t limit = std::min(machine.DeadlineAfter(kSilenceLimitMs), request.end);
+    const std::int64_t end = std::min(arrival, limit);
+    if (end > machine.scheduler.Now()) {
+        sim::Machine().scheduler.Wait([] { return std::string("an HTTP answer"); }, end);
     }
+    return arrival <= limit;
 }
 
 // What a fault before the end of the header is for the client; ERROR_SUCCESS when the header arrives.
@@ -135,9 +142,18 @@ DWORD BodyError(HttpFault fault)
     }
 }
 
-// One request and the header of its answer. Returns ERROR_SUCCESS or why there is no header.
-DWORD Exchange(CHttpSession& session, const Destination& destination, HttpAnswer& answer)
+// How much of the body arrives, whole or in part.
+std::size_t ArrivingBodySize(const HttpAnswer& answer)
 {
+    const bool isWhole = BodyError(answer.fault) == ERROR_SUCCESS && answer.fault != HttpFault::kLongBody;
+    return isWhole ? answer.body.size() : answer.body.size() / 2;
+}
+
+// One request and the header of its answer. Returns ERROR_SUCCESS or why there is no header.
+DWORD Exchange(CHttpRequest& request, const Destination& destination)
+{
+    CHttpSession& session = *request.connection->session;
+    HttpAnswer& answer = request.answer;
     sim::MachineState& machine = sim::Machine();
     unsigned connection = session.keptConnections[destination.host];
     if (connection == 0) {
@@ -154,11 +170,8 @@ DWORD Exchange(CHttpSession& session, const Destination& destination, HttpAnswer
         machine.httpExchanges.push_back(exchange);
     }
     DWORD error = HeaderError(answer.fault);
-    if (error == kErrorTimeout || answer.latencyMs > kSilenceLimitMs) {
-        PassTime(kSilenceLimitMs);
+    if (!PassTime(request, error == kErrorTimeout ? INFINITE : answer.latencyMs)) {
         error = kErrorTimeout;
-    } else {
-        PassTime(answer.latencyMs);
     }
     if (error != ERROR_SUCCESS) {
         session.keptConnections.erase(destination.host);
@@ -244,9 +257,10 @@ BOOL SendHttpRequest(const HttpRequestPtr& request)
     if (FailsOrThrows(Call::kSendHttpRequest, Call::kSendHttpRequestThrows) || !IsOpen(session)) {
         return FALSE;
     }
+    request->end = sim::Machine().DeadlineAfter(kMaxHttpRequestMs);
     Destination destination{request->connection->host, request->target};
     for (int redirects = 0; redirects <= kMaxRedirects; ++redirects) {
-        const DWORD error = Exchange(session, destination, request->answer);
+        const DWORD error = Exchange(*request, destination);
         if (error != ERROR_SUCCESS) {
             SetLastErrorCode(error);
             return FALSE;
@@ -282,18 +296,22 @@ std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_
     if (const auto code = sim::Machine().faults.Take(Call::kReadHttpBody)) {
         throw CInternetException(*code);
     }
-    const std::string& body = request->answer.body;
-    const DWORD error = BodyError(request->answer.fault);
-    const bool isWhole = error == ERROR_SUCCESS && request->answer.fault != HttpFault::kLongBody;
-    const std::size_t available = isWhole ? body.size() : body.size() / 2;
-    const std::size_t read = std::min(size, available - request->bodyRead);
-    std::memcpy(buffer, body.data() + request->bodyRead, read);
-    request->bodyRead += read;
-    if (read == 0 && size > 0 && error != ERROR_SUCCESS) {
-        PassTime(error == kErrorTimeout ? kSilenceLimitMs : 0);
+    if (size == 0) {
+        return 0;
+    }
+    const HttpAnswer& answer = request->answer;
+    const std::size_t left = ArrivingBodySize(answer) - request->bodyRead;
+    const std::size_t read = std::min({size, left, answer.dripMs == 0 ? left : 1});
+    DWORD error = read == 0 ? BodyError(answer.fault) : ERROR_SUCCESS;
+    if (!PassTime(*request, error == kErrorTimeout ? INFINITE : answer.dripMs)) {
+        error = kErrorTimeout;
+    }
+    if (error != ERROR_SUCCESS) {
         request->connection->session->keptConnections.erase(request->answeredBy);
         throw CInternetException(error);
     }
+    std::memcpy(buffer, answer.body.data() + request->bodyRead, read);
+    request->bodyRead += read;
     return read;
 }
 

@@ -147,6 +147,29 @@ TEST_F(SimHttp, LatencyBeyondTheSystemsLimitIsATimeOut)
     EXPECT_EQ(m_machine.ElapsedMs(), 30'000);
 }
 
+TEST_F(SimHttp, BodyThatDripsForTooLongIsATimeOut)
+{
+    Answer({.body = std::string(31, 'x'), .dripMs = 9'990});
+    const HttpRequestPtr request = Open();
+    ASSERT_TRUE(SendHttpRequest(request));
+    char buffer[31];
+    for (int i = 0; i < 30; ++i) {
+        ASSERT_EQ(ReadHttpBody(request, buffer, sizeof buffer), 1U);
+    }
+    EXPECT_THROW(ReadHttpBody(request, buffer, sizeof buffer), CInternetException);
+    EXPECT_EQ(m_machine.ElapsedMs(), 300'000);
+}
+
+TEST_F(SimHttp, RedirectsThatTakeTooLongTogetherAreATimeOut)
+{
+    m_machine.SetHttpHandler([steps = 0](const HttpExchange&) mutable -> HttpAnswer {
+        return {.status = ++steps <= 10 ? 302U : 200U, .headers = {{"Location", "/next"}}, .latencyMs = 29'000};
+    });
+    EXPECT_FALSE(SendHttpRequest(Open()));
+    EXPECT_EQ(GetLastErrorCode(), 12002U);
+    EXPECT_EQ(m_machine.ElapsedMs(), 300'000);
+}
+
 TEST_F(SimHttp, RedirectsAreFollowed)
 {
     m_machine.SetHttpHandler([](const HttpExchange& exchange) -> HttpAnswer {

@@ -74,6 +74,7 @@ public:
     HttpConnectionPtr connection;
     CInternetHandle handle;
     ULONGLONG bodyRead = 0; // bytes so far
+    ULONGLONG endMs = 0;    // when the body must have come, on the scale of GetTickCount64
 };
 
 BOOL QueryConnectedState(DWORD* flags)
@@ -120,6 +121,7 @@ BOOL SendHttpRequest(const HttpRequestPtr& request)
         ::SetLastError(ERROR_HTTP_INVALID_SERVER_RESPONSE);
         return FALSE;
     }
+    request->endMs = ::GetTickCount64() + kMaxHttpRequestMs;
     return TRUE;
 }
 
@@ -144,8 +146,16 @@ std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_
     if (left == 0) {
         return 0;
     }
+    // Asking for more than there is would wait for all of it, however slowly it comes.
+    DWORD available = 0;
+    if (!::InternetQueryDataAvailable(request->handle.Get(), &available, 0, 0)) {
+        throw CInternetException(::GetLastError());
+    }
+    if (::GetTickCount64() >= request->endMs) {
+        throw CInternetException(ERROR_INTERNET_TIMEOUT);
+    }
     DWORD read = 0;
-    const DWORD wanted = static_cast<DWORD>(std::min<ULONGLONG>({size, left, MAXDWORD}));
+    const DWORD wanted = static_cast<DWORD>(std::min<ULONGLONG>({size, left, available}));
     if (!::InternetReadFile(request->handle.Get(), buffer, wanted, &read)) {
         throw CInternetException(::GetLastError());
     }
