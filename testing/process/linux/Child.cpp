@@ -67,6 +67,17 @@ std::vector<char*> Pointers(std::vector<std::string>& texts)
     return pointers;
 }
 
+// The signals that end a program, which this one may have been told to ignore (nohup).
+sigset_t EndSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+        sigaddset(&signals, signal);
+    }
+    return signals;
+}
+
 // Starts the program as the head of a process group, with these descriptors as its standard streams.
 pid_t Spawn(std::vector<std::string> command, const EnvironmentChanges& environment, int in, int out, int err)
 {
@@ -79,7 +90,9 @@ pid_t Spawn(std::vector<std::string> command, const EnvironmentChanges& environm
     ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     posix_spawnattr_t attributes;
     ::posix_spawnattr_init(&attributes);
-    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    const sigset_t endSignals = EndSignals();
+    ::posix_spawnattr_setsigdefault(&attributes, &endSignals);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF);
     std::vector<std::string> variables = ChangedEnvironment(environment);
     pid_t processId = -1;
     const int error = ::posix_spawnp(&processId, command.front().c_str(), &actions, &attributes,
