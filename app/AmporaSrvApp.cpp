@@ -12,15 +12,16 @@ namespace {
 // Every kind of control of the first common controls. Source: Windows SDK, commctrl.h (ICC_...).
 constexpr DWORD kControlKinds = 0xFF;
 
-void TellRunningCopyToQuit(const CTraceLog& log)
+// False when there is one but it cannot be told.
+bool TellRunningCopyToQuit(const CTraceLog& log)
 {
     const platform::FoundWindowPtr window = platform::FindWindowOfClass(kWindowClassName);
-    if (window) {
-        log.Tra(L"Post WM_QUIT");
-        platform::PostToWindow(window, WM_QUIT, 0, 0);
-    } else {
+    if (!window) {
         log.War(L"Not Found Window");
+        return true;
     }
+    log.Tra(L"Post WM_QUIT");
+    return platform::PostToWindow(window, WM_QUIT, 0, 0) != FALSE;
 }
 
 } // namespace
@@ -34,7 +35,9 @@ BOOL CAmporaSrvApp::InitInstance()
     ParseCommandLine(Arguments(), commandLine);
     if (commandLine.IsExitMode()) {
         scope.Tra(L"Exit Mode");
-        TellRunningCopyToQuit(scope);
+        if (!TellRunningCopyToQuit(scope)) {
+            SetExitCode(1);
+        }
         return FALSE;
     }
     platform::InitializeControls(kControlKinds);

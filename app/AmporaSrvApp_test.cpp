@@ -69,6 +69,17 @@ TEST_F(AmporaSrvApp, ExitWithoutARunningCopyIsAWarning)
     EXPECT_EQ(m_machine.CallCount(Call::kInitializeControls), 0U);
 }
 
+TEST_F(AmporaSrvApp, ExitThatCannotBePostedEndsWithOne)
+{
+    // Symptom: an order to end was lost in a full message queue, and the program that gave it ended with success.
+    const DWORD process = Start();
+    m_machine.FailCall(Call::kPostToWindow, 1, 1816);
+    EXPECT_THAT(m_machine.ExitCodeOf(Start({L"/Exit"})), Optional(1));
+    EXPECT_FALSE(HasEnded(process));
+    EXPECT_THAT(m_machine.ExitCodeOf(Start({L"/Exit"})), Optional(0));
+    EXPECT_THAT(m_machine.ExitCodeOf(process), Optional(0));
+}
+
 TEST_F(AmporaSrvApp, ExitInOtherLettersStartsNormally)
 {
     const DWORD process = Start({L"/EXIT"});

@@ -73,7 +73,8 @@ using FoundWindowPtr = std::shared_ptr<CFoundWindow>;
 FoundWindowPtr FindWindowOfClass(const wchar_t* className);
 
 // Puts a message into the queue of the window's thread and returns. FALSE, with the last error set (1400 when the
-// window is gone or null), on failure. Numbers only: a pointer means nothing to another process.
+// window is gone or null), on failure, above all when the queue is full; on Linux the reason is also written to
+// standard error. Numbers only: a pointer means nothing to another process.
 BOOL PostToWindow(const FoundWindowPtr& window, UINT message, WPARAM wParam, LPARAM lParam);
 
 } // namespace platform

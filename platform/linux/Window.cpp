@@ -1,6 +1,5 @@
 #include "platform/Window.h"
 
-#include "platform/DebugOutput.h"
 #include "platform/LastError.h"
 #include "platform/linux/ErrorCode.h"
 #include "platform/linux/LoginMonitor.h"
@@ -8,6 +7,7 @@
 #include "platform/linux/NamedFile.h"
 #include "platform/linux/SessionFolder.h"
 #include "platform/linux/SignalBlock.h"
+#include "platform/linux/UserMessage.h"
 #include "platform/Text.h"
 
 #include <cerrno>
@@ -236,8 +236,8 @@ std::string ReasonOf(int error)
 // Fails, and tells the user, too: without a window the program does not run, whatever its trace level is.
 WindowPtr FailToCreate(const CString& className, DWORD code, const std::string& reason)
 {
-    OutputDebugText(DecodeUtf8(std::string(program_invocation_short_name) + ": cannot make the window \"" +
-                               EncodeUtf8(className) + "\" in " + linux::SessionFolderPath() + ": " + reason + "\n"));
+    linux::TellUser("cannot make the window \"" + EncodeUtf8(className) + "\" in " + linux::SessionFolderPath() + ": " +
+                    reason);
     SetLastErrorCode(code);
     return nullptr;
 }
@@ -302,8 +302,11 @@ BOOL PostToWindow(const FoundWindowPtr& window, UINT message, WPARAM wParam, LPA
         return FALSE;
     }
     if (!linux::SendMessageTo(window->m_socket, {message, wParam, lParam})) {
-        const bool isGone = errno == ECONNREFUSED || errno == ENOTCONN;
-        SetLastErrorCode(isGone ? ERROR_INVALID_WINDOW_HANDLE : linux::ErrorCodeOf(errno));
+        const int error = errno;
+        const bool isGone = error == ECONNREFUSED || error == ENOTCONN;
+        linux::TellUser(std::string("cannot post to the window: ") +
+                        (error == EAGAIN ? "it takes no more messages" : std::generic_category().message(error)));
+        SetLastErrorCode(isGone ? ERROR_INVALID_WINDOW_HANDLE : linux::ErrorCodeOf(error));
         return FALSE;
     }
     return TRUE;

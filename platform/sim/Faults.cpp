@@ -63,6 +63,7 @@ constexpr const char* kCallNames[] = {
     "RegisterDialogClass",
     "CreateDialogWindow",
     "RegisterSessionNotices",
+    "PostToWindow",
 };
 static_assert(std::size(kCallNames) == static_cast<std::size_t>(Call::kCount));
 

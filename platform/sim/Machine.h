@@ -72,6 +72,7 @@ enum class Call {
     kRegisterDialogClass,
     kCreateDialogWindow,
     kRegisterSessionNotices,
+    kPostToWindow,
     kCount,
 };
 

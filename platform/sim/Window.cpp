@@ -144,6 +144,9 @@ BOOL PostToWindow(const FoundWindowPtr& window, UINT message, WPARAM wParam, LPA
         SetLastErrorCode(ERROR_INVALID_WINDOW_HANDLE);
         return FALSE;
     }
+    if (sim::FailsByFault(sim::Call::kPostToWindow)) {
+        return FALSE;
+    }
     sim::Machine().windows.Post(*found, {message, wParam, lParam});
     return TRUE;
 }

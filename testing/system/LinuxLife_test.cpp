@@ -146,6 +146,23 @@ TEST_F(SystemLinuxLife, StartedWithoutStandardStreamsItKeepsTheirNumbersFree)
     EXPECT_EQ(fs::file_size(LinuxRig().SessionFolder() / "AmporaSrvMutex"), 1U);
 }
 
+TEST_F(SystemLinuxLife, ExitThatDoesNotGetThroughSaysSo)
+{
+    // Symptom: an order to end was lost in a full message queue, and the program that gave it ended with success.
+    const std::unique_ptr<CCopy> copy = StartOff();
+    RunCommand({"kill", "-STOP", std::to_string(copy->ProcessId())});
+    std::unique_ptr<CCopy> exitCopy;
+    std::optional<int> exitCode = 0;
+    for (int i = 0; i < 2000 && exitCode == 0; ++i) { // as many as any system keeps
+        exitCopy = Rig().Start({"/Exit"});
+        exitCode = exitCopy->WaitForExit(kEndLimit);
+    }
+    EXPECT_EQ(exitCode, 1);
+    EXPECT_THAT(exitCopy->Text(), HasSubstr("amporasrv: cannot post to the window: it takes no more messages\n"));
+    RunCommand({"kill", "-CONT", std::to_string(copy->ProcessId())});
+    EXPECT_EQ(copy->WaitForExit(kEndLimit), 0);
+}
+
 // The session folder.
 
 TEST_F(SystemLinuxLife, LeavesNoSocketBehindAndTakesNoMutexToEndACopy)
