@@ -68,7 +68,7 @@ void CAmporaSrvApp::RunDialog(const CTraceLog& log)
     platform::RegisterDialogClass(kWindowClassName);
     log.Tra(L"Set Window Class");
     CAmporaSrvDlg dialog;
-    if (dialog.DoModal() == -1) {
+    if (!dialog.DoModal()) {
         SetExitCode(1);
     }
 }

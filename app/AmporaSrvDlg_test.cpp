@@ -73,6 +73,15 @@ TEST_F(AmporaSrvDlg, TheUpdaterLivesAsLongAsTheDialog)
     EXPECT_EQ(m_machine.NamedObjectCount(), 0U);
 }
 
+TEST_F(AmporaSrvDlg, QuitOfAnyCodeIsNoFailure)
+{
+    // Symptom: after WM_QUIT with code -1 the program ended with the exit code for a window that cannot be made.
+    const DWORD process = Start();
+    EXPECT_TRUE(m_machine.OtherProcessPosts(kWindowClassName, WM_QUIT, static_cast<WPARAM>(-1), 0));
+    m_machine.RunUntilIdle();
+    EXPECT_THAT(m_machine.ExitCodeOf(process), Optional(0));
+}
+
 TEST_F(AmporaSrvDlg, CloseEndsTheProgramToo)
 {
     const DWORD process = Start();

@@ -15,10 +15,10 @@ BOOL CDialog::Create()
     return m_ownWindow ? TRUE : FALSE;
 }
 
-int CDialog::DoModal()
+std::optional<int> CDialog::DoModal()
 {
     if (!Create()) {
-        return -1;
+        return std::nullopt;
     }
     const int result = platform::RunMessageLoop(*m_ownWindow);
     platform::DestroyDialogWindow(*m_ownWindow);

@@ -3,6 +3,8 @@
 
 #include "platform/Window.h"
 
+#include <optional>
+
 // A dialog of the program's resources. Only for the thread that creates its window.
 class CDialog : private platform::CMessageReceiver {
 public:
@@ -15,8 +17,8 @@ public:
     // Creates the window, hidden, and runs OnInitDialog. FALSE, with the last error set, on failure.
     virtual BOOL Create();
     // Creates the window, handles its messages until WM_QUIT or WM_CLOSE, and destroys it. Returns the wParam of
-    // WM_QUIT, 0 after WM_CLOSE, -1 when the window cannot be created.
-    int DoModal();
+    // WM_QUIT, 0 after WM_CLOSE, nothing when the window cannot be created.
+    std::optional<int> DoModal();
 
     // Disables the window's input while it has a modal dialog of its own, and enables it again.
     virtual void BeginModalState();

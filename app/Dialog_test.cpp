@@ -75,7 +75,7 @@ TEST_F(Dialog, CloseEndsTheModalDialog)
 TEST_F(Dialog, ModalDialogWithoutWindowFails)
 {
     m_machine.FailCall(Call::kCreateDialogWindow, 1, 5);
-    EXPECT_EQ(m_dialog.DoModal(), -1);
+    EXPECT_EQ(m_dialog.DoModal(), std::nullopt);
     EXPECT_EQ(platform::GetLastErrorCode(), 5U);
     EXPECT_THAT(m_dialog.messages, IsEmpty());
 }
