@@ -169,9 +169,8 @@ int Show(const CString& folder, std::ostream& out, std::ostream& err)
 // amporasrv waits for the event as long as it runs and is neither suspended nor out of its session's foreground.
 int Update(std::ostream& err)
 {
-    const platform::WaitHandle event = platform::CreateNamedEvent(kUpdateEventName, nullptr);
-    // An event that this call has created has nobody waiting for it.
-    if (event && platform::GetLastErrorCode() != ERROR_ALREADY_EXISTS) {
+    const platform::WaitHandle event = platform::OpenNamedEvent(kUpdateEventName);
+    if (!event && platform::GetLastErrorCode() == ERROR_FILE_NOT_FOUND) {
         err << "amporactl: amporasrv is not running\n";
         return kExitFailure;
     }

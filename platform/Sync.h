@@ -33,6 +33,10 @@ BOOL ReleaseOwnedMutex(const WaitHandle& mutex);
 // failure as for CreateNamedMutex.
 WaitHandle CreateNamedEvent(const wchar_t* name, const CSecurityDescriptor* security);
 
+// Opens the event of this name where some process has it. name: must not be null. Null, with the last error set, on
+// failure: 2 when there is none.
+WaitHandle OpenNamedEvent(const wchar_t* name);
+
 // Signals the event: one waiting thread, or else the next to wait, goes on and the event is reset by that.
 BOOL SetNamedEvent(const WaitHandle& event);
 

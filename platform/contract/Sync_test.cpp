@@ -361,6 +361,31 @@ TEST_F(EventContract, SettingLetsOneOfTwoWaitingThreadsGoOn)
     EXPECT_EQ(passed, 2);
 }
 
+TEST_F(EventContract, OpeningFindsTheEventThatIsThere)
+{
+    const WaitHandle opened = OpenNamedEvent(m_name.c_str());
+    ASSERT_NE(opened, nullptr);
+    EXPECT_TRUE(SetNamedEvent(opened));
+    ExpectSetOnce(m_event);
+}
+
+TEST_F(EventContract, OpeningMakesNoEvent)
+{
+    m_event.reset();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(FailsWith(ERROR_FILE_NOT_FOUND, [&] { return OpenNamedEvent(m_name.c_str()) != nullptr; }));
+    }
+    m_event = CreateNamedEvent(m_name.c_str(), nullptr);
+    EXPECT_TRUE(LastErrorIs(ERROR_SUCCESS)); // it did not exist
+}
+
+TEST_F(EventContract, AMutexIsNotOpenedAsAnEvent)
+{
+    const CString name = ObjectName(L"NoEvent");
+    const WaitHandle mutex = CreateNamedMutex(name.c_str(), FALSE, nullptr);
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return OpenNamedEvent(name.c_str()) != nullptr; }));
+}
+
 TEST_F(EventContract, AnotherProcessMaySetIt)
 {
     EXPECT_TRUE(OtherProcessSetsEvent(m_name));

@@ -1,7 +1,6 @@
 #include "platform/linux/Event.h"
 
 #include "platform/linux/ErrorCode.h"
-#include "platform/linux/NamedFile.h"
 
 #include <array>
 #include <cerrno>
@@ -26,7 +25,7 @@ EventMap& Events()
 
 } // namespace
 
-std::shared_ptr<CEvent> CEvent::Open(CFileDescriptor file, bool* existed)
+std::shared_ptr<CEvent> CEvent::Open(CFileDescriptor file, Existence (*claim)(const CFileDescriptor&), bool* existed)
 {
     struct stat status = {};
     if (::fstat(file.Get(), &status) != 0) {
@@ -45,7 +44,7 @@ std::shared_ptr<CEvent> CEvent::Open(CFileDescriptor file, bool* existed)
             return event;
         }
     }
-    const Existence existence = ClaimExistence(file);
+    const Existence existence = claim(file);
     *existed = existence == Existence::kOld;
     if (existence == Existence::kUnknown || (existence == Existence::kNew && !ShareExistence(file))) {
         SetLastErrorFrom(errno);

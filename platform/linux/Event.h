@@ -1,6 +1,7 @@
 // Named auto-reset events as FIFOs.
 #pragma once
 
+#include "platform/linux/NamedFile.h"
 #include "platform/linux/Waiting.h"
 
 namespace platform::linux {
@@ -12,9 +13,11 @@ namespace platform::linux {
 // A thread of this process that waits is released directly, without the FIFO.
 class CEvent final : public CWaitObject {
 public:
-    // The process's event of this open FIFO, made when there is none. *existed: whether some process had it before.
-    // Null, with the last error set, on failure. Dispatcher not held.
-    static std::shared_ptr<CEvent> Open(CFileDescriptor file, bool* existed);
+    // The process's event of this open FIFO. claim: ClaimExistence, which makes it when there is none, or JoinExistence
+    // (NamedFile.h). *existed: whether some process had it before. Null, with the last error set, on failure.
+    // Dispatcher not held.
+    static std::shared_ptr<CEvent> Open(CFileDescriptor file, Existence (*claim)(const CFileDescriptor&),
+                                        bool* existed);
 
     explicit CEvent(CFileDescriptor file) : m_file(std::move(file)) {}
 

@@ -27,6 +27,11 @@ CFileDescriptor OpenLockFolder()
     return CFileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
+CFileDescriptor OpenFile(int folder, const char* name)
+{
+    return CFileDescriptor(::openat(folder, name, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
 // Makes the file; an existing one is left alone and is a failure with EEXIST.
 CFileDescriptor MakeFile(int folder, const char* name, NamedKind kind)
 {
@@ -37,7 +42,7 @@ CFileDescriptor MakeFile(int folder, const char* name, NamedKind kind)
     if (::mkfifoat(folder, name, kFilePrivate) != 0) {
         return CFileDescriptor();
     }
-    return CFileDescriptor(::openat(folder, name, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    return OpenFile(folder, name);
 }
 
 bool IsOfKind(const CFileDescriptor& file, NamedKind kind)
@@ -55,7 +60,7 @@ CFileDescriptor OpenOrMakeFile(int folder, const char* name, NamedKind kind, boo
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
         // First without making it: in a folder where everybody may write, the system refuses to "make" another user's
         // file even when it exists (fs.protected_regular).
-        CFileDescriptor file(::openat(folder, name, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        CFileDescriptor file = OpenFile(folder, name);
         if (file || errno != ENOENT) {
             return file;
         }
@@ -73,25 +78,32 @@ CFileDescriptor OpenOrMakeFile(int folder, const char* name, NamedKind kind, boo
     return CFileDescriptor();
 }
 
-bool LockFirstByte(const CFileDescriptor& file, short type)
+struct flock FirstByte(short type)
 {
     struct flock lock = {};
     lock.l_type = type;
     lock.l_whence = SEEK_SET;
     lock.l_len = 1;
+    return lock;
+}
+
+bool LockFirstByte(const CFileDescriptor& file, short type)
+{
+    struct flock lock = FirstByte(type);
     return ::fcntl(file.Get(), F_OFD_SETLK, &lock) == 0;
 }
 
-} // namespace
-
-std::string FileNameOf(std::wstring_view name)
+// Waits for whoever makes the object, but not as long as it takes: another user, too, may lock a file that is open to
+// all.
+Existence ShareWithOthers(const CFileDescriptor& file)
 {
-    std::string fileName = EncodeUtf8(name);
-    const bool isUsable = fileName != "." && fileName != ".." && fileName.find_first_of("/\\") == std::string::npos;
-    return isUsable ? std::move(fileName) : std::string();
+    const bool isShared = RetryBriefly([&file] { return LockFirstByte(file, F_RDLCK); });
+    return isShared ? Existence::kOld : Existence::kUnknown;
 }
 
-CFileDescriptor OpenNamedFile(std::wstring_view name, NamedKind kind, const CSecurityDescriptor* security)
+// Opens the file of a named object, by its folder and its name there, and looks at what it is.
+template <class Open>
+CFileDescriptor OpenIn(std::wstring_view name, NamedKind kind, Open open)
 {
     const bool global = name.starts_with(kGlobalPrefix);
     if (global) {
@@ -107,7 +119,7 @@ CFileDescriptor OpenNamedFile(std::wstring_view name, NamedKind kind, const CSec
         SetLastErrorCode(errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorCodeOf(errno));
         return CFileDescriptor();
     }
-    CFileDescriptor file = OpenOrMakeFile(folder.Get(), fileName.c_str(), kind, IsOpenToAll(security));
+    CFileDescriptor file = open(folder.Get(), fileName.c_str());
     if (!file) {
         // A symbolic link, a folder or a socket of this name.
         const bool otherKind = errno == ELOOP || errno == EISDIR || errno == ENXIO;
@@ -121,6 +133,25 @@ CFileDescriptor OpenNamedFile(std::wstring_view name, NamedKind kind, const CSec
     return file;
 }
 
+} // namespace
+
+std::string FileNameOf(std::wstring_view name)
+{
+    std::string fileName = EncodeUtf8(name);
+    const bool isUsable = fileName != "." && fileName != ".." && fileName.find_first_of("/\\") == std::string::npos;
+    return isUsable ? std::move(fileName) : std::string();
+}
+
+CFileDescriptor OpenNamedFile(std::wstring_view name, NamedKind kind, const CSecurityDescriptor* security)
+{
+    const bool forAll = IsOpenToAll(security);
+    return OpenIn(name, kind, [kind, forAll](int folder, const char* fileName) {
+        return OpenOrMakeFile(folder, fileName, kind, forAll);
+    });
+}
+
+CFileDescriptor OpenExistingFile(std::wstring_view name, NamedKind kind) { return OpenIn(name, kind, OpenFile); }
+
 Existence ClaimExistence(const CFileDescriptor& file)
 {
     if (LockFirstByte(file, F_WRLCK)) {
@@ -129,9 +160,20 @@ Existence ClaimExistence(const CFileDescriptor& file)
     if (errno != EAGAIN && errno != EACCES) {
         return Existence::kUnknown;
     }
-    // Not as long as it takes: another user, too, may lock a file that is open to all.
-    const bool isShared = RetryBriefly([&file] { return LockFirstByte(file, F_RDLCK); });
-    return isShared ? Existence::kOld : Existence::kUnknown;
+    return ShareWithOthers(file);
+}
+
+Existence JoinExistence(const CFileDescriptor& file)
+{
+    struct flock others = FirstByte(F_WRLCK);
+    if (::fcntl(file.Get(), F_OFD_GETLK, &others) != 0) {
+        return Existence::kUnknown;
+    }
+    if (others.l_type == F_UNLCK) {
+        errno = ENOENT;
+        return Existence::kUnknown;
+    }
+    return ShareWithOthers(file);
 }
 
 bool ShareExistence(const CFileDescriptor& file) { return LockFirstByte(file, F_RDLCK); }

@@ -24,6 +24,8 @@ enum class NamedKind {
 // name: of characters that a file name may have; security: rights of a new file, null for the user's alone. None, with
 // the calling thread's last error set, on failure; error 6 when the path is a file of another kind, or a symbolic link.
 CFileDescriptor OpenNamedFile(std::wstring_view name, NamedKind kind, const CSecurityDescriptor* security);
+// The same, but not made when there is none: error 2.
+CFileDescriptor OpenExistingFile(std::wstring_view name, NamedKind kind);
 
 // An object exists while some open file of it, in whatever process, has a lock on its first byte: an open file
 // description lock, which the system takes away with the file, also from a process that is killed. It has nothing to do
@@ -37,6 +39,8 @@ enum class Existence {
 // Claims a lock of its own for an open file. Waits for the moment that another process takes to make the object, at
 // most kBriefLimit (BriefRetry.h): after that failure with ETIMEDOUT.
 Existence ClaimExistence(const CFileDescriptor& file);
+// The same for an object that is not made when nobody has it: failure with ENOENT.
+Existence JoinExistence(const CFileDescriptor& file);
 // Lets others open the object that the caller has made. False, with errno set, on failure.
 bool ShareExistence(const CFileDescriptor& file);
 // Lets go of the lock while the file stays open.

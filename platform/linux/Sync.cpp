@@ -222,11 +222,18 @@ WaitHandle CreateNamedEvent(const wchar_t* name, const CSecurityDescriptor* secu
         return nullptr;
     }
     bool existed = false;
-    WaitHandle event = CEvent::Open(std::move(file), &existed);
+    WaitHandle event = CEvent::Open(std::move(file), ClaimExistence, &existed);
     if (event) {
         SetLastErrorCode(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     }
     return event;
+}
+
+WaitHandle OpenNamedEvent(const wchar_t* name)
+{
+    CFileDescriptor file = OpenExistingFile(name, NamedKind::kEvent);
+    bool existed = false;
+    return file ? CEvent::Open(std::move(file), JoinExistence, &existed) : nullptr;
 }
 
 BOOL SetNamedEvent(const WaitHandle& event)

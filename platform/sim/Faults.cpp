@@ -21,6 +21,7 @@ constexpr const char* kCallNames[] = {
     "CreateNamedMutex",
     "CreateNamedMutexThrows",
     "CreateNamedEvent",
+    "OpenNamedEvent",
     "PulseNamedEventMisses",
     "ReleaseOwnedMutex",
     "WaitForOne",

@@ -61,9 +61,14 @@ WaitHandle CKernelObjects::Open(bool isMutex, const ObjectName& name, bool nullD
 
 KernelObjectPtr CKernelObjects::Find(const ObjectName& name) const
 {
-    const auto known = m_byName.find(name);
-    const WaitHandle handle = known == m_byName.end() ? nullptr : known->second.lock();
+    const WaitHandle handle = OpenExisting(name);
     return handle == nullptr ? nullptr : handle->Object();
+}
+
+WaitHandle CKernelObjects::OpenExisting(const ObjectName& name) const
+{
+    const auto known = m_byName.find(name);
+    return known == m_byName.end() ? nullptr : known->second.lock();
 }
 
 std::size_t CKernelObjects::Count() const

@@ -56,8 +56,9 @@ public:
     // A handle of the object of this name, made when there is none (*existed: whether there was). Null when the name
     // belongs to an object of the other kind.
     WaitHandle Open(bool isMutex, const ObjectName& name, bool nullDacl, bool* existed);
-    // The object of this name; null when no handle of it is open.
+    // The object of this name, or a handle of it; null when no handle of it is open.
     KernelObjectPtr Find(const ObjectName& name) const;
+    WaitHandle OpenExisting(const ObjectName& name) const;
     // How many names have an open handle.
     std::size_t Count() const;
 

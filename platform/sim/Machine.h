@@ -30,6 +30,7 @@ enum class Call {
     kCreateNamedMutex,
     kCreateNamedMutexThrows, // std::bad_alloc
     kCreateNamedEvent,
+    kOpenNamedEvent,
     kPulseNamedEventMisses, // TRUE, but whoever waits was not waiting yet
     kReleaseOwnedMutex,
     kWaitForOne,

@@ -109,6 +109,19 @@ WaitHandle CreateNamedEvent(const wchar_t* name, const CSecurityDescriptor* secu
     return OpenObject(false, name, security, &existed);
 }
 
+WaitHandle OpenNamedEvent(const wchar_t* name)
+{
+    if (sim::FailsByFault(Call::kOpenNamedEvent)) {
+        return nullptr;
+    }
+    WaitHandle event = sim::Machine().objects.OpenExisting({sim::CScheduler::Self().context.process.session, name});
+    if (event == nullptr || event->Object()->isMutex) {
+        SetLastErrorCode(event == nullptr ? ERROR_FILE_NOT_FOUND : ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return event;
+}
+
 BOOL SetNamedEvent(const WaitHandle& event)
 {
     sim::KernelObject* object = ObjectOf(event, false);

@@ -71,6 +71,13 @@ WaitHandle CreateNamedEvent(const wchar_t* name, const CSecurityDescriptor* secu
     return object->m_handle ? object : nullptr;
 }
 
+WaitHandle OpenNamedEvent(const wchar_t* name)
+{
+    auto object = std::make_shared<CWaitObject>();
+    object->m_handle.Reset(::OpenEventW(EVENT_MODIFY_STATE | SYNCHRONIZE, FALSE, name));
+    return object->m_handle ? object : nullptr;
+}
+
 BOOL SetNamedEvent(const WaitHandle& event) { return ::SetEvent(NativeHandle(event)); }
 
 BOOL PulseNamedEvent(const WaitHandle& event) { return ::PulseEvent(NativeHandle(event)); }

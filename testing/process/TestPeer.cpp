@@ -50,11 +50,7 @@ bool Release(const std::string& name)
     return taken && ReleaseOwnedMutex(taken.mapped());
 }
 
-bool Set(const std::string& name)
-{
-    const WaitHandle event = CreateNamedEvent(DecodeUtf8(name).c_str(), nullptr);
-    return event && GetLastErrorCode() == ERROR_ALREADY_EXISTS && SetNamedEvent(event);
-}
+bool Set(const std::string& name) { return SetNamedEvent(OpenNamedEvent(DecodeUtf8(name).c_str())); }
 
 class CNobody : public CMessageReceiver {
 public:
