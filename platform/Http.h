@@ -33,6 +33,7 @@ public:
 
 // Whether the machine is on line. *flags: the bits above, 0 when nothing is known; must not be null. FALSE also when no
 // connection is active at all. Any thread.
+// On Linux: kConnectionLan when an interface other than loopback has a carrier and an address that is not link-local.
 BOOL QueryConnectedState(DWORD* flags);
 
 class CHttpSession;

@@ -11,6 +11,7 @@
 #include <curl/curl.h>
 #include <ifaddrs.h>
 #include <net/if.h>
+#include <netinet/in.h>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -409,6 +410,18 @@ std::optional<DWORD> StateFromEnvironment(BOOL* result)
     return static_cast<DWORD>(flags);
 }
 
+// An address that leads beyond the machine's own link.
+bool LeadsAnywhere(const sockaddr* address)
+{
+    if (address != nullptr && address->sa_family == AF_INET) {
+        constexpr in_addr_t kLinkLocal = 0xA9FE0000; // 169.254.0.0/16
+        const auto* internet = reinterpret_cast<const sockaddr_in*>(address);
+        return (ntohl(internet->sin_addr.s_addr) & IN_CLASSB_NET) != kLinkLocal;
+    }
+    return address != nullptr && address->sa_family == AF_INET6 &&
+           !IN6_IS_ADDR_LINKLOCAL(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr);
+}
+
 bool IsNetworkUp()
 {
     ifaddrs* first = nullptr;
@@ -416,10 +429,9 @@ bool IsNetworkUp()
         return false;
     }
     const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(first, freeifaddrs);
+    constexpr unsigned kConnected = IFF_UP | IFF_RUNNING; // running: it has a carrier
     for (const ifaddrs* each = first; each != nullptr; each = each->ifa_next) {
-        const bool isUp = (each->ifa_flags & IFF_UP) != 0 && (each->ifa_flags & IFF_LOOPBACK) == 0;
-        if (isUp && each->ifa_addr != nullptr &&
-            (each->ifa_addr->sa_family == AF_INET || each->ifa_addr->sa_family == AF_INET6)) {
+        if ((each->ifa_flags & (kConnected | IFF_LOOPBACK)) == kConnected && LeadsAnywhere(each->ifa_addr)) {
             return true;
         }
     }

@@ -2,6 +2,7 @@
 #include "platform/Http.h"
 
 #include "testing/LoopbackServer.h"
+#include "testing/process/Peer.h"
 
 #include <atomic>
 #include <chrono>
@@ -9,6 +10,7 @@
 #include <ctime>
 #include <gmock/gmock.h>
 #include <optional>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -328,10 +330,41 @@ TEST(LinuxConnectedState, VariableWithoutMeaningIsIgnored)
     EXPECT_EQ(ConnectedStateWith("2 bits"), own);
 }
 
-TEST(LinuxConnectedState, NetworkIsALanOrNothing)
+// The state in a network of its own, which has a loopback interface that is not up, after commands for it.
+bool IsStateAfter(const std::string& commands, DWORD flags)
 {
+    const std::string script = commands + "\nexec '" AMPORA_TEST_PEER "'";
+    testing_support::CPeer peer({"unshare", "--user", "--map-root-user", "--net", "sh", "-ec", script},
+                                {{"AMPORA_CONNECTED_STATE", ""}});
+    return peer.Do("online " + std::to_string(flags));
+}
+
+TEST(LinuxConnectedState, NetworkCountsWithCarrierAndAddressThatLeadsAnywhere)
+{
+    // Symptom: a machine without a cable, or that no server had given an address, counted as connected.
+    const std::string cable = "ip link add name near type veth peer name far\n";
+    const std::string carrier = cable +
+                                "ip link set dev near up\nip link set dev far up\n"
+                                "timeout 30 sh -c 'until ip link show dev near | grep -q state.UP; do :; done'\n";
+    EXPECT_TRUE(IsStateAfter("", 0));
+    EXPECT_TRUE(IsStateAfter("ip link set dev lo up\nip address add 192.0.2.1/24 dev lo", 0));
+    EXPECT_TRUE(IsStateAfter(cable + "ip address add 192.0.2.1/24 dev near", 0));
+    EXPECT_TRUE(IsStateAfter(cable + "ip address add 192.0.2.1/24 dev near\nip link set dev near up", 0));
+    EXPECT_TRUE(IsStateAfter(carrier + "ip address add 169.254.255.1/16 dev near", 0));
+    EXPECT_TRUE(IsStateAfter(carrier + "ip address add febf::1/10 nodad dev near", 0));
+    EXPECT_TRUE(IsStateAfter(carrier + "ip address add 169.253.0.1/24 dev near", kConnectionLan));
+    EXPECT_TRUE(IsStateAfter(carrier + "ip address add 2001:db8::1/64 nodad dev near", kConnectionLan));
+}
+
+TEST(LinuxConnectedState, NetworkThatCannotBeLookedAtIsNone)
+{
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
     const ConnectedState own = ConnectedStateWith(nullptr);
-    EXPECT_EQ(own.flags, own.result ? kConnectionLan : 0U);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(own, (ConnectedState{FALSE, 0}));
 }
 
 } // namespace

@@ -10,8 +10,10 @@
 //                  finds it and posts a message to it; the numbers are decimal
 //   hold FILE      opens an existing file for reading, as a reader of the data files does
 //   drop FILE      closes it
+//   online FLAGS   asks the system whether it is on line, with these flags; 0: it is not
 //
 // Ends, with what it has taken, when standard input closes.
+#include "platform/Http.h"
 #include "platform/LastError.h"
 #include "platform/Sync.h"
 #include "platform/Text.h"
@@ -96,11 +98,18 @@ bool Hold(const std::string& path)
 
 bool Drop(const std::string& path) { return HeldFiles().erase(path) != 0; }
 
+bool IsOnline(const std::string& expected)
+{
+    DWORD flags = 0;
+    const bool isOnline = QueryConnectedState(&flags);
+    return isOnline == (flags != 0) && flags == std::stoul(expected);
+}
+
 bool Do(const std::string& command, const std::string& argument)
 {
     static const std::map<std::string, std::function<bool(const std::string&)>> words = {
-        {"acquire", Acquire}, {"release", Release}, {"set", Set},   {"window", MakeWindow},
-        {"find", Find},       {"post", Post},       {"hold", Hold}, {"drop", Drop}};
+        {"acquire", Acquire}, {"release", Release}, {"set", Set},   {"window", MakeWindow}, {"find", Find},
+        {"post", Post},       {"hold", Hold},       {"drop", Drop}, {"online", IsOnline}};
     const auto word = words.find(command);
     return word != words.end() && word->second(argument);
 }
