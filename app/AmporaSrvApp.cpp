@@ -5,6 +5,8 @@
 #include "config/ConfigUtil.h"
 #include "config/SharedNames.h"
 #include "config/TraceLog.h"
+#include "format/DataFilePath.h"
+#include "platform/FolderCheck.h"
 #include "platform/LastError.h"
 
 namespace {
@@ -43,6 +45,7 @@ BOOL CAmporaSrvApp::InitInstance()
     platform::InitializeControls(kControlKinds);
     CWinApp::InitInstance();
     if (ClaimSession(scope)) {
+        platform::ReportUnusableFolders(DataFolder(), kUpdateMutexName);
         RunDialog(scope);
     }
     return FALSE;

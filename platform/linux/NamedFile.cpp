@@ -21,10 +21,19 @@ constexpr std::wstring_view kGlobalPrefix = L"Global\\";
 // How often a file that somebody takes away between two looks is looked for again.
 constexpr int kOpenAttempts = 100;
 
+std::string LockFolderPath() { return FolderFromEnvironment("AMPORA_LOCK_DIR", "/run/lock"); }
+
 CFileDescriptor OpenLockFolder()
 {
-    const std::string path = FolderFromEnvironment("AMPORA_LOCK_DIR", "/run/lock");
-    return CFileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return CFileDescriptor(::open(LockFolderPath().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+// Takes the prefix off the name. Whether it was there.
+bool TakeGlobalPrefix(std::wstring_view& name)
+{
+    const bool global = name.starts_with(kGlobalPrefix);
+    name.remove_prefix(global ? kGlobalPrefix.size() : 0);
+    return global;
 }
 
 CFileDescriptor OpenFile(int folder, const char* name)
@@ -105,10 +114,7 @@ Existence ShareWithOthers(const CFileDescriptor& file)
 template <class Open>
 CFileDescriptor OpenIn(std::wstring_view name, NamedKind kind, Open open)
 {
-    const bool global = name.starts_with(kGlobalPrefix);
-    if (global) {
-        name.remove_prefix(kGlobalPrefix.size());
-    }
+    const bool global = TakeGlobalPrefix(name);
     const std::string fileName = FileNameOf(name);
     if (fileName.empty()) {
         SetLastErrorCode(ERROR_PATH_NOT_FOUND);
@@ -140,6 +146,12 @@ std::string FileNameOf(std::wstring_view name)
     std::string fileName = EncodeUtf8(name);
     const bool isUsable = fileName != "." && fileName != ".." && fileName.find_first_of("/\\") == std::string::npos;
     return isUsable ? std::move(fileName) : std::string();
+}
+
+std::string NamedFilePath(std::wstring_view name)
+{
+    const std::string folder = TakeGlobalPrefix(name) ? LockFolderPath() : SessionFolderPath();
+    return folder.empty() ? folder : folder + "/" + FileNameOf(name);
 }
 
 CFileDescriptor OpenNamedFile(std::wstring_view name, NamedKind kind, const CSecurityDescriptor* security)

@@ -12,6 +12,9 @@ namespace platform::linux {
 // The file name of a named object, "Global\\" removed before; empty when the name cannot be one of a file.
 std::string FileNameOf(std::wstring_view name);
 
+// Where the file of a named object is, empty when its folder is not known; nothing is looked at or made.
+std::string NamedFilePath(std::wstring_view name);
+
 enum class NamedKind {
     kMutex, // a regular file
     kEvent, // a FIFO

@@ -163,6 +163,28 @@ TEST_F(SystemLinuxLife, ExitThatDoesNotGetThroughSaysSo)
     EXPECT_EQ(copy->WaitForExit(kEndLimit), 0);
 }
 
+TEST_F(SystemLinuxLife, FoldersThatItCannotUseAreNamedAtTheStart)
+{
+    // Symptom: an ordinary user's program stored nothing and, without a trace level, did not say so.
+    if (!IsSuperuser()) {
+        return; // only the superuser can run it as somebody else
+    }
+    LinuxRig().RunAs(kNobody);
+    for (const fs::path& folder : {Rig().CommonFolder(), LinuxRig().LockFolder()}) {
+        fs::permissions(folder, fs::perms(0755));
+    }
+    Rig().PutSettings("");
+    const std::unique_ptr<CCopy> copy = Rig().Start();
+    const auto says = [&](const std::string& what, const fs::path& path) {
+        return "amporasrv: cannot " + what + " " + path.string() + ": Permission denied\n";
+    };
+    const std::string expected = says("write to the data folder", Rig().DataFolder()) +
+                                 says("use the lock", LinuxRig().LockFolder() / "AmporaSrvUpdateMutex");
+    EXPECT_TRUE(WaitUntil([&] { return copy->Text() == expected; }, kCommandLimit)) << copy->Text();
+    EndCopy(*copy);
+    EXPECT_EQ(copy->Text(), expected);
+}
+
 // The session folder.
 
 TEST_F(SystemLinuxLife, LeavesNoSocketBehindAndTakesNoMutexToEndACopy)

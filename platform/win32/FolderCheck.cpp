@@ -1,0 +1,7 @@
+#include "platform/FolderCheck.h"
+
+namespace platform {
+
+void ReportUnusableFolders(const CString&, const wchar_t*) {}
+
+} // namespace platform
