@@ -170,20 +170,4 @@ void CLifeTest::ExpectNoOverlap() const
     }
 }
 
-void CLifeTest::ExpectScopesBalanceButOfWaiting(const CopyOutput& pass)
-{
-    std::map<unsigned, Lines> byThread;
-    for (const StampedLine& line : pass.lines) {
-        byThread[line.thread].push_back(line.trace);
-    }
-    const TraceLine beforeTheWait = IntervalArmed().back();
-    for (auto& [thread, lines] : byThread) {
-        if (lines.back() == beforeTheWait) {
-            lines.push_back({"TRA", kThreadProc, "Leave"});
-            lines.push_back({"TRA", "CAmporaThread::_CallThreadProc", "Leave"});
-        }
-        EXPECT_TRUE(testing_support::TraceScopesBalance(lines)) << "thread " << thread << "\n" << pass.text;
-    }
-}
-
 } // namespace system_test

@@ -74,9 +74,6 @@ protected:
     // No pass has begun before the one before it was over: each request is the next one of its pass, or the first of
     // another.
     void ExpectNoOverlap() const;
-    // "Enter" and "Leave" of each thread pair up and nest. A pulse that comes just before the wait that it is meant for
-    // is lost, though: such a worker waits until the process ends, and its outer functions stay open.
-    static void ExpectScopesBalanceButOfWaiting(const CopyOutput& pass);
 };
 
 } // namespace system_test
