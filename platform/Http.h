@@ -3,8 +3,9 @@
 // A session and what was opened from it belong to one thread at a time. Connections are kept alive within a session and
 // used again. Proxies as the system has them set (Linux: from the environment). The system's own limits apply. On Linux
 // they are 60 s to connect, 30 s without a byte, at most 10 redirects and to http only; 256 KiB of header in an answer,
-// together with the answers that announce it and with its trailers; and no transfer coding but chunked. What goes
-// beyond them ends the transfer as failed. The length of a body is for the caller to limit.
+// together with the answers that announce it and with its trailers; 64 MiB of body together with the frames of its
+// chunks; and no transfer coding but chunked. What goes beyond them ends the transfer as failed. How long a body may be
+// without frames is for the caller to limit.
 #pragma once
 
 #include "platform/CodeException.h"

@@ -32,6 +32,9 @@ constexpr int kMaxRedirects = 10;
 // Of one answer, with the answers that announce it and the trailers after its body.
 constexpr std::size_t kMaxHeaderBytes = std::size_t{256} * 1024;
 constexpr long kSwitchingProtocols = 101;
+// Of one answer's body with the frames of its chunks, which may be of any length. In chunks of a byte, the longest body
+// that is taken has 48 MiB.
+constexpr std::size_t kMaxFramedBytes = std::size_t{64} * 1024 * 1024;
 // What an unread body may cost to keep its connection; a new connection is cheaper than more.
 constexpr std::size_t kDrainLimitBytes = 65536;
 constexpr milliseconds kDrainLimit{200};
@@ -124,6 +127,7 @@ public:
     void Finish(CURLcode result);
 
 private:
+    static int OnReceived(CURL*, curl_infotype type, char*, std::size_t size, void* request);
     static std::size_t OnHeaderLine(char* line, std::size_t size, std::size_t count, void* request);
     static std::size_t OnBody(char* bytes, std::size_t size, std::size_t count, void* request);
     static int OnConnecting(void* request, curl_socket_t socket, curlsocktype purpose);
@@ -143,6 +147,7 @@ private:
     std::string m_received = {}; // body received, of which the first m_read bytes are read
     std::size_t m_read = 0;
     std::size_t m_headerBytes = 0;                 // of the present answer
+    std::size_t m_framedBytes = 0;                 // of its body
     std::optional<std::size_t> m_discardable = {}; // while draining: bytes that may still come
     bool m_isDriven = false;
     bool m_isAnswerDue = false; // connected: the silence counts
@@ -177,6 +182,10 @@ bool CHttpRequest::Prepare()
         curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_USERAGENT, m_connection->session->agent.c_str()) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, kConnectLimitMs) == CURLE_OK,
+        // What is shown for debugging is all that the server sends, before the library takes it apart.
+        curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L) == CURLE_OK,
+        curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, OnReceived) == CURLE_OK,
+        curl_easy_setopt(easy, CURLOPT_DEBUGDATA, this) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, OnHeaderLine) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_HEADERDATA, this) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, OnBody) == CURLE_OK,
@@ -189,12 +198,21 @@ bool CHttpRequest::Prepare()
     return std::all_of(std::begin(isSet), std::end(isSet), [](bool each) { return each; });
 }
 
+int CHttpRequest::OnReceived(CURL*, curl_infotype type, char*, std::size_t size, void* request)
+{
+    auto* self = static_cast<CHttpRequest*>(request);
+    if (type == CURLINFO_HEADER_IN || type == CURLINFO_DATA_IN) {
+        self->NoteByte();
+        self->m_framedBytes += type == CURLINFO_DATA_IN ? size : 0;
+    }
+    return 0;
+}
+
 // The empty line after the last header line makes the answer's status known. Those from 100 to 199 only announce
 // another answer, but for 101, after which the connection speaks another protocol.
 std::size_t CHttpRequest::OnHeaderLine(char* line, std::size_t size, std::size_t count, void* request)
 {
     auto* self = static_cast<CHttpRequest*>(request);
-    self->NoteByte();
     const std::string_view text(line, size * count);
     self->m_headerBytes += text.size();
     if (self->m_headerBytes > kMaxHeaderBytes || NamesTransferCoding(text)) {
@@ -213,7 +231,6 @@ std::size_t CHttpRequest::OnHeaderLine(char* line, std::size_t size, std::size_t
 std::size_t CHttpRequest::OnBody(char* bytes, std::size_t size, std::size_t count, void* request)
 {
     auto* self = static_cast<CHttpRequest*>(request);
-    self->NoteByte();
     if (self->m_discardable) {
         const bool isTooMuch = size * count > *self->m_discardable;
         *self->m_discardable -= isTooMuch ? 0 : size * count;
@@ -268,6 +285,7 @@ bool CHttpRequest::SendOnce()
     m_received.clear();
     m_read = 0;
     m_headerBytes = 0;
+    m_framedBytes = 0;
     m_status = 0;
     m_isAnswerDue = false;
     m_result = CURLE_OK;
@@ -352,8 +370,8 @@ void CHttpRequest::DriveUntil(Clock::time_point limit)
     const Clock::time_point now = Clock::now();
     // While connecting, the library has its own limit.
     const Clock::time_point end = std::min(m_end, m_isAnswerDue ? m_silentSince + kSilenceLimit : m_end);
-    if (now >= end) {
-        Finish(CURLE_OPERATION_TIMEDOUT);
+    if (now >= end || m_framedBytes > kMaxFramedBytes) {
+        Finish(now >= end ? CURLE_OPERATION_TIMEDOUT : CURLE_FILESIZE_EXCEEDED);
         return;
     }
     if (m_received.size() != before || m_status != statusBefore) {

@@ -234,6 +234,19 @@ TEST_F(LinuxHttp, HeadersOfOneAnswerHaveALimitTogether)
     }
 }
 
+TEST_F(LinuxHttp, FramesOfChunksHaveALimit)
+{
+    // Symptom: gigabytes came in before a chunk's first byte.
+    std::size_t size = 0;
+    m_server.emplace([&size](const HttpExchange&) {
+        return HttpAnswer{.body = "4;" + std::string(size, 'x') + "\r\nbody\r\n0\r\n\r\n",
+                          .headers = {{"Transfer-Encoding", "chunked"}, {"Connection", "close"}}};
+    });
+    EXPECT_EQ(Get(), "body");
+    size = std::size_t{65} * 1024 * 1024;
+    EXPECT_EQ(Get(), "(broken)");
+}
+
 TEST_F(LinuxHttp, BodyThatDripsForMinutesBreaks)
 {
     // Symptom: a server that sent a byte now and then held up the passes of all sessions for days.
