@@ -3,6 +3,7 @@
 #include "platform/linux/ErrorCode.h"
 #include "platform/linux/NamedFile.h"
 #include "platform/linux/SignalBlock.h"
+#include "platform/linux/WriteSignals.h"
 
 #include <atomic>
 #include <cerrno>
@@ -30,7 +31,10 @@ void WriteMark(const CFileDescriptor& file, char mark)
 {
     // The byte exists since the mutex was made, so this does not fail for lack of space. If it fails all the same,
     // only the news of an abandonment is lost, never the exclusion.
-    [[maybe_unused]] const ssize_t written = ::pwrite(file.Get(), &mark, 1, 0);
+    CWriteSignals signals;
+    if (::pwrite(file.Get(), &mark, 1, 0) < 0) {
+        signals.Note(errno);
+    }
 }
 
 void PrepareInterrupt()

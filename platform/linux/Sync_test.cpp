@@ -430,6 +430,35 @@ TEST_F(LinuxSync, AWaitThatTheSystemRefusesFailsWithItsCode)
     EXPECT_TRUE(ReleaseOwnedMutex(mutex));
 }
 
+TEST_F(LinuxSync, AMutexWorksWhereNoFileMayBeWritten)
+{
+    // Symptom: where the length of files was limited to none, the first mutex ended the program.
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit none = before;
+    none.rlim_cur = 0;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &none), 0);
+    const WaitHandle mutex = CreateNamedMutex(L"Mutex", TRUE, nullptr);
+    EXPECT_EQ(WaitForOne(MakeMutex(), 0, FALSE), WAIT_TIMEOUT);
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+}
+
+TEST_F(LinuxSync, AMutexThatMemoryIsMissingForLeavesNothingBehind)
+{
+    bool isMade = false;
+    for (unsigned nth = 1; !isMade; ++nth) {
+        const CFailingMemory memory(nth);
+        try {
+            isMade = CreateNamedMutex(L"Mutex", TRUE, nullptr) != nullptr;
+            EXPECT_TRUE(isMade);
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(memory.HasFailed());
+        }
+    }
+    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS) << "the attempts before were not taken for another program's mutex";
+}
+
 TEST_F(LinuxSync, AnEventThatCannotBeLookedAtIsNotMade)
 {
     std::thread([] {
