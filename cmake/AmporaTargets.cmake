@@ -6,6 +6,20 @@ target_compile_options(ampora_options INTERFACE -Wall -Wextra -Werror)
 if(WIN32)
   target_compile_definitions(ampora_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00)
 endif()
+# What strangers send must not become code: scripts/check-hardening looks for each of these in the programs.
+target_compile_options(ampora_options INTERFACE -fstack-protector-strong)
+target_compile_definitions(ampora_options INTERFACE _GLIBCXX_ASSERTIONS)
+if(WIN32)
+  # The compiler touches each page of a large stack frame anyway, because the system demands it.
+  target_link_options(ampora_options INTERFACE -fstack-protector-strong LINKER:--dynamicbase,--high-entropy-va,--nxcompat)
+else()
+  target_compile_options(ampora_options INTERFACE -fPIE -fstack-clash-protection -fcf-protection)
+  target_link_options(ampora_options INTERFACE -pie LINKER:-z,relro,-z,now,-z,noexecstack)
+endif()
+if(NOT AMPORA_SANITIZE)
+  # The sanitizers do not know the checked functions. Without optimisation there are none.
+  target_compile_definitions(ampora_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=3>)
+endif()
 if(AMPORA_SANITIZE)
   target_compile_options(ampora_options INTERFACE -fsanitize=${AMPORA_SANITIZE} -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=all)
@@ -40,7 +54,7 @@ endfunction()
 # Compiles a test program's own sources quickly: the tests themselves run for moments, but take more than twice as long
 # to compile when they are optimised. What they test is built as it ships.
 function(ampora_test_options name)
-  target_compile_options(${name} PRIVATE -O0)
+  target_compile_options(${name} PRIVATE -O0 -U_FORTIFY_SOURCE)
 endfunction()
 
 # Precompiles, once for all test programs, the test framework's headers and what comes with them.

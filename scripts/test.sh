@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the parts named, in order, whatever becomes of the one before:
 #   checks                                  what can be said without running anything: layout, layers, repository rules,
-#                                           static analysis; and the checks of these checks
+#                                           static analysis, how the programs are built; and the checks of these checks
 #   linux | linux-asan | linux-tsan | linux-coverage | windows   build that preset, test it, check its trace messages
 # Ends with the test runner's closing lines of each part. Exit status 1 when anything failed.
 set -uo pipefail
@@ -55,6 +55,7 @@ start_wine() {
 }
 
 configure_both() { scripts/configure.sh --tests linux && scripts/configure.sh --tests windows; }
+build_both() { scripts/build.sh --tests linux programs && scripts/build.sh --tests windows programs; }
 
 run_checks() {
   step "checks of the checks" scripts/test-checks
@@ -65,6 +66,7 @@ run_checks() {
   step "repository rules" scripts/check-repository
   step "documents" scripts/check-docs
   if step "configuration" configure_both; then step "static analysis" scripts/check-tidy; fi
+  if step "programs" build_both; then step "hardening" scripts/check-hardening; fi
 }
 
 run_preset() {
