@@ -70,6 +70,21 @@ std::optional<std::chrono::year_month_day> ParseQuery(std::string_view query)
     return date.ok() ? std::optional(date) : std::nullopt;
 }
 
+// Path and query of a target that names the server as well ("http://host:port/path?query"); any other target as it is.
+std::string_view WithoutServer(std::string_view target)
+{
+    constexpr std::string_view kScheme = "http://";
+    const auto isSame = [](char wanted, char letter) {
+        return (letter >= 'A' && letter <= 'Z' ? letter - 'A' + 'a' : letter) == wanted;
+    };
+    const std::size_t end = target.find_first_of("/?", kScheme.size());
+    if (end == std::string_view::npos || end == kScheme.size() ||
+        !std::equal(kScheme.begin(), kScheme.end(), target.begin(), isSame)) {
+        return target;
+    }
+    return target.substr(end);
+}
+
 std::optional<ReportRequest> ParseTarget(std::string_view target)
 {
     if (!TakeWord(target, "/")) {
@@ -140,7 +155,7 @@ ReportAnswer AnswerReportRequest(std::string_view method, std::string_view targe
     if (method != "GET") {
         return {.status = 405};
     }
-    const std::optional<ReportRequest> request = ParseTarget(target);
+    const std::optional<ReportRequest> request = ParseTarget(WithoutServer(target));
     if (!request) {
         return {.status = 404};
     }

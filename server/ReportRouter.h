@@ -16,7 +16,8 @@ struct ReportAnswer {
 };
 
 // Answers one request.
-// method: as on the wire; target: path and query as on the wire, not decoded; now: the local clock.
+// method: as on the wire; target: as on the wire, not decoded: path and query, which "http://" and the name of any
+// server may precede; now: the local clock.
 //
 // 200 with a power_report document for GET of /usage/K/instant, /usage/K/actual, /usage/K/estimated, /peak/K/supply and
 // /peak/K/demand, K one of tokyo, tohoku, chubu, kansai and kyushu, with the query date=YYYY-MM-DD&output=xml; 503 when

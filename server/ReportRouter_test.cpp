@@ -95,9 +95,24 @@ TEST(ReportRouter, UnknownTargetsAreNotFound)
              "/usage/tokyo/instant?date=2012-07-02",                     // no output
              "/usage/tokyo/instant?date=2012-07-02&output=json",         //
              "/usage/tokyo/instant?date=2012-07-02&output=xml&x=1",      //
+             "http://",                                                  // no path
+             "http://here",                                              //
+             "http:///usage/tokyo/instant?date=2012-07-02&output=xml",   // no server
+             "http://here?/usage/tokyo/instant?date=2012-07-02&output=xml",
+             "https://here/usage/tokyo/instant?date=2012-07-02&output=xml",
+             "xhttp://here/usage/tokyo/instant?date=2012-07-02&output=xml",
          }) {
         EXPECT_EQ(Get(target), ReportAnswer{.status = 404}) << target;
     }
+}
+
+TEST(ReportRouter, TargetMayNameTheServer)
+{
+    // Symptom: a client that asked as it asks a proxy got 404 for every report.
+    const ReportAnswer report = Get("/usage/tokyo/estimated?date=2012-07-02&output=xml");
+    EXPECT_EQ(report.status, 200U);
+    EXPECT_EQ(Get("http://here/usage/tokyo/estimated?date=2012-07-02&output=xml"), report);
+    EXPECT_EQ(Get("HTTP://[::1]:8470/usage/tokyo/estimated?date=2012-07-02&output=xml"), report);
 }
 
 TEST(ReportRouter, MalformedAndImpossibleDatesAreNotFound)

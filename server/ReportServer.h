@@ -13,9 +13,11 @@ namespace reportd {
 using LocalClock = std::function<LocalTime()>;
 LocalTime ReadSystemClock();
 
-// Serves reports; connections are kept alive. It closes a connection that is silent for 30 seconds, or whose request
-// has a header of more than 8 KiB or a body of more than 64 KiB. Every answer names the source of its data in the
-// header field X-Ampora-Source.
+// Serves reports; connections are kept alive, at most 200 of them: a further one waits until another has been closed.
+// It closes a connection that takes more than 30 seconds to send its next request or to take an answer, or whose
+// request has a header of more than 8 KiB or a body of more than 64 KiB. While the process is out of descriptors it
+// looks for a new connection ten times a second. Every answer names the source of its data in the header field
+// X-Ampora-Source.
 class CReportServer {
 public:
     // Listens from now on, but answers only in Run. address: numeric IPv4 or IPv6 address; port: 0 for any free one.

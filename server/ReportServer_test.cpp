@@ -43,7 +43,12 @@ class CClient {
 public:
     explicit CClient(unsigned short port) { m_socket.connect({asio::ip::address_v4::loopback(), port}); }
 
-    void Write(const std::string& bytes) { asio::write(m_socket, asio::buffer(bytes)); }
+    // What the server does not take before it closes the connection is lost.
+    void Write(const std::string& bytes)
+    {
+        boost::system::error_code lost;
+        asio::write(m_socket, asio::buffer(bytes), lost);
+    }
 
     Answer ReadAnswer()
     {
@@ -61,13 +66,17 @@ public:
         return ReadAnswer();
     }
 
-    // Whether the server has closed the connection; waits until it does or sends something.
+    // Whether something has come that was not read yet.
+    bool HasBytes() { return m_socket.available() > 0; }
+
+    // Whether the server has closed the connection, and not for its silence; waits until it does or sends something.
     bool IsClosed()
     {
+        const auto start = std::chrono::steady_clock::now();
         std::array<char, 1> byte{};
         boost::system::error_code error;
         const std::size_t size = m_socket.read_some(asio::buffer(byte), error);
-        return size == 0 && error;
+        return size == 0 && error && std::chrono::steady_clock::now() - start < 20s;
     }
 
 private:
@@ -142,6 +151,46 @@ TEST_F(ReportServer, ClosesTheConnectionOnAnEndlessHeader)
     CClient client(m_server.Port());
     client.Write("GET / HTTP/1.1\r\nX: " + std::string(9 * 1024, 'x'));
     EXPECT_TRUE(client.IsClosed());
+}
+
+TEST_F(ReportServer, ClosesTheConnectionOnAnEndlessChunkHeader)
+{
+    // Symptom: the memory held whatever a client sent of it within 30 seconds.
+    CClient client(m_server.Port());
+    client.Write("POST / HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n1;" + std::string(200 * 1024, 'x'));
+    EXPECT_TRUE(client.IsClosed());
+}
+
+TEST_F(ReportServer, AsksForABodyThatWaitsForThat)
+{
+    // Symptom: a client that waited for "100 Continue" got no answer until it gave up waiting.
+    CClient client(m_server.Port());
+    client.Write("POST / HTTP/1.1\r\nHost: x\r\nExpect: 100-Continue\r\nContent-Length: 3\r\n\r\n");
+    EXPECT_EQ(client.ReadAnswer().result_int(), 100U);
+    client.Write("x=1");
+    EXPECT_EQ(client.ReadAnswer().result_int(), 405U);
+    // Without a body, and for an old client, there is nothing to ask for.
+    client.Write(std::string("GET ") + kTarget + " HTTP/1.1\r\nHost: x\r\nExpect: 100-continue\r\n\r\n");
+    EXPECT_EQ(client.ReadAnswer().result_int(), 200U);
+    client.Write("POST / HTTP/1.0\r\nExpect: 100-continue\r\nContent-Length: 3\r\n\r\nx=1");
+    EXPECT_EQ(client.ReadAnswer().result_int(), 405U);
+}
+
+TEST_F(ReportServer, ServesAClientThatCameWhileThereWereTooMany)
+{
+    asio::io_context context;
+    std::vector<tcp::socket> idle;
+    for (int i = 1; i < 200; ++i) {
+        idle.emplace_back(context).connect({asio::ip::address_v4::loopback(), m_server.Port()});
+    }
+    CClient last(m_server.Port());
+    EXPECT_EQ(last.Request(http::verb::get, kTarget).result_int(), 200U);
+    CClient late(m_server.Port());
+    late.Write(std::string("GET ") + kTarget + " HTTP/1.1\r\nHost: x\r\n\r\n");
+    EXPECT_EQ(last.Request(http::verb::get, kTarget).result_int(), 200U);
+    EXPECT_FALSE(late.HasBytes());
+    idle.clear();
+    EXPECT_EQ(late.ReadAnswer().result_int(), 200U);
 }
 
 TEST_F(ReportServer, ReadsTheClockForEveryRequest)
