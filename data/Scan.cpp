@@ -1,5 +1,7 @@
 #include "data/Scan.h"
 
+#include "platform/Text.h"
+
 #include <limits>
 
 namespace {
@@ -15,7 +17,7 @@ public:
     // Reads one number of at most width characters, modulo 2^64. False when there is no digit.
     bool Number(std::size_t width, ULONGLONG& value)
     {
-        while (!m_text.empty() && IsSpace(m_text.front())) {
+        while (!m_text.empty() && platform::IsWhiteSpace(m_text.front())) {
             m_text.remove_prefix(1);
         }
         std::wstring_view item = m_text.substr(0, width);
@@ -49,7 +51,6 @@ public:
     }
 
 private:
-    static bool IsSpace(wchar_t character) { return character == L' ' || (character >= L'\t' && character <= L'\r'); }
     static bool IsDigit(wchar_t character) { return character >= L'0' && character <= L'9'; }
 
     std::wstring_view m_text;

@@ -38,8 +38,6 @@ TEST(ScanUnsigned, ReadsOneNumber)
         {L"4294967295", 1, 4294967295},
         // White space before it is skipped,
         {L" \t\n\v\f\r300", 1, 300},
-        {L"\u00A0300", 0, kBefore},
-        {L"\u3000300", 0, kBefore},
         // and what follows is not looked at.
         {L"300 ", 1, 300},
         {L"300abc", 1, 300},
@@ -59,6 +57,15 @@ TEST(ScanUnsigned, ReadsOneNumber)
         {std::wstring(1'000'000, L'0') + L"7", 1, 7},
     };
     ExpectScans(ScanUnsigned, cases);
+}
+
+TEST(ScanUnsigned, WhiteSpaceOfWideTextIsSkipped)
+{
+    // Symptom: a number after an ideographic space was read as 0.
+    ExpectScans<DWORD>(ScanUnsigned, {{L"\u3000\u00A0\u2009\x85 300", 1, 300},
+                                      {L"\u2028300", 1, 300},
+                                      {L"\uFEFF300", 0, kBefore},
+                                      {L"\u200B300", 0, kBefore}});
 }
 
 TEST(ScanUnsigned, TextThatIsNoNumberLeavesTheFieldAlone)

@@ -1,4 +1,5 @@
-// Wide text: printf-style formatting and conversion from and to UTF-8. The same on every system; stateless, any thread.
+// Wide text: printf-style formatting, conversion from and to UTF-8, white space. The same on every system; stateless,
+// any thread.
 #pragma once
 
 #include "platform/Types.h"
@@ -58,5 +59,9 @@ std::wstring DecodeUtf8(std::string_view bytes);
 
 // Encodes as UTF-8. Lone surrogates and values above U+10FFFF become U+FFFD. Zero characters are kept.
 std::string EncodeUtf8(std::wstring_view text);
+
+// Whether a character is white space for the functions of Windows on wide text: the C library's iswspace and scan
+// functions, and the XML parser before a document. That is the white space of Unicode, U+00A0 and U+3000 included.
+bool IsWhiteSpace(wchar_t character);
 
 } // namespace platform

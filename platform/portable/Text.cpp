@@ -140,4 +140,11 @@ std::string EncodeUtf8(std::wstring_view text)
     return bytes;
 }
 
+bool IsWhiteSpace(wchar_t character)
+{
+    constexpr std::wstring_view kWhiteSpace = L"\t\n\v\f\r \x85\xA0\x1680\x2000\x2001\x2002\x2003\x2004\x2005\x2006"
+                                              L"\x2007\x2008\x2009\x200A\x2028\x2029\x202F\x205F\x3000";
+    return kWhiteSpace.find(character) != std::wstring_view::npos;
+}
+
 } // namespace platform
