@@ -5,6 +5,8 @@
 #include "format/Catalogue.h"
 #include "platform/Clock.h"
 
+#include <utility>
+
 namespace {
 
 using platform::DomAttributeMapPtr;
@@ -68,13 +70,14 @@ CGSXMLAnalyzer::~CGSXMLAnalyzer() { const CTraceScope scope(L"CGSXMLAnalyzer::~C
 
 std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeData(CString strXml)
 {
-    return AnalyzeData(LoadGuarded([&] { return Load(strXml); }, CTraceLog(kAnalyzeData), L"Load Exception"));
+    return AnalyzeData(
+        LoadGuarded([&] { return Load(std::move(strXml)); }, CTraceLog(kAnalyzeData), L"Load Exception"));
 }
 
 std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeFile(CString strPath)
 {
     const CTraceLog log(L"CGSXMLAnalyzer::AnalyzeFile");
-    return AnalyzeData(LoadGuarded([&] { return LoadFile(strPath); }, log, L"Load File Exception"));
+    return AnalyzeData(LoadGuarded([&] { return LoadFile(std::move(strPath)); }, log, L"Load File Exception"));
 }
 
 BOOL CGSXMLAnalyzer::AnalyzeInstantTag(const DomNodePtr& node, CAmporaDataCollection* collection)

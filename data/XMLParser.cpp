@@ -3,6 +3,7 @@
 #include "config/TraceLog.h"
 
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -34,13 +35,13 @@ DomDocumentPtr MakeDocument()
 
 // Loads source with LoadDomText or LoadDomFile and gives the root element; null, traced, on failure.
 template <class LoadCall>
-DomElementPtr LoadDocument(const CTraceLog& log, LoadCall load, const CString& source, const wchar_t* loadFailed)
+DomElementPtr LoadDocument(const CTraceLog& log, LoadCall load, CString source, const wchar_t* loadFailed)
 {
     const DomDocumentPtr document = MakeDocument();
     bool loaded = false;
     HRESULT status = E_FAIL;
     try {
-        status = load(document, source, &loaded);
+        status = load(document, std::move(source), &loaded);
     } catch (const std::bad_alloc&) {
         throw CComException(E_OUTOFMEMORY);
     }
@@ -95,13 +96,13 @@ void CXMLParser::Finalize() { const CTraceScope scope(L"CXMLParser::Finalize"); 
 DomElementPtr CXMLParser::Load(CString strXml)
 {
     const CTraceScope scope(L"CXMLParser::Load");
-    return LoadDocument(scope, platform::LoadDomText, strXml, L"XML Load fail.(0x08X)");
+    return LoadDocument(scope, platform::LoadDomText, std::move(strXml), L"XML Load fail.(0x08X)");
 }
 
 DomElementPtr CXMLParser::LoadFile(CString strPath)
 {
     const CTraceScope scope(L"CXMLParser::LoadFile");
-    return LoadDocument(scope, platform::LoadDomFile, strPath, L"XML Load File fail.(0x08X)");
+    return LoadDocument(scope, platform::LoadDomFile, std::move(strPath), L"XML Load File fail.(0x08X)");
 }
 
 DomNodeListPtr CXMLParser::GetChildNodes(const DomNodePtr& node)

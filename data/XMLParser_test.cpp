@@ -508,7 +508,7 @@ TEST_F(XMLParser, RunningOutOfMemoryWhileLoadingIsAStatusOrAFailure)
             lines.insert(line.message);
         }
     }
-    EXPECT_GE(thrown, 2); // the document's and the text's
+    EXPECT_GE(thrown, 1); // the document's; on Linux the text's as well
     EXPECT_THAT(lines, ElementsAre("XML Document Element get fail.(0x08X)"));
 }
 

@@ -7,9 +7,9 @@
 // - Handles are shared; any of them keeps its whole document alive. A document and its handles belong to one thread,
 //   which must be inside an apartment (Apartment.h).
 //
-// Every function returns a COM status (Linux: E_FAIL or the library's error code as a failure) and leaves its result
-// empty on failure. Running out of memory is E_OUTOFMEMORY; only the two functions that load throw, namely
-// std::bad_alloc. Handles passed in must not be null.
+// Every function returns a COM status and leaves its result empty on failure. Running out of memory is E_OUTOFMEMORY;
+// the two functions that load throw std::bad_alloc when it happens before the document is made. Handles passed in must
+// not be null.
 #pragma once
 
 #include "platform/Types.h"
@@ -32,12 +32,13 @@ using DomAttributeMapPtr = std::shared_ptr<CDomAttributeMap>;
 // A new, empty document that loads synchronously.
 HRESULT CreateDomDocument(DomDocumentPtr* document);
 
-// Loads XML text. *loaded: whether it is a well-formed document that is taken; when not, the status is S_FALSE or a
-// failure. Not taken are documents with a name whose prefix no element around it declares, and those whose references
-// to entities stand for more than 10,000,000 bytes (UTF-8), or may do so because parameter entities hide declarations.
-HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded);
+// Loads XML text, whatever encoding it declares. *loaded: whether it is a well-formed document that is taken; when not,
+// the status is S_FALSE or a failure. Not taken are documents with a document type, those with a name whose prefix no
+// element around it declares, and those beyond a limit (platform/portable/DocumentLimits.h; Linux: also 10,000
+// different names). Lets go of the text before it makes the document.
+HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded);
 
-// Loads a file, decoded as its own declaration says. As LoadDomText; a missing file is not loaded.
+// Loads a file, decoded as its own declaration says. As LoadDomText, without the limits; a missing file is not loaded.
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded);
 
 // The root element. A failure, never success with null, when nothing is loaded.
@@ -56,8 +57,8 @@ HRESULT GetDomLength(const DomNodeListPtr& list, LONG* length);
 // The attributes of an element. S_FALSE and null for a node of another kind, which has none.
 HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes);
 
-// The qualified name ("x:a") of an element, attribute or entity reference; the target of a processing instruction; for
-// other nodes "#text", "#comment", "#cdata-section".
+// The qualified name ("x:a") of an element or attribute; the target of a processing instruction; for other nodes
+// "#text", "#comment", "#cdata-section".
 HRESULT GetDomNodeName(const DomNodePtr& node, CString* name);
 HRESULT GetDomTagName(const DomElementPtr& element, CString* name);
 

@@ -1,9 +1,9 @@
-// The document object model on libxml2, made to behave as MSXML does. libxml2 is the parser inside wine's MSXML too, so
-// limits (256 levels, 10 MB of text in one node) come out the same by themselves; this file adds the rest: which text
-// is dropped, how it is trimmed, what may stand before and after the document.
+// The document object model on libxml2, made to behave as MSXML does. libxml2 has limits of its own (256 levels, 10 MB
+// of text in one node); this file adds which names are refused, which text is dropped, how it is trimmed, what may
+// stand before and after the document.
 #include "platform/Dom.h"
 
-#include "platform/portable/DocumentCheck.h"
+#include "platform/portable/DocumentLimits.h"
 #include "platform/portable/StatusOf.h"
 #include "platform/Text.h"
 
@@ -16,7 +16,7 @@
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/tree.h>
-#include <limits>
+#include <malloc.h>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -63,11 +63,6 @@ struct FreeParser {
 };
 using ParserPtr = std::unique_ptr<xmlParserCtxt, FreeParser>;
 
-struct FreeXml {
-    void operator()(xmlChar* text) const { xmlFree(text); }
-};
-using XmlTextPtr = std::unique_ptr<xmlChar, FreeXml>;
-
 std::string_view View(const xmlChar* text)
 {
     return text == nullptr ? std::string_view() : std::string_view(reinterpret_cast<const char*>(text));
@@ -77,9 +72,20 @@ constexpr std::string_view kWhiteSpace = " \t\r\n";
 
 bool IsBlank(std::string_view text) { return text.find_first_not_of(kWhiteSpace) == std::string_view::npos; }
 
-// Whether white space counts inside this element: xml:space of the nearest element that has it, declared defaults
-// included.
-bool PreservesSpace(const xmlNode* node) { return xmlNodeGetSpacePreserve(node) == 1; }
+// What xml:space of this element says; around when it says nothing.
+bool PreservesSpace(const xmlNode* element, bool around)
+{
+    const xmlAttr* attribute = xmlHasNsProp(element, BAD_CAST "space", XML_XML_NAMESPACE);
+    const std::string_view value =
+        attribute != nullptr && attribute->children != nullptr ? View(attribute->children->content) : "";
+    return value == "preserve" || (value != "default" && around);
+}
+
+// Whether white space counts inside this element: xml:space of the nearest element that has it.
+bool PreservesSpace(const xmlNode* element)
+{
+    return element->type == XML_ELEMENT_NODE && PreservesSpace(element, PreservesSpace(element->parent));
+}
 
 // MSXML does not list text of white space alone. The nodes stay in the tree, because they still separate words.
 bool IsDropped(const xmlNode* node, bool preserve)
@@ -87,63 +93,108 @@ bool IsDropped(const xmlNode* node, bool preserve)
     return !preserve && node->type == XML_TEXT_NODE && IsBlank(View(node->content));
 }
 
-// Refuses what a document refers to outside itself.
-xmlParserInput* ResolveNothing(void*, const xmlChar*, const xmlChar*) { return nullptr; }
-
-// While it lives, the calling thread's parser errors go nowhere: some would otherwise reach standard error,
-// whatever the options of the parser.
-class CQuietErrors {
+// Why a document is not taken, as the library reports it on the calling thread while this lives. (Reports that nobody
+// takes may reach standard error, whatever the options of the parser.)
+class CParserReports {
 public:
-    CQuietErrors() : m_handler(xmlStructuredError), m_context(xmlStructuredErrorContext)
+    CParserReports() : m_handler(xmlStructuredError), m_context(xmlStructuredErrorContext)
     {
-        xmlSetStructuredErrorFunc(nullptr, [](void*, xmlError*) {});
+        xmlSetStructuredErrorFunc(
+            this, [](void* reports, xmlError* error) { static_cast<CParserReports*>(reports)->Take(*error); });
     }
-    ~CQuietErrors() { xmlSetStructuredErrorFunc(m_context, m_handler); }
-    CQuietErrors(const CQuietErrors&) = delete;
-    CQuietErrors& operator=(const CQuietErrors&) = delete;
+    ~CParserReports() { xmlSetStructuredErrorFunc(m_context, m_handler); }
+    CParserReports(const CParserReports&) = delete;
+    CParserReports& operator=(const CParserReports&) = delete;
+
+    bool IsOutOfMemory() const { return m_isOutOfMemory; }
+    // Whether it is no well-formed document. A prefix that no element declares counts, a strange address does not.
+    bool IsRefused() const { return m_isRefused; }
 
 private:
+    void Take(const xmlError& error)
+    {
+        const bool isBadName = error.domain == XML_FROM_NAMESPACE && error.code >= XML_NS_ERR_XML_NAMESPACE;
+        m_isRefused = m_isRefused || error.level == XML_ERR_FATAL || isBadName;
+        m_isOutOfMemory = m_isOutOfMemory || error.code == XML_ERR_NO_MEMORY;
+    }
+
     xmlStructuredErrorFunc m_handler;
     void* m_context;
+    bool m_isRefused = false;
+    bool m_isOutOfMemory = false;
 };
 
-struct ParsedDocument {
-    XmlTree tree;         // null: no well-formed document
-    std::string encoding; // declared; empty when there is no declaration or it says UTF-8 or UTF-16
+// The bytes that a parser has not read yet.
+struct ParserInput {
+    std::string_view rest;
+    const CParserReports& reports;
+    xmlParserCtxt* parser;
 };
 
-// Parses bytes; encoding null: as they say themselves.
-ParsedDocument Parse(std::string_view bytes, const char* encoding)
+// Gives the parser its next bytes. None after an error, as it would otherwise go on and report each further one, and
+// none when there are too many names, as its table of names does not grow with them.
+int ReadInput(void* context, char* buffer, int size)
 {
-    if (bytes.empty() || bytes.size() > std::numeric_limits<int>::max() || !portable::MayBeParsed(bytes)) {
-        return {};
+    constexpr int kMostNames = 10'000;
+    auto* input = static_cast<ParserInput*>(context);
+    if (input->reports.IsRefused() || xmlDictSize(input->parser->dict) > kMostNames) {
+        input->parser->wellFormed = 0;
+        return 0;
     }
-    const CQuietErrors quiet;
-    const ParserPtr parser(xmlNewParserCtxt());
-    if (!parser) {
-        throw std::bad_alloc();
-    }
-    // The plain interface, which refuses two attributes whose prefixes stand for one namespace.
-    const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_SAX1;
-    parser->sax->resolveEntity = ResolveNothing;
-    xmlDoc* tree =
-        xmlCtxtReadMemory(parser.get(), bytes.data(), static_cast<int>(bytes.size()), nullptr, encoding, options);
-    if (tree == nullptr) {
-        return {};
-    }
-    ParsedDocument document{XmlTree(tree, xmlFreeDoc), {}};
-    if (parser->input != nullptr) {
-        document.encoding = View(parser->input->encoding);
-    }
-    return document;
+    const std::size_t count = input->rest.copy(buffer, static_cast<std::size_t>(size));
+    input->rest.remove_prefix(count);
+    return static_cast<int>(count);
 }
 
-// What MSXML skips before a document in wide text: the white space of the system, which is more than that of XML.
-bool IsSkippedBefore(wchar_t character)
+// Ends the parse before anything that the document type declares is read.
+void RefuseDocumentType(void* context, const xmlChar*, const xmlChar*, const xmlChar*)
 {
-    constexpr std::wstring_view kSkipped = L"\t\n\v\f\r \x85\xA0\x1680\x2000\x2001\x2002\x2003\x2004\x2005\x2006"
-                                           L"\x2007\x2008\x2009\x200A\x2028\x2029\x202F\x205F\x3000";
-    return kSkipped.find(character) != std::wstring_view::npos;
+    auto* parser = static_cast<xmlParserCtxt*>(context);
+    parser->wellFormed = 0; // stopping alone counts as the document's end
+    xmlStopParser(parser);
+}
+
+// The library would join sections that follow each other.
+void AddCdataSection(void* context, const xmlChar* text, int size)
+{
+    const auto* parser = static_cast<xmlParserCtxt*>(context);
+    xmlAddChild(parser->node, xmlNewCDataBlock(parser->myDoc, text, size));
+}
+
+// A large document takes most of the program's memory, which the C library would keep for its next use.
+void ReturnMemoryOf(std::size_t documentBytes)
+{
+    constexpr std::size_t kLargeBytes = std::size_t{256} * 1024;
+    if (documentBytes > kLargeBytes) {
+        malloc_trim(0);
+    }
+}
+
+// Parses bytes into tree, which stays null when they are no well-formed document. options: besides the common ones.
+HRESULT Parse(std::string_view bytes, int options, XmlTree* tree)
+{
+    const CParserReports reports;
+    ParserPtr parser(xmlNewParserCtxt());
+    if (!parser) {
+        return E_OUTOFMEMORY;
+    }
+    parser->sax->internalSubset = RefuseDocumentType;
+    parser->sax->cdataBlock = AddCdataSection;
+    ParserInput input{bytes, reports, parser.get()};
+    options |= XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_COMPACT;
+    xmlDoc* result = xmlCtxtReadIO(parser.get(), ReadInput, nullptr, &input, nullptr, nullptr, options);
+    XmlTree owner(result, [size = bytes.size()](xmlDoc* freed) {
+        xmlFreeDoc(freed);
+        ReturnMemoryOf(size);
+    });
+    parser.reset();
+    if (reports.IsOutOfMemory()) {
+        return E_OUTOFMEMORY;
+    }
+    if (result != nullptr && !reports.IsRefused()) {
+        *tree = std::move(owner);
+    }
+    return *tree ? S_OK : S_FALSE;
 }
 
 // The part of a wide text that MSXML looks at: up to the first zero character, without white space and a byte order
@@ -152,7 +203,7 @@ std::wstring_view DocumentPart(std::wstring_view text)
 {
     constexpr wchar_t kByteOrderMark = 0xFEFF;
     text = text.substr(0, text.find(L'\0'));
-    while (!text.empty() && IsSkippedBefore(text.front())) {
+    while (!text.empty() && IsWhiteSpace(text.front())) {
         text.remove_prefix(1);
     }
     if (!text.empty() && text.front() == kByteOrderMark) {
@@ -161,131 +212,78 @@ std::wstring_view DocumentPart(std::wstring_view text)
     return text;
 }
 
-// Encodings that wide text may declare, with no effect, in capitals. Others are refused, as they cannot be switched to.
-bool MayBeDeclaredInWideText(std::string_view encoding)
-{
-    static constexpr std::string_view kKnown[] = {
-        "ASCII",        "GBK",          "HTML",         "ISO-8859-1",   "ISO-8859-10",  "ISO-8859-11",
-        "ISO-8859-13",  "ISO-8859-14",  "ISO-8859-15",  "ISO-8859-16",  "ISO-8859-2",   "ISO-8859-3",
-        "ISO-8859-4",   "ISO-8859-5",   "ISO-8859-6",   "ISO-8859-7",   "ISO-8859-8",   "ISO-8859-9",
-        "ISO-LATIN-1",  "ISO-LATIN-2",  "US-ASCII",     "UTF-16",       "UTF-16BE",     "UTF-16LE",
-        "UTF-8",        "UTF16",        "UTF8",         "WINDOWS-1250", "WINDOWS-1251", "WINDOWS-1252",
-        "WINDOWS-1253", "WINDOWS-1254", "WINDOWS-1255", "WINDOWS-1256", "WINDOWS-1257", "WINDOWS-1258",
-    };
-    std::string capitals(encoding);
-    std::transform(capitals.begin(), capitals.end(), capitals.begin(),
-                   [](char each) { return each >= 'a' && each <= 'z' ? static_cast<char>(each - 'a' + 'A') : each; });
-    return encoding.empty() || std::find(std::begin(kKnown), std::end(kKnown), capitals) != std::end(kKnown);
-}
-
 bool IsCharacter(wchar_t unit)
 {
     const auto character = static_cast<char32_t>(unit);
     return character < 0xD800 || (character > 0xDFFF && character <= 0x10FFFF);
 }
 
-// The text of an element's content, piece by piece.
-//
-// White space that is not listed still separates words: it counts as one space between two pieces, however much there
-// is of it, and as nothing before the first piece of an element.
-class CTextPieces {
-public:
-    // White space that is not listed.
-    void AddGap() { m_gap = true; }
-
-    // A piece of which trimmed, a part of it, may not be cut away at the ends.
-    void Add(std::string_view piece, std::string_view trimmed)
-    {
-        if (m_gap && !IsEmpty()) {
-            m_text += ' ';
-        }
-        m_gap = false;
-        if (!trimmed.empty() || piece.empty()) {
-            m_first = std::min(m_first, m_text.size() + static_cast<std::size_t>(trimmed.data() - piece.data()));
-            m_end = m_text.size() + static_cast<std::size_t>(trimmed.data() - piece.data()) + trimmed.size();
-        }
-        m_text += piece;
-    }
-
-    // All of a child element.
-    void Add(const CTextPieces& child)
-    {
-        if (!child.IsEmpty()) {
-            Add(child.Whole(), child.Trimmed());
-        }
-        m_gap = m_gap || child.m_gap;
-    }
-
-    bool IsEmpty() const { return m_text.empty(); }
-    std::string_view Whole() const { return m_text; }
-    std::string_view Trimmed() const
-    {
-        return m_first < m_end ? Whole().substr(m_first, m_end - m_first) : Whole().substr(0, 0);
-    }
-
-private:
-    std::string m_text = {};
-    std::size_t m_first = std::string::npos;
-    std::size_t m_end = 0;
-    bool m_gap = false;
-};
-
-std::string_view Trimmed(std::string_view text)
+std::string_view Trim(std::string_view text)
 {
     const std::size_t first = text.find_first_not_of(kWhiteSpace);
     return first == std::string_view::npos ? text.substr(0, 0)
                                            : text.substr(first, text.find_last_not_of(kWhiteSpace) + 1 - first);
 }
 
-// The text below a node, entity references replaced, added to text. Without white space between elements, unless
-// blanks count.
-void CollectPlainText(const xmlNode* parent, bool blanksCount, std::string* text)
-{
-    for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
-        if (child->type == XML_ENTITY_DECL) {
-            // The child of a reference is the declaration itself, whose neighbours are other declarations.
-            CollectPlainText(child, blanksCount, text);
+// Gathers the text of an element with that of all its descendants.
+//
+// White space that is not listed still separates words: it counts as one space between two pieces, however much there
+// is of it, and as nothing before the first piece of an element.
+class CTextCollector {
+public:
+    // Adds the content of an element. Whether it is white space that is not listed, and nothing else. Depth is bounded
+    // by the parser's own limit.
+    bool AddContent(const xmlNode* element, bool preserve)
+    {
+        const std::size_t start = m_text.size();
+        bool isGap = false;
+        for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
+            const bool isDropped = IsDropped(child, preserve);
+            if (isDropped || (child->type == XML_ELEMENT_NODE && AddContent(child, PreservesSpace(child, preserve)))) {
+                isGap = true;
+                m_isSpaceDue = m_isSpaceDue || m_text.size() > start;
+            } else if (child->type == XML_TEXT_NODE) {
+                Add(View(child->content), Trim(View(child->content)));
+            } else if (child->type == XML_CDATA_SECTION_NODE) {
+                Add(View(child->content), View(child->content));
+            }
+        }
+        return isGap && m_text.size() == start;
+    }
+
+    std::string_view Whole() const { return m_text; }
+    std::string_view Trimmed() const { return Whole().substr(m_first, m_end - m_first); }
+
+private:
+    // Adds a piece of which trimmed, a part of it, may not be cut away at the ends.
+    void Add(std::string_view piece, std::string_view trimmed)
+    {
+        if (piece.empty()) {
             return;
         }
-        if (child->type == XML_CDATA_SECTION_NODE || (child->type == XML_TEXT_NODE && !IsDropped(child, blanksCount))) {
-            *text += View(child->content);
-        } else if (child->type == XML_ELEMENT_NODE || child->type == XML_ENTITY_REF_NODE) {
-            CollectPlainText(child, blanksCount, text);
+        if (std::exchange(m_isSpaceDue, false)) {
+            m_text += ' ';
         }
+        if (!trimmed.empty()) {
+            const std::size_t first = m_text.size() + static_cast<std::size_t>(trimmed.data() - piece.data());
+            m_first = m_end == 0 ? first : m_first;
+            m_end = first + trimmed.size();
+        }
+        m_text += piece;
     }
-}
 
-// Depth is bounded by the parser's own limit.
-CTextPieces CollectText(const xmlNode* parent)
-{
-    CTextPieces pieces;
-    const bool preserve = PreservesSpace(parent);
-    for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
-        if (IsDropped(child, preserve)) {
-            pieces.AddGap();
-        } else if (child->type == XML_TEXT_NODE) {
-            pieces.Add(View(child->content), Trimmed(View(child->content)));
-        } else if (child->type == XML_CDATA_SECTION_NODE) {
-            pieces.Add(View(child->content), View(child->content));
-        } else if (child->type == XML_ELEMENT_NODE) {
-            pieces.Add(CollectText(child));
-        } else if (child->type == XML_ENTITY_REF_NODE) {
-            std::string text;
-            CollectPlainText(child, false, &text);
-            pieces.Add(text, Trimmed(text));
-        }
-    }
-    return pieces;
-}
+    std::string m_text = {};
+    std::size_t m_first = 0;
+    std::size_t m_end = 0;
+    bool m_isSpaceDue = false; // before the next piece
+};
 
 HRESULT ListChildren(const XmlTree& tree, const xmlNode* parent, DomNodeListPtr* list)
 {
     auto result = std::make_shared<CDomNodeList>();
     result->tree = tree;
-    // What an entity reference stands for is not listed below it.
-    const xmlNode* child = parent->type == XML_ENTITY_REF_NODE ? nullptr : parent->children;
-    const bool preserve = child != nullptr && PreservesSpace(parent);
-    for (; child != nullptr; child = child->next) {
+    const bool preserve = PreservesSpace(parent);
+    for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
         if (!IsDropped(child, preserve)) {
             result->nodes.push_back(child);
         }
@@ -330,31 +328,24 @@ std::optional<std::string> ReadFile(const CString& path)
     return file.eof() && !file.bad() ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
-CString Content(const xmlNode* node)
+// The value of a node that is no element.
+std::string_view Content(const xmlNode* node)
 {
-    if (node->type != XML_ATTRIBUTE_NODE) {
-        return DecodeUtf8(View(XmlTextPtr(xmlNodeGetContent(node)).get()));
+    if (node->type == XML_ATTRIBUTE_NODE) {
+        return node->children == nullptr ? std::string_view() : View(node->children->content);
     }
-    // The library's time would grow with the square of the number of references.
-    std::string text;
-    CollectPlainText(node, true, &text);
-    return DecodeUtf8(text);
+    return View(node->content);
 }
 
 CString Text(const xmlNode* node)
 {
-    switch (node->type) {
-    case XML_ELEMENT_NODE: {
-        const CTextPieces pieces = CollectText(node);
-        return DecodeUtf8(PreservesSpace(node) ? pieces.Whole() : pieces.Trimmed());
+    if (node->type == XML_ELEMENT_NODE) {
+        CTextCollector text;
+        const bool preserve = PreservesSpace(node);
+        text.AddContent(node, preserve);
+        return DecodeUtf8(preserve ? text.Whole() : text.Trimmed());
     }
-    case XML_TEXT_NODE:
-        return DecodeUtf8(Trimmed(View(node->content)));
-    case XML_ENTITY_REF_NODE:
-        return {};
-    default:
-        return Content(node);
-    }
+    return DecodeUtf8(node->type == XML_TEXT_NODE ? Trim(Content(node)) : Content(node));
 }
 
 // An element's attribute of this qualified name, or null.
@@ -379,29 +370,29 @@ HRESULT CreateDomDocument(DomDocumentPtr* document)
     });
 }
 
-HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
+HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded)
 {
     document->tree = nullptr;
+    *loaded = false;
     const std::wstring_view part = DocumentPart(xml);
     // Encoding would replace what is no character.
-    if (std::all_of(part.begin(), part.end(), IsCharacter)) {
-        ParsedDocument parsed = Parse(EncodeUtf8(part), "UTF-8");
-        if (MayBeDeclaredInWideText(parsed.encoding)) {
-            document->tree = std::move(parsed.tree);
-        }
+    if (!portable::IsWithinLimits(part) || !std::all_of(part.begin(), part.end(), IsCharacter)) {
+        return S_FALSE;
     }
+    const std::string bytes = EncodeUtf8(part);
+    xml = CString();
+    const HRESULT status = Parse(bytes, XML_PARSE_IGNORE_ENC, &document->tree);
     *loaded = document->tree != nullptr;
-    return *loaded ? S_OK : S_FALSE;
+    return status;
 }
 
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)
 {
     document->tree = nullptr;
-    if (const std::optional<std::string> bytes = ReadFile(path)) {
-        document->tree = Parse(*bytes, nullptr).tree;
-    }
+    const std::optional<std::string> bytes = ReadFile(path);
+    const HRESULT status = bytes ? Parse(*bytes, 0, &document->tree) : S_FALSE;
     *loaded = document->tree != nullptr;
-    return *loaded ? S_OK : S_FALSE;
+    return status;
 }
 
 HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* element)
@@ -496,12 +487,12 @@ HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& nam
 
 HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
 {
-    if (node->node->type == XML_ELEMENT_NODE || node->node->type == XML_ENTITY_REF_NODE) {
+    if (node->node->type == XML_ELEMENT_NODE) {
         value->clear();
         return S_FALSE;
     }
     return portable::StatusOf(value, [&] {
-        *value = Content(node->node);
+        *value = DecodeUtf8(Content(node->node));
         return S_OK;
     });
 }

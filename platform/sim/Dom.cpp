@@ -4,6 +4,7 @@
 #include "platform/sim/MachineState.h"
 
 #include <new>
+#include <utility>
 
 namespace platform {
 
@@ -61,10 +62,10 @@ HRESULT CreateDomDocument(DomDocumentPtr* document)
     return UnlessFault(Call::kCreateDomDocument, document, [&] { return RealCreateDomDocument(document); });
 }
 
-HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
+HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded)
 {
     return UnlessFault(Call::kLoadDomText, Call::kLoadDomTextThrows, loaded,
-                       [&] { return RealLoadDomText(document, xml, loaded); });
+                       [&] { return RealLoadDomText(document, std::move(xml), loaded); });
 }
 
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)

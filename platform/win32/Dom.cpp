@@ -1,13 +1,9 @@
 // The document object model on MSXML, through COM.
 #include "platform/Dom.h"
 
-#include "platform/portable/DocumentCheck.h"
+#include "platform/portable/DocumentLimits.h"
 #include "platform/portable/StatusOf.h"
-#include "platform/Text.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <msxml.h>
 #include <new>
 #include <oleauto.h>
@@ -134,11 +130,23 @@ HRESULT ReadText(Interface* object, HRESULT (STDMETHODCALLTYPE Interface::*prope
     return status;
 }
 
-// Whether MSXML may have a file; one that cannot be read is its own affair.
-bool MayBeParsed(const CString& path)
+// The end of a load: its status, and whether the document is taken. One that has a document type is dropped again.
+HRESULT FinishLoad(IXMLDOMDocument* document, HRESULT status, VARIANT_BOOL successful, bool* loaded)
 {
-    std::ifstream file(std::filesystem::path(path), std::ios::binary);
-    return portable::MayBeParsed(std::string(std::istreambuf_iterator<char>(file), {}));
+    *loaded = false;
+    if (FAILED(status) || successful == VARIANT_FALSE) {
+        return status;
+    }
+    IXMLDOMDocumentType* type = nullptr;
+    status = document->get_doctype(&type);
+    const ComPtr<IXMLDOMDocumentType> owner(type);
+    *loaded = SUCCEEDED(status) && type == nullptr;
+    if (*loaded) {
+        return S_OK;
+    }
+    // The empty text, which is no document, makes MSXML drop the last one.
+    const BstrPtr none = MakeBstr(L"");
+    return document->loadXML(none.get(), &successful);
 }
 
 } // namespace
@@ -169,30 +177,26 @@ HRESULT CreateDomDocument(DomDocumentPtr* document)
     });
 }
 
-HRESULT LoadDomText(const DomDocumentPtr& document, const CString& xml, bool* loaded)
+HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded)
 {
     *loaded = false;
     // The empty text, which is no document, makes MSXML drop the last one.
-    const BstrPtr text = MakeBstr(portable::MayBeParsed(EncodeUtf8(xml)) ? std::wstring_view(xml) : L"");
+    const BstrPtr text = MakeBstr(portable::IsWithinLimits(xml) ? std::wstring_view(xml) : L"");
+    xml = CString();
     VARIANT_BOOL successful = VARIANT_FALSE;
     const HRESULT status = document->object->loadXML(text.get(), &successful);
-    *loaded = SUCCEEDED(status) && successful != VARIANT_FALSE;
-    return status;
+    return FinishLoad(document->object.get(), status, successful, loaded);
 }
 
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)
 {
     *loaded = false;
-    if (!MayBeParsed(path)) {
-        return LoadDomText(document, CString(), loaded);
-    }
     CVariant source;
     source.Get()->vt = VT_BSTR;
     source.Get()->bstrVal = MakeBstr(path).release();
     VARIANT_BOOL successful = VARIANT_FALSE;
     const HRESULT status = document->object->load(*source.Get(), &successful);
-    *loaded = SUCCEEDED(status) && successful != VARIANT_FALSE;
-    return status;
+    return FinishLoad(document->object.get(), status, successful, loaded);
 }
 
 HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* element)

@@ -1,0 +1,159 @@
+#include "platform/Dom.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <libxml/xmlmemory.h>
+#include <unistd.h>
+
+namespace platform {
+namespace {
+
+class LinuxDom : public testing::Test {
+protected:
+    LinuxDom() { EXPECT_EQ(CreateDomDocument(&m_document), S_OK); }
+
+    bool Loads(const CString& xml)
+    {
+        bool loaded = false;
+        m_status = LoadDomText(m_document, xml, &loaded);
+        return loaded;
+    }
+    DomElementPtr Root()
+    {
+        DomElementPtr element;
+        GetDomDocumentElement(m_document, &element);
+        return element;
+    }
+
+    DomDocumentPtr m_document;
+    HRESULT m_status = S_OK;
+};
+
+CString Repeated(const CString& text, std::size_t count)
+{
+    CString all;
+    all.reserve(text.size() * count);
+    for (std::size_t i = 0; i < count; ++i) {
+        all += text;
+    }
+    return all;
+}
+
+// Elements inside a root, each with a name of its own.
+CString DifferentNames(unsigned count)
+{
+    CString xml = L"<r>";
+    for (unsigned i = 0; i < count; ++i) {
+        xml += L"<a" + std::to_wstring(i) + L"/>";
+    }
+    return xml + L"</r>";
+}
+
+double ProcessorSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
+
+std::size_t ResidentBytes()
+{
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm").ignore(100, ' ') >> pages;
+    return pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+unsigned g_allocationsLeft = 0; // of the parser, until the failing ones; 0: none fails
+
+bool IsMemoryShort() { return g_allocationsLeft == 1 || (g_allocationsLeft != 0 && --g_allocationsLeft == 1); }
+
+// While it lives, the nth allocation of the parser fails, and all after it.
+class CShortMemory {
+public:
+    explicit CShortMemory(unsigned nth)
+    {
+        xmlMemSetup(
+            std::free, [](std::size_t size) { return IsMemoryShort() ? nullptr : std::malloc(size); },
+            [](void* memory, std::size_t size) { return IsMemoryShort() ? nullptr : std::realloc(memory, size); },
+            [](const char* text) { return IsMemoryShort() ? nullptr : ::strdup(text); });
+        g_allocationsLeft = nth + 1;
+    }
+    ~CShortMemory()
+    {
+        g_allocationsLeft = 0;
+        xmlMemSetup(std::free, std::malloc, std::realloc, ::strdup);
+    }
+    CShortMemory(const CShortMemory&) = delete;
+    CShortMemory& operator=(const CShortMemory&) = delete;
+
+    bool HasRunOut() const { return g_allocationsLeft == 1; }
+};
+
+TEST_F(LinuxDom, RunningOutOfMemoryInTheParserIsAFailure)
+{
+    // Symptom: a report for which the memory was short counted as one that is no document.
+    const CString xml = L"<!-- c --><r a='a value that is not short &amp; one more'>text that is not short" +
+                        DifferentNames(300) + Repeated(L"<d>", 100) + Repeated(L"</d>", 100) +
+                        L"<![CDATA[x]]><?p q?></r>";
+    ASSERT_TRUE(Loads(xml));
+    for (unsigned nth = 1;; ++nth) {
+        const CShortMemory memory(nth);
+        const bool loaded = Loads(xml);
+        if (!memory.HasRunOut()) {
+            EXPECT_TRUE(loaded);
+            EXPECT_GT(nth, 500U);
+            break;
+        }
+        ASSERT_FALSE(loaded) << nth;
+        ASSERT_EQ(m_status, E_OUTOFMEMORY) << nth;
+        ASSERT_EQ(Root(), nullptr) << nth;
+    }
+}
+
+TEST_F(LinuxDom, MemoryOfALargeDocumentGoesBackToTheSystem)
+{
+    // Symptom: after one hostile report the idle program kept 340 MB.
+    const CString xml = L"<r>" + Repeated(L"<a/>", 490'000) + L"</r>";
+    const std::size_t before = ResidentBytes();
+    ASSERT_TRUE(Loads(xml));
+    EXPECT_GT(ResidentBytes(), before + 50'000'000);
+    m_document.reset();
+    EXPECT_LT(ResidentBytes(), before + 10'000'000);
+}
+
+TEST_F(LinuxDom, LimitsDifferentNames)
+{
+    // Symptom: a report of elements that all have another name took 26 seconds.
+    EXPECT_TRUE(Loads(DifferentNames(9'900)));
+    EXPECT_FALSE(Loads(DifferentNames(12'000)));
+}
+
+TEST_F(LinuxDom, ReadsNoFurtherAfterAnError)
+{
+    // Symptom: 8 MiB of faults took two seconds, each of them being reported.
+    const CString xml = L"<r>" + CString(8'000'000, L'&');
+    const double start = ProcessorSeconds();
+    EXPECT_FALSE(Loads(xml));
+    EXPECT_LT(ProcessorSeconds() - start, 1.0);
+}
+
+TEST_F(LinuxDom, TextInsideManyAttributesIsReadInLinearTime)
+{
+    // Symptom: the text of one element, with many others inside many attributes, took more than 40 seconds.
+    CString start = L"<a";
+    for (int i = 0; i < 200; ++i) {
+        start += L" b" + std::to_wstring(i) + L"=''";
+    }
+    ASSERT_TRUE(Loads(L"<r><u>" + Repeated(start + L">", 240) + Repeated(L"<c>x</c>", 100'000) +
+                      Repeated(L"</a>", 240) + L"</u></r>"));
+    DomNodeListPtr list;
+    DomNodePtr node;
+    CString text;
+    ASSERT_EQ(GetDomChildNodes(Root(), &list), S_OK);
+    ASSERT_EQ(GetDomItem(list, 0, &node), S_OK);
+    const double before = ProcessorSeconds();
+    EXPECT_EQ(GetDomText(node, &text), S_OK);
+    EXPECT_LT(ProcessorSeconds() - before, 1.0);
+    EXPECT_EQ(text, CString(100'000, L'x'));
+}
+
+} // namespace
+} // namespace platform
