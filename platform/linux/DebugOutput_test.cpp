@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <sys/fsuid.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <thread>
 
@@ -144,6 +145,43 @@ TEST(LinuxDebugOutput, AStoppedTerminalIsNotWaitedFor)
     OutputDebugText(L"lost\n");
     ASSERT_EQ(::tcflow(terminal.writer.Get(), TCOON), 0);
     OutputDebugText(L"heard\n");
+    EXPECT_EQ(ReadAll(terminal.reader), "heard\n");
+}
+
+// The status of a process that has written a line from the background of this terminal.
+int WriteFromBackground(const char* terminal)
+{
+    ::setsid();
+    const CFileDescriptor control(::open(terminal, O_RDWR | O_CLOEXEC));
+    termios settings = {};
+    ::tcgetattr(control.Get(), &settings);
+    settings.c_lflag |= TOSTOP;
+    ::tcsetattr(control.Get(), TCSANOW, &settings);
+    const pid_t writer = ::fork();
+    if (writer == 0) {
+        ::setpgid(0, 0);
+        ::dup2(control.Get(), STDERR_FILENO);
+        OutputDebugText(L"heard\n");
+        ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(writer, &status, WUNTRACED);
+    ::kill(writer, SIGKILL);
+    return status;
+}
+
+TEST(LinuxDebugOutput, ATerminalDoesNotStopAProgramInTheBackground)
+{
+    // Symptom: a terminal that stops what writes from the background stopped the program in the middle of a pass.
+    const Stream terminal = MakeTerminal();
+    const std::string name = ::ptsname(terminal.reader.Get()); // NOLINT(concurrency-mt-unsafe): no other thread
+    const pid_t leader = ::fork();
+    if (leader == 0) {
+        ::_exit(WriteFromBackground(name.c_str()) == 0 ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(leader, &status, 0), leader);
+    EXPECT_EQ(status, 0);
     EXPECT_EQ(ReadAll(terminal.reader), "heard\n");
 }
 

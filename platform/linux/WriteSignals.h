@@ -10,7 +10,8 @@ namespace platform::linux {
 
 // As long as it lives, a write of the calling thread that fails ends in an errno alone: EPIPE, a pipe whose reader has
 // gone, without SIGPIPE, and EFBIG, a file as long as the process may make one, without SIGXFSZ, either of which would
-// end the program. The process's own handling of the signals is left alone. Made and destroyed on one thread.
+// end the program. And a terminal takes what is written from the background, without SIGTTOU, which would stop it. The
+// process's own handling of the signals is left alone. Made and destroyed on one thread.
 class CWriteSignals {
 public:
     CWriteSignals()
@@ -18,7 +19,9 @@ public:
         sigemptyset(&m_signals);
         sigaddset(&m_signals, SIGPIPE);
         sigaddset(&m_signals, SIGXFSZ);
-        pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
+        sigset_t blocked = m_signals;
+        sigaddset(&blocked, SIGTTOU);
+        pthread_sigmask(SIG_BLOCK, &blocked, &m_before);
     }
     ~CWriteSignals()
     {
