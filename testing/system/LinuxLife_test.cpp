@@ -341,6 +341,26 @@ TEST_F(SystemLinuxLife, PassOfAKilledCopyNoLongerHoldsUpTheOtherSessions)
     EXPECT_EQ(EndCopy(*neighbour, *other).exitCode, 0);
 }
 
+TEST_F(SystemLinuxLife, AnotherUsersLockOnTheMutexsFileCostsItsPassesAlone)
+{
+    // Symptom: a lock of another user on one byte of the file made the program hang at its start, deaf to everything.
+    for (const fs::path& folder : {LinuxRig().ScratchFolder(), LinuxRig().LockFolder()}) {
+        fs::permissions(folder, fs::perms(0777));
+    }
+    std::vector<std::string> command = {"/usr/bin/python3", "-c",
+                                        "import fcntl, os, sys; os.umask(0); file = open(sys.argv[1], 'w');"
+                                        "fcntl.lockf(file, fcntl.LOCK_EX, 1); print('locked', flush=True); input()",
+                                        (LinuxRig().LockFolder() / "AmporaSrvUpdateMutex").string()};
+    if (IsSuperuser()) {
+        command.insert(command.begin(), {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+    }
+    const CBackgroundProcess locker(command, {}, kCommandLimit);
+    Rig().PutSettings(Settings());
+    const std::unique_ptr<CCopy> copy = Rig().Start();
+    EXPECT_TRUE(copy->WaitForLine({"ERR", "CAmporaUpdater::Start", "CreateMutex Fail."}));
+    EXPECT_EQ(EndCopy(*copy).exitCode, 0);
+}
+
 TEST_F(SystemLinuxLife, CopyThatWaitsForAnotherSessionsPassEndsWithoutOne)
 {
     const std::unique_ptr<CLinuxRig> neighbour = MakeNeighbour();
