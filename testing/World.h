@@ -1,5 +1,5 @@
 // The world that tests show to the program: its companies, its kinds of data, what a request asks for, and the bytes of
-// the data files. Written down anew, so that no mistake in the program's own tables is repeated here.
+// the data files. Written down a second time, so that no mistake in the program's own tables is repeated here.
 #pragma once
 
 #include "platform/Types.h"

@@ -1,6 +1,6 @@
 // What a backend supplies so that the contract suite can drive it: a scratch environment, time that passes, another
-// process, and a look at what the backend left behind. The folder of each backend
-// beside this header has these functions in Fixture.cpp.
+// process, and a look at what the backend left behind. The folder of each backend beside this header has these
+// functions in Fixture.cpp.
 //
 // Unless said otherwise a function is called on the test's main thread, between SetUp and TearDown, and reports a
 // failure of its own with ADD_FAILURE().

@@ -45,13 +45,6 @@ CopyOutput TakeApart(int exitCode, const std::string& text)
     return pass;
 }
 
-void WriteText(const fs::path& path, const std::string& text)
-{
-    std::ofstream file(path, std::ios::binary);
-    file.exceptions(std::ios::failbit | std::ios::badbit);
-    file << text;
-}
-
 std::vector<std::string> Joined(std::vector<std::string> first, const std::vector<std::string>& second)
 {
     first.insert(first.end(), second.begin(), second.end());
@@ -319,7 +312,7 @@ void CLinuxRig::PutSettings(const std::string& text)
 {
     // Each hive's file holds the other one's keys as well: they are to be passed over.
     for (const char* hive : {"user", "machine"}) {
-        WriteText(m_impl->scratch.Path() / hive / "AmporaSrv/settings.reg", kFirstLine + text);
+        m_impl->scratch.Write(std::string(hive) + "/AmporaSrv/settings.reg", kFirstLine + text);
     }
 }
 
