@@ -381,6 +381,7 @@ HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded)
     }
     const std::string bytes = EncodeUtf8(part);
     xml = CString();
+    ReturnMemoryOf(bytes.size());
     const HRESULT status = Parse(bytes, XML_PARSE_IGNORE_ENC, &document->tree);
     *loaded = document->tree != nullptr;
     return status;
