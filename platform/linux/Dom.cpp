@@ -171,7 +171,7 @@ void ReturnMemoryOf(std::size_t documentBytes)
 }
 
 // Parses bytes into tree, which stays null when they are no well-formed document. options: besides the common ones.
-HRESULT Parse(std::string_view bytes, int options, XmlTree* tree)
+HRESULT Parse(std::string bytes, int options, XmlTree* tree)
 {
     const CParserReports reports;
     ParserPtr parser(xmlNewParserCtxt());
@@ -188,6 +188,7 @@ HRESULT Parse(std::string_view bytes, int options, XmlTree* tree)
         ReturnMemoryOf(size);
     });
     parser.reset();
+    std::string().swap(bytes); // an assignment would keep its memory
     if (reports.IsOutOfMemory()) {
         return E_OUTOFMEMORY;
     }
@@ -379,10 +380,10 @@ HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded)
     if (!portable::IsWithinLimits(part) || !std::all_of(part.begin(), part.end(), IsCharacter)) {
         return S_FALSE;
     }
-    const std::string bytes = EncodeUtf8(part);
-    xml = CString();
+    std::string bytes = EncodeUtf8(part);
+    CString().swap(xml); // an assignment would keep its memory
     ReturnMemoryOf(bytes.size());
-    const HRESULT status = Parse(bytes, XML_PARSE_IGNORE_ENC, &document->tree);
+    const HRESULT status = Parse(std::move(bytes), XML_PARSE_IGNORE_ENC, &document->tree);
     *loaded = document->tree != nullptr;
     return status;
 }
@@ -390,8 +391,8 @@ HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded)
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded)
 {
     document->tree = nullptr;
-    const std::optional<std::string> bytes = ReadFile(path);
-    const HRESULT status = bytes ? Parse(*bytes, 0, &document->tree) : S_FALSE;
+    std::optional<std::string> bytes = ReadFile(path);
+    const HRESULT status = bytes ? Parse(std::move(*bytes), 0, &document->tree) : S_FALSE;
     *loaded = document->tree != nullptr;
     return status;
 }

@@ -182,7 +182,7 @@ HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded)
     *loaded = false;
     // The empty text, which is no document, makes MSXML drop the last one.
     const BstrPtr text = MakeBstr(portable::IsWithinLimits(xml) ? std::wstring_view(xml) : L"");
-    xml = CString();
+    CString().swap(xml); // an assignment would keep its memory
     VARIANT_BOOL successful = VARIANT_FALSE;
     const HRESULT status = document->object->loadXML(text.get(), &successful);
     return FinishLoad(document->object.get(), status, successful, loaded);
