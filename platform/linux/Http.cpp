@@ -401,7 +401,8 @@ void CHttpRequest::Finish(CURLcode result)
         curl_multi_remove_handle(session.multi.get(), m_easy.get());
         std::erase(session.driven, this);
         m_isDriven = false;
-        m_result = result;
+        // The end may come together with what exceeds the limit.
+        m_result = result == CURLE_OK && m_framedBytes > kMaxFramedBytes ? CURLE_FILESIZE_EXCEEDED : result;
     }
 }
 
