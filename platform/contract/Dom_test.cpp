@@ -57,7 +57,10 @@ protected:
     // The children of the root of this text.
     std::vector<DomNodePtr> Load(const CString& xml)
     {
-        EXPECT_TRUE(Loads(xml)) << EncodeUtf8(xml);
+        if (!Loads(xml)) {
+            ADD_FAILURE() << EncodeUtf8(xml);
+            return {};
+        }
         DomNodeListPtr list;
         EXPECT_EQ(GetDomChildNodes(Root(), &list), S_OK);
         return Items(list);
