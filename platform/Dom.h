@@ -38,7 +38,8 @@ HRESULT CreateDomDocument(DomDocumentPtr* document);
 // different names). Lets go of the text before it makes the document.
 HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded);
 
-// Loads a file, decoded as its own declaration says. As LoadDomText, without the limits; a missing file is not loaded.
+// Loads a file, decoded as its own declaration says. As LoadDomText, without the limits of
+// DocumentLimits.h; a missing file is not loaded.
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded);
 
 // The root element. A failure, never success with null, when nothing is loaded.
