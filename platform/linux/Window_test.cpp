@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <mutex>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -378,6 +379,17 @@ TEST_F(LinuxWindow, AMessageThatWouldCarryAPointerIsDropped)
     EXPECT_TRUE(PostToWindow(FindWindowOfClass(kClass), WM_WINDOWPOSCHANGING, 0, 1));
     Drain(*window);
     EXPECT_THAT(m_recorder.Messages(), IsEmpty());
+}
+
+TEST_F(LinuxWindow, ALockedSessionFolderIsNotWaitedForWithoutLimit)
+{
+    // Symptom: a program that kept the folder locked made this one hang at its start, deaf to everything.
+    MakeSessionFolder();
+    CFileDescriptor folder(::open(m_session.SessionFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(::flock(folder.Get(), LOCK_EX | LOCK_NB), 0);
+    EXPECT_THAT(FailToMake(1460), EndsWith(": another program has locked the folder\n"));
+    folder = CFileDescriptor();
+    EXPECT_NE(Make(), nullptr);
 }
 
 TEST_F(LinuxWindow, AFullQueueRefusesMessagesWithoutWaiting)
