@@ -84,9 +84,8 @@ BOOL PulseNamedEvent(const WaitHandle& event) { return ::PulseEvent(NativeHandle
 
 DWORD WaitForOne(const WaitHandle& object, DWORD timeoutMs, BOOL alertable)
 {
-    const HANDLE handle = NativeHandle(object);
-    return Interruptibly({&handle, 1}, alertable,
-                         [&] { return ::WaitForSingleObjectEx(handle, timeoutMs, alertable); });
+    const std::array handles = {NativeHandle(object)};
+    return Interruptibly(handles, alertable, [&] { return ::WaitForSingleObjectEx(handles[0], timeoutMs, alertable); });
 }
 
 DWORD WaitForAny(std::span<const WaitHandle> objects, DWORD timeoutMs, BOOL alertable)
