@@ -29,7 +29,7 @@ public:
     using CAmporaGoolgeSiteConfig::OutData;
 
     // As CAmporaSiteConfig::GetURL. Empty, traced, when the settings switch the company or this kind of data off; they
-    // are read anew at each call.
+    // are read again at each call.
     CString GetURL(DWORD dataType, SYSTEMTIME day) override
     {
         const CTraceScope scope(Company.getUrlName);

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-// What the catalogue has to say is written down here anew: these texts are addresses, file names and element names that
-// others rely on.
+// What the catalogue has to say is written down here again: these texts are addresses, file names and element names
+// that others rely on.
 namespace {
 
 using testing::ElementsAre;

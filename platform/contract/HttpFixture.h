@@ -34,7 +34,7 @@ void SendBeforeAnswers(const char* bytes);
 std::vector<testing_support::HttpExchange> WebExchanges();
 
 // Whether this is wine's WinINet, which differs from the documented one: it takes what is no HTTP for an answer, and
-// chunks that break off for the body's end; follows circular redirections for ever; and keeps connections beyond
+// chunks that break off for the body's end; follows circular redirections forever; and keeps connections beyond
 // their session.
 bool IsWineInternet();
 

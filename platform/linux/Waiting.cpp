@@ -90,7 +90,7 @@ void CThreadState::RunDueTimers(std::unique_lock<std::mutex>& lock)
 {
     const FILETIME now =
         FileTimeOf(static_cast<std::uint64_t>(ReadTime() * portable::kUnitsPerSecond + portable::kUnixEpochCount));
-    // A routine may arm, disarm and close timers, so each round looks at the list anew.
+    // A routine may arm, disarm and close timers, so each round looks at the list again.
     for (;;) {
         const auto due = std::ranges::find_if(m_armedTimers, &CTimer::m_isDue);
         if (due == m_armedTimers.end()) {

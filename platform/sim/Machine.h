@@ -183,7 +183,7 @@ public:
     // Connections and requests that were opened and are not closed yet.
     std::size_t OpenHttpHandleCount() const;
 
-    // The disk. Null when there is no such file or folder; valid until it is put anew or removed.
+    // The disk. Null when there is no such file or folder; valid until it is put again or removed.
     const SimFile* FindFile(const CString& path) const;
     // All files, without the folders, sorted.
     std::vector<CString> FilePaths() const;

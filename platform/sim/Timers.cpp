@@ -68,7 +68,7 @@ void CTimers::SoundDue()
 bool CTimers::RunDueRoutines()
 {
     bool anyRan = false;
-    // Looked for anew each time: a routine may disarm or close the timer whose routine would be next.
+    // Looked for again each time: a routine may disarm or close the timer whose routine would be next.
     while (const TimerPtr timer = FirstDueRoutine()) {
         timer->state = CTimer::State::kIdle;
         const FILETIME due = FileTimeOf(static_cast<std::uint64_t>(VirtualDue(*timer) + m_utcAtStart));

@@ -77,7 +77,7 @@ void EndProcess(int exitCode)
     if (g_runningThreads == 0) {
         std::exit(exitCode); // NOLINT(concurrency-mt-unsafe): there is no other thread
     }
-    // ExitProcess would end the other threads first and then call the libraries, which may wait for ever for a lock
+    // ExitProcess would end the other threads first and then call the libraries, which may wait forever for a lock
     // that such a thread held.
     std::fflush(nullptr);
     ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(exitCode));

@@ -10,7 +10,7 @@ namespace platform {
 namespace {
 
 // What an armed timer has to run, by a number that is never used twice. The system is given the number, not the timer:
-// a routine that reaches its thread after the timer was disarmed, armed anew or closed finds nothing here and does
+// a routine that reaches its thread after the timer was disarmed, armed again or closed finds nothing here and does
 // nothing.
 class CArmedRoutines {
 public:

@@ -17,7 +17,7 @@ using namespace simulation;
 struct CommandLine {
     std::uint64_t firstSeed = 1;
     std::uint64_t seeds = 1;
-    bool drawsOptions = true; // anew for each seed, all but the days
+    bool drawsOptions = true; // again for each seed, all but the days
     Options options = {};
     bool printsLog = false;
     bool wantsHelp = false;
