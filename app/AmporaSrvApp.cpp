@@ -14,7 +14,7 @@ namespace {
 // Every kind of control of the first common controls. Source: Windows SDK, commctrl.h (ICC_...).
 constexpr DWORD kControlKinds = 0xFF;
 
-// False when there is one but it cannot be told.
+// False when a copy runs but the message could not be posted to it.
 bool TellRunningCopyToQuit(const CTraceLog& log)
 {
     const platform::FoundWindowPtr window = platform::FindWindowOfClass(kWindowClassName);

@@ -6,11 +6,11 @@ target_compile_options(ampora_options INTERFACE -Wall -Wextra -Werror)
 if(WIN32)
   target_compile_definitions(ampora_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0A00)
 endif()
-# What strangers send must not become code: scripts/check-hardening looks for each of these in the programs.
+# Hardening: scripts/check-hardening looks for each of these in the built programs.
 target_compile_options(ampora_options INTERFACE -fstack-protector-strong)
 target_compile_definitions(ampora_options INTERFACE _GLIBCXX_ASSERTIONS)
 if(WIN32)
-  # The compiler touches each page of a large stack frame anyway, because the system demands it.
+  # No stack-clash protection: on Windows the compiler probes each page of a large stack frame in any case.
   target_link_options(ampora_options INTERFACE -fstack-protector-strong LINKER:--dynamicbase,--high-entropy-va,--nxcompat)
 else()
   target_compile_options(ampora_options INTERFACE -fPIE -fstack-clash-protection -fcf-protection)

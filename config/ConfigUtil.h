@@ -41,7 +41,7 @@ private:
     DWORD QueryDWORD(const wchar_t* valueName, DWORD defaultValue,
                      platform::Hive firstHive = platform::Hive::kPerUser) const;
     LONG QueryNumber(const wchar_t* valueName, LONG defaultValue) const;
-    // Empty when no hive has the value, or none has a text that is not empty.
+    // The first text that is not empty; empty when there is none.
     CString QueryText(const wchar_t* valueName) const;
 
     CString m_strKeyPath;

@@ -54,7 +54,7 @@ void CAmporaThread::Stop(DWORD timeoutMs)
     // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall): the destructor calls this class's own
     SetExit();
     if (platform::WaitForThread(m_thread, timeoutMs) == WAIT_TIMEOUT) {
-        // Whatever was to wake the thread may have come just before its wait.
+        // The thread may have started to wait just after the signal that was to wake it.
         platform::InterruptWait(m_thread);
     }
     const CAutoLock lock(&m_lock);

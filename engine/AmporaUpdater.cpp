@@ -248,7 +248,7 @@ BOOL CAmporaUpdater::Update(CAmporaSiteConfig* const* sites)
     if (objects.mutex) {
         turn = WaitForTurn(objects);
     }
-    // Only the wait needs it. Kept open by a pass that outlives its Stop, it would tell others that updates are made.
+    // Only the wait needs it. If a pass that outlives its Stop kept it open, others would take the program for running.
     objects.event.reset();
     if (turn.exit) {
         // A mutex acquired at this moment is abandoned when the thread ends.

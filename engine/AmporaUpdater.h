@@ -21,7 +21,7 @@ public:
     // open, on failure. Throws std::bad_alloc, with nothing left open either.
     BOOL Start() override;
     // Asks the worker to end, wakes it, waits at most timeoutMs milliseconds and closes the named objects. A worker
-    // that takes longer is in a pass, whose mutex it keeps, or it missed being woken: then it ends now.
+    // that takes longer is in a pass, whose mutex it keeps, or it missed the pulse and is interrupted.
     void Stop(DWORD timeoutMs) override;
     // The worker's procedure. Until it is asked to end it makes update passes: one at the first start of this object,
     // if updating is enabled; if that pass was not made, one at today's base time, if that is still ahead; then one an

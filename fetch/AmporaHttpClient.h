@@ -3,8 +3,8 @@
 
 #include "platform/Http.h"
 
-// Longest body that is received: a report of 100,000 usages, but not what would use up the memory when it is decoded
-// and parsed.
+// Longest body that is received. A report of 100,000 usages fits; decoded and parsed, a body takes many times its
+// length.
 inline constexpr std::size_t kMaxBodyBytes = std::size_t{8} * 1024 * 1024;
 
 // An HTTP session that lives as long as the client. Used by one thread at a time.

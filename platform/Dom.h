@@ -35,11 +35,11 @@ HRESULT CreateDomDocument(DomDocumentPtr* document);
 // Loads XML text, whatever encoding it declares. *loaded: whether it is a well-formed document that is taken; when not,
 // the status is S_FALSE or a failure. Not taken are documents with a document type, those with a name whose prefix no
 // element around it declares, and those beyond a limit (platform/portable/DocumentLimits.h; Linux: also 10,000
-// different names). Lets go of the text before it makes the document.
+// different names). Frees the text before it makes the document.
 HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded);
 
-// Loads a file, decoded as its own declaration says. As LoadDomText, without the limits of
-// DocumentLimits.h; a missing file is not loaded.
+// Loads a file, decoded as its own declaration says. As LoadDomText, without the limits of DocumentLimits.h; a missing
+// file is not loaded.
 HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* loaded);
 
 // The root element. A failure, never success with null, when nothing is loaded.

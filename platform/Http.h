@@ -3,9 +3,8 @@
 // A session and what was opened from it belong to one thread at a time. Connections are kept alive within a session and
 // used again. Proxies as the system has them set (Linux: from the environment). The system's own limits apply. On Linux
 // they are 60 s to connect, 30 s without a byte, at most 10 redirects and to http only; 256 KiB of header in an answer,
-// together with the answers that announce it and with its trailers; 64 MiB of body together with the frames of its
-// chunks; and no transfer coding but chunked. What goes beyond them ends the transfer as failed. How long a body may be
-// without frames is for the caller to limit.
+// together with the answers that announce it and with its trailers; 64 MiB of body including its chunk headers; and
+// no transfer coding but chunked. A transfer that exceeds one of them fails. The caller limits the body itself.
 #pragma once
 
 #include "platform/CodeException.h"
@@ -21,8 +20,8 @@ inline constexpr DWORD kConnectionLan = 2;
 inline constexpr DWORD kConnectionProxy = 4;
 inline constexpr DWORD kConnectionOffline = 32;
 
-// How long a request may take, its redirects and the whole body included, however regularly something comes: longer
-// ones end as failed. On Windows only the body counts, from the moment when the header has come.
+// Longest time that a request may take, redirects and the whole body included, even while data keeps arriving; then it
+// fails. On Windows only the time after the header counts.
 inline constexpr DWORD kMaxHttpRequestMs = 5 * 60'000;
 
 // A fault of the internet layer.
@@ -66,8 +65,8 @@ BOOL SendHttpRequest(const HttpRequestPtr& request);
 // The answer's status code, after a successful send. FALSE on failure; may throw CInternetException.
 BOOL QueryHttpStatusCode(const HttpRequestPtr& request, DWORD* status);
 
-// Reads up to size bytes of the body, content as sent (no decompression), waiting for one but not for more. 0 at the
-// body's end. Throws CInternetException when the transfer breaks, times out or ends before its declared length.
+// Reads up to size bytes of the body, content as sent (no decompression), waiting until at least one has arrived. 0 at
+// the body's end. Throws CInternetException when the transfer breaks, times out or ends before its declared length.
 std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_t size);
 
 } // namespace platform

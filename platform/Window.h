@@ -73,7 +73,7 @@ using FoundWindowPtr = std::shared_ptr<CFoundWindow>;
 FoundWindowPtr FindWindowOfClass(const wchar_t* className);
 
 // Puts a message into the queue of the window's thread and returns. FALSE, with the last error set (1400 when the
-// window is gone or null), on failure, above all when the queue is full; on Linux the reason is also written to
+// window is gone or null), on failure, such as a full queue; on Linux the reason is also written to
 // standard error. Numbers only: a pointer means nothing to another process.
 BOOL PostToWindow(const FoundWindowPtr& window, UINT message, WPARAM wParam, LPARAM lParam);
 

@@ -60,7 +60,7 @@ public:
     }
 
 private:
-    // A client that waits for leave to send the body gets it.
+    // Answers "Expect: 100-continue".
     void AskForBody()
     {
         const http::request<http::string_body>& request = m_parser->get();
@@ -129,7 +129,7 @@ struct CReportServer::Impl {
         const tcp::endpoint endpoint(asio::ip::make_address(address), port);
         acceptor.open(endpoint.protocol());
 #ifdef SO_EXCLUSIVEADDRUSE
-        // Where this is known, reuse would give the port away to whoever asks for it next.
+        // On systems with this option, address reuse would let another program take the port.
         acceptor.set_option(asio::detail::socket_option::boolean<SOL_SOCKET, SO_EXCLUSIVEADDRUSE>(true));
 #else
         acceptor.set_option(tcp::acceptor::reuse_address(true));
@@ -160,7 +160,7 @@ struct CReportServer::Impl {
         });
     }
 
-    // Mostly the process is out of descriptors then, and remains so for a while.
+    // The usual cause is that the process is out of descriptors, which lasts for a while.
     void RestAndAccept()
     {
         rest.expires_after(kRestAfterFailure);

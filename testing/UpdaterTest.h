@@ -54,7 +54,7 @@ protected:
         Put(L"Enable", 1);
         Start();
     }
-    // Stops the updater just before its worker begins the wait that the Stop is to end.
+    // Stops the updater with a pulse that its worker misses.
     void StopMissed()
     {
         m_machine.FailCall(platform::sim::Call::kPulseNamedEventMisses, 1, 0);

@@ -145,16 +145,6 @@ protected:
     DomDocumentPtr m_document;
 };
 
-CString Repeated(const CString& text, std::size_t count)
-{
-    CString all;
-    all.reserve(text.size() * count);
-    for (std::size_t i = 0; i < count; ++i) {
-        all += text;
-    }
-    return all;
-}
-
 CString ManyNested(std::size_t depth) { return Repeated(L"<r>", depth) + Repeated(L"</r>", depth); }
 
 // What is a document.

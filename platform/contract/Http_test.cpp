@@ -92,7 +92,7 @@ TEST_F(Http, BodyComesInPiecesOfAtMostTheSizeAskedFor)
 
 TEST_F(Http, PartOfABodyIsReadBeforeTheRestComes)
 {
-    // Symptom: on Windows one read waited for the whole body, so that nobody could end one that came drop by drop.
+    // Symptom: on Windows one read waited for the whole body, so that a dripping one had no end.
     Serve({.body = "0123456789", .fault = HttpFault::kStalledBody});
     const platform::HttpRequestPtr request = Open();
     ASSERT_TRUE(SendHttpRequest(request));

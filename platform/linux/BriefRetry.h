@@ -1,4 +1,4 @@
-// Waiting for what another process keeps for moments only.
+// Retrying while another process briefly holds a lock.
 #pragma once
 
 #include <algorithm>
@@ -8,11 +8,11 @@
 
 namespace platform::linux {
 
-// How long such a thing is waited for. A program that keeps it longer is stopped, or means harm.
+// How long a lock is waited for that programs hold for moments only. One that holds it longer is stopped or hostile.
 inline constexpr std::chrono::milliseconds kBriefLimit{500};
 
-// Tries a locking operation, which gives false with errno set, until it succeeds, fails for another reason than that
-// somebody has the lock, or kBriefLimit is over, which is a failure with ETIMEDOUT. Whether it succeeded.
+// Repeats a non-blocking lock operation (bool(), sets errno on failure) while another process holds the lock, for at
+// most kBriefLimit. False, with errno set, on failure: ETIMEDOUT when that time has passed. Any thread.
 template <class Operation>
 bool RetryBriefly(Operation operation)
 {

@@ -20,11 +20,11 @@ namespace {
 
 using linux::CFileDescriptor;
 
-// How long a text may wait for somebody to read.
+// How long a text may wait until the reader makes room.
 constexpr std::chrono::milliseconds kReaderLimit{100};
 
-// Standard error for one text. Whoever shares it may have to read and write it with waiting, so its own flags stay as
-// they are.
+// Standard error, for writing one text without blocking. Other programs share its open file description and may rely on
+// blocking calls, so O_NONBLOCK is not set there.
 class CErrorStream {
 public:
     CErrorStream()
@@ -34,30 +34,32 @@ public:
             return;
         }
         m_isSocket = S_ISSOCK(status.st_mode);
-        m_mayWait = m_isSocket || S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode);
-        if (m_mayWait && !m_isSocket) {
-            m_own = CFileDescriptor(::open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        m_canBlock = m_isSocket || S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode);
+        if (m_canBlock && !m_isSocket) {
+            m_nonBlocking = CFileDescriptor(::open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         }
     }
 
-    // As write does; EAGAIN where that would wait. At most what no other process's text comes in between.
+    // Like write, but fails with EAGAIN instead of blocking. Writes PIPE_BUF bytes of a pipe or terminal at most, which
+    // no other process's text can split.
     ssize_t Write(const char* bytes, std::size_t size)
     {
         if (m_isSocket) {
             return ::send(STDERR_FILENO, bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL);
         }
-        if (!m_mayWait) {
+        if (!m_canBlock) {
             return ::write(STDERR_FILENO, bytes, size);
         }
-        // Another user's pipe or terminal cannot be opened again; there it has to do that there is room at this moment.
-        if (!m_own && !Await(std::chrono::milliseconds(0))) {
+        // Another user's pipe or terminal cannot be reopened. Then only poll tells that a write does not block.
+        if (!m_nonBlocking && !Await(std::chrono::milliseconds(0))) {
             errno = EAGAIN;
             return -1;
         }
-        return ::write(m_own ? m_own.Get() : STDERR_FILENO, bytes, std::min<std::size_t>(size, PIPE_BUF));
+        return ::write(m_nonBlocking ? m_nonBlocking.Get() : STDERR_FILENO, bytes,
+                       std::min<std::size_t>(size, PIPE_BUF));
     }
 
-    // Waits until there is room, or writing fails. False when that does not come within the limit.
+    // Waits until a write would not block. False when the limit has passed.
     static bool Await(std::chrono::milliseconds limit)
     {
         pollfd stream = {STDERR_FILENO, POLLOUT, 0};
@@ -66,19 +68,19 @@ public:
 
 private:
     bool m_isSocket = false;
-    bool m_mayWait = false; // for a reader
-    CFileDescriptor m_own;  // the same pipe or terminal, for writing without waiting; none where it cannot be had
+    bool m_canBlock = false;       // a pipe, terminal or socket
+    CFileDescriptor m_nonBlocking; // the same pipe or terminal, reopened with O_NONBLOCK; empty when that failed
 };
 
-// What the texts of a process know of each other.
-struct Listener {
-    std::mutex mutex;      // held while one text is written
-    bool isHearing = true; // the last text came through; without that the next one does not wait
-    bool isCut = false;    // the last text to arrive did so without its end
+// State of the output, shared by all threads.
+struct Output {
+    std::mutex mutex;          // held while one text is written
+    bool isRead = true;        // the last text was written completely; otherwise the next one does not wait
+    bool isIncomplete = false; // the end of the last text is missing
 };
-constinit Listener g_listener;
+constinit Output g_output;
 
-// How much of the text came through. limit: for its waiting.
+// Writes the text, waiting for the reader no longer than the limit. How many bytes were written.
 std::size_t WriteText(const std::string& bytes, std::chrono::milliseconds limit)
 {
     using std::chrono::steady_clock;
@@ -108,13 +110,13 @@ std::size_t WriteText(const std::string& bytes, std::chrono::milliseconds limit)
 void OutputDebugText(const CString& text)
 {
     std::string bytes = EncodeUtf8(text);
-    const std::lock_guard lock(g_listener.mutex);
-    if (g_listener.isCut) {
+    const std::lock_guard lock(g_output.mutex);
+    if (g_output.isIncomplete) {
         bytes.insert(0, 1, '\n');
     }
-    const std::size_t written = WriteText(bytes, g_listener.isHearing ? kReaderLimit : kReaderLimit.zero());
-    g_listener.isHearing = written == bytes.size();
-    g_listener.isCut = written == 0 ? g_listener.isCut : !g_listener.isHearing;
+    const std::size_t written = WriteText(bytes, g_output.isRead ? kReaderLimit : kReaderLimit.zero());
+    g_output.isRead = written == bytes.size();
+    g_output.isIncomplete = written == 0 ? g_output.isIncomplete : !g_output.isRead;
 }
 
 } // namespace platform

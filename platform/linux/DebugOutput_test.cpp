@@ -127,7 +127,7 @@ void ExpectLossesInsteadOfWaiting(const Stream& stream)
 
 TEST(LinuxDebugOutput, WhatNobodyReadsIsLost)
 {
-    // Symptom: a pipe into a program that did not read stopped this one and, by the mutex, the passes of all sessions.
+    // Symptom: a pipe that nobody read blocked the program and, through the mutex, the passes of all sessions.
     for (Stream (*make)() : {MakePipe, MakeSocket, MakeTerminal}) {
         ExpectLossesInsteadOfWaiting(make());
     }

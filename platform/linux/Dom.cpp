@@ -72,13 +72,13 @@ constexpr std::string_view kWhiteSpace = " \t\r\n";
 
 bool IsBlank(std::string_view text) { return text.find_first_not_of(kWhiteSpace) == std::string_view::npos; }
 
-// What xml:space of this element says; around when it says nothing.
-bool PreservesSpace(const xmlNode* element, bool around)
+// xml:space of this element; inherited: that of the element around it, which counts when this one has none.
+bool PreservesSpace(const xmlNode* element, bool inherited)
 {
     const xmlAttr* attribute = xmlHasNsProp(element, BAD_CAST "space", XML_XML_NAMESPACE);
     const std::string_view value =
         attribute != nullptr && attribute->children != nullptr ? View(attribute->children->content) : "";
-    return value == "preserve" || (value != "default" && around);
+    return value == "preserve" || (value != "default" && inherited);
 }
 
 // Whether white space counts inside this element: xml:space of the nearest element that has it.
@@ -93,8 +93,8 @@ bool IsDropped(const xmlNode* node, bool preserve)
     return !preserve && node->type == XML_TEXT_NODE && IsBlank(View(node->content));
 }
 
-// Why a document is not taken, as the library reports it on the calling thread while this lives. (Reports that nobody
-// takes may reach standard error, whatever the options of the parser.)
+// Collects what the library reports on the calling thread as long as this lives. (Without a handler, reports may reach
+// standard error whatever the options of the parser.)
 class CParserReports {
 public:
     CParserReports() : m_handler(xmlStructuredError), m_context(xmlStructuredErrorContext)
@@ -107,7 +107,7 @@ public:
     CParserReports& operator=(const CParserReports&) = delete;
 
     bool IsOutOfMemory() const { return m_isOutOfMemory; }
-    // Whether it is no well-formed document. A prefix that no element declares counts, a strange address does not.
+    // Whether the document is not well-formed. An undeclared prefix counts, an unusual namespace name does not.
     bool IsRefused() const { return m_isRefused; }
 
 private:
@@ -131,8 +131,8 @@ struct ParserInput {
     xmlParserCtxt* parser;
 };
 
-// Gives the parser its next bytes. None after an error, as it would otherwise go on and report each further one, and
-// none when there are too many names, as its table of names does not grow with them.
+// Gives the parser its next bytes. None after an error, because it would go on and report each further one, and none
+// when there are too many names, because its hash table of names does not grow.
 int ReadInput(void* context, char* buffer, int size)
 {
     constexpr int kMostNames = 10'000;
@@ -154,14 +154,14 @@ void RefuseDocumentType(void* context, const xmlChar*, const xmlChar*, const xml
     xmlStopParser(parser);
 }
 
-// The library would join sections that follow each other.
+// The library would join adjacent sections.
 void AddCdataSection(void* context, const xmlChar* text, int size)
 {
     const auto* parser = static_cast<xmlParserCtxt*>(context);
     xmlAddChild(parser->node, xmlNewCDataBlock(parser->myDoc, text, size));
 }
 
-// A large document takes most of the program's memory, which the C library would keep for its next use.
+// Returns freed memory to the system after a large document; the C library would keep it.
 void ReturnMemoryOf(std::size_t documentBytes)
 {
     constexpr std::size_t kLargeBytes = std::size_t{256} * 1024;
@@ -170,7 +170,7 @@ void ReturnMemoryOf(std::size_t documentBytes)
     }
 }
 
-// Parses bytes into tree, which stays null when they are no well-formed document. options: besides the common ones.
+// Parses bytes into tree, which stays null when they are no well-formed document. options: added to the common ones.
 HRESULT Parse(std::string bytes, int options, XmlTree* tree)
 {
     const CParserReports reports;

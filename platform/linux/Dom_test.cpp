@@ -1,3 +1,4 @@
+#include "platform/contract/DomFixture.h"
 #include "platform/Dom.h"
 
 #include <cstdlib>
@@ -10,6 +11,8 @@
 
 namespace platform {
 namespace {
+
+using contract::Repeated;
 
 class LinuxDom : public testing::Test {
 protected:
@@ -31,16 +34,6 @@ protected:
     DomDocumentPtr m_document;
     HRESULT m_status = S_OK;
 };
-
-CString Repeated(const CString& text, std::size_t count)
-{
-    CString all;
-    all.reserve(text.size() * count);
-    for (std::size_t i = 0; i < count; ++i) {
-        all += text;
-    }
-    return all;
-}
 
 // Elements inside a root, each with a name of its own.
 CString DifferentNames(unsigned count)
@@ -89,7 +82,7 @@ public:
 
 TEST_F(LinuxDom, RunningOutOfMemoryInTheParserIsAFailure)
 {
-    // Symptom: a report for which the memory was short counted as one that is no document.
+    // Symptom: running out of memory in the parser counted as a report that is not well-formed.
     const CString xml = L"<!-- c --><r a='a value that is not short &amp; one more'>text that is not short" +
                         DifferentNames(300) + Repeated(L"<d>", 100) + Repeated(L"</d>", 100) +
                         L"<![CDATA[x]]><?p q?></r>";
@@ -121,14 +114,14 @@ TEST_F(LinuxDom, MemoryOfALargeDocumentGoesBackToTheSystem)
 
 TEST_F(LinuxDom, LimitsDifferentNames)
 {
-    // Symptom: a report of elements that all have another name took 26 seconds.
+    // Symptom: a report of elements with different names took 26 seconds.
     EXPECT_TRUE(Loads(DifferentNames(9'900)));
     EXPECT_FALSE(Loads(DifferentNames(12'000)));
 }
 
 TEST_F(LinuxDom, ReadsNoFurtherAfterAnError)
 {
-    // Symptom: 8 MiB of faults took two seconds, each of them being reported.
+    // Symptom: 8 MiB of syntax errors took two seconds, because the parser reported each of them.
     const CString xml = L"<r>" + CString(8'000'000, L'&');
     const double start = ProcessorSeconds();
     EXPECT_FALSE(Loads(xml));
@@ -137,7 +130,7 @@ TEST_F(LinuxDom, ReadsNoFurtherAfterAnError)
 
 TEST_F(LinuxDom, TextInsideManyAttributesIsReadInLinearTime)
 {
-    // Symptom: the text of one element, with many others inside many attributes, took more than 40 seconds.
+    // Symptom: the text of an element with many children and many attributes took more than 40 seconds.
     CString start = L"<a";
     for (int i = 0; i < 200; ++i) {
         start += L" b" + std::to_wstring(i) + L"=''";

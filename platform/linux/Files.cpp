@@ -69,8 +69,8 @@ CFileDescriptor OpenOrMakeFile(const std::string& path, bool forAll)
     return CFileDescriptor();
 }
 
-// Whether an open file has a second name, which may be that of something else that must not be written to.
-bool HasSecondName(const CFileDescriptor& file)
+// Whether an open file has another hard link, which may be a file that must not be overwritten.
+bool HasSecondLink(const CFileDescriptor& file)
 {
     struct stat status = {};
     return ::fstat(file.Get(), &status) != 0 || status.st_nlink > 1;
@@ -136,7 +136,7 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
         SetLastErrorCode(CodeOfMaking(errno));
         return nullptr;
     }
-    DWORD code = HasSecondName(file) ? ERROR_ACCESS_DENIED : LockRegularFile(file, LOCK_EX);
+    DWORD code = HasSecondLink(file) ? ERROR_ACCESS_DENIED : LockRegularFile(file, LOCK_EX);
     // Only with the lock, for a reader may be in the middle of the old content.
     if (code == ERROR_SUCCESS && ::ftruncate(file.Get(), 0) != 0) {
         code = linux::ErrorCodeOf(errno);

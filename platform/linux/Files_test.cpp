@@ -133,7 +133,7 @@ TEST_F(LinuxFiles, APathWithAZeroNamesNoFile)
 
 TEST_F(LinuxFiles, AShortWriteIsAFullDisk)
 {
-    // Symptom: the limit on the length of files ended the program.
+    // Symptom: the file size limit ended the program (SIGXFSZ).
     const OutputFilePtr file = Open(m_folder / "file");
     ASSERT_NE(file, nullptr);
     rlimit before = {};

@@ -13,7 +13,7 @@ namespace {
 
 bool HasAccess(const std::string& path, int mode) { return ::faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0; }
 
-// Tells the user unless what has this path may be used so, or may be made.
+// Tells the user when the path can neither be accessed in this mode nor, where nothing has it yet, be created.
 void ReportUnlessUsable(const std::string& what, const std::string& path, int mode)
 {
     if (HasAccess(path, mode) || (errno == ENOENT && HasAccess(path.substr(0, path.rfind('/') + 1), W_OK | X_OK))) {

@@ -32,8 +32,8 @@ constexpr int kMaxRedirects = 10;
 // Of one answer, with the answers that announce it and the trailers after its body.
 constexpr std::size_t kMaxHeaderBytes = std::size_t{256} * 1024;
 constexpr long kSwitchingProtocols = 101;
-// Of one answer's body with the frames of its chunks, which may be of any length. In chunks of a byte, the longest body
-// that is taken has 48 MiB.
+// Of one answer's body including its chunk headers, which may be of any length. The longest body that is taken, in
+// chunks of one byte, has 48 MiB.
 constexpr std::size_t kMaxFramedBytes = std::size_t{64} * 1024 * 1024;
 // What an unread body may cost to keep its connection; a new connection is cheaper than more.
 constexpr std::size_t kDrainLimitBytes = 65536;
@@ -80,8 +80,8 @@ std::string Escape(std::string_view text)
     return escaped;
 }
 
-// Whether a header line asks for more than taking chunks together. The library would decode it before anybody sees how
-// much it becomes.
+// Whether a header line names a transfer coding other than chunked. The library would decode it before its decoded size
+// can be limited.
 bool NamesTransferCoding(std::string_view line)
 {
     constexpr std::string_view kName = "Transfer-Encoding:";
@@ -146,8 +146,8 @@ private:
     DWORD m_status = 0;
     std::string m_received = {}; // body received, of which the first m_read bytes are read
     std::size_t m_read = 0;
-    std::size_t m_headerBytes = 0;                 // of the present answer
-    std::size_t m_framedBytes = 0;                 // of its body
+    std::size_t m_headerBytes = 0;                 // of the current answer
+    std::size_t m_framedBytes = 0;                 // of its body, chunk headers included
     std::optional<std::size_t> m_discardable = {}; // while draining: bytes that may still come
     bool m_isDriven = false;
     bool m_isAnswerDue = false; // connected: the silence counts
@@ -182,7 +182,7 @@ bool CHttpRequest::Prepare()
         curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_USERAGENT, m_connection->session->agent.c_str()) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, kConnectLimitMs) == CURLE_OK,
-        // What is shown for debugging is all that the server sends, before the library takes it apart.
+        // Only the debug callback sees all bytes of an answer, chunk headers included.
         curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, OnReceived) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_DEBUGDATA, this) == CURLE_OK,
@@ -401,7 +401,7 @@ void CHttpRequest::Finish(CURLcode result)
         curl_multi_remove_handle(session.multi.get(), m_easy.get());
         std::erase(session.driven, this);
         m_isDriven = false;
-        // The end may come together with what exceeds the limit.
+        // The transfer may end in the same step in which it exceeds the limit.
         m_result = result == CURLE_OK && m_framedBytes > kMaxFramedBytes ? CURLE_FILESIZE_EXCEEDED : result;
     }
 }
@@ -429,8 +429,8 @@ std::optional<DWORD> StateFromEnvironment(BOOL* result)
     return static_cast<DWORD>(flags);
 }
 
-// An address that leads beyond the machine's own link.
-bool LeadsAnywhere(const sockaddr* address)
+// Whether an internet address is more than link-local.
+bool IsRoutable(const sockaddr* address)
 {
     if (address != nullptr && address->sa_family == AF_INET) {
         constexpr in_addr_t kLinkLocal = 0xA9FE0000; // 169.254.0.0/16
@@ -450,7 +450,7 @@ bool IsNetworkUp()
     const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(first, freeifaddrs);
     constexpr unsigned kConnected = IFF_UP | IFF_RUNNING; // running: it has a carrier
     for (const ifaddrs* each = first; each != nullptr; each = each->ifa_next) {
-        if ((each->ifa_flags & (kConnected | IFF_LOOPBACK)) == kConnected && LeadsAnywhere(each->ifa_addr)) {
+        if ((each->ifa_flags & (kConnected | IFF_LOOPBACK)) == kConnected && IsRoutable(each->ifa_addr)) {
             return true;
         }
     }

@@ -236,7 +236,7 @@ TEST_F(LinuxHttp, HeadersOfOneAnswerHaveALimitTogether)
 
 TEST_F(LinuxHttp, FramesOfChunksHaveALimit)
 {
-    // Symptom: gigabytes came in before a chunk's first byte.
+    // Symptom: gigabytes of chunk extension were received before a chunk's first byte.
     std::size_t size = 0;
     m_server.emplace([&size](const HttpExchange&) {
         return HttpAnswer{.body = "4;" + std::string(size, 'x') + "\r\nbody\r\n0\r\n\r\n",

@@ -73,8 +73,8 @@ bool Connect(const CFileDescriptor& socket, const CFileDescriptor& folder, const
     return WithAddress(::connect, socket, address);
 }
 
-// As long as it lives, no other process makes or removes a message socket in the folder. It may fail to get that far,
-// with errno set.
+// As long as it lives, no other process makes or removes a message socket in the folder. Converts to false, with errno
+// set, when the folder could not be locked.
 class CFolderLock {
 public:
     explicit CFolderLock(const CFileDescriptor& folder)

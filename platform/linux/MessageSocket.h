@@ -29,8 +29,8 @@ public:
 
     // Makes the socket; once. One that was left behind by a process that has ended is replaced; nothing else is. False,
     // with errno set, on failure: EEXIST when a living process has the name, ENOTSOCK when it is not a socket's, EACCES
-    // when the session folder is not the user's alone, ETIMEDOUT when somebody keeps it locked, EINVAL when it cannot
-    // be a name.
+    // when the session folder is not the user's alone, ETIMEDOUT when another process keeps it locked, EINVAL when it
+    // cannot be a name.
     bool Bind(const std::string& name);
 
     // Readable while messages are waiting.

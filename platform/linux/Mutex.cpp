@@ -20,7 +20,7 @@ namespace {
 constexpr char kFreeMark = '0';
 constexpr char kOwnedMark = '1';
 
-// Ends the system call that a thread sleeps in. A signal that nothing else uses and that is ignored without a handler.
+// Interrupts the system call in which a thread waits. Nothing else uses this signal, and its default is to be ignored.
 constexpr int kInterrupt = SIGURG;
 constexpr std::chrono::milliseconds kInterruptInterval{1};
 constexpr int kMaxInterrupts = 1000;
@@ -49,12 +49,12 @@ void PrepareInterrupt()
 
 } // namespace
 
-// A thread's sleep until a flock comes, which another thread can end: no system call waits for a flock with a limit.
+// A wait for a flock that another thread can cancel: no system call waits for a flock with a time-out.
 class CMutex::CLockWait {
 public:
     explicit CLockWait(std::shared_ptr<CFileDescriptor> file) : m_file(std::move(file)) {}
 
-    // On the thread that is to wait. 0 when the flock has come, ECANCELED after GiveUp, else the reason of a failure.
+    // Waits on the calling thread. 0 when the flock was acquired, ECANCELED after Cancel, otherwise flock's errno.
     int Wait()
     {
         {
@@ -63,21 +63,21 @@ public:
             m_isWaiting = true;
         }
         int error = EINTR;
-        while (error == EINTR && !m_hasGivenUp) {
+        while (error == EINTR && !m_isCancelled) {
             error = ::flock(m_file->Get(), LOCK_EX) == 0 ? 0 : errno;
         }
         const std::lock_guard lock(m_guard);
         m_isWaiting = false;
         m_isOver.notify_all();
-        return m_hasGivenUp ? ECANCELED : error;
+        return m_isCancelled ? ECANCELED : error;
     }
 
     // Ends the wait and every later one. Any thread.
-    void GiveUp()
+    void Cancel()
     {
         std::unique_lock lock(m_guard);
-        m_hasGivenUp = true;
-        // One that comes just before the system call begins ends nothing, so it is sent until it has.
+        m_isCancelled = true;
+        // A signal that arrives just before the system call starts interrupts nothing, so it is repeated.
         for (int i = 0; m_isWaiting && i < kMaxInterrupts; ++i) {
             ::pthread_kill(m_thread, kInterrupt);
             m_isOver.wait_for(lock, kInterruptInterval);
@@ -86,8 +86,8 @@ public:
 
 private:
     const std::shared_ptr<CFileDescriptor> m_file;
-    std::atomic<bool> m_hasGivenUp = false;
-    std::mutex m_guard; // guards what follows
+    std::atomic<bool> m_isCancelled = false;
+    std::mutex m_guard; // of the members below
     std::condition_variable m_isOver;
     pthread_t m_thread = {};
     bool m_isWaiting = false;
@@ -98,7 +98,7 @@ CMutex::CMutex(CFileDescriptor file) : m_file(std::make_shared<CFileDescriptor>(
 CMutex::~CMutex()
 {
     if (m_lockWait) {
-        m_lockWait->GiveUp();
+        m_lockWait->Cancel();
     }
     const std::lock_guard lock(g_dispatcher);
     // Explicitly, since a thread that waits for the flock keeps the file open until it has ended.

@@ -37,13 +37,13 @@ private:
     DWORD Own(CThreadState& thread);
     // Body of the thread that waits for the flock.
     static void AwaitLock(const std::shared_ptr<CLockWait>& wait, const std::weak_ptr<CMutex>& mutex);
-    // The flock has come; or not, for this reason (errno). False when it has gone again since and must be waited for
-    // once more.
+    // The wait for the flock has ended; error: 0 when it was acquired, else an errno. False when the flock has been
+    // released again since and must be waited for once more.
     bool AcceptLock(int error);
 
     std::shared_ptr<CFileDescriptor> m_file; // shared with the thread that waits for the flock
-    std::shared_ptr<CLockWait> m_lockWait;   // that thread's, null before the first
-    int m_lockError = 0;                     // why it failed; for the next Watch
+    std::shared_ptr<CLockWait> m_lockWait;   // of that thread; null before the first
+    int m_lockError = 0;                     // errno of a failed wait; reported by the next Watch
     CThreadState* m_owner = nullptr;         // not null exactly while this handle counts on holding the flock
     unsigned m_acquisitions = 0;
     bool m_isAwaited = false; // a thread waits for the flock

@@ -102,8 +102,7 @@ bool LockFirstByte(const CFileDescriptor& file, short type)
     return ::fcntl(file.Get(), F_OFD_SETLK, &lock) == 0;
 }
 
-// Waits for whoever makes the object, but not as long as it takes: another user, too, may lock a file that is open to
-// all.
+// Waits for the process that is making the object, but only briefly: any user may lock a file that is open to all.
 Existence ShareWithOthers(const CFileDescriptor& file)
 {
     const bool isShared = RetryBriefly([&file] { return LockFirstByte(file, F_RDLCK); });

@@ -27,7 +27,7 @@ enum class NamedKind {
 // name: of characters that a file name may have; security: rights of a new file, null for the user's alone. None, with
 // the calling thread's last error set, on failure; error 6 when the path is a file of another kind, or a symbolic link.
 CFileDescriptor OpenNamedFile(std::wstring_view name, NamedKind kind, const CSecurityDescriptor* security);
-// The same, but not made when there is none: error 2.
+// As OpenNamedFile, but does not make the file: error 2 when there is none.
 CFileDescriptor OpenExistingFile(std::wstring_view name, NamedKind kind);
 
 // An object exists while some open file of it, in whatever process, has a lock on its first byte: an open file
@@ -42,7 +42,7 @@ enum class Existence {
 // Claims a lock of its own for an open file. Waits for the moment that another process takes to make the object, at
 // most kBriefLimit (BriefRetry.h): after that failure with ETIMEDOUT.
 Existence ClaimExistence(const CFileDescriptor& file);
-// The same for an object that is not made when nobody has it: failure with ENOENT.
+// As ClaimExistence, but only for an object that exists: failure with ENOENT when no process has it.
 Existence JoinExistence(const CFileDescriptor& file);
 // Lets others open the object that the caller has made. False, with errno set, on failure.
 bool ShareExistence(const CFileDescriptor& file);

@@ -129,7 +129,7 @@ TEST_F(NamedFile, AMissingLockFolderFails)
 
 TEST_F(NamedFile, ALockOnTheFirstByteIsNotWaitedForWithoutLimit)
 {
-    // Symptom: a lock of another user on one byte made the program hang at its start, deaf to everything.
+    // Symptom: a lock of another user on one byte made the program hang at its start and ignore /Exit and signals.
     MakeMutex(L"Mutex");
     const CFileDescriptor file(::open((m_session.SessionFolder() / "Mutex").c_str(), O_RDWR | O_CLOEXEC));
     struct flock lock = {};

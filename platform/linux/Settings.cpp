@@ -34,7 +34,7 @@ linux::CFileDescriptor OpenSettingsFile(Hive hive)
         }
         // Without blocking, for the path may be a FIFO that nobody writes to.
         linux::CFileDescriptor file(::open((folder + kFileBelowFolder).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-        // One that cannot be opened is there, too.
+        // A file that exists but cannot be opened counts as found.
         if (file || (errno != ENOENT && errno != ENOTDIR)) {
             return file;
         }

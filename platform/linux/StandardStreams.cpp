@@ -1,6 +1,6 @@
-// Part of every program, which need not call anything: standard input, output and error are open before anything else
-// happens. A program that is started without one of them would give its number to a file of its own, a lock file say,
-// and everything that is written to the stream would go there.
+// Opens standard input, output and error on the null device where a program is started without them. Otherwise the
+// first files that it opens, lock files for example, would get their numbers, and everything written to these streams
+// would go there. It is linked into every program and needs no call.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -11,7 +11,7 @@ namespace {
 {
     int descriptor = -1;
     do {
-        // The lowest free number each time. Without the null device something else that holds the number.
+        // Takes the lowest free number each time; any other file will do where there is no null device.
         descriptor = ::open("/dev/null", O_RDWR);
         if (descriptor < 0) {
             descriptor = ::open("/", O_RDONLY);

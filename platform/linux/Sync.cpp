@@ -47,7 +47,7 @@ public:
     CEntries(std::span<const WaitHandle> objects, Wait& wait, bool alertable) : CEntries(wait, objects)
     {
         wait.thread.m_alertableWait = alertable ? &wait : nullptr;
-        // Should this fail half-way, the destructor runs all the same.
+        // When this throws half-way, the destructor still runs.
         for (std::size_t i = 0; i < objects.size(); ++i) {
             objects[i]->Enter(wait, static_cast<DWORD>(i));
         }
@@ -151,7 +151,7 @@ DWORD WaitFor(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertab
     }
     DWORD result = WAIT_FAILED;
     try {
-        // Whoever hands a mutex over must not run out of memory.
+        // Handing a mutex over to this thread must not need memory.
         thread.m_ownedMutexes.reserve(thread.m_ownedMutexes.size() + 1);
         result = TakeOrSleep(objects, timeoutMs, alertable, thread, lock);
     } catch (const std::bad_alloc&) {

@@ -416,7 +416,7 @@ std::pair<DWORD, DWORD> WaitRefused(const WaitHandle& object, unsigned call, uns
 
 TEST_F(LinuxSync, AWaitThatTheSystemRefusesFailsWithItsCode)
 {
-    // Symptom: a lock that could not be waited for made a thread try again and again, and the wait never failed.
+    // Symptom: a thread spun on a lock that it could not wait for, and the wait never failed.
     const std::pair<DWORD, DWORD> noResources = {WAIT_FAILED, 1450};
     const WaitHandle mutex = MakeMutex();
     EXPECT_EQ(WaitRefused(mutex, SYS_flock, ENOLCK, LOCK_EX | LOCK_NB), noResources);
@@ -432,7 +432,7 @@ TEST_F(LinuxSync, AWaitThatTheSystemRefusesFailsWithItsCode)
 
 TEST_F(LinuxSync, AMutexWorksWhereNoFileMayBeWritten)
 {
-    // Symptom: where the length of files was limited to none, the first mutex ended the program.
+    // Symptom: with a file size limit of 0 the first mutex ended the program.
     rlimit before = {};
     ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
     rlimit none = before;
@@ -473,7 +473,7 @@ TEST_F(LinuxSync, AnEventThatCannotBeLookedAtIsNotMade)
 
 TEST_F(LinuxSync, AWaitWithoutMemoryFailsAndLeavesTheObjectAsItWas)
 {
-    // Symptom: without memory for it a wait ended in an exception; and it could own a mutex that nobody knew of.
+    // Symptom: a wait that ran out of memory threw, and could leave the mutex owned by a thread that did not know.
     const WaitHandle mutex = MakeMutex();
     const WaitHandle event = MakeEvent();
     for (const auto& [object, expected] : {std::pair(mutex, WAIT_OBJECT_0), std::pair(event, WAIT_TIMEOUT)}) {

@@ -1,4 +1,4 @@
-// What the user must know whatever the trace level is.
+// Messages that the user gets whatever the trace level is.
 #pragma once
 
 #include "platform/DebugOutput.h"

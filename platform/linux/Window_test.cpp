@@ -383,7 +383,7 @@ TEST_F(LinuxWindow, AMessageThatWouldCarryAPointerIsDropped)
 
 TEST_F(LinuxWindow, ALockedSessionFolderIsNotWaitedForWithoutLimit)
 {
-    // Symptom: a program that kept the folder locked made this one hang at its start, deaf to everything.
+    // Symptom: a program that kept the folder locked made this one hang at its start and ignore /Exit and signals.
     MakeSessionFolder();
     CFileDescriptor folder(::open(m_session.SessionFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     ASSERT_EQ(::flock(folder.Get(), LOCK_EX | LOCK_NB), 0);

@@ -1,4 +1,4 @@
-// Keeps the signals of failing writes from a thread.
+// Blocks the signals that a write may raise.
 #pragma once
 
 #include <cerrno>
@@ -8,10 +8,10 @@
 
 namespace platform::linux {
 
-// As long as it lives, a write of the calling thread that fails ends in an errno alone: EPIPE, a pipe whose reader has
-// gone, without SIGPIPE, and EFBIG, a file as long as the process may make one, without SIGXFSZ, either of which would
-// end the program. And a terminal takes what is written from the background, without SIGTTOU, which would stop it. The
-// process's own handling of the signals is left alone. Made and destroyed on one thread.
+// As long as it lives, a write of the calling thread only fails with errno where it would otherwise raise a signal that
+// ends the program: EPIPE without SIGPIPE (the pipe's reader has gone), EFBIG without SIGXFSZ (the file has the longest
+// length that the process may write). SIGTTOU, which would stop a program that writes to its terminal from the
+// background, is blocked too. The process's handling of the signals does not change. Made and destroyed on one thread.
 class CWriteSignals {
 public:
     CWriteSignals()
@@ -33,7 +33,7 @@ public:
     CWriteSignals(const CWriteSignals&) = delete;
     CWriteSignals& operator=(const CWriteSignals&) = delete;
 
-    // To be told why a write failed, an errno.
+    // To be called with the errno of each failed write; takes back the signal that came with it.
     void Note(int error) { m_isRaised = m_isRaised || error == EPIPE || error == EFBIG; }
 
 private:

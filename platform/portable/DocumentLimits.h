@@ -1,4 +1,4 @@
-// What a document may be so that parsing it cannot cost much, whatever it holds. The same on every system.
+// Limits on documents that bound the time and memory of parsing. The same on every system.
 #pragma once
 
 #include <string_view>
@@ -11,8 +11,8 @@ namespace platform::portable {
 //   bytes. A report has four for each usage;
 // - more than 256 '=' between two '<': parsers compare each attribute of an element with all others;
 // - more than 100 "xmlns": parsers look through all declarations for each name.
-// Each counts wherever it stands, in a comment too. True for what is no well-formed document, unless one of these is
-// found in it. The length is the caller's affair. Never throws. Any thread.
+// Each counts wherever it occurs, in comments too. Nothing else is checked: text that is not well-formed may pass. The
+// caller limits the length. Never throws. Any thread.
 bool IsWithinLimits(std::wstring_view text);
 
 } // namespace platform::portable

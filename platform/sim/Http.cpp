@@ -97,8 +97,8 @@ bool Redirect(Destination& destination, std::string location)
     return true;
 }
 
-// Lets time pass while something is due from the server. False when it lasts too long: then only the time up to the
-// limit, that of silence or of the request, has passed.
+// Lets this time pass while the client waits for the server. False when a limit, that of silence or that of the
+// request, comes first; then time has passed up to the limit.
 bool PassTime(const CHttpRequest& request, DWORD timeMs)
 {
     const sim::MachineState& machine = sim::Machine();

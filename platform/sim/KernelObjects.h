@@ -69,7 +69,7 @@ public:
     DWORD Wait(const ObjectWait& wait, std::int64_t deadline);
 
     void SetEvent(KernelObject& event);
-    // misses: as if nobody waited.
+    // misses: releases no thread, as if none were waiting.
     void PulseEvent(KernelObject& event, bool misses);
     // FALSE when taker is not the owner.
     BOOL Release(KernelObject& mutex, const ThreadContext& taker);

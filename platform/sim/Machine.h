@@ -31,7 +31,7 @@ enum class Call {
     kCreateNamedMutexThrows, // std::bad_alloc
     kCreateNamedEvent,
     kOpenNamedEvent,
-    kPulseNamedEventMisses, // TRUE, but whoever waits was not waiting yet
+    kPulseNamedEventMisses, // TRUE, but releases no thread
     kReleaseOwnedMutex,
     kWaitForOne,
     kWaitForAny,
@@ -183,7 +183,7 @@ public:
     // Connections and requests that were opened and are not closed yet.
     std::size_t OpenHttpHandleCount() const;
 
-    // The disk. Null when there is no such file or folder; valid until it is put again or removed.
+    // The disk. Null when there is no such file or folder; valid until it is replaced or removed.
     const SimFile* FindFile(const CString& path) const;
     // All files, without the folders, sorted.
     std::vector<CString> FilePaths() const;

@@ -130,7 +130,7 @@ HRESULT ReadText(Interface* object, HRESULT (STDMETHODCALLTYPE Interface::*prope
     return status;
 }
 
-// The end of a load: its status, and whether the document is taken. One that has a document type is dropped again.
+// Completes a load: sets *loaded and returns the status. A document with a document type is discarded.
 HRESULT FinishLoad(IXMLDOMDocument* document, HRESULT status, VARIANT_BOOL successful, bool* loaded)
 {
     *loaded = false;

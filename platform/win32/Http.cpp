@@ -146,7 +146,7 @@ std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_
     if (left == 0) {
         return 0;
     }
-    // Asking for more than there is would wait for all of it, however slowly it comes.
+    // InternetReadFile waits for all bytes that it is asked for, so only those that have arrived are.
     DWORD available = 0;
     if (!::InternetQueryDataAvailable(request->handle.Get(), &available, 0, 0)) {
         throw CInternetException(::GetLastError());

@@ -1,7 +1,6 @@
-// What InterruptWait (platform/Thread.h) leaves for the waits of the interrupted thread.
+// The flag that InterruptWait (platform/Thread.h) sets for the interrupted thread.
 //
-// A queued routine alone does not do: a wait that begins when its object is signalled already takes the object and
-// leaves the routine for another wait.
+// A queued APC is not enough: a wait whose object is signalled already takes the object and leaves the APC pending.
 #pragma once
 
 namespace platform::win32 {

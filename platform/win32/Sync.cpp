@@ -23,12 +23,12 @@ bool EndsInterrupted()
 {
     const bool isInterrupted = win32::TakeInterruption();
     if (isInterrupted) {
-        ::SleepEx(0, TRUE); // runs the routine that came with it, which would end another wait
+        ::SleepEx(0, TRUE); // runs the APC of the interruption, which would otherwise end another wait
     }
     return isInterrupted;
 }
 
-// Waits for these handles. When the wait, which is alertable then, is interrupted, what it took is given back.
+// Runs a wait for these handles. When an alertable wait is interrupted, an object that it has taken is given back.
 template <class Wait>
 DWORD Interruptibly(std::span<const HANDLE> handles, BOOL alertable, Wait wait)
 {

@@ -10,7 +10,7 @@
 //                  finds it and posts a message to it; the numbers are decimal
 //   hold FILE      opens an existing file for reading, as a reader of the data files does
 //   drop FILE      closes it
-//   online FLAGS   asks the system whether it is on line, with these flags; 0: it is not
+//   online FLAGS   whether the system is on line with exactly these flags; 0: not on line
 //
 // Ends, with what it has taken, when standard input closes.
 #include "platform/Http.h"

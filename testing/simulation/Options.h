@@ -27,7 +27,7 @@ struct Options {
     bool objectFaults = false; // named objects, threads, session notices
     bool timerFaults = false;
     bool waitFaults = false;
-    bool missedPulses = false; // a worker begins its wait just after the pulse that was to end it
+    bool missedPulses = false; // a worker misses the pulse of its stop
     bool openFaults = false;
     bool writeFaults = false;
     bool outputFaults = false; // of the debugger output

@@ -32,7 +32,7 @@ struct ProgramState {
     bool initialUpdateDone = false;
     bool getsSessionNotices = true;
     bool isQuitting = false;
-    bool missesPulse = false; // the worker does, that of the stop that has begun
+    bool missesPulse = false; // the worker misses the pulse of the next stop
     bool hasReturned = false;
     std::deque<Order> orders = {}; // not carried out yet
     std::int64_t freeMs = 0;       // from when its first thread can handle the next message, at the latest

@@ -343,7 +343,8 @@ TEST_F(SystemLinuxLife, PassOfAKilledCopyNoLongerHoldsUpTheOtherSessions)
 
 TEST_F(SystemLinuxLife, AnotherUsersLockOnTheMutexsFileCostsItsPassesAlone)
 {
-    // Symptom: a lock of another user on one byte of the file made the program hang at its start, deaf to everything.
+    // Symptom: a lock of another user on one byte of the file made the program hang at its start and ignore /Exit and
+    // signals.
     for (const fs::path& folder : {LinuxRig().ScratchFolder(), LinuxRig().LockFolder()}) {
         fs::permissions(folder, fs::perms(0777));
     }

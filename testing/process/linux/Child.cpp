@@ -67,7 +67,7 @@ std::vector<char*> Pointers(std::vector<std::string>& texts)
     return pointers;
 }
 
-// The signals that end a program, which this one may have been told to ignore (nohup).
+// The signals that end a program. This program may have inherited them as ignored (nohup).
 sigset_t EndSignals()
 {
     sigset_t signals;
