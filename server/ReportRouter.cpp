@@ -160,7 +160,7 @@ ReportAnswer AnswerReportRequest(std::string_view method, std::string_view targe
         return {.status = 404};
     }
     const std::vector<ReportRecord> records =
-        SampleRecords(request->company->siteNumber, request->kind->dataType, request->date, now);
+        SampleRecords(request->company->siteNumber, static_cast<Series>(request->kind->dataType), request->date, now);
     if (records.empty()) {
         return {.status = 503};
     }

@@ -42,12 +42,12 @@ TEST(ReportRouter, ReportIsAWholeDocument)
     ExpectDocument(
         "/usage/tokyo/instant?date=2012-07-02&output=xml", "instant_usage", "usage",
         {R"(datetime="2012-07-02T00:00:00" duration="300")", R"(datetime="2012-07-02T00:05:00" duration="300")"},
-        SampleRecords(kTokyo, kInstantUsage, kDay, kNow));
+        SampleRecords(kTokyo, Series::kInstantUsage, kDay, kNow));
     const std::string peak = R"(start="2012-07-02T14:00:00" end="2012-07-02T15:00:00")";
     ExpectDocument("/peak/kyushu/supply?date=2012-07-02&output=xml", "peak_supply", "supply", {peak},
-                   SampleRecords(kKyushu, kPeakSupply, kDay, kNow));
+                   SampleRecords(kKyushu, Series::kPeakSupply, kDay, kNow));
     ExpectDocument("/peak/kyushu/demand?date=2012-07-02&output=xml", "peak_demand", "demand", {peak},
-                   SampleRecords(kKyushu, kPeakDemand, kDay, kNow));
+                   SampleRecords(kKyushu, Series::kPeakDemand, kDay, kNow));
     std::vector<std::string> hours;
     hours.reserve(24);
     for (int hour = 0; hour < 24; ++hour) {
@@ -55,9 +55,9 @@ TEST(ReportRouter, ReportIsAWholeDocument)
                         ":00:00\" duration=\"3600\"");
     }
     ExpectDocument("/usage/tokyo/actual?date=2012-07-01&output=xml", "actual_usage", "usage", hours,
-                   SampleRecords(kTokyo, kActualUsage, 2012y / 7 / 1, kNow));
+                   SampleRecords(kTokyo, Series::kActualUsage, 2012y / 7 / 1, kNow));
     ExpectDocument("/usage/tokyo/estimated?date=2012-07-01&output=xml", "estimated_usage", "usage", hours,
-                   SampleRecords(kTokyo, kEstimatedUsage, 2012y / 7 / 1, kNow));
+                   SampleRecords(kTokyo, Series::kEstimatedUsage, 2012y / 7 / 1, kNow));
 }
 
 TEST(ReportRouter, EveryCompanyHasItsOwnReport)

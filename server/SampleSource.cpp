@@ -1,7 +1,5 @@
 #include "server/SampleSource.h"
 
-#include "format/Catalogue.h"
-
 #include <algorithm>
 #include <array>
 
@@ -129,39 +127,72 @@ ReportRecord PeakRecord(const SampleCompany& company, local_days day)
                              [](const ReportRecord& a, const ReportRecord& b) { return a.value < b.value; });
 }
 
-// The reserve lies between 8 and 14 % of the demand.
-ReportRecord SupplyRecord(const SampleCompany& company, local_days day)
+// The supply in the interval of an estimated usage. The reserve lies between 8 and 14 % of the demand.
+ReportRecord SupplyFor(const SampleCompany& company, local_days day, ReportRecord estimated)
 {
     constexpr std::int64_t kReserveSlot = 998;
-    ReportRecord record = PeakRecord(company, day);
-    record.value = record.value * static_cast<std::uint64_t>(1110 + Scatter(company, day, kReserveSlot, 30)) / kWhole;
-    return record;
+    estimated.value =
+        estimated.value * static_cast<std::uint64_t>(1110 + Scatter(company, day, kReserveSlot, 30)) / kWhole;
+    return estimated;
+}
+
+std::vector<ReportRecord> SupplyRecords(const SampleCompany& company, local_days day)
+{
+    std::vector<ReportRecord> records = EstimatedRecords(company, day);
+    for (ReportRecord& record : records) {
+        record = SupplyFor(company, day, record);
+    }
+    return records;
+}
+
+bool HasData(local_days day, LocalTime now)
+{
+    return day >= local_days{kFirstSampleDay} && day <= std::chrono::floor<days>(now) + days{1};
 }
 
 } // namespace
 
-std::vector<ReportRecord> SampleRecords(int siteNumber, std::uint32_t dataType, std::chrono::year_month_day date,
-                                        LocalTime now)
+std::vector<ReportRecord> SampleRecords(int siteNumber, Series series, std::chrono::year_month_day date, LocalTime now)
 {
     const SampleCompany* const company = FindSampleCompany(siteNumber);
     const local_days day{date};
-    if (company == nullptr || date < kFirstSampleDay || day > std::chrono::floor<days>(now) + days{1}) {
+    if (company == nullptr || !HasData(day, now)) {
         return {};
     }
-    switch (dataType) {
-    case catalogue::kInstantUsage:
+    switch (series) {
+    case Series::kInstantUsage:
         return UsageRecords(day, kInstantLength, now, [&](minutes from) { return MeasuredAt(*company, day, from); });
-    case catalogue::kActualUsage:
+    case Series::kActualUsage:
         return UsageRecords(day, kHour, now, [&](minutes from) { return MeanMeasured(*company, day, from); });
-    case catalogue::kEstimatedUsage:
+    case Series::kEstimatedUsage:
         return EstimatedRecords(*company, day);
-    case catalogue::kPeakSupply:
-        return {SupplyRecord(*company, day)};
-    case catalogue::kPeakDemand:
+    case Series::kSupply:
+        return SupplyRecords(*company, day);
+    case Series::kPeakSupply:
+        return {SupplyFor(*company, day, PeakRecord(*company, day))};
+    case Series::kPeakDemand:
         return {PeakRecord(*company, day)};
     default:
         return {};
     }
 }
+
+std::vector<ReportRecord> CSampleSource::Read(int siteNumber, Series series, std::chrono::year_month_day date,
+                                              LocalTime now, std::optional<LocalTime> asOf)
+{
+    return SampleRecords(siteNumber, series, date, asOf.value_or(now));
+}
+
+DayState CSampleSource::State(int siteNumber, std::chrono::year_month_day date, LocalTime now)
+{
+    const local_days day{date};
+    if (FindSampleCompany(siteNumber) == nullptr || !HasData(day, now)) {
+        return {};
+    }
+    const std::chrono::seconds passed = std::clamp<std::chrono::seconds>(now - day, std::chrono::seconds{0}, days{1});
+    return {.revision = 1 + static_cast<std::uint64_t>(passed / kInstantLength)};
+}
+
+std::optional<LocalTime> CSampleSource::Newest(int /*siteNumber*/, Series /*series*/) { return {}; }
 
 } // namespace reportd
