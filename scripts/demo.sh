@@ -47,7 +47,7 @@ settings() { # of the server at this port
 # $trace), run_service (with arguments, to its end), run_control, clean.
 build_linux() { scripts/build.sh linux programs; }
 start_reportd_linux() {
-  "$bin/ampora-reportd" --port 0 </dev/null >"$scratch/reportd" 2>&1 &
+  "$bin/ampora-reportd" --source sample --port 0 </dev/null >"$scratch/reportd" 2>&1 &
   reportd=$!
 }
 prepare_linux() {
@@ -69,7 +69,7 @@ run_control_linux() { "$bin/amporactl" "$@"; }
 build_windows() { scripts/build.sh windows programs tracecat; }
 start_reportd_windows() {
   scripts/wine.sh start
-  WINEPREFIX=$(scripts/wine.sh path) WINEDEBUG=-all wine "$bin/ampora-reportd.exe" --port 0 </dev/null \
+  WINEPREFIX=$(scripts/wine.sh path) WINEDEBUG=-all wine "$bin/ampora-reportd.exe" --source sample --port 0 </dev/null \
     >"$scratch/reportd" 2>&1 &
   reportd=$!
 }
@@ -152,7 +152,7 @@ This demo builds the programs and starts, in a scratch folder with settings of i
 END
 "build_$platform"
 
-say_command ampora-reportd '--port 0'
+say_command ampora-reportd '--source sample --port 0'
 "start_reportd_$platform"
 await ampora-reportd grep -q 'http://' "$scratch/reportd"
 sed 's/\r$//; s/^/  /' "$scratch/reportd"

@@ -1,5 +1,5 @@
 // ampora-reportd: serves power reports over HTTP.
-#include "server/Options.h"
+#include "server/Live.h"
 #include "server/ReportServer.h"
 
 #include <exception>
@@ -7,30 +7,55 @@
 
 namespace {
 
-void RunProgram(const reportd::Options& options)
+int ServeSamples(const reportd::Options& options)
 {
-    if (options.help) {
-        std::cout << reportd::kHelpText;
-        return;
+    if (options.config) {
+        throw reportd::COptionsError("--config is for live data; sample data has no settings");
     }
-    if (options.version) {
-        std::cout << "ampora-reportd " AMPORA_VERSION "\n";
-        return;
-    }
-    reportd::CReportServer server(options.listen, options.port);
+    reportd::CReportServer server(options.listen.value_or(reportd::kDefaultListen),
+                                  options.port.value_or(reportd::kDefaultPort));
     server.StopOnSignals();
     std::cout << "ampora-reportd: serving sample data on http://" << server.Endpoint() << std::endl;
     server.Run();
+    return 0;
+}
+
+int Serve(const reportd::Options& options)
+{
+    using reportd::SourceKind;
+    const SourceKind usual = reportd::HasLiveSources() ? SourceKind::kLive : SourceKind::kSample;
+    return options.source.value_or(usual) == SourceKind::kLive ? reportd::RunLive(options) : ServeSamples(options);
+}
+
+int RunProgram(const reportd::Options& options)
+{
+    if (options.help) {
+        std::cout << reportd::kHelpText;
+        return 0;
+    }
+    if (options.version) {
+        std::cout << "ampora-reportd " AMPORA_VERSION "\n";
+        return 0;
+    }
+    switch (options.verb) {
+    case reportd::Verb::kCheck:
+        return reportd::RunCheck(options);
+    case reportd::Verb::kImport:
+        return reportd::RunImport(options);
+    case reportd::Verb::kBackfill:
+        return reportd::RunBackfill(options);
+    default:
+        return Serve(options);
+    }
 }
 
 } // namespace
 
-// Ends with 0, with 2 when the command line is not understood, with 1 when the server fails.
+// Ends with 0, with 2 when the command line or the settings are not understood, with 1 when something fails.
 int main(int argc, char** argv)
 {
     try {
-        RunProgram(reportd::ParseOptions(std::vector<std::string>(argv + 1, argv + argc)));
-        return 0;
+        return RunProgram(reportd::ParseOptions(std::vector<std::string>(argv + 1, argv + argc)));
     } catch (const reportd::COptionsError& error) {
         std::cerr << "ampora-reportd: " << error.what() << "\n\n" << reportd::kHelpText;
         return 2;

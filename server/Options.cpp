@@ -1,54 +1,198 @@
 #include "server/Options.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 
 namespace reportd {
 namespace {
 
-unsigned short ParsePort(const std::string& text)
+// A number from low to high that takes up the whole text.
+template <class Number>
+Number ParseNumber(const std::string& option, const std::string& text, Number low, Number high)
 {
-    unsigned short port = 0;
+    Number number{};
     const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, port);
-    if (error != std::errc() || stop != end) {
-        throw COptionsError("--port needs a number from 0 to 65535, not \"" + text + "\"");
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end || number < low || number > high) {
+        throw COptionsError(option + " needs a number from " + std::to_string(low) + " to " + std::to_string(high) +
+                            ", not \"" + text + "\"");
     }
-    return port;
+    return number;
+}
+
+std::chrono::year_month_day ParseDay(const std::string& option, const std::string& text)
+{
+    constexpr std::size_t kLength = 10; // YYYY-MM-DD
+    const auto isDigitAt = [&](std::size_t i) { return text[i] >= '0' && text[i] <= '9'; };
+    const auto fits = [&](std::size_t i) { return i == 4 || i == 7 ? text[i] == '-' : isDigitAt(i); };
+    bool isDate = text.size() == kLength;
+    for (std::size_t i = 0; isDate && i < kLength; ++i) {
+        isDate = fits(i);
+    }
+    if (isDate) {
+        const std::chrono::year_month_day date{std::chrono::year(std::stoi(text.substr(0, 4))),
+                                               std::chrono::month(static_cast<unsigned>(std::stoi(text.substr(5, 2)))),
+                                               std::chrono::day(static_cast<unsigned>(std::stoi(text.substr(8, 2))))};
+        if (date.ok()) {
+            return date;
+        }
+    }
+    throw COptionsError(option + " needs a day such as 2026-04-20, not \"" + text + "\"");
+}
+
+SourceKind ParseSource(const std::string& text)
+{
+    if (text == "live") {
+        return SourceKind::kLive;
+    }
+    if (text == "sample") {
+        return SourceKind::kSample;
+    }
+    throw COptionsError("--source needs live or sample, not \"" + text + "\"");
+}
+
+struct NamedVerb {
+    std::string_view name;
+    Verb verb;
+};
+constexpr std::array kVerbs = {NamedVerb{"check", Verb::kCheck}, NamedVerb{"import", Verb::kImport},
+                               NamedVerb{"backfill", Verb::kBackfill}};
+
+// An option with a value: for which verbs it is meant, and what it does.
+struct ValueOption {
+    std::string_view name;
+    std::vector<Verb> verbs;
+    void (*take)(Options* options, const std::string& option, const std::string& value);
+};
+
+const std::vector<ValueOption>& ValueOptions()
+{
+    using std::string;
+    static const std::vector<ValueOption> kAll = {
+        {"--source",
+         {Verb::kServe},
+         [](Options* options, const string&, const string& value) { options->source = ParseSource(value); }},
+        {"--listen",
+         {Verb::kServe},
+         [](Options* options, const string&, const string& value) { options->listen = value; }},
+        {"--port",
+         {Verb::kServe},
+         [](Options* options, const string& option, const string& value) {
+             options->port = ParseNumber<unsigned short>(option, value, 0, 65535);
+         }},
+        {"--config",
+         {Verb::kServe, Verb::kCheck, Verb::kImport, Verb::kBackfill},
+         [](Options* options, const string&, const string& value) { options->config = value; }},
+        {"--company",
+         {Verb::kImport},
+         [](Options* options, const string&, const string& value) { options->company = value; }},
+        {"--from",
+         {Verb::kBackfill},
+         [](Options* options, const string& option, const string& value) {
+             options->firstDay = ParseDay(option, value);
+         }},
+        {"--to",
+         {Verb::kBackfill},
+         [](Options* options, const string& option, const string& value) {
+             options->lastDay = ParseDay(option, value);
+         }},
+        {"--pause",
+         {Verb::kBackfill},
+         [](Options* options, const string& option, const string& value) {
+             options->pause = std::chrono::seconds(ParseNumber(option, value, 5, 3600));
+         }},
+    };
+    return kAll;
+}
+
+const ValueOption& FindValueOption(const std::string& name, Verb verb)
+{
+    for (const ValueOption& option : ValueOptions()) {
+        if (option.name == name) {
+            if (std::find(option.verbs.begin(), option.verbs.end(), verb) == option.verbs.end()) {
+                throw COptionsError(name + " does not belong here");
+            }
+            return option;
+        }
+    }
+    throw COptionsError("unknown option \"" + name + "\"");
+}
+
+void CheckComplete(const Options& options)
+{
+    if (options.help || options.version) {
+        return;
+    }
+    if (options.verb == Verb::kImport && options.files.empty()) {
+        throw COptionsError("import needs a file");
+    }
+    if (options.verb == Verb::kBackfill) {
+        if (options.firstDay == std::chrono::year_month_day{}) {
+            throw COptionsError("backfill needs --from");
+        }
+        if (options.lastDay.value_or(options.firstDay) < options.firstDay) {
+            throw COptionsError("--to lies before --from");
+        }
+    }
 }
 
 } // namespace
 
-const char* const kHelpText = "Usage: ampora-reportd [--listen ADDRESS] [--port N]\n"
-                              "Answers power reports with sample data over HTTP until it gets SIGINT or SIGTERM.\n"
-                              "\n"
-                              "  --listen ADDRESS  numeric address to listen on (default 127.0.0.1)\n"
-                              "  --port N          port to listen on, 0 for any free one (default 8470)\n"
-                              "  --help            print this text and end\n"
-                              "  --version         print the version and end\n";
+const char* const kHelpText =
+    "Usage: ampora-reportd [--source live|sample] [--config FILE] [--listen ADDRESS] [--port N]\n"
+    "       ampora-reportd check [--config FILE]\n"
+    "       ampora-reportd import [--config FILE] [--company KEY] FILE...\n"
+    "       ampora-reportd backfill --from DATE [--to DATE] [--pause SECONDS] [--config FILE]\n"
+    "       ampora-reportd --help | --version\n"
+    "\n"
+    "Answers power reports over HTTP until it gets SIGINT or SIGTERM: from what five power companies publish, which "
+    "it\n"
+    "fetches and keeps (live, Linux only), or with computed sample data.\n"
+    "\n"
+    "  check     fetch each company's file once and tell what it holds; keeps nothing\n"
+    "  import    keep the figures of saved files: CSV, also with .gz, and ZIP archives of them\n"
+    "  backfill  fetch and keep the figures of past days\n"
+    "\n"
+    "  --source KIND     live or sample (default live; on Windows sample, which has nothing else)\n"
+    "  --config FILE     settings (default /etc/ampora-reportd.toml where it exists)\n"
+    "  --listen ADDRESS  numeric address to listen on (default: as in the settings, else 127.0.0.1)\n"
+    "  --port N          port to listen on, 0 for any free one (default: as in the settings, else 8470)\n"
+    "  --company KEY     whose files they are: tokyo, tohoku, chubu, kansai or kyushu (default: told by their names)\n"
+    "  --from DATE       first day to fetch, such as 2026-04-20\n"
+    "  --to DATE         last day to fetch (default yesterday)\n"
+    "  --pause SECONDS   between two requests to a company, 5 to 3600 (default 5)\n"
+    "  --help            print this text and end\n"
+    "  --version         print the version and end\n";
 
 Options ParseOptions(const std::vector<std::string>& arguments)
 {
     Options options;
-    for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
-        const auto takeValue = [&]() -> const std::string& {
-            const std::string& option = *argument;
-            if (++argument == arguments.end()) {
-                throw COptionsError(option + " needs a value");
-            }
-            return *argument;
-        };
-        if (*argument == "--listen") {
-            options.listen = takeValue();
-        } else if (*argument == "--port") {
-            options.port = ParsePort(takeValue());
-        } else if (*argument == "--help") {
+    auto argument = arguments.begin();
+    if (argument != arguments.end()) {
+        const auto* const verb = std::find_if(kVerbs.begin(), kVerbs.end(),
+                                              [&](const NamedVerb& candidate) { return candidate.name == *argument; });
+        if (verb != kVerbs.end()) {
+            options.verb = verb->verb;
+            ++argument;
+        }
+    }
+    for (; argument != arguments.end(); ++argument) {
+        if (*argument == "--help") {
             options.help = true;
         } else if (*argument == "--version") {
             options.version = true;
+        } else if (options.verb == Verb::kImport && !argument->starts_with("--") && !argument->empty()) {
+            options.files.push_back(*argument);
         } else {
-            throw COptionsError("unknown option \"" + *argument + "\"");
+            const ValueOption& option = FindValueOption(*argument, options.verb);
+            if (++argument == arguments.end()) {
+                throw COptionsError(std::string(option.name) + " needs a value");
+            }
+            option.take(&options, std::string(option.name), *argument);
         }
     }
+    CheckComplete(options);
     return options;
 }
 

@@ -46,7 +46,7 @@ class ReportdProgram : public testing::Test {
 protected:
     void Start(const std::vector<std::string>& wrapper = {})
     {
-        m_program = std::make_unique<CBackgroundProcess>(Command({"--port", "0"}, wrapper),
+        m_program = std::make_unique<CBackgroundProcess>(Command({"--source", "sample", "--port", "0"}, wrapper),
                                                          testing_support::EnvironmentChanges());
         const std::string ready = m_program->ReadLine(kLimit).value_or("");
         const std::string start = "ampora-reportd: serving sample data on http://127.0.0.1:";
@@ -76,7 +76,7 @@ TEST_F(ReportdProgram, ServesOnAFreePort)
 TEST_F(ReportdProgram, EndsWith1WhenThePortIsTaken)
 {
     Start();
-    const ProcessResult second = RunToItsEnd({"--port", std::to_string(m_port)});
+    const ProcessResult second = RunToItsEnd({"--source", "sample", "--port", std::to_string(m_port)});
     EXPECT_EQ(second.exitCode, 1);
     EXPECT_EQ(second.out, "");
     EXPECT_THAT(second.err, StartsWith("ampora-reportd: "));
@@ -98,8 +98,11 @@ TEST(ReportdOptions, HelpAndVersionArePrinted)
 
 TEST(ReportdOptions, EndsWith2AndTheHelpTextOnWhatItDoesNotUnderstand)
 {
-    for (const std::vector<std::string>& arguments :
-         {std::vector<std::string>{"--colour"}, {"--port"}, {"--port", "65536"}, {"--help", "me"}}) {
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--colour"},
+                                                      {"--port"},
+                                                      {"--port", "65536"},
+                                                      {"--help", "me"},
+                                                      {"--source", "sample", "--config", "x"}}) {
         const ProcessResult result = RunToItsEnd(arguments);
         EXPECT_EQ(result.exitCode, 2) << arguments.front();
         EXPECT_EQ(result.out, "") << arguments.front();
@@ -110,7 +113,7 @@ TEST(ReportdOptions, EndsWith2AndTheHelpTextOnWhatItDoesNotUnderstand)
 TEST(ReportdOptions, EndsWith1OnAnAddressThatIsNotItsOwn)
 {
     for (const std::string address : {"localhost", "192.0.2.1"}) { // the second one is reserved for documentation
-        const ProcessResult result = RunToItsEnd({"--listen", address, "--port", "0"});
+        const ProcessResult result = RunToItsEnd({"--source", "sample", "--listen", address, "--port", "0"});
         EXPECT_EQ(result.exitCode, 1) << address;
         EXPECT_THAT(result.err, StartsWith("ampora-reportd: ")) << address;
     }
