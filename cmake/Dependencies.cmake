@@ -32,6 +32,7 @@ else()
   find_package(LibXml2 REQUIRED)
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+  pkg_check_modules(ARCHIVE REQUIRED IMPORTED_TARGET libarchive)
   pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 endif()
 

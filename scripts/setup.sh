@@ -5,8 +5,8 @@ set -euo pipefail
 
 # README.md gives each dependency's reason.
 declare -A groups=(
-  [build]='cmake g++ libboost1.81-dev libcurl4-openssl-dev libfmt-dev libsqlite3-dev libsystemd-dev libxml2-dev make
-           ninja-build pkg-config'
+  [build]='cmake g++ libarchive-dev libboost1.81-dev libcurl4-openssl-dev libfmt-dev libsqlite3-dev libsystemd-dev
+           libtomlplusplus-dev libxml2-dev make ninja-build pkg-config'
   [windows]='cmake g++-mingw-w64-x86-64-posix libboost1.81-dev libfmt-dev make ninja-build'
   [wine]='wine wine64'
   [tests]='googletest iproute2 libbenchmark-dev python3' # to build test programs and benchmarks, give tests networks of

@@ -36,6 +36,8 @@ struct CompanySettings {
     // How old the stamp of today's file may be: what is normal, that is the longest expected delay and one interval,
     // and half an hour more. An older one is a file that is not renewed any more.
     std::chrono::minutes FrozenAfter() const;
+
+    bool operator==(const CompanySettings&) const = default;
 };
 
 struct LiveSettings {
@@ -51,6 +53,8 @@ struct LiveSettings {
     std::map<int, CompanySettings> companies = {};   // by site number, all that the catalogue has
 
     std::filesystem::path RawFolder() const { return store.parent_path() / "raw"; }
+
+    bool operator==(const LiveSettings&) const = default;
 };
 
 // Settings that are not understood, or cannot be read. what(): "FILE:LINE: key: what is wrong", ready to be printed.
