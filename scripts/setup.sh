@@ -5,7 +5,7 @@ set -euo pipefail
 
 # README.md gives each dependency's reason.
 declare -A groups=(
-  [build]='cmake g++ libarchive-dev libboost1.81-dev libcurl4-openssl-dev libfmt-dev libsqlite3-dev libsystemd-dev
+  [build]='cmake g++ libarchive-dev libboost1.81-dev libcurl4-openssl-dev libfmt-dev libicu-dev libsqlite3-dev libsystemd-dev
            libtomlplusplus-dev libxml2-dev make ninja-build pkg-config'
   [windows]='cmake g++-mingw-w64-x86-64-posix libboost1.81-dev libfmt-dev make ninja-build'
   [wine]='wine wine64'

@@ -55,8 +55,8 @@ struct ExtraHeadings {
 };
 
 struct PublishedFile {
-    std::chrono::year_month_day date;  // of the tables' rows
-    LocalTime published = {};          // the stamp, in whole minutes
+    std::chrono::year_month_day date = {}; // of the tables' rows
+    LocalTime published = {};              // the stamp, in whole minutes
     std::vector<Figure> figures;       // in the order of kAllSeries, each series in order of time: what was known at
                                        // the stamp, and tomorrow's two peaks once they are filled in
     std::vector<std::string> headings; // of all blocks in the order of the file, in one form whatever the widths, a
