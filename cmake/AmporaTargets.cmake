@@ -126,7 +126,7 @@ function(ampora_check_test_files)
   file(GLOB_RECURSE test_files RELATIVE "${PROJECT_SOURCE_DIR}" CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/*_test.cpp")
   list(FILTER test_files EXCLUDE REGEX "^build/")
   if(WIN32)
-    list(FILTER test_files EXCLUDE REGEX "^(platform/linux|testing/process/linux|testing/system|server/(published|store|retrieval|live)|testing/published)/") # Linux programs
+    list(FILTER test_files EXCLUDE REGEX "^(platform/linux|testing/fleet|testing/process/linux|testing/system|server/(published|store|retrieval|live)|testing/published)/") # Linux programs
   else()
     list(FILTER test_files EXCLUDE REGEX "^(platform|testing/process)/win32/")
   endif()
