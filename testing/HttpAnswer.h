@@ -32,6 +32,8 @@ struct HttpAnswer {
     DWORD latencyMs = 0; // before the first byte; above the client's own limit it gives up (simulated machine: 30 s)
     DWORD dripMs = 0;    // before each byte of the body, which then comes byte by byte; without a fault only
     std::string trailers = {}; // lines after the last chunk, with their ends (real servers only)
+    bool endless = false; // in chunks, the body again and again until the client ends the connection; without a fault
+                          // only (real servers only)
 };
 
 struct HttpExchange {
@@ -42,6 +44,7 @@ struct HttpExchange {
     unsigned connection = 0; // number of the connection it came over, from 1
     DWORD processId = 0;     // who asks, and in which session (simulated machine only)
     unsigned session = 0;
+    std::vector<std::pair<std::string, std::string>> headers = {}; // all of them (real servers only)
 };
 
 using HttpHandler = std::function<HttpAnswer(const HttpExchange&)>;

@@ -28,6 +28,14 @@ namespace testing_support {
 namespace asio = boost::asio;
 using asio::ip::tcp;
 
+std::string FieldOf(const HttpExchange& exchange, const std::string& name)
+{
+    const auto found = std::find_if(exchange.headers.begin(), exchange.headers.end(), [&name](const auto& header) {
+        return platform::EqualsWithoutCase(header.first, name);
+    });
+    return found == exchange.headers.end() ? std::string() : found->second;
+}
+
 namespace {
 
 const tcp::endpoint kAnyLoopbackPort(asio::ip::address_v4::loopback(), 0);
@@ -45,12 +53,10 @@ HttpExchange ParseRequest(const std::string& header, unsigned connection)
         const std::size_t colon = std::min(line.find(':'), line.size());
         const std::size_t first = std::min(line.find_first_not_of(" \t", colon + 1), line.size());
         const std::string value = line.substr(first, line.find_last_not_of(" \t\r") + 1 - first);
-        if (platform::EqualsWithoutCase(line.substr(0, colon), "Host")) {
-            exchange.host = value;
-        } else if (platform::EqualsWithoutCase(line.substr(0, colon), "User-Agent")) {
-            exchange.agent = value;
-        }
+        exchange.headers.emplace_back(line.substr(0, colon), value);
     }
+    exchange.host = FieldOf(exchange, "Host");
+    exchange.agent = FieldOf(exchange, "User-Agent");
     return exchange;
 }
 
@@ -63,7 +69,7 @@ std::string HeaderOf(const HttpAnswer& answer)
     for (const auto& [name, value] : answer.headers) {
         header << name << ": " << value << "\r\n";
     }
-    if (answer.chunked) {
+    if (answer.chunked || answer.endless) {
         header << "Transfer-Encoding: chunked\r\n";
     } else if (MayHaveBody(answer.status)) {
         const std::size_t size = answer.body.size();
@@ -124,11 +130,14 @@ asio::awaitable<void> Wait(DWORD timeMs)
 asio::awaitable<void> SendWhole(tcp::socket& socket, const std::string& header, const HttpAnswer& answer)
 {
     const std::string body = BodyOf(answer);
-    if (answer.dripMs == 0) {
+    if (answer.dripMs == 0 && !answer.endless) {
         co_await Send(socket, header + body);
         co_return;
     }
     co_await Send(socket, header);
+    while (answer.endless) {
+        co_await Send(socket, SizeLine(answer.body.size()) + answer.body + "\r\n");
+    }
     for (const char byte : body) {
         co_await Wait(answer.dripMs);
         co_await Send(socket, std::string(1, byte));

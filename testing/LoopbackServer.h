@@ -10,6 +10,9 @@
 
 namespace testing_support {
 
+// The value of a request's header field, whose name's letter case makes no difference; empty when there is none.
+std::string FieldOf(const HttpExchange& exchange, const std::string& name);
+
 // A real HTTP/1.1 server on 127.0.0.1 that does what its handler says, faults included, byte for byte. It answers every
 // method, keeps connections open until the client or an answer's "Connection: close" ends them, and serves any number
 // of them at a time on one thread of its own. All members may be called from any thread.

@@ -29,6 +29,19 @@ TEST(LoopbackServer, GivesChunksWithoutALength)
                        std::string(1000, 'x') + "\r\n1\r\nx\r\n0\r\n\r\n");
 }
 
+TEST(LoopbackServer, GivesAnEndlessBodyUntilTheClientEndsTheConnection)
+{
+    CLoopbackServer server(Always({.body = "again", .endless = true}));
+    {
+        CRawClient client(server.Port());
+        client.Ask("/");
+        EXPECT_THAT(client.ReadTo("5\r\nagain\r\n5\r\nagain\r\n"), HasSubstr("\r\nTransfer-Encoding: chunked\r\n"));
+    }
+    CRawClient next(server.Port()); // the server still answers
+    next.Ask("/");
+    next.ReadTo("again");
+}
+
 TEST(LoopbackServer, GivesNoBodyWithAStatusThatHasNone)
 {
     for (const DWORD status : {204U, 304U}) {
@@ -55,6 +68,9 @@ TEST(LoopbackServer, RecordsRequestsOfAKeptConnection)
     EXPECT_EQ(exchanges[0].target, "/a?b=c");
     EXPECT_EQ(exchanges[0].host, "here");
     EXPECT_EQ(exchanges[0].agent, "Tester");
+    EXPECT_EQ(exchanges[0].headers.size(), 2U);
+    EXPECT_EQ(FieldOf(exchanges[0], "HOST"), "here");
+    EXPECT_EQ(FieldOf(exchanges[0], "User-Agents"), "");
     EXPECT_EQ(exchanges[0].connection, 1U);
     EXPECT_EQ(exchanges[1].target, "/d");
     EXPECT_EQ(exchanges[1].connection, 1U);

@@ -1,6 +1,8 @@
 // Gets the companies' files over HTTP.
 #pragma once
 
+#include "server/retrieval/ServerDelay.h"
+
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -10,11 +12,11 @@
 namespace reportd {
 
 struct FetchRequest {
-    std::string url;           // http or https, without credentials
-    std::string agent;         // User-Agent; empty: none is sent
-    std::string etag;          // of the copy that we have, as the server gave it; empty: none
-    std::string lastModified;  // the same
-    std::string authorityFile; // PEM file of the authorities that are trusted; empty: the system's
+    std::string url = {};           // http or https, without credentials
+    std::string agent = {};         // User-Agent; empty: none is sent
+    std::string etag = {};          // of the copy that we have, as the server gave it; empty: none
+    std::string lastModified = {};  // the same
+    std::string authorityFile = {}; // PEM file of authorities that are trusted besides the system's; empty: none
 };
 
 // What came of a request. An answer of any status is an answer, and failure is empty then.
@@ -34,9 +36,6 @@ struct FetchAnswer {
     std::optional<std::chrono::seconds> freshFor = {};
 };
 
-// No server is obeyed for longer: one with a wrong clock or setting must not silence a company for days.
-inline constexpr std::chrono::seconds kLongestServerDelay{3600};
-
 struct FetchLimits {
     std::chrono::milliseconds connect{10'000};     // name, connection and TLS handshake
     std::chrono::milliseconds total{30'000};       // redirects included
@@ -55,7 +54,8 @@ public:
     CFetcher(const CFetcher&) = delete;
     CFetcher& operator=(const CFetcher&) = delete;
 
-    // Carries out one GET; blocks for up to the limit of time. One thread at a time. Throws std::bad_alloc alone.
+    // Carries out one GET; blocks for up to the limit of time. One thread at a time. Throws std::bad_alloc when memory
+    // runs out, nothing else.
     FetchAnswer Fetch(const FetchRequest& request);
 
     // Ends the running request within a second and every later one at once, with the failure "interrupted". Any thread.
