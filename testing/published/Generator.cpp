@@ -151,7 +151,7 @@ int SupplyOf(const Day& day, local_days date, int hour)
 int SolarAt(const Day& day, int minute)
 {
     const int fromNoon = minute - 720;
-    return std::max(0, day.style.highest * (360 * 360 - fromNoon * fromNoon) / (360 * 360 * 4));
+    return std::max(0, day.style.highest * (1000 - fromNoon * fromNoon / 130) / 4000);
 }
 
 int WindAt(const Day& day, int minute)
@@ -478,6 +478,15 @@ int SiteNumberOf(Layout layout) { return StyleOf(layout).siteNumber; }
 std::string PublishedText(Layout layout, year_month_day date, LocalTime published, unsigned revision)
 {
     return TextOf(DayOf(layout, date, published, revision));
+}
+
+std::string Changed(std::string text, const std::string& from, const std::string& to)
+{
+    const std::size_t at = text.find(from);
+    if (at == std::string::npos) {
+        throw std::invalid_argument("not in the text: " + from);
+    }
+    return text.replace(at, from.size(), to);
 }
 
 std::string AsPublished(const std::string& text)

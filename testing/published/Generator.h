@@ -66,6 +66,9 @@ std::vector<reportd::Figure> TrueFigures(Layout layout, std::chrono::year_month_
 std::string PublishedText(Layout layout, std::chrono::year_month_day date, reportd::LocalTime published,
                           unsigned revision = 0);
 
+// The text with the first occurrence of a piece replaced. Throws std::invalid_argument when there is none.
+std::string Changed(std::string text, const std::string& from, const std::string& to);
+
 // Text (UTF-8, LF) as the companies encode it: Shift_JIS, CRLF. Throws std::runtime_error for what that cannot say.
 std::string AsPublished(const std::string& text);
 
