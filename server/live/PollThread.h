@@ -12,8 +12,8 @@ namespace reportd {
 // the clock at least every five minutes, which bounds what a clock that was set back can delay.
 class CPollThread {
 public:
-    // poller, fetcher (the poller's): used by this thread alone for as long as it lives. log: any thread. Throws
-    // std::system_error when no thread can be started.
+    // poller, fetcher (the poller's): used by this thread alone for as long as it lives. log: called on this thread.
+    // clock: Japan's, ReadJapanClock but in tests. Throws std::system_error when no thread can be started.
     CPollThread(CPoller& poller, CFetcher& fetcher, LogLine log, std::function<LocalTime()> clock);
     // Interrupts a running fetch, for good, and waits for the thread: about a second.
     ~CPollThread();
