@@ -9,7 +9,7 @@ declare -A groups=(
            libtomlplusplus-dev libxml2-dev make ninja-build pkg-config'
   [windows]='cmake g++-mingw-w64-x86-64-posix libboost1.81-dev libfmt-dev make ninja-build'
   [wine]='wine wine64'
-  [tests]='googletest iproute2 libbenchmark-dev libssl-dev openssl python3' # to build test programs and benchmarks, give tests networks of
+  [tests]='googletest iproute2 libbenchmark-dev libfaketime libssl-dev nginx openssl python3' # to build test programs and benchmarks, give tests networks of
                                                          # their own, and check trace messages
   [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
   [format]='clang-format git'
@@ -23,7 +23,7 @@ declare -A groups=(
 wanted=()
 for group in "$@"; do
   [ -n "${groups[$group]:-}" ] || { echo "setup: there is no group $group" >&2; exit 2; }
-  read -r -a packages <<<"${groups[$group]}"
+  read -r -d '' -a packages <<<"${groups[$group]}" || true # it stops at the text's end, not at the line's
   wanted+=("${packages[@]}")
 done
 
@@ -41,9 +41,14 @@ fi
 echo "setup: installing ${missing[*]}"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
+# A package for tests must not bring a web server onto the network, now or at the next start.
+if [[ " ${missing[*]} " == *' nginx'* && ! -e /etc/systemd/system/nginx.service ]]; then
+  "${as_root[@]}" mkdir -p /etc/systemd/system
+  "${as_root[@]}" ln -s /dev/null /etc/systemd/system/nginx.service
+fi
 # An old package index names versions that the mirror no longer serves, so it is refreshed first.
 if ! { "${as_root[@]}" apt-get update &&
-       "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+       "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
          apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
   tail -n 30 "$log" >&2
   exit 1
