@@ -26,7 +26,8 @@ namespace reportd {
 //
 // Every operation but IsReady throws std::runtime_error, which names the file and says why, when the file cannot be
 // read or written (full disk, missing rights, locked for more than 10 seconds). What was to be written is then not
-// written at all, nothing that was written before is lost, and the next operation tries again. An object that writes
+// written at all (or, if the system failed in the last step, as a whole), nothing that was written before is lost, and
+// the next operation tries again. An object that writes
 // does not throw for a damaged file: it sets it aside and goes on with a new one. A file that was replaced or deleted
 // by somebody else is noticed at the next operation, which uses what is there then.
 //

@@ -1,0 +1,129 @@
+// The store between threads and processes.
+#include "server/store/Database.h"
+#include "testing/process/Process.h"
+#include "testing/store/Polls.h"
+#include "testing/store/StoreTest.h"
+
+#include <atomic>
+#include <thread>
+
+namespace reportd {
+namespace {
+
+using testing_support::AppendPoll;
+using testing_support::CBackgroundProcess;
+using testing_support::LastPoll;
+
+using Access = CFigureStore::Access;
+constexpr std::chrono::seconds kLimit{30};
+
+// Runs a body in a thread of its own, to its end.
+class CRunningThread {
+public:
+    explicit CRunningThread(const std::function<void()>& body) : m_thread(body) {}
+    ~CRunningThread() { m_thread.join(); }
+    CRunningThread(const CRunningThread&) = delete;
+    CRunningThread& operator=(const CRunningThread&) = delete;
+
+private:
+    std::thread m_thread;
+};
+
+class StoreProcess : public StoreTest {};
+
+TEST_F(StoreProcess, ShowsAReaderWholePollsWhileTheyAreWritten)
+{
+    constexpr std::uint64_t kPolls = 300;
+    const auto reader = (OpenStore(), OpenStore(Access::kReadOnly));
+    std::atomic<std::uint64_t> committed = 0;
+    const CRunningThread writer([&] {
+        CFigureStore store(File(), Access::kReadWrite, {});
+        for (std::uint64_t poll = 1; poll <= kPolls; ++poll) {
+            AppendPoll(store, poll);
+            committed = poll;
+        }
+    });
+    std::uint64_t revision = 0;
+    unsigned reads = 0;
+    while (committed < kPolls) {
+        const std::uint64_t before = committed;
+        const std::vector<std::uint64_t> values = ValuesOf(reader->Read(kSite, Series::kEstimatedUsage, kDate, {}));
+        ASSERT_EQ(values, std::vector<std::uint64_t>(values.size(), values.empty() ? 0 : values.front()));
+        ASSERT_TRUE(values.empty() ? before == 0 : values.size() == 24U && values.front() >= before);
+        const std::uint64_t now = reader->State(kSite, kDate).revision;
+        ASSERT_GE(now, revision);
+        revision = now;
+        ++reads;
+    }
+    EXPECT_GT(reads, 10U);
+    EXPECT_EQ(LastPoll(*reader), kPolls);
+}
+
+TEST_F(StoreProcess, LetsSeveralWritersTakeTurns)
+{
+    constexpr int kWriters = 4;
+    constexpr int kFigures = 40;
+    {
+        std::vector<std::unique_ptr<CRunningThread>> threads;
+        for (int writer = 0; writer < kWriters; ++writer) {
+            threads.push_back(std::make_unique<CRunningThread>([this, writer] {
+                CFigureStore store(File(), Access::kReadWrite, {}); // the first one makes it
+                for (int number = 0; number < kFigures; ++number) {
+                    const LocalTime start = At(0, 5 * (kFigures * writer + number));
+                    store.Append(kSite, kDate, {MakeFigure(Series::kSolar, start, 1)}, At(9, 0), At(9, 2));
+                    store.SavePollState(writer, {.failures = 1});
+                }
+            }));
+        }
+    }
+    EXPECT_EQ(OpenStore()->Read(kSite, Series::kSolar, kDate, {}).size(), std::size_t{kWriters * kFigures});
+    EXPECT_THAT(Names(), testing::ElementsAre("figures.sqlite"));
+}
+
+TEST_F(StoreProcess, ShowsWhatAnotherProcessHasWritten)
+{
+    const auto store = OpenStore();
+    EXPECT_EQ(store->State(kSite, kDate).revision, 0U);
+    CBackgroundProcess writer({AMPORA_STORE_WRITER, File().string()}, {});
+    std::uint64_t revision = 0;
+    for (std::uint64_t poll = 1; poll <= 20; ++poll) {
+        ASSERT_EQ(writer.ReadLine(kLimit), std::to_string(poll));
+        EXPECT_GE(LastPoll(*store), poll);
+        EXPECT_GT(store->State(kSite, kDate).revision, revision);
+        revision = store->State(kSite, kDate).revision - 1;
+    }
+}
+
+TEST_F(StoreProcess, LosesNoCommittedPollWhenItIsKilled)
+{
+    constexpr unsigned kKills = 100;
+    std::uint64_t expected = 0; // the polls that are there at least
+    for (unsigned kill = 0; kill < kKills; ++kill) {
+        CBackgroundProcess writer({AMPORA_STORE_WRITER, File().string()}, {});
+        for (unsigned line = 0; line <= kill % 7; ++line) {
+            ASSERT_EQ(writer.ReadLine(kLimit), std::to_string(++expected)) << writer.Err();
+        }
+        // A different moment of the next poll each time.
+        std::this_thread::sleep_for(std::chrono::microseconds(kill * 61 % 5000));
+        writer.Kill();
+        while (const std::optional<std::string> line = writer.ReadLine(std::chrono::milliseconds(0))) {
+            ASSERT_EQ(*line, std::to_string(++expected));
+        }
+        EXPECT_EQ(writer.Err(), "");
+        {
+            CDatabase database(File(), true);
+            CStatement check(database.Handle(), "PRAGMA integrity_check");
+            CRun run(check);
+            ASSERT_TRUE(run.Next());
+            ASSERT_EQ(run.Text(0), "ok");
+        }
+        const std::uint64_t last = LastPoll(*OpenStore(kill % 2 == 0 ? Access::kReadOnly : Access::kReadWrite));
+        ASSERT_GE(last, expected);
+        ASSERT_LE(last, expected + 1);
+        expected = last;
+    }
+    EXPECT_THAT(m_told.Texts(), testing::IsEmpty());
+}
+
+} // namespace
+} // namespace reportd
