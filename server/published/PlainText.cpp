@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <unicode/bytestream.h>
 #include <unicode/normalizer2.h>
 #include <unicode/ucnv.h>
 #include <unicode/unistr.h>
@@ -15,7 +16,8 @@ namespace {
 constexpr const char* kWindows31J = "ibm-943_P15A-2003";
 
 constexpr char16_t kMark = 0xFEFF;
-constexpr char16_t kWaveDash = 0x301C; // to some converters what others call the full-width tilde
+// To some converters what others call the full-width tilde, which folds to ~.
+constexpr std::string_view kWaveDash = "\u301C";
 
 void RequireIcu(UErrorCode status, const char* what)
 {
@@ -46,6 +48,16 @@ bool IsForbiddenControl(char16_t unit)
 {
     const bool isLayout = unit == u'\t' || unit == u'\r' || unit == u'\n';
     return (unit < 0x20 && !isLayout) || (unit >= 0x7F && unit < 0xA0);
+}
+
+std::string WithTildes(std::string_view text)
+{
+    std::string replaced;
+    for (std::size_t dash = text.find(kWaveDash); dash != std::string_view::npos; dash = text.find(kWaveDash)) {
+        replaced.append(text.substr(0, dash)).append(1, '~');
+        text.remove_prefix(dash + kWaveDash.size());
+    }
+    return replaced.append(text);
 }
 
 bool IsAscii(std::string_view text)
@@ -84,11 +96,10 @@ std::string FoldCell(std::string_view cell)
         UErrorCode status = U_ZERO_ERROR;
         const icu::Normalizer2* const normalizer = icu::Normalizer2::getNFKCInstance(status);
         RequireIcu(status, "NFKC");
-        icu::UnicodeString text = normalizer->normalize(
-            icu::UnicodeString::fromUTF8({cell.data(), static_cast<std::int32_t>(cell.size())}), status);
+        icu::StringByteSink<std::string> sink(&folded, static_cast<std::int32_t>(cell.size()));
+        normalizer->normalizeUTF8(0, {cell.data(), static_cast<std::int32_t>(cell.size())}, sink, nullptr, status);
         RequireIcu(status, "NFKC");
-        text.findAndReplace(icu::UnicodeString(kWaveDash), icu::UnicodeString(u'~'));
-        text.toUTF8String(folded);
+        folded = WithTildes(folded);
     }
     std::erase_if(folded, [](char c) { return c == ' ' || c == '\t' || c == '\r'; });
     return folded;

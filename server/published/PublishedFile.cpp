@@ -17,11 +17,12 @@ using std::chrono::local_days;
 using std::chrono::minutes;
 
 // Far above what is published: some 20 KB, 350 lines, 8 columns.
-constexpr std::size_t kMaxBytes = 1024U * 1024U;
+constexpr std::size_t kMaxBytes = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxLines = 10000;
 constexpr std::size_t kMaxCells = 64;
+constexpr std::size_t kMaxCellBytes = 1000; // folding takes the square of the length of a run of combining marks
 constexpr std::size_t kMaxHeadings = 256;
-constexpr std::size_t kMaxHeadingBytes = 200;
+constexpr std::size_t kMaxHeadingBytes = 200; // beyond it is prose
 
 constexpr std::int64_t kMegawattsPerUnit = 10;
 // Half as much again as the largest of the companies ever carried, some 64,000 MW.
@@ -74,6 +75,9 @@ Line SplitLine(std::size_t number, std::string_view text)
     text = text.substr(0, text.find_last_not_of(", \t\r") + 1);
     while (!text.empty()) {
         const std::size_t comma = text.find(',');
+        if (std::min(comma, text.size()) > kMaxCellBytes) {
+            Refuse(Refusal::kUnknownLayout, line, "a cell of more than " + std::to_string(kMaxCellBytes) + " bytes");
+        }
         line.cells.push_back(FoldCell(text.substr(0, comma)));
         text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
         if (line.cells.size() > kMaxCells) {
@@ -112,10 +116,20 @@ bool IsMarkup(std::string_view bytes)
     return start != std::string_view::npos && bytes[start] == '<';
 }
 
+// The text up to a number of bytes, without half a character at its end.
+std::string_view Beginning(std::string_view text, std::size_t size)
+{
+    while (size < text.size() && (static_cast<unsigned char>(text[size]) & 0xC0U) == 0x80U) {
+        --size; // text begins with a whole character
+    }
+    return text.substr(0, size);
+}
+
 // The moment of the first line, "2026/4/20 14:55 UPDATE". text: from that line on.
 LocalTime ParseStamp(std::string_view text)
 {
-    const std::string_view first = text.substr(0, text.find_first_of("\r\n"));
+    constexpr std::size_t kMaxStampBytes = 100;
+    const std::string_view first = Beginning(text.substr(0, text.find_first_of("\r\n")), kMaxStampBytes);
     const std::size_t dateEnd = std::min(first.find(' '), first.size());
     const std::size_t timeStart = std::min(first.find_first_not_of(' ', dateEnd), first.size());
     const std::size_t timeEnd = std::min(first.find(' ', timeStart), first.size());
@@ -238,11 +252,11 @@ void CFileReader::NoteHeadings(const Line& line, const std::vector<Meaning>& mea
 {
     for (std::size_t i = 0; i < line.cells.size(); ++i) {
         const std::string& cell = line.cells[i];
-        if (!IsName(cell)) {
+        if (!IsName(cell) || cell.size() > kMaxHeadingBytes) {
             continue;
         }
-        if (cell.size() > kMaxHeadingBytes || m_file.headings.size() == kMaxHeadings) {
-            Refuse(Refusal::kUnknownLayout, line, "more or longer headings than such a file has");
+        if (m_file.headings.size() == kMaxHeadings) {
+            Refuse(Refusal::kUnknownLayout, line, "more than " + std::to_string(kMaxHeadings) + " headings");
         }
         m_file.headings.push_back(WithoutDate(cell));
         if (meanings[i].column == Column::kUnknown) {

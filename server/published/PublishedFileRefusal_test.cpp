@@ -144,11 +144,7 @@ TEST(Refusals, OfAFileWithoutItsStamp)
                               "\n2026/4/20 13:07 UPDATE", ",,,", "{\"error\":404}", "Not Found"}) {
         EXPECT_EQ(ReasonWith("2026/4/20 13:07 UPDATE", first).refusal, Refusal::kNoStamp) << first;
     }
-    for (const char* first : {
-             "2026/2/30 13:07 UPDATE",
-             "2026/4/20 24:00 UPDATE",
-             "4/20 13:07 UPDATE",
-         }) {
+    for (const char* first : {"2026/2/30 13:07 UPDATE", "2026/4/20 24:00 UPDATE", "4/20 13:07 UPDATE"}) {
         EXPECT_EQ(ReasonWith("2026/4/20 13:07 UPDATE", first).refusal, Refusal::kMalformedTime) << first;
     }
 }
@@ -304,9 +300,26 @@ TEST(Refusals, OfMoreThanAFileHolds)
     EXPECT_EQ(ReasonOf(text + std::string(10000, '\n')).refusal, Refusal::kUnknownLayout);
     EXPECT_EQ(ReasonOf(text + manyColumns + "\n").refusal, Refusal::kUnknownLayout);
     EXPECT_EQ(ReasonOf(text + manyHeadings).refusal, Refusal::kUnknownLayout);
-    EXPECT_EQ(ReasonOf(text + std::string(201, 'x') + "\n").refusal, Refusal::kUnknownLayout);
-    EXPECT_FALSE(ReasonOf(text + std::string(9000, '\n') + std::string(200, 'x') + "\n").refusal);
+    EXPECT_EQ(ReasonOf(text + std::string(1001, 'x') + "\n").refusal, Refusal::kUnknownLayout);
+    EXPECT_EQ(ReasonOf(text + "0," + std::string(1001, 'x') + ",0\n").refusal, Refusal::kUnknownLayout);
+    EXPECT_FALSE(ReasonOf(text + std::string(9000, '\n') + std::string(1000, 'x') + "\n").refusal);
     EXPECT_FALSE(ReasonOf(text + manyColumns.substr(2) + std::string(1000, ',') + "\n").refusal);
+}
+
+// Symptom: a line of half a million marks that combine with the letter before them kept the reader busy for minutes.
+TEST(Refusals, OfALineOfCombiningMarksAtOnce)
+{
+    std::string marks;
+    for (const char* mark : {"\u0301", "\u0316"}) {
+        for (int i = 0; i < 250000; ++i) {
+            marks += mark;
+        }
+    }
+    const std::string text = PublishedText(Layout::kTokyoD1, kDay, kNoon);
+    EXPECT_EQ(ReasonOf(text + marks + "\n").refusal, Refusal::kUnknownLayout);
+    const Reason stamp = ReasonOf(marks + "\n");
+    EXPECT_EQ(stamp.refusal, Refusal::kNoStamp);
+    EXPECT_LT(stamp.why.size(), 100U);
 }
 
 // --- The day and the clock.

@@ -209,6 +209,12 @@ TEST(PublishedFile, TellsWhatItDoesNotKnow)
                 ElementsAre("本日の最高気温(°C)", "前日の最高気温(°C)", "昨年の最高気温(°C)", "翌日の最高気温(°C)"));
 }
 
+TEST(PublishedFile, ProseIsNoHeading)
+{
+    const std::string text = NoonText() + std::string(200, 'x') + "\n\n" + std::string(201, 'y') + "\n";
+    EXPECT_THAT(ReadText(text).unknown, ElementsAre(std::string(200, 'x')));
+}
+
 TEST(PublishedFile, DateInAHeadingIsNoOtherLayout)
 {
     const std::string text = NoonText(Layout::kKansaiOld);
