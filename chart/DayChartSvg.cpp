@@ -11,12 +11,11 @@
 namespace chart {
 namespace {
 
-constexpr int kLeastWidth = 240;
-constexpr int kLeastHeight = 160;
 constexpr double kFontSize = 12;
 constexpr double kLineHeight = 18;
 constexpr double kTickGap = 8;
 constexpr double kRightMargin = 18; // half of the label of 24:00
+constexpr double kBareMargin = 3;
 constexpr double kSwatchWidth = 22;
 
 // With one decimal at most, and a full stop in every locale.
@@ -61,19 +60,18 @@ public:
         : m_curves(curves), m_labels(labels), m_options(options)
     {
         m_scale = ScaleOf(curves, std::clamp(options.height / 60, 2, 6));
-        m_left = WidthOf(GroupDigits(m_scale.highest)) + kTickGap;
-        m_right = options.width - kRightMargin;
-        m_top = kLineHeight + kTickGap;
-        m_bottom = options.height - kLineHeight - 4;
-        if (options.isStandAlone) {
-            PlaceLegend();
+        m_left = m_top = kBareMargin;
+        m_right = options.width - kBareMargin;
+        m_bottom = options.height - kBareMargin;
+        if (options.hasAxes) {
+            PlaceAxes();
         }
     }
-
     std::string Draw()
     {
         const std::string box = "0 0 " + std::to_string(m_options.width) + " " + std::to_string(m_options.height);
-        const std::string ids = m_options.id + "-title " + m_options.id + "-description";
+        const std::string ids =
+            m_options.id + (m_options.hasAxes ? "-title " + m_options.id + "-description" : "-title");
         const std::string width = std::to_string(m_options.width);
         const std::string height = std::to_string(m_options.height);
         // "xmlns" does no harm within HTML, and a reader of the page as XML needs it.
@@ -94,24 +92,41 @@ public:
     }
 
 private:
+    void PlaceAxes()
+    {
+        m_left = WidthOf(GroupDigits(m_scale.highest)) + kTickGap;
+        m_right = m_options.width - kRightMargin;
+        m_top = kLineHeight + kTickGap;
+        m_bottom = m_options.height - kLineHeight - 4;
+        if (m_options.isStandAlone) {
+            PlaceLegend();
+        }
+    }
+
     void DrawContent()
     {
         m_svg.Element("title", {{"id", Joined(m_options.id, "-title")}}, m_labels.title);
-        m_svg.Element("desc", {{"id", Joined(m_options.id, "-description")}}, m_labels.description);
+        if (m_options.hasAxes) {
+            m_svg.Element("desc", {{"id", Joined(m_options.id, "-description")}}, m_labels.description);
+        }
         if (m_options.isStandAlone) {
             m_svg.Element("style", {}, kDayChartStyle);
             m_svg.Empty("rect", {{"class", "ground"}, {"width", "100%"}, {"height", "100%"}});
             DrawLegend();
         }
-        DrawValueAxis();
-        DrawTimeAxis();
+        if (m_options.hasAxes) {
+            DrawValueAxis();
+            DrawTimeAxis();
+        }
         DrawArea(m_curves.measured);
         DrawLines(m_curves.yesterday, "line yesterday");
         DrawLines(m_curves.supply, "line supply");
         DrawLines(m_curves.forecast, "line forecast");
         DrawLines(m_curves.measured, "line measured");
-        DrawPeaks();
-        DrawNow();
+        if (m_options.hasAxes) {
+            DrawPeaks();
+            DrawNow();
+        }
     }
 
     double X(int minute) const { return m_left + (m_right - m_left) * minute / kDayMinutes; }
@@ -282,59 +297,10 @@ private:
 
 std::string DayChartSvg(const DayCurves& curves, const DayLabels& labels, const SvgOptions& options)
 {
-    if (options.width < kLeastWidth || options.height < kLeastHeight) {
-        throw std::invalid_argument("a chart of less than 240 by 160 units");
+    if (options.width < (options.hasAxes ? 240 : 60) || options.height < (options.hasAxes ? 160 : 20)) {
+        throw std::invalid_argument("a chart that is too small");
     }
     return CDrawing(curves, labels, options).Draw();
 }
-
-const std::string_view kDayChartStyle = R"css(.day-chart {
-  --chart-ground: #ffffff;
-  --chart-text: #1d2733;
-  --chart-quiet: #56616e;
-  --chart-grid: #dfe4ea;
-  --chart-axis: #8b95a1;
-  --chart-measured: #1558b0;
-  --chart-forecast: #a84300;
-  --chart-supply: #0b6b4f;
-  --chart-yesterday: #8b95a1;
-  font: 12px system-ui, "Segoe UI", Roboto, "Noto Sans", "Noto Sans CJK JP", "Hiragino Sans", sans-serif;
-  font-variant-numeric: tabular-nums;
-}
-@media (prefers-color-scheme: dark) {
-  .day-chart {
-    --chart-ground: #161c24;
-    --chart-text: #e6ebf1;
-    --chart-quiet: #a3afbc;
-    --chart-grid: #2b3440;
-    --chart-axis: #6f7b88;
-    --chart-measured: #7db4ff;
-    --chart-forecast: #ffab66;
-    --chart-supply: #5fd0a5;
-    --chart-yesterday: #77838f;
-  }
-}
-.day-chart .ground { fill: var(--chart-ground); }
-.day-chart text { fill: var(--chart-text); }
-.day-chart .tick { fill: var(--chart-quiet); }
-.day-chart .before { text-anchor: end; }
-.day-chart .middle { text-anchor: middle; }
-.day-chart .label { paint-order: stroke; stroke: var(--chart-ground); stroke-width: 4px; stroke-linejoin: round; }
-.day-chart text.forecast { fill: var(--chart-forecast); }
-.day-chart text.supply { fill: var(--chart-supply); }
-.day-chart line, .day-chart path { fill: none; stroke-width: 1px; }
-.day-chart .grid { stroke: var(--chart-grid); }
-.day-chart .axis { stroke: var(--chart-axis); }
-.day-chart .now { stroke: var(--chart-quiet); }
-.day-chart .line { stroke-width: 2px; stroke-linecap: round; stroke-linejoin: round; }
-.day-chart .yesterday { stroke: var(--chart-yesterday); stroke-width: 1.5px; opacity: .75; }
-.day-chart line.supply, .day-chart path.supply { stroke: var(--chart-supply); }
-.day-chart line.forecast, .day-chart path.forecast { stroke: var(--chart-forecast); }
-.day-chart .line.forecast { stroke-dasharray: 5 4; }
-.day-chart .line.measured { stroke: var(--chart-measured); stroke-width: 2.5px; }
-.day-chart .peak { stroke-dasharray: 1 4; }
-.day-chart .peak-hour { stroke-width: 4px; }
-.day-chart .area { fill: var(--chart-measured); opacity: .12; stroke: none; }
-)css";
 
 } // namespace chart

@@ -1,0 +1,99 @@
+#include "server/page/DayView.h"
+
+namespace reportd {
+namespace {
+
+std::vector<ReportRecord> WithinDay(std::vector<ReportRecord> records, std::chrono::year_month_day date)
+{
+    const LocalTime start{std::chrono::local_days(date)};
+    std::erase_if(records, [start](const ReportRecord& record) {
+        return record.start < start || record.start >= start + std::chrono::days{1} || record.end <= record.start;
+    });
+    return records;
+}
+
+const ReportRecord* RecordAt(const std::vector<ReportRecord>& records, LocalTime moment)
+{
+    const auto found = std::find_if(records.begin(), records.end(), [moment](const ReportRecord& record) {
+        return record.start <= moment && moment < record.end;
+    });
+    return found == records.end() ? nullptr : &*found;
+}
+
+std::optional<Reading> NewestOfDay(const DayView& day)
+{
+    if (day.instant.empty() && day.actual.empty()) {
+        return {};
+    }
+    const bool isInstant =
+        !day.instant.empty() && (day.actual.empty() || day.instant.back().start >= day.actual.back().start);
+    Reading reading{.record = isInstant ? day.instant.back() : day.actual.back(), .isInstant = isInstant};
+    if (const ReportRecord* const supply = RecordAt(day.supply, reading.record.start)) {
+        reading.supply = *supply;
+        reading.tenths = UsageRateInTenths(reading.record.value, supply->value);
+    }
+    return reading;
+}
+
+} // namespace
+
+bool DayView::HasFigures() const
+{
+    const bool hasList = !instant.empty() || !actual.empty() || !estimated.empty() || !supply.empty();
+    return hasList || !solar.empty() || !wind.empty() || peakDemand || peakSupply;
+}
+
+DayView LoadDay(CFigureSource& source, int siteNumber, std::chrono::year_month_day date, LocalTime now)
+{
+    const auto read = [&](Series series) {
+        return WithinDay(source.Read(siteNumber, series, date, now, std::nullopt), date);
+    };
+    const auto readPeak = [&](Series series) {
+        const std::vector<ReportRecord> records = read(series);
+        return records.empty() ? std::nullopt : std::optional(records.back());
+    };
+    DayView day{.siteNumber = siteNumber,
+                .date = date,
+                .instant = read(Series::kInstantUsage),
+                .actual = read(Series::kActualUsage),
+                .estimated = read(Series::kEstimatedUsage),
+                .supply = read(Series::kSupply),
+                .solar = read(Series::kSolar),
+                .wind = read(Series::kWind),
+                .peakDemand = readPeak(Series::kPeakDemand),
+                .peakSupply = readPeak(Series::kPeakSupply)};
+    day.rates = UsageRatesOf(day.actual, day.estimated, day.supply);
+    day.state = source.State(siteNumber, date, now);
+    return day;
+}
+
+std::optional<Reading> NewestReading(const DayView& today, const DayView& yesterday)
+{
+    const std::optional<Reading> reading = NewestOfDay(today);
+    return reading ? reading : NewestOfDay(yesterday);
+}
+
+std::optional<unsigned> PeakRate(const DayView& day)
+{
+    if (!day.peakDemand || !day.peakSupply || day.peakDemand->start != day.peakSupply->start ||
+        day.peakDemand->end != day.peakSupply->end) {
+        return {};
+    }
+    return UsageRateInTenths(day.peakDemand->value, day.peakSupply->value);
+}
+
+Freshness FreshnessOf(const DayView& day, bool isSample, LocalTime now, std::chrono::minutes staleAfter)
+{
+    if (isSample) {
+        return Freshness::kSample;
+    }
+    if (!day.state.observed) {
+        return day.HasFigures() ? Freshness::kStale : Freshness::kMissing;
+    }
+    // A day that is over changes no more, unless it was lost sight of before its end.
+    const LocalTime end = LocalTime(std::chrono::local_days(day.date)) + std::chrono::days{1};
+    const LocalTime due = std::min(now, end);
+    return due - *day.state.observed <= staleAfter ? Freshness::kCurrent : Freshness::kStale;
+}
+
+} // namespace reportd

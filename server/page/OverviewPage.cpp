@@ -1,0 +1,160 @@
+#include "server/page/Frame.h"
+#include "server/page/Page.h"
+
+namespace reportd {
+namespace {
+
+struct Company {
+    DayView yesterday;
+    DayView today;
+    DayView tomorrow;
+};
+
+Company LoadCompany(const PageContext& page, int siteNumber)
+{
+    const auto load = [&](int daysAfterToday) {
+        return LoadDay(page.source, siteNumber, DaysAfter(page.Today(), daysAfterToday), page.now);
+    };
+    return {load(-1), load(0), load(1)};
+}
+
+// The usage rate as the filled part of a bar.
+void WriteBar(PageContext& page, unsigned tenths)
+{
+    page.html.Element(
+        "svg",
+        {{"xmlns", "http://www.w3.org/2000/svg"},
+         {"class", std::string("bar ").append(StyleOf(BandOf(tenths)))},
+         {"viewBox", "0 0 1000 10"},
+         {"preserveAspectRatio", "none"},
+         {"aria-hidden", "true"}},
+        [&] {
+            page.html.Empty("rect", {{"class", "whole"}, {"width", "1000"}, {"height", "10"}});
+            page.html.Empty("rect",
+                            {{"class", "used"}, {"width", std::to_string(std::min(tenths, 1000U))}, {"height", "10"}});
+        });
+}
+
+void WriteNow(PageContext& page, const Company& company)
+{
+    chart::CMarkup& html = page.html;
+    const std::optional<Reading> reading = NewestReading(company.today, company.yesterday);
+    const std::optional<unsigned> tenths = reading ? reading->tenths : std::nullopt;
+    html.Element("p", {{"class", "headline"}}, [&] { WriteRate(page, tenths); });
+    if (tenths) {
+        WriteBar(page, *tenths);
+        const std::string hour = IntervalText(reading->supply->start, reading->supply->end, page.language);
+        html.Element("p", {{"class", "remark"}}, Filled(TextId::kUsageRateOfHour, page.language, {hour}));
+    }
+    html.Element("dl", {{"class", "now"}}, [&] {
+        html.Element("dt", {}, page.Text(TextId::kDemandNow));
+        html.Element("dd", {}, [&] {
+            if (!reading) {
+                html.Element("span", {{"class", "missing"}}, page.Text(TextId::kNoDemand));
+                return;
+            }
+            html.Element("span", {{"class", "value"}}, MegawattText(reading->record.value, page.language));
+            html.Text(" ");
+            const ReportRecord& record = reading->record;
+            const std::string when =
+                reading->isInstant ? ClockText(record.start) : IntervalText(record.start, record.end, page.language);
+            const std::string age = AgeText(page.now - reading->Moment(), page.language);
+            html.Element("span", {{"class", "remark"}}, [&] {
+                WriteTime(
+                    page, record.start,
+                    Filled(reading->isInstant ? TextId::kMeasuredAt : TextId::kMeanOf, page.language, {when, age}));
+            });
+        });
+    });
+}
+
+void WritePeakCell(PageContext& page, const std::optional<ReportRecord>& peak)
+{
+    page.html.Element("td", {}, [&] {
+        if (!peak) {
+            WriteMissing(page);
+            return;
+        }
+        page.html.Element("span", {{"class", "value"}}, MegawattText(peak->value, page.language));
+        page.html.Element("span", {{"class", "remark"}}, IntervalText(peak->start, peak->end, page.language));
+    });
+}
+
+void WritePeakRow(PageContext& page, TextId name, const DayView& day)
+{
+    page.html.Element("tr", {}, [&] {
+        page.html.Element("th", {{"scope", "row"}}, page.Text(name));
+        WritePeakCell(page, day.peakDemand);
+        WritePeakCell(page, day.peakSupply);
+        page.html.Element("td", {}, [&] {
+            if (const std::optional<unsigned> tenths = PeakRate(day)) {
+                WriteRate(page, tenths);
+            } else {
+                WriteMissing(page);
+            }
+        });
+    });
+}
+
+void WritePeaks(PageContext& page, const Company& company, std::string_view name)
+{
+    chart::CMarkup& html = page.html;
+    html.Element("table", {{"class", "peaks"}}, [&] {
+        html.Element("caption", {{"class", "unseen"}},
+                     Filled(TextId::kDayOf, page.language, {name, page.Text(TextId::kPeakDemand)}));
+        html.Element("thead", {}, [&] {
+            html.Element("tr", {}, [&] {
+                html.Element("td", {}, "");
+                for (const TextId text : {TextId::kPeakDemand, TextId::kPeakSupply, TextId::kUsageRate}) {
+                    html.Element("th", {{"scope", "col"}}, page.Text(text));
+                }
+            });
+        });
+        html.Element("tbody", {}, [&] {
+            WritePeakRow(page, TextId::kToday, company.today);
+            WritePeakRow(page, TextId::kTomorrow, company.tomorrow);
+        });
+    });
+}
+
+void WriteCard(PageContext& page, const catalogue::Company& entry)
+{
+    chart::CMarkup& html = page.html;
+    const Company company = LoadCompany(page, entry.siteNumber);
+    const std::string_view name = CompanyName(entry.siteNumber, page.language);
+    const std::string address = AddressOf(CompanyPath(entry.siteNumber), "", page.language);
+    html.Element("article", {{"class", "card"}, {"id", entry.key.Narrow()}}, [&] {
+        html.Element("h2", {}, [&] { html.Element("a", {{"href", address}}, name); });
+        WriteNow(page, company);
+        html.Markup(chart::DayChartSvg(CurvesOf(company.today, {}, page.now),
+                                       {.title = std::string(page.Text(TextId::kSparkTitle))},
+                                       {.width = 360,
+                                        .height = 90,
+                                        .id = std::string(entry.key.Narrow()),
+                                        .isStandAlone = false,
+                                        .hasAxes = false}));
+        WritePeaks(page, company, name);
+        WriteFreshness(page, company.today);
+    });
+}
+
+} // namespace
+
+std::string OverviewPage(CFigureSource& source, LocalTime now, Language language, std::chrono::minutes staleAfter)
+{
+    PageContext page{source, now, language, staleAfter};
+    chart::CMarkup& html = page.html;
+    return WritePage(page, {.title = std::string(page.Text(TextId::kSiteTitle)), .path = "/"}, [&] {
+        html.Element("h1", {}, page.Text(TextId::kSiteTitle));
+        html.Element("p", {{"class", "as-of"}}, [&] {
+            WriteTime(page, now, Filled(TextId::kAsOf, language, {DateText(page.Today(), language), ClockText(now)}));
+        });
+        html.Element("div", {{"class", "cards"}}, [&] {
+            for (const catalogue::Company& company : catalogue::kCompanies) {
+                WriteCard(page, company);
+            }
+        });
+    });
+}
+
+} // namespace reportd
