@@ -2,7 +2,11 @@
 # them without looking into the native compiler's include folder.
 set(header_links "${CMAKE_BINARY_DIR}/headers")
 file(MAKE_DIRECTORY "${header_links}")
-foreach(library fmt boost)
+set(libraries fmt boost)
+if(AMPORA_TESTS)
+  list(APPEND libraries nlohmann)
+endif()
+foreach(library ${libraries})
   if(NOT EXISTS "/usr/include/${library}")
     message(FATAL_ERROR "The ${library} headers are missing: run scripts/setup.sh")
   endif()
@@ -36,6 +40,10 @@ else()
   pkg_check_modules(ARCHIVE REQUIRED IMPORTED_TARGET libarchive)
   pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 endif()
+
+# JSON, header-only, for tests that read the report server's.
+add_library(ampora_json INTERFACE)
+target_include_directories(ampora_json SYSTEM INTERFACE "${header_links}")
 
 # Tests, from the sources that Debian ships for every compiler.
 if(AMPORA_TESTS)

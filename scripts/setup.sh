@@ -9,12 +9,13 @@ declare -A groups=(
            libtomlplusplus-dev libxml2-dev make ninja-build pkg-config'
   [windows]='cmake g++-mingw-w64-x86-64-posix libboost1.81-dev libfmt-dev make ninja-build'
   [wine]='wine wine64'
-  [tests]='googletest iproute2 libbenchmark-dev libfaketime libssl-dev nginx openssl python3' # to build test programs and benchmarks, give tests networks of
+  [tests]='googletest iproute2 libbenchmark-dev libfaketime libssl-dev nginx nlohmann-json3-dev openssl python3' # to build test programs and benchmarks, give tests networks of
                                                          # their own, and check trace messages
   [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
   [format]='clang-format git'
   [checks]='clang-format clang-tidy git python3'
   [fuzz]='clang libclang-rt-14-dev'
+  [bench-http]='curl nginx wrk' # nginx to compare the report server with, wrk to load both
   [coverage]='gcovr'
 )
 

@@ -1,6 +1,7 @@
 // ampora-reportd: serves power reports over HTTP.
 #include "server/Live.h"
 #include "server/ReportServer.h"
+#include "server/SampleSource.h"
 
 #include <exception>
 #include <iostream>
@@ -12,8 +13,10 @@ int ServeSamples(const reportd::Options& options)
     if (options.config) {
         throw reportd::COptionsError("--config is for live data; sample data has no settings");
     }
+    reportd::CSampleSource source;
+    reportd::CAnswers answers(source, nullptr, {});
     reportd::CReportServer server(options.listen.value_or(reportd::kDefaultListen),
-                                  options.port.value_or(reportd::kDefaultPort));
+                                  options.port.value_or(reportd::kDefaultPort), answers);
     server.StopOnSignals();
     std::cout << "ampora-reportd: serving sample data on http://" << server.Endpoint() << std::endl;
     server.Run();

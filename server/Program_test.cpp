@@ -1,6 +1,8 @@
 // The program ampora-reportd itself.
 #include "server/Options.h"
 #include "server/ReportServer.h"
+#include "server/SampleSource.h"
+#include "testing/Answering.h"
 #include "testing/process/Process.h"
 #include "testing/RawClient.h"
 
@@ -58,7 +60,10 @@ protected:
     {
         client.Ask(kReport);
         EXPECT_THAT(client.ReadTo("\r\n\r\n"), StartsWith("HTTP/1.1 200 "));
-        EXPECT_EQ(client.ReadTo("</power_report>\n"), AnswerReportRequest("GET", kReport, ReadSystemClock()).body);
+        CSampleSource source;
+        CAnswers answers(source, nullptr, {});
+        EXPECT_EQ(client.ReadTo("</power_report>\n"),
+                  testing_support::BodyOf(testing_support::Get(answers, kReport, ReadSystemClock())));
     }
 
     std::unique_ptr<CBackgroundProcess> m_program;

@@ -1,5 +1,8 @@
 #include "server/ReportServer.h"
 
+#include "server/SampleSource.h"
+#include "testing/Answering.h"
+
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/write.hpp>
@@ -20,8 +23,15 @@ using asio::ip::tcp;
 using namespace std::chrono_literals;
 using Answer = http::response<http::string_body>;
 
+constexpr std::uint64_t kLarge = std::uint64_t{100} << 20;
 constexpr const char* kTarget = "/usage/tokyo/estimated?date=2012-07-02&output=xml";
 constexpr LocalTime kNow = std::chrono::local_days{2012y / 7 / 2} + 13h;
+
+// The answers of sample data.
+struct SampleAnswers {
+    CSampleSource source;
+    CAnswers answers{source, nullptr, {}};
+};
 
 // A server on a free port of the loopback interface, answering on a thread of its own.
 class ReportServer : public testing::Test {
@@ -32,7 +42,8 @@ protected:
         m_thread.join();
     }
 
-    CReportServer m_server{"127.0.0.1", 0, [] { return kNow; }};
+    SampleAnswers m_sample;
+    CReportServer m_server{"127.0.0.1", 0, m_sample.answers, [] { return kNow; }};
 
 private:
     std::thread m_thread{[this] { m_server.Run(); }};
@@ -50,20 +61,22 @@ public:
         asio::write(m_socket, asio::buffer(bytes), lost);
     }
 
-    Answer ReadAnswer()
+    Answer ReadAnswer(std::uint64_t bodyLimit = std::uint64_t{1} << 20)
     {
-        Answer answer;
-        http::read(m_socket, m_buffer, answer);
-        return answer;
+        http::response_parser<http::string_body> parser;
+        parser.body_limit(bodyLimit);
+        http::read(m_socket, m_buffer, parser);
+        return parser.release();
     }
 
-    Answer Request(http::verb method, const std::string& target, unsigned version = 11, const std::string& body = {})
+    Answer Request(http::verb method, const std::string& target, unsigned version = 11, const std::string& body = {},
+                   std::uint64_t bodyLimit = std::uint64_t{1} << 20)
     {
         http::request<http::string_body> request(method, target, version, body);
         request.set(http::field::host, "localhost");
         request.prepare_payload();
         http::write(m_socket, request);
-        return ReadAnswer();
+        return ReadAnswer(bodyLimit);
     }
 
     // Whether something has come that was not read yet.
@@ -85,13 +98,20 @@ private:
     boost::beast::flat_buffer m_buffer;
 };
 
-TEST_F(ReportServer, AnswersWithTheRoutersReport)
+// What a server is to answer.
+std::string Expected(const std::string& target, LocalTime now = kNow)
+{
+    SampleAnswers sample;
+    return testing_support::BodyOf(testing_support::Get(sample.answers, target, now));
+}
+
+TEST_F(ReportServer, AnswersWithTheReport)
 {
     const Answer answer = CClient(m_server.Port()).Request(http::verb::get, kTarget);
     EXPECT_EQ(answer.result_int(), 200U);
     EXPECT_EQ(answer.version(), 11U);
     EXPECT_EQ(answer[http::field::content_type], "application/xml; charset=utf-8");
-    EXPECT_EQ(answer.body(), AnswerReportRequest("GET", kTarget, kNow).body);
+    EXPECT_EQ(answer.body(), Expected(kTarget));
 }
 
 TEST_F(ReportServer, SaysThatTheDataIsASampleInEveryAnswer)
@@ -176,6 +196,141 @@ TEST_F(ReportServer, AsksForABodyThatWaitsForThat)
     EXPECT_EQ(client.ReadAnswer().result_int(), 405U);
 }
 
+TEST_F(ReportServer, EveryAnswerHasADateOfHttp)
+{
+    CClient client(m_server.Port());
+    for (const char* const target : {kTarget, "/none"}) {
+        EXPECT_THAT(std::string(client.Request(http::verb::get, target)[http::field::date]),
+                    testing::MatchesRegex("[A-Z][a-z][a-z], [0-9][0-9] [A-Z][a-z][a-z] 20[0-9][0-9] "
+                                          "[0-9][0-9]:[0-9][0-9]:[0-9][0-9] GMT"))
+            << target;
+    }
+}
+
+TEST_F(ReportServer, AnswersRequestsThatComeTogetherInTheirOrder)
+{
+    CClient client(m_server.Port());
+    const std::string get = std::string("GET ") + kTarget + " HTTP/1.1\r\nHost: x\r\n\r\n";
+    const std::string post = "POST /healthz HTTP/1.1\r\nHost: x\r\nContent-Length: 5\r\n\r\nGET /";
+    std::string all;
+    for (int i = 0; i < 100; ++i) {
+        all += get;
+        all += post;
+        all += "GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n";
+    }
+    std::thread writer([&] { client.Write(all); });
+    const std::string report = Expected(kTarget);
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(client.ReadAnswer().body(), report);
+        EXPECT_EQ(client.ReadAnswer().result_int(), 405U);
+        EXPECT_EQ(client.ReadAnswer().body(), "ok\n");
+    }
+    writer.join();
+}
+
+TEST_F(ReportServer, TakesARequestThatComesByteByByte)
+{
+    CClient client(m_server.Port());
+    const std::string request = std::string("POST ") + kTarget +
+                                " HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n";
+    for (const char byte : request) {
+        client.Write(std::string(1, byte));
+    }
+    EXPECT_EQ(client.ReadAnswer().result_int(), 405U);
+    EXPECT_EQ(client.Request(http::verb::get, kTarget).result_int(), 200U);
+}
+
+TEST_F(ReportServer, KeepsTheConnectionOfAnOldClientThatAsksForIt)
+{
+    CClient client(m_server.Port());
+    const std::string request = std::string("GET ") + kTarget + " HTTP/1.0\r\nConnection: keep-alive\r\n\r\n";
+    for (int i = 0; i < 2; ++i) {
+        client.Write(request);
+        const Answer answer = client.ReadAnswer();
+        EXPECT_EQ(answer.result_int(), 200U);
+        EXPECT_EQ(answer.version(), 10U);
+        EXPECT_EQ(answer[http::field::connection], "keep-alive");
+    }
+}
+
+TEST_F(ReportServer, ClientThatHasTheReportGetsNoBody)
+{
+    CClient client(m_server.Port());
+    const std::string etag{client.Request(http::verb::get, kTarget)[http::field::etag]};
+    for (const std::string& fields :
+         {"If-None-Match: " + etag, "if-none-match: \"x\"\r\nIF-NONE-MATCH: " + etag + " "}) {
+        client.Write(std::string("GET ") + kTarget + " HTTP/1.1\r\nHost: x\r\n" + fields + "\r\n\r\n");
+        const Answer same = client.ReadAnswer();
+        EXPECT_EQ(same.result_int(), 304U);
+        EXPECT_EQ(same.body(), "");
+        EXPECT_EQ(same.count(http::field::content_length), 0U);
+        EXPECT_EQ(same[http::field::etag], etag);
+    }
+    EXPECT_EQ(client.Request(http::verb::get, kTarget).result_int(), 200U);
+}
+
+TEST_F(ReportServer, FieldsOfOneRequestDoNotReachTheNext)
+{
+    CClient client(m_server.Port());
+    const std::string target = "/v1/series?company=tokyo&kind=supply&from=2012-07-02&to=2012-07-02";
+    const std::string get = "GET " + target + " HTTP/1.1\r\nHost: x\r\n";
+    client.Write(get + "Accept: text/csv\r\nIf-None-Match: *\r\n\r\n" + get + "Accept: text/csv\r\n\r\n" + get +
+                 "\r\n");
+    EXPECT_EQ(client.ReadAnswer().result_int(), 304U);
+    EXPECT_EQ(client.ReadAnswer()[http::field::content_type], "text/csv; charset=utf-8; header=present");
+    EXPECT_EQ(client.ReadAnswer()[http::field::content_type], "application/json");
+}
+
+TEST_F(ReportServer, AnswersOthersWhileItMakesALargeAnswer)
+{
+    const std::string year = "/v1/series?company=tokyo&kind=instant_usage&from=2011-07-01&to=2012-06-30";
+    CClient large(m_server.Port());
+    large.Write("GET " + year + " HTTP/1.1\r\nHost: x\r\n\r\n");
+    CClient small(m_server.Port());
+    int answered = 0;
+    while (!large.HasBytes()) {
+        EXPECT_EQ(small.Request(http::verb::get, "/healthz").result_int(), 200U);
+        ++answered;
+    }
+    EXPECT_GE(answered, 2);
+    EXPECT_EQ(large.ReadAnswer(kLarge).body(), Expected(year));
+}
+
+TEST_F(ReportServer, LosesNothingWhenTheClientOfALargeAnswerGoes)
+{
+    const std::string year = "/v1/series?company=tokyo&kind=instant_usage&from=2011-07-01&to=2012-06-30";
+    for (int i = 0; i < 10; ++i) { // more than may exist at a time
+        CClient(m_server.Port()).Write("GET " + year + " HTTP/1.1\r\nHost: x\r\n\r\n");
+        EXPECT_EQ(CClient(m_server.Port()).Request(http::verb::get, kTarget).result_int(), 200U);
+    }
+    const auto isAnswered = [&] {
+        return CClient(m_server.Port()).Request(http::verb::get, year, 11, {}, kLarge).result_int() == 200U;
+    };
+    const auto end = std::chrono::steady_clock::now() + 30s;
+    bool answered = isAnswered();
+    while (!answered && std::chrono::steady_clock::now() < end) {
+        answered = isAnswered();
+    }
+    EXPECT_TRUE(answered);
+}
+
+TEST_F(ReportServer, HostileTargetsGetAnAnswerOfOurOwnWords)
+{
+    for (const std::string& target :
+         {"/" + std::string(7000, 'a'), std::string("/%0d%0aX-Evil:1"),
+          std::string("/v1/series?company=%0d%0aX-Evil:1"), std::string("/%00%ff"),
+          std::string("/usage/tokyo/actual?date=%32012-07-02&output=xml"),
+          std::string("/company/<script>alert(1)</script>?lang=<b>"), std::string("/\xff\xfe")}) {
+        CClient client(m_server.Port());
+        client.Write("GET " + target + " HTTP/1.1\r\nHost: x\r\n\r\n");
+        const Answer answer = client.ReadAnswer();
+        EXPECT_THAT(answer.result_int(), testing::AnyOf(400U, 404U)) << target;
+        EXPECT_EQ(answer.count("X-Evil"), 0U) << target;
+        EXPECT_THAT(answer.body(), testing::Not(testing::HasSubstr("<"))) << target;
+        EXPECT_EQ(client.Request(http::verb::get, kTarget).result_int(), 200U);
+    }
+}
+
 TEST_F(ReportServer, ServesAClientThatCameWhileThereWereTooMany)
 {
     asio::io_context context;
@@ -196,7 +351,8 @@ TEST_F(ReportServer, ServesAClientThatCameWhileThereWereTooMany)
 TEST_F(ReportServer, ReadsTheClockForEveryRequest)
 {
     LocalTime now = kNow;
-    CReportServer server("127.0.0.1", 0, [&now] {
+    SampleAnswers sample;
+    CReportServer server("127.0.0.1", 0, sample.answers, [&now] {
         now += 1h;
         return now;
     });
@@ -212,20 +368,23 @@ TEST_F(ReportServer, ReadsTheClockForEveryRequest)
 
 TEST(ReportServerLife, EndpointNamesAddressAndChosenPort)
 {
-    const CReportServer server("127.0.0.1", 0);
+    SampleAnswers sample;
+    const CReportServer server("127.0.0.1", 0, sample.answers);
     EXPECT_NE(server.Port(), 0);
     EXPECT_EQ(server.Endpoint(), "127.0.0.1:" + std::to_string(server.Port()));
 }
 
 TEST(ReportServerLife, RefusesAnInvalidOrForeignAddress)
 {
-    EXPECT_THROW(CReportServer("not an address", 0), std::runtime_error);
-    EXPECT_THROW(CReportServer("192.0.2.1", 0), std::runtime_error); // reserved for documentation
+    SampleAnswers sample;
+    EXPECT_THROW(CReportServer("not an address", 0, sample.answers), std::runtime_error);
+    EXPECT_THROW(CReportServer("192.0.2.1", 0, sample.answers), std::runtime_error); // reserved for documentation
 }
 
 TEST(ReportServerLife, StopBeforeRunMakesRunReturn)
 {
-    CReportServer server("127.0.0.1", 0);
+    SampleAnswers sample;
+    CReportServer server("127.0.0.1", 0, sample.answers);
     server.Stop();
     server.Run();
     EXPECT_NE(server.Port(), 0);
@@ -234,7 +393,8 @@ TEST(ReportServerLife, StopBeforeRunMakesRunReturn)
 TEST(ReportServerLife, SignalEndsRun)
 {
     for (const int signal : {SIGINT, SIGTERM}) {
-        CReportServer server("127.0.0.1", 0);
+        SampleAnswers sample;
+        CReportServer server("127.0.0.1", 0, sample.answers);
         server.StopOnSignals();
         std::raise(signal);
         server.Run();

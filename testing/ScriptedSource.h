@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 namespace testing_support {
 
@@ -23,20 +25,56 @@ public:
         m_records[{siteNumber, series, date}].push_back(record);
     }
 
+    // Makes these the records of a series and day, and the day's revision another one.
+    void Set(int siteNumber, reportd::Series series, std::chrono::year_month_day date,
+             const std::vector<reportd::ReportRecord>& records)
+    {
+        m_records[{siteNumber, series, date}] = records;
+        ++m_states[{siteNumber, date}].revision;
+    }
+
     void SetState(int siteNumber, std::chrono::year_month_day date, const reportd::DayState& state)
     {
         m_states[{siteNumber, date}] = state;
     }
 
-    // From now on every look at a day throws std::runtime_error, and the source is not ready.
-    void Break() { m_isBroken = true; }
+    // The file of that day was published and observed then.
+    void Observe(int siteNumber, std::chrono::year_month_day date, reportd::LocalTime published,
+                 reportd::LocalTime observed)
+    {
+        m_states[{siteNumber, date}].published = published;
+        m_states[{siteNumber, date}].observed = observed;
+    }
+
+    // Forgets all figures and states.
+    void Clear()
+    {
+        m_records.clear();
+        m_states.clear();
+    }
+
+    // From now on every look at a day throws std::runtime_error with these words, and the source is not ready.
+    void Break(const std::string& why = "the source is broken")
+    {
+        m_isBroken = true;
+        m_why = why;
+    }
+    void Repair() { m_isBroken = false; }
+
+    // Calls of Read and State so far, and the days and moments that Read was asked for.
+    int ReadCount() const { return m_readCount; }
+    int StateCount() const { return m_stateCount; }
+    using Asked = std::pair<std::chrono::year_month_day, std::optional<reportd::LocalTime>>;
+    std::vector<Asked> TakeAsked() { return std::exchange(m_asked, {}); }
 
     std::string_view Name() const override { return m_name; }
 
     std::vector<reportd::ReportRecord> Read(int siteNumber, reportd::Series series, std::chrono::year_month_day date,
-                                            reportd::LocalTime, std::optional<reportd::LocalTime>) override
+                                            reportd::LocalTime, std::optional<reportd::LocalTime> asOf) override
     {
         ThrowWhenBroken();
+        ++m_readCount;
+        m_asked.emplace_back(date, asOf);
         const auto found = m_records.find({siteNumber, series, date});
         return found == m_records.end() ? std::vector<reportd::ReportRecord>{} : found->second;
     }
@@ -44,6 +82,7 @@ public:
     reportd::DayState State(int siteNumber, std::chrono::year_month_day date, reportd::LocalTime) override
     {
         ThrowWhenBroken();
+        ++m_stateCount;
         const auto found = m_states.find({siteNumber, date});
         return found == m_states.end() ? reportd::DayState{} : found->second;
     }
@@ -66,12 +105,16 @@ private:
     void ThrowWhenBroken() const
     {
         if (m_isBroken) {
-            throw std::runtime_error("the source is broken");
+            throw std::runtime_error(m_why);
         }
     }
 
     std::string m_name;
     bool m_isBroken = false;
+    std::string m_why;
+    int m_readCount = 0;
+    int m_stateCount = 0;
+    std::vector<Asked> m_asked;
     std::map<std::tuple<int, reportd::Series, std::chrono::year_month_day>, std::vector<reportd::ReportRecord>>
         m_records;
     std::map<std::pair<int, std::chrono::year_month_day>, reportd::DayState> m_states;
