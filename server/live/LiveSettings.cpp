@@ -1,5 +1,7 @@
 #include "server/live/LiveSettings.h"
 
+#include "server/live/TomlText.h"
+#include "server/live/Wording.h"
 #include "server/Options.h"
 
 #include <algorithm>
@@ -95,15 +97,7 @@ std::filesystem::path DefaultStore()
 
 // --- Reading --------------------------------------------------------------------------------------------------------
 
-// A text from the file as a message may show it: without control characters, and short.
-std::string Shown(std::string_view text)
-{
-    constexpr std::size_t kLongest = 200;
-    std::string shown(text.substr(0, kLongest));
-    std::replace_if(
-        shown.begin(), shown.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
-    return shown;
-}
+struct Member;
 
 // One value of the file: what it is, where it stands, and how it is called in messages.
 class CValue {
@@ -164,25 +158,32 @@ public:
     }
 
     // The values of a table by their keys, in alphabetical order.
-    std::vector<std::pair<std::string, CValue>> Members() const
-    {
-        const toml::table* const table = m_node.as_table();
-        if (table == nullptr) {
-            Refuse("needs keys of its own, such as [" + Shown(m_key) + "] above them");
-        }
-        std::vector<std::pair<std::string, CValue>> members;
-        for (const auto& [key, node] : *table) {
-            const std::string name(key.str());
-            members.emplace_back(name, CValue(m_file, m_key.empty() ? name : m_key + "." + name, node));
-        }
-        return members;
-    }
+    std::vector<Member> Members() const;
 
 private:
     const std::string& m_file;
     std::string m_key;
     const toml::node& m_node;
 };
+
+struct Member {
+    std::string name;
+    CValue value;
+};
+
+std::vector<Member> CValue::Members() const
+{
+    const toml::table* const table = m_node.as_table();
+    if (table == nullptr) {
+        Refuse("needs keys of its own, such as [" + Shown(m_key) + "] above them");
+    }
+    std::vector<Member> members;
+    for (const auto& [key, node] : *table) {
+        const std::string name(key.str());
+        members.push_back({name, CValue(m_file, m_key.empty() ? name : m_key + "." + name, node)});
+    }
+    return members;
+}
 
 // What a key does with its value.
 template <class Settings>
@@ -204,34 +205,35 @@ std::string Listed(const Names& all, const std::function<std::string(const typen
 template <class Settings>
 void ReadKeys(const CValue& table, const std::vector<Key<Settings>>& keys, Settings* settings)
 {
-    for (const auto& [name, value] : table.Members()) {
+    for (const Member& member : table.Members()) {
         const auto key = std::find_if(keys.begin(), keys.end(),
-                                      [&](const Key<Settings>& candidate) { return candidate.name == name; });
+                                      [&](const Key<Settings>& candidate) { return candidate.name == member.name; });
         if (key == keys.end()) {
-            value.Refuse("there is no such key; there are " +
-                         Listed(keys, [](const Key<Settings>& known) -> std::string { return known.name; }));
+            member.value.Refuse("there is no such key; there are " +
+                                Listed(keys, [](const Key<Settings>& known) -> std::string { return known.name; }));
         }
-        key->take(value, settings);
+        key->take(member.value, settings);
     }
 }
 
 // Reads a table whose keys are series.
 void ReadSeries(const CValue& table, const std::function<void(const CValue&, Series)>& take)
 {
-    for (const auto& [name, value] : table.Members()) {
-        const auto* const info = std::find_if(kAllSeries.begin(), kAllSeries.end(),
-                                              [&](const SeriesInfo& candidate) { return candidate.key == name; });
+    for (const Member& member : table.Members()) {
+        const auto* const info = std::find_if(kAllSeries.begin(), kAllSeries.end(), [&](const SeriesInfo& candidate) {
+            return candidate.key == member.name;
+        });
         if (info == kAllSeries.end()) {
-            value.Refuse("there is no such series; there are " +
-                         Listed(kAllSeries, [](const SeriesInfo& known) { return std::string(known.key); }));
+            member.value.Refuse("there is no such series; there are " +
+                                Listed(kAllSeries, [](const SeriesInfo& known) { return std::string(known.key); }));
         }
-        take(value, info->series);
+        take(member.value, info->series);
     }
 }
 
 std::string ReadAddress(const CValue& value)
 {
-    const std::string text = value.Text();
+    std::string text = value.Text();
     if (text.empty() || text.find_first_not_of("0123456789abcdefABCDEF.:") != std::string::npos) {
         value.Refuse("needs a numeric address such as \"127.0.0.1\" or \"::1\"");
     }
@@ -240,7 +242,7 @@ std::string ReadAddress(const CValue& value)
 
 std::string ReadFileName(const CValue& value)
 {
-    const std::string text = value.Text();
+    std::string text = value.Text();
     if (!text.starts_with('/') || text.ends_with('/')) {
         value.Refuse("needs the whole path of a file, from / on");
     }
@@ -249,7 +251,7 @@ std::string ReadFileName(const CValue& value)
 
 std::string ReadAgent(const CValue& value)
 {
-    const std::string text = value.Text();
+    std::string text = value.Text();
     const auto isPrintable = [](unsigned char c) { return c >= 0x20 && c < 0x7F; };
     if (text.empty() || text.size() > 200 || !std::all_of(text.begin(), text.end(), isPrintable) ||
         text.starts_with(' ') || text.ends_with(' ')) {
@@ -382,16 +384,17 @@ const std::vector<Key<CompanySettings>>& CompanyKeys()
 
 void ReadCompanies(const CValue& table, LiveSettings* settings)
 {
-    for (const auto& [name, value] : table.Members()) {
+    for (const Member& member : table.Members()) {
         const auto* const company =
             std::find_if(catalogue::kCompanies.begin(), catalogue::kCompanies.end(),
-                         [&](const catalogue::Company& candidate) { return candidate.key.Narrow() == name; });
+                         [&](const catalogue::Company& candidate) { return candidate.key.Narrow() == member.name; });
         if (company == catalogue::kCompanies.end()) {
-            value.Refuse("there is no such company; there are " +
-                         Listed(catalogue::kCompanies,
-                                [](const catalogue::Company& known) { return std::string(known.key.Narrow()); }));
+            member.value.Refuse("there is no such company; there are " +
+                                Listed(catalogue::kCompanies, [](const catalogue::Company& known) {
+                                    return std::string(known.key.Narrow());
+                                }));
         }
-        ReadKeys(value, CompanyKeys(), &settings->companies.at(company->siteNumber));
+        ReadKeys(member.value, CompanyKeys(), &settings->companies.at(company->siteNumber));
     }
 }
 
@@ -440,6 +443,10 @@ std::string ReadText(const std::filesystem::path& file)
 
 toml::table ParseText(std::string_view text, const std::string& name)
 {
+    if (const std::optional<std::size_t> line = FindStrayCharacter(text)) {
+        throw CSettingsError(name + ":" + std::to_string(*line) +
+                             ": characters beyond ASCII belong into comments and texts in quotes, on one line");
+    }
     try {
         return toml::parse(text);
     } catch (const toml::parse_error& error) {

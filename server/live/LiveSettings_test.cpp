@@ -229,6 +229,23 @@ TEST(LiveSettings, MessagesShowNoControlCharacters)
     EXPECT_THAT(Refusal("\"a\\u001B[2Jb\" = 1\n"), StartsWith("mine.toml:1: a?[2Jb: "));
 }
 
+TEST(LiveSettings, CharactersBeyondAsciiOutsideOfTextsAreRefused)
+{
+    // Symptom: the TOML library reached a place that it takes for unreachable at some letters where a key or a blank
+    // may stand.
+    for (const std::string text : {"lndddd\xEF\xB2\xBF = 1", "\xC3\xA9 = 1", "\xE3\x82\xAB = 1", "port =\xC3\xA9 1",
+                                   "store = \"\"\"\\\n  \xC3\xA9\"\"\"", "store = '''\xC3\xA9'''",
+                                   "store = 'a' \xC3\xA9", "store = \"a\\\"\" \xC3\xA9", "store = \"\" \xC3\xA9",
+                                   "store = \"\"\"a\"\"\"\"\" \xC3\xA9", "store = \"open\n\xC3\xA9", "\xC3"}) {
+        EXPECT_THAT(Refusal("# \xC3\xA9\n" + text), testing::MatchesRegex("mine.toml:[23]: characters .*")) << text;
+    }
+    for (const std::string text :
+         {"\xEF\xBB\xBFport = 1", "port = 1 # \xC3\xA9", "store = '/\xC3\xA9'",
+          "store = \"/\\\"\xC3\xA9\" # \"\xC3\xA9", "store = \"\"\"/a\"\"\" # \xC3\xA9", "store = \"/a#\xC3\xA9\""}) {
+        EXPECT_EQ(Refusal(text), "") << text;
+    }
+}
+
 TEST(LiveSettings, AFileThatCannotBeReadIsAnError)
 {
     const testing_support::CScratchFolder scratch;

@@ -1,6 +1,7 @@
 #include "server/live/RawFiles.h"
 
 #include "server/live/Archive.h"
+#include "server/live/Wording.h"
 
 #include <algorithm>
 #include <fstream>
@@ -21,13 +22,12 @@ constexpr std::string_view kEnd = ".csv.gz";
 
 std::string DayText(std::chrono::year_month_day date)
 {
-    std::ostringstream text;
-    text << std::setfill('0') << std::setw(4) << static_cast<int>(date.year()) << std::setw(2)
-         << static_cast<unsigned>(date.month()) << std::setw(2) << static_cast<unsigned>(date.day());
-    return text.str();
+    std::string text = DateText(date);
+    std::erase(text, '-');
+    return text;
 }
 
-std::string MomentText(LocalTime at)
+std::string SecondText(LocalTime at)
 {
     const auto day = std::chrono::floor<std::chrono::days>(at);
     const std::chrono::hh_mm_ss time{at - day};
@@ -109,12 +109,12 @@ void CRawFiles::KeepRefused(int siteNumber, LocalTime at, std::string_view reaso
     if (!IsReasonKey(reasonKey)) {
         throw std::invalid_argument("not the key of a reason");
     }
-    Keep(m_folder, siteNumber, "refused-", MomentText(at) + '-' + std::string(reasonKey), bytes, kRefusedKept);
+    Keep(m_folder, siteNumber, "refused-", SecondText(at) + '-' + std::string(reasonKey), bytes, kRefusedKept);
 }
 
 void CRawFiles::KeepLayout(int siteNumber, LocalTime at, std::string_view bytes)
 {
-    Keep(m_folder, siteNumber, "layout-", MomentText(at), bytes, kLayoutsKept);
+    Keep(m_folder, siteNumber, "layout-", SecondText(at), bytes, kLayoutsKept);
 }
 
 void CRawFiles::KeepDay(int siteNumber, std::chrono::year_month_day date, std::string_view bytes)
