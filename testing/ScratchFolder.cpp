@@ -6,11 +6,13 @@
 
 namespace testing_support {
 
-CScratchFolder::CScratchFolder()
+CScratchFolder::CScratchFolder() : CScratchFolder(std::filesystem::temp_directory_path()) {}
+
+CScratchFolder::CScratchFolder(const std::filesystem::path& parent)
 {
     std::random_device random;
     do {
-        m_path = std::filesystem::temp_directory_path() / ("ampora-test-" + std::to_string(random()));
+        m_path = parent / ("ampora-test-" + std::to_string(random()));
     } while (!std::filesystem::create_directory(m_path));
 }
 
@@ -27,6 +29,13 @@ std::filesystem::path CScratchFolder::Write(const std::string& name, const std::
     file.exceptions(std::ios::failbit | std::ios::badbit);
     file << bytes;
     return path;
+}
+
+std::filesystem::path FolderInMemory()
+{
+    const std::filesystem::path folder = "/dev/shm";
+    std::error_code ignored;
+    return std::filesystem::is_directory(folder, ignored) ? folder : std::filesystem::temp_directory_path();
 }
 
 std::string FileBytes(const std::filesystem::path& path)

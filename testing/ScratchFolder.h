@@ -11,6 +11,8 @@ namespace testing_support {
 class CScratchFolder {
 public:
     CScratchFolder();
+    // The same below another folder.
+    explicit CScratchFolder(const std::filesystem::path& parent);
     ~CScratchFolder();
     CScratchFolder(const CScratchFolder&) = delete;
     CScratchFolder& operator=(const CScratchFolder&) = delete;
@@ -23,6 +25,10 @@ public:
 private:
     std::filesystem::path m_path;
 };
+
+// A parent for a scratch folder that is kept in memory, for a test that would wait for the disk thousands of times; the
+// folder for temporary files where there is none.
+std::filesystem::path FolderInMemory();
 
 // The bytes of a file; empty when there is none.
 std::string FileBytes(const std::filesystem::path& path);

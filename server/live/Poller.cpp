@@ -297,7 +297,7 @@ struct CPoller::Impl {
         }
     }
 
-    // The day that a file must be of. In the hour after midnight an address without a day may still have yesterday's.
+    // The day that a file must be of. After midnight an address without a day may still have yesterday's.
     static year_month_day ExpectedDay(const CompanyPolls& company, const Target& target, year_month_day date,
                                       LocalTime now)
     {
@@ -337,17 +337,14 @@ struct CPoller::Impl {
         NoteSuccess(company, now, published);
     }
 
-    // The day of the file with that stamp, which may be stamped on the day after.
+    // The day of the file with that stamp, which is the day before when that has the stamp. Today may have it as well,
+    // for its peaks, which the file of the day before says.
     year_month_day DayOfLastFile(const CompanyPolls& company, const Target& target, LocalTime published)
     {
         const year_month_day yesterday(local_days(target.date) - days(1));
-        for (const year_month_day day : {target.date, yesterday}) {
-            if (HasDailyUrl(company.settings->todayUrl) ||
-                store.State(company.siteNumber, day).published == published) {
-                return day;
-            }
-        }
-        return year_month_day(std::chrono::floor<days>(published));
+        const bool isYesterdays = !HasDailyUrl(company.settings->todayUrl) &&
+                                  store.State(company.siteNumber, yesterday).published == published;
+        return isYesterdays ? yesterday : target.date;
     }
 
     // --- What is noted -----------------------------------------------------------------------------------------------

@@ -30,9 +30,10 @@ using LogLine = std::function<void(const std::string&)>;
 // "http_server" or "http_other"; that of a refused file (KeyOf); or "store". The log tells a failure once, until its
 // reason changes or it has ended.
 //
-// In the hour after midnight the file of the day may be missing where each day has an address of its own, and where
-// not, the file may still be yesterday's: it counts for yesterday then. From 01:30 on yesterday's own address, if there
-// is one, is asked once more, in the place of one poll of today's, for what was published after midnight.
+// After midnight, until kNewDayDue, the file of the day may be missing where each day has an address of its own, and
+// where not, the file may still be yesterday's: it counts for yesterday then. From 01:30 on, once today's file has been
+// taken, yesterday's own address, if there is one, is asked once more, in the place of one poll of today's, for what
+// was published after midnight; at most three times in all.
 //
 // With a retention it deletes older days once a day.
 class CPoller {

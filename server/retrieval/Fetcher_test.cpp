@@ -1,9 +1,11 @@
 #include "server/retrieval/Fetcher.h"
 
+#include "testing/NoProxy.h"
 #include "testing/process/Process.h"
 #include "testing/RawClient.h"
 #include "testing/ScratchFolder.h"
 #include "testing/TlsFront.h"
+#include "testing/Zip.h"
 
 #include <cstdlib>
 #include <gmock/gmock.h>
@@ -29,22 +31,11 @@ std::string UrlAt(WORD port, const std::string& path = "/file.csv")
 }
 
 // A text of this many equal letters, as gzip.
-std::string Gzip(std::size_t size)
-{
-    const testing_support::CScratchFolder folder;
-    const std::string file = folder.Write("plain", std::string(size, 'a')).string();
-    EXPECT_EQ(testing_support::RunProcess({"gzip", file}, {}, seconds(30)).exitCode, 0);
-    return testing_support::FileBytes(file + ".gz");
-}
+std::string Gzip(std::size_t size) { return testing_support::MakeGzip(std::string(size, 'a')); }
 
 class Fetcher : public testing::Test {
 protected:
-    Fetcher()
-    {
-        for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
-            ::unsetenv(name);
-        }
-    }
+    Fetcher() { testing_support::UseNoProxy(); }
 
     void Serve(const HttpAnswer& answer) { m_server.emplace(Always(answer)); }
 

@@ -16,8 +16,8 @@ namespace reportd {
 inline constexpr std::chrono::minutes kSlotLength{5};
 inline constexpr std::chrono::seconds kJitterLimit{20};
 inline constexpr std::chrono::minutes kLongestBackoff{60};
-// A file of the new day, or Tokyo's after its nightly rest, may be missing until then.
-inline constexpr std::chrono::hours kNewDayDue{1};
+// After midnight: until then the new day's file may be missing. Some have been seen to appear as late as 01:43.
+inline constexpr std::chrono::minutes kNewDayDue{105};
 
 // The pace of one company.
 struct PollPace {

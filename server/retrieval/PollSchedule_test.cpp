@@ -127,12 +127,12 @@ TEST(PollSchedule, NoPollIsPlannedBeyondThat)
     }
 }
 
-TEST(PollSchedule, TheNewDaysFileIsDueAtOne)
+TEST(PollSchedule, TheNewDaysFileIsDueAtAQuarterToTwo)
 {
     EXPECT_FALSE(IsBeforeNewDay(At(23, 59, 59)));
     EXPECT_TRUE(IsBeforeNewDay(At(0, 0)));
-    EXPECT_TRUE(IsBeforeNewDay(At(0, 59, 59)));
-    EXPECT_FALSE(IsBeforeNewDay(At(1, 0)));
+    EXPECT_TRUE(IsBeforeNewDay(At(1, 44, 59)));
+    EXPECT_FALSE(IsBeforeNewDay(At(1, 45)));
 }
 
 } // namespace
