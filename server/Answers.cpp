@@ -337,10 +337,10 @@ WebAnswer CAnswers::Impl::AnswerPlain(const Question& question)
     case Resource::kMetrics:
         return PassingAnswer(200, kMetricsType, MetricsDocument(source, statistics));
     case Resource::kStyle:
-        return Serve(question, question.target, {.contentType = kStyleType, .fields = std::string(kKeptAnHour)},
+        return Serve(question, question.target, {.contentType = kStyleType, .fields = std::string(kAskAgain)},
                      [] { return std::string(kPageStyle); });
     default:
-        return Serve(question, question.target, {.contentType = kScriptType, .fields = std::string(kKeptAnHour)},
+        return Serve(question, question.target, {.contentType = kScriptType, .fields = std::string(kAskAgain)},
                      [] { return std::string(kPageScript); });
     }
 }
