@@ -1,6 +1,6 @@
 # The commands. Each installs what it needs first, and no more; scripts/ does the work.
 .DEFAULT_GOAL := programs
-.PHONY: help programs windows setup demo demo-windows check test test-linux test-windows test-asan test-tsan simulate fuzz \
+.PHONY: help programs windows setup demo demo-windows check test test-linux test-windows test-asan test-tsan simulate fleet fuzz \
         bench coverage format tidy clean
 
 programs: ## build the programs for this system and say where they lie; what "make" alone does
@@ -53,6 +53,10 @@ test-tsan: ## the Linux tests with the thread sanitizer
 simulate: ## run the whole program for DAYS (30) simulated days under SEEDS (200) seeds from FIRST_SEED (1) on
 	@scripts/setup.sh build tests
 	@SEEDS=$(SEEDS) DAYS=$(DAYS) FIRST_SEED=$(FIRST_SEED) scripts/simulate.sh
+
+fleet: ## compute the load of MACHINES (1000000) machines under SEED (1) anew, for docs/fleet.md
+	@scripts/setup.sh build tests
+	@MACHINES=$(MACHINES) SEED=$(SEED) scripts/fleet.sh
 
 fuzz: ## run each fuzzer for FUZZ_SECONDS (default 30)
 	@scripts/setup.sh build fuzz

@@ -49,7 +49,7 @@ if [[ " ${missing[*]} " == *' nginx'* && ! -e /etc/systemd/system/nginx.service 
 fi
 # An old package index names versions that the mirror no longer serves, so it is refreshed first.
 if ! { "${as_root[@]}" apt-get update &&
-       "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
+       "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
          apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
   tail -n 30 "$log" >&2
   exit 1

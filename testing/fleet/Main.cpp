@@ -95,9 +95,10 @@ void Run(const CommandLine& line)
     const platform::sim::CMachine machine; // the settings' defaults are asked of it
     std::string descriptions;
     std::string pictures;
-    std::cout
-        << "| Scenario | Mean | Busiest minute | Busiest second | Minute to mean | Origin, mean | Origin, busiest "
-           "second | Refused |\n|---|---|---|---|---|---|---|---|\n";
+    std::cout << NumberText(line.machines)
+              << " machines, requests a second:\n\n"
+                 "| Scenario | Mean | Busiest minute | Busiest second | Busiest minute to mean "
+                 "| To the report server: mean | Busiest second | Refused |\n|---|---|---|---|---|---|---|---|\n";
     for (const Scenario& scenario : Scenarios()) {
         if (!line.scenarios.empty() &&
             std::find(line.scenarios.begin(), line.scenarios.end(), scenario.name) == line.scenarios.end()) {
@@ -106,9 +107,11 @@ void Run(const CommandLine& line)
         const Load load = Simulate(DayOf(scenario, line.machines, line.seed));
         PrintRow(std::cout, scenario, Summarize(load));
         std::cout.flush();
-        const std::string what = scenario.isRemedy ? "as power-cut, but " : "";
+        const std::string what = scenario.isRemedy ? "as power-cut, and " : "";
         descriptions += "- " + std::string(scenario.name) + ": " + what + scenario.description + ".\n";
-        pictures += "\n" + std::string(scenario.name) + ":\n\n```\n" + Picture(load) + "```\n";
+        if (scenario.isPictured) {
+            pictures += "\n" + std::string(scenario.name) + ":\n\n```\n" + Picture(load) + "```\n";
+        }
         if (!line.csvFolder.empty()) {
             WriteFile(line.csvFolder, scenario, load);
         }

@@ -161,7 +161,6 @@ private:
         std::vector<std::uint32_t> machines;
         std::vector<std::uint16_t> lives; // of each machine when it began
         std::size_t running = 0;
-        std::size_t asked = 0; // targets so far
     };
     TimeMs TimeOf(Tick tick) const { return m_day.begin + tick * kAnswerMs; }
     void Change(const LifeEvent& event, Tick tick);
@@ -169,8 +168,8 @@ private:
     void BeginPass(std::uint32_t machine, Tick tick);
     void ArmTimer(std::uint32_t machine, Tick tick);
     void Serve(Tick tick);
-    // A group's requests up to a count of rounds, which go to the cache; how many of them it passes on.
-    double AskFor(Group& group, TimeMs time, double rounds);
+    // A group's requests between two counts of its rounds, which go to the cache; how many of them it passes on.
+    double AskFor(const Group& group, TimeMs time, double from, double to);
     void EndPasses(Tick tick);
 
     Day m_day;
@@ -292,11 +291,11 @@ void CModel::Serve(Tick tick)
     }
     double requests = 0;
     double origin = 0;
-    for (Group& group : m_groups) {
+    for (const Group& group : m_groups) {
         const double from = m_rounds - group.begin;
         const double to = std::min(from + rounds, m_passRounds);
         requests += static_cast<double>(group.running) * (to - from);
-        origin += AskFor(group, time, to);
+        origin += AskFor(group, time, from, to);
     }
     if (time >= 0) {
         const auto second = static_cast<std::size_t>(time / kSecondMs);
@@ -309,11 +308,13 @@ void CModel::Serve(Tick tick)
     EndPasses(tick + 1);
 }
 
-double CModel::AskFor(Group& group, TimeMs time, double rounds)
+double CModel::AskFor(const Group& group, TimeMs time, double from, double to)
 {
     double origin = 0;
-    for (; static_cast<double>(group.asked) < rounds; ++group.asked) {
-        origin += m_cache.Ask(group.asked, time, static_cast<double>(group.running));
+    for (auto target = static_cast<std::size_t>(from); static_cast<double>(target) < to; ++target) {
+        // Of machines that have to wait, some are answered now.
+        const double part = std::min(to, static_cast<double>(target + 1)) - std::max(from, static_cast<double>(target));
+        origin += m_cache.Ask(target, time, static_cast<double>(group.running) * part);
     }
     return origin;
 }

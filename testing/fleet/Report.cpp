@@ -35,8 +35,10 @@ Summary Summarize(const Load& load)
     summary.requests = Sum(load.requests);
     summary.refused = Sum(load.refused);
     const std::vector<double> minutes = Minutes(load.requests);
-    const auto busy = std::count_if(minutes.begin(), minutes.end(), [](double rate) { return rate > 0; });
-    const double seconds = static_cast<double>(std::max<std::ptrdiff_t>(busy, 1)) * kSecondsOfAMinute;
+    const auto isBusy = [](double rate) { return rate > 0; };
+    const auto first = std::find_if(minutes.begin(), minutes.end(), isBusy);
+    const auto end = std::find_if(minutes.rbegin(), minutes.rend(), isBusy).base();
+    const double seconds = static_cast<double>(std::max<std::ptrdiff_t>(end - first, 1)) * kSecondsOfAMinute;
     summary.mean = summary.requests / seconds;
     summary.originMean = Sum(load.origin) / seconds;
     summary.peakMinute = *std::max_element(minutes.begin(), minutes.end());

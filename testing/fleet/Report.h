@@ -13,11 +13,11 @@ struct Summary {
     std::uint64_t passes = 0;
     double requests = 0;
     double refused = 0;    // of these
-    double mean = 0;       // over the minutes in which there was a request
+    double mean = 0;       // from the first request's minute to the last one's
     double peakMinute = 0; // of the busiest minute
     double peakSecond = 0;
     TimeMs peakTime = 0;   // begin of the busiest second
-    double originMean = 0; // of the cache to the report server, over the same minutes
+    double originMean = 0; // of the cache to the report server, over the same time
     double originPeak = 0; // of the busiest second
 };
 Summary Summarize(const Load& load);

@@ -120,18 +120,23 @@ void PrepareKeptMissing(Day& day, std::uint64_t seed)
 }
 
 constexpr Scenario kScenarios[] = {
-    {"all-day", "all machines on for the day", false, PrepareAllDay},
-    {"working-day", "starts around 9:00, ends around 18:00 (standard deviation 20 minutes)", false, PrepareWorkingDay},
-    {"lunch", "the same, suspended around 12:00, resumed around 13:00 (standard deviation 4 minutes)", false,
-     PrepareLunch},
-    {"power-cut", "all day, power cut at 14:00, all started again between 14:02:00 and 14:02:10", false,
+    {"all-day", "all machines are on for the day", false, true, PrepareAllDay},
+    {"working-day", "started around 9:00, ended around 18:00 (standard deviation 20 minutes)", false, true,
+     PrepareWorkingDay},
+    {"lunch", "as working-day, suspended around 12:00, resumed around 13:00 (standard deviation 4 minutes)", false,
+     true, PrepareLunch},
+    {"power-cut", "all day, a power cut at 14:00, all started again between 14:02:00 and 14:02:10", false, true,
      PreparePowerCut},
-    {"delayed-start", "each machine waits up to 30 minutes, at random, before it starts the program", true,
+    {"delayed-start", "each machine waits for up to 30 minutes, at random, before it starts the program", true, true,
      PrepareDelayedStart},
-    {"wide-interval", "`IntervalMax` is 105, so that passes are 15 to 134 minutes apart", true, PrepareWideInterval},
-    {"slow-server", "the server answers 50,000 requests a second, the others wait", true, PrepareSlowServer},
-    {"limit", "`limit_req` of 50,000 requests a second for all together, the others are refused", true, PrepareLimit},
-    {"kept-503", "the cache may keep an answer 503 for 10 seconds", true, PrepareKeptMissing},
+    {"wide-interval", "`IntervalMax` is 105, so that passes are 15 to 134 minutes apart", true, true,
+     PrepareWideInterval},
+    {"slow-server", "the server answers 50,000 requests a second for each million of machines, and the others wait",
+     true, true, PrepareSlowServer},
+    {"limit", "nginx refuses what is above 50,000 requests a second for each million of machines", true, false,
+     PrepareLimit},
+    {"kept-503", "the report server allows caches to keep an answer 503 for 10 seconds", true, false,
+     PrepareKeptMissing},
 };
 
 } // namespace

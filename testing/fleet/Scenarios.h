@@ -12,6 +12,7 @@ struct Scenario {
     const char* name;        // on the command line
     const char* description; // one line
     bool isRemedy;           // the power cut again, with something set otherwise
+    bool isPictured;         // whether its requests over the day differ from those of the scenarios before it
     // Fills in what distinguishes the day. machines and schedule are set; seed: of everything that is drawn for it.
     void (*prepare)(Day& day, std::uint64_t seed);
 };

@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Runs nginx with docs/fleet-nginx.conf between machines and a report server, all on loopback.
 
-    cache_test.py --nginx PROGRAM --faketime LIBRARY [unittest's arguments]
+    cache_test.py --nginx PROGRAM --faketime LIBRARY --reportd PROGRAM --amporasrv PROGRAM --amporactl PROGRAM
+                  [unittest's arguments]
 
 nginx is the real one, with a folder of its own and a clock that a test can put forward. The report server is a stand-in
-that can be slow, or misbehave.
+where it has to be slow or to misbehave, and ampora-reportd elsewhere.
 """
 import argparse
 import concurrent.futures
@@ -32,6 +33,17 @@ REPORT = "/usage/tokyo/instant?date=2012-07-02&output=xml"
 TODAY = {"Cache-Control": "max-age=60, stale-while-revalidate=60, stale-if-error=600", "ETag": '"first"'}
 MISSING = {"Cache-Control": "no-store"}
 LONG_AFTER = 3600
+
+
+# Company, kinds that a machine asks for.
+COMPANIES = {"tokyo": "iaesd", "tohoku": "iaesd", "kansai": "iaesd", "chubu": "asd", "kyushu": "isd"}
+KINDS = {"i": "usage/{}/instant", "a": "usage/{}/actual", "e": "usage/{}/estimated", "s": "peak/{}/supply",
+         "d": "peak/{}/demand"}
+
+
+def targets_of_a_pass(days):
+    return [f"/{KINDS[kind].format(company)}?date={day}&output=xml"
+            for company, kinds in COMPANIES.items() for kind in kinds for day in days]
 
 
 def wait_until(condition):
@@ -117,6 +129,80 @@ def report(body=b"<power_report/>", headers=None):
     return handle
 
 
+class Reportd:
+    """ampora-reportd with sample data."""
+
+    def __init__(self):
+        self.process = subprocess.Popen([PROGRAMS.reportd, "--source", "sample", "--port", "0"], stdout=subprocess.PIPE, text=True)
+        ready = self.process.stdout.readline()
+        self.port = int(re.fullmatch(r".* on http://127\.0\.0\.1:(\d+)\n", ready)[1])
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+
+    def forward(self, target, headers):
+        known = headers.get("If-None-Match")
+        answer = ask(self.port, target, headers={"If-None-Match": known} if known else {})
+        for name in ("Content-Length", "Connection", "Date", "Server"):
+            answer.headers.pop(name, None)
+        return answer
+
+
+def any_report(target):
+    """A report of the kind and day that a target names."""
+    category, kind, day = re.fullmatch(r"/(usage|peak)/\w+/(\w+)\?date=([\d-]+)&output=xml", target).groups()
+    if category == "peak":
+        name = "peak_" + kind
+        records = f'<{kind} start="{day}T14:00:00" end="{day}T15:00:00">5000</{kind}>'
+    else:
+        name = kind + "_usage"
+        records = "".join(f'<usage datetime="{day}T{hour:02}:00:00" duration="3600">{4000 + hour}</usage>'
+                          for hour in range(24))
+    return f"<power_report><{name}>{records}</{name}></power_report>".encode()
+
+
+class Machine:
+    """A machine with AmporaSrv, which makes its passes when it is told to. Its address is 127.0.0.1."""
+
+    def __init__(self, port):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="ampora-machine-"))
+        for name in ("user", "machine/AmporaSrv", "run", "lock", "data"):
+            (self.folder / name).mkdir(parents=True)
+        (self.folder / "run").chmod(0o700)
+        (self.folder / "machine/AmporaSrv/settings.reg").write_text(
+            "Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv]\n"
+            f'"Enable"=dword:00000001\n"LogLevel"=dword:00000008\n"ApiHost"="127.0.0.1:{port}"\n')
+        self.environment = {name: value for name, value in os.environ.items() if not name.lower().endswith("_proxy")}
+        self.environment.update(
+            XDG_CONFIG_HOME=str(self.folder / "user"), XDG_CONFIG_DIRS=str(self.folder / "machine"),
+            XDG_RUNTIME_DIR=str(self.folder / "run"), AMPORA_LOCK_DIR=str(self.folder / "lock"),
+            AMPORA_COMMON_APPDATA=str(self.folder / "data"), AMPORA_CONNECTED_STATE="2")
+        self.trace = open(self.folder / "trace", "w+", encoding="utf-8")
+        self.process = subprocess.Popen([PROGRAMS.amporasrv], env=self.environment, stderr=self.trace)
+        wait_until(lambda: self.passes() == 1)
+
+    def passes(self):
+        return (self.folder / "trace").read_text(encoding="utf-8").count("Next UpdateTimer Started")
+
+    def make_pass(self):
+        before = self.passes()
+        subprocess.run([PROGRAMS.amporactl, "update"], env=self.environment, check=True, capture_output=True,
+                       timeout=LIMIT)
+        wait_until(lambda: self.passes() > before)
+
+    def records(self):
+        """What each data file holds behind its header."""
+        return {path.name: path.read_bytes()[32:] for path in (self.folder / "data/AmporaSrv").iterdir()}
+
+    def close(self):
+        self.process.terminate()
+        self.process.wait(LIMIT)
+        self.trace.close()
+        shutil.rmtree(self.folder)
+
+
 class Cache:
     """nginx with the fleet's configuration in front of a port of loopback."""
 
@@ -130,8 +216,9 @@ class Cache:
         text = CONFIGURATION.read_text(encoding="utf-8")
         temporary = "".join(f" {name}_temp_path {self.folder}/temp/{name};"
                             for name in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
+        # The log tells when the cache manager has looked for what is to be deleted.
         for old, new in (("/run/nginx.pid", f"{self.folder}/pid"),
-                         ("/var/log/nginx/error.log", str(self.log)),
+                         ("/var/log/nginx/error.log warn", f"{self.log} debug"),
                          ("/var/cache/nginx/ampora", f"{self.folder}/cache"), ("192.0.2.10:80", f"127.0.0.1:{self.port}"),
                          ("192.0.2.0/24", network), ("127.0.0.1:8470", f"127.0.0.1:{origin_port}"),
                          ("\nhttp {\n", f"\nhttp {{\n   {temporary}\n")):
@@ -173,6 +260,14 @@ class Cache:
         date = email.utils.parsedate_to_datetime(dict(ask(self.port, "/", machine=254).headers)["Date"])
         return (date - datetime.datetime.now(datetime.timezone.utc)).total_seconds()
 
+    def wait_for_manager(self):
+        """Until the cache manager has looked through the whole list once more, by the present clock."""
+        looks = self.manager_looks()
+        wait_until(lambda: self.manager_looks() > looks + 1)
+
+    def manager_looks(self):
+        return self.log.read_text(errors="replace").count("http file cache expire\n")
+
     def close(self):
         self.process.terminate()
         self.process.wait(LIMIT)
@@ -188,6 +283,11 @@ class CacheTest(unittest.TestCase):
     def put_cache_before(self, port, **arguments):
         self.cache = Cache(port, **arguments)
         self.addCleanup(self.cache.close)
+
+    def start_reportd(self):
+        reportd = Reportd()
+        self.addCleanup(reportd.kill)
+        return reportd
 
     def ask(self, *arguments, **names):
         return ask(self.cache.port, *arguments, **names)
@@ -315,10 +415,96 @@ class WithAStandIn(CacheTest):
         self.assertEqual(self.origin.requests, [])
 
 
+class WithTheReportServer(CacheTest):
+    def days(self):
+        # The server's day is Japan's; yesterday and today there have reports of every kind, but for the first hour.
+        japan = datetime.datetime.now(datetime.timezone.utc) + datetime.timedelta(hours=9)
+        return [(japan - datetime.timedelta(days=back)).date().isoformat() for back in (2, 1)]
+
+    def test_fifty_machines_at_once_cost_one_request(self):
+        reportd = self.start_reportd()
+        self.serve(reportd.forward)
+        target = targets_of_a_pass(self.days())[0]
+        expected = ask(reportd.port, target).body
+        for answer in self.ask_in_parallel(50, target):
+            self.expect(answer, 200, expected)
+        self.assertEqual(len(self.origin.requests), 1)
+
+    def test_reports_are_confirmed_by_their_tags(self):
+        reportd = self.start_reportd()
+        statuses = []
+
+        def forward(target, headers):
+            answer = reportd.forward(target, headers)
+            statuses.append(answer.status)
+            return answer
+
+        self.serve(forward)
+        for target in targets_of_a_pass(self.days()):
+            self.ask(target)
+        self.cache.put_clock(2 * LONG_AFTER)
+        for target in targets_of_a_pass(self.days()):
+            self.expect(self.ask(target, machine=2), 200, ask(reportd.port, target).body, "REVALIDATED")
+        self.assertEqual(statuses, [200] * 42 + [304] * 42)
+
+    def test_an_hour_after_the_servers_end_each_machine_gets_its_last_reports(self):
+        reportd = self.start_reportd()
+        self.put_cache_before(reportd.port)
+        targets = targets_of_a_pass(self.days())
+        self.assertEqual(len(targets), 42)
+        reports = [self.ask(target).body for target in targets]
+        self.assertTrue(all(b"<power_report>" in body for body in reports))
+        reportd.kill()
+        self.cache.put_clock(2 * LONG_AFTER)  # the hour for which a closed day is fresh, and one more
+        self.cache.wait_for_manager()
+        for machine in range(1, 51):
+            for target, body in zip(targets, reports):
+                self.expect(self.ask(target, machine=machine), 200, body, "STALE")
+
+
+class WithAMachine(CacheTest):
+    def setUp(self):
+        self.missing = False
+        self.serve(lambda target, request: Answer(503, MISSING) if self.missing
+                   else report(any_report(target))(target, request))
+        self.machine = Machine(self.cache.port)
+        self.addCleanup(self.machine.close)
+        self.records = self.machine.records()
+        self.assertEqual(len(self.records), 21)
+        self.assertNotIn(b"", self.records.values())
+
+    def test_a_failing_server_leaves_its_files_as_they_were(self):
+        self.origin.handler = lambda *_: Answer(500)
+        self.cache.put_clock(LONG_AFTER)
+        asked = len(self.origin.requests)
+        self.machine.make_pass()
+        self.assertEqual(self.machine.records(), self.records)
+        self.assertGreaterEqual(len(self.origin.requests), asked + 42)
+
+    def test_a_refusal_leaves_its_files_as_they_were(self):
+        while self.ask(machine=1).status != 429:
+            pass
+        self.machine.make_pass()
+        self.assertEqual(self.machine.records(), self.records)
+        self.assertGreater(self.cache.log.read_text().count("limiting requests"), 20)
+
+    def test_a_missing_cache_leaves_its_files_as_they_were(self):
+        self.cache.process.terminate()
+        self.cache.process.wait(LIMIT)
+        self.machine.make_pass()
+        self.assertEqual(self.machine.records(), self.records)
+
+    def test_an_answer_503_empties_its_files(self):
+        self.missing = True
+        self.cache.put_clock(LONG_AFTER)
+        self.machine.make_pass()
+        self.assertEqual(set(self.machine.records().values()), {b""})
+
+
 def main():
     global PROGRAMS
     parser = argparse.ArgumentParser()
-    for name in ("nginx", "faketime"):
+    for name in ("nginx", "faketime", "reportd", "amporasrv", "amporactl"):
         parser.add_argument("--" + name, required=True)
     PROGRAMS, rest = parser.parse_known_args()
     unittest.main(argv=[sys.argv[0], *rest])
