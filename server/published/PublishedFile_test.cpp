@@ -398,6 +398,13 @@ TEST(PublishedFile, TakesHeadingsOfTheSettings)
     EXPECT_THAT(file.unknown, IsEmpty());
 }
 
+TEST(PublishedFile, TomorrowsHoursAreNotTodays)
+{
+    const PublishedFile file = ReadText(Changed(NoonText(), "予測値(万kW)", "翌日の予測値(万kW)"));
+    EXPECT_THAT(RecordsOf(file, Series::kEstimatedUsage), IsEmpty());
+    EXPECT_THAT(file.unknown, ElementsAre("翌日の予測値(万kW)"));
+}
+
 TEST(PublishedFile, KnownHeadingsKeepTheirMeaning)
 {
     const ExtraHeadings extra{{{Series::kSupply, {"予測値(万kW)"}}}};
