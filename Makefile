@@ -31,11 +31,11 @@ check: ## layout, layers, repository rules, static analysis, and the checks of t
 	@scripts/test.sh checks
 
 test: ## build and run every test, for Linux and, under wine, for Windows
-	@scripts/setup.sh build windows wine tests bus
+	@scripts/setup.sh build windows wine tests bus browser
 	@scripts/test.sh linux windows
 
 test-linux: ## build and run the tests for Linux
-	@scripts/setup.sh build tests bus
+	@scripts/setup.sh build tests bus browser
 	@scripts/test.sh linux
 
 test-windows: ## build the tests for Windows and run them under wine

@@ -16,6 +16,7 @@ constexpr double kLineHeight = 18;
 constexpr double kTickGap = 8;
 constexpr double kRightMargin = 18; // half of the label of 24:00
 constexpr double kBareMargin = 3;
+constexpr int kBareStepCount = 100; // without axes the scale ends close to the highest value
 constexpr double kSwatchWidth = 22;
 
 // With one decimal at most, and a full stop in every locale.
@@ -59,7 +60,7 @@ public:
     CDrawing(const DayCurves& curves, const DayLabels& labels, const SvgOptions& options)
         : m_curves(curves), m_labels(labels), m_options(options)
     {
-        m_scale = ScaleOf(curves, std::clamp(options.height / 60, 2, 6));
+        m_scale = ScaleOf(curves, options.hasAxes ? std::clamp(options.height / 60, 2, 6) : kBareStepCount);
         m_left = m_top = kBareMargin;
         m_right = options.width - kBareMargin;
         m_bottom = options.height - kBareMargin;
@@ -70,8 +71,6 @@ public:
     std::string Draw()
     {
         const std::string box = "0 0 " + std::to_string(m_options.width) + " " + std::to_string(m_options.height);
-        const std::string ids =
-            m_options.id + (m_options.hasAxes ? "-title " + m_options.id + "-description" : "-title");
         const std::string width = std::to_string(m_options.width);
         const std::string height = std::to_string(m_options.height);
         // "xmlns" does no harm within HTML, and a reader of the page as XML needs it.
@@ -82,7 +81,8 @@ public:
                        {"width", width},
                        {"height", height},
                        {"role", "img"},
-                       {"aria-labelledby", ids},
+                       {"aria-labelledby", Joined(m_options.id, "-title")},
+                       {"aria-describedby", Joined(m_options.id, m_options.hasAxes ? "-description" : "-title")},
                        {"data-left", Coordinate(m_left)},
                        {"data-right", Coordinate(m_right)},
                        {"data-top", Coordinate(m_top)},

@@ -154,7 +154,7 @@ TEST(DayChartSvg, EscapesEveryText)
 TEST(DayChartSvg, NamesItselfForReadersWhoDoNotSeeIt)
 {
     const std::string svg = PartOfPage(WholeCurves());
-    EXPECT_THAT(svg, HasSubstr("role=\"img\" aria-labelledby=\"c-title c-description\""));
+    EXPECT_THAT(svg, HasSubstr("role=\"img\" aria-labelledby=\"c-title\" aria-describedby=\"c-description\""));
     EXPECT_THAT(svg, HasSubstr("<title id=\"c-title\">Tokyo, today</title>"));
     EXPECT_THAT(svg, HasSubstr("<desc id=\"c-description\">Demand and supply</desc>"));
 }

@@ -12,6 +12,7 @@ declare -A groups=(
   [tests]='googletest iproute2 libbenchmark-dev libfaketime libssl-dev nginx nlohmann-json3-dev openssl python3' # to build test programs and benchmarks, give tests networks of
                                                          # their own, and check trace messages
   [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
+  [browser]='chromium chromium-driver fonts-dejavu-core fonts-ipafont-gothic' # to look at the report server's pages
   [format]='clang-format git'
   [checks]='clang-format clang-tidy git python3'
   [fuzz]='clang libclang-rt-14-dev'

@@ -169,6 +169,18 @@ chart::DayLabels LabelsOf(const PageContext& page, const Shown& shown)
             .now = Filled(TextId::kNowLabel, page.language, {ClockText(page.now)})};
 }
 
+// For a chart without room for names beside its lines.
+chart::DayLabels ShortLabels(const PageContext& page, const Shown& shown, chart::DayLabels labels)
+{
+    if (shown.day.peakDemand) {
+        labels.peakDemand = MegawattText(shown.day.peakDemand->value, page.language);
+    }
+    if (shown.day.peakSupply) {
+        labels.peakSupply = MegawattText(shown.day.peakSupply->value, page.language);
+    }
+    return labels;
+}
+
 void WriteLegend(PageContext& page, const chart::DayCurves& curves)
 {
     struct Curve {
@@ -201,7 +213,7 @@ void WriteChart(PageContext& page, const Shown& shown)
                                            {.width = 1000, .height = 380, .id = "wide", .isStandAlone = false}));
         });
         html.Element("div", {{"class", "plot narrow"}}, [&] {
-            html.Markup(chart::DayChartSvg(curves, labels,
+            html.Markup(chart::DayChartSvg(curves, ShortLabels(page, shown, labels),
                                            {.width = 360, .height = 300, .id = "narrow", .isStandAlone = false}));
         });
         html.Element("p", {{"class", "read-out"}, {"hidden", "hidden"}}, page.Text(TextId::kReadHint));

@@ -37,11 +37,9 @@ std::optional<Reading> NewestOfDay(const DayView& day)
 
 } // namespace
 
-bool DayView::HasFigures() const
-{
-    const bool hasList = !instant.empty() || !actual.empty() || !estimated.empty() || !supply.empty();
-    return hasList || !solar.empty() || !wind.empty() || peakDemand || peakSupply;
-}
+bool DayView::HasCurves() const { return !instant.empty() || !actual.empty() || !estimated.empty() || !supply.empty(); }
+
+bool DayView::HasFigures() const { return HasCurves() || !solar.empty() || !wind.empty() || peakDemand || peakSupply; }
 
 DayView LoadDay(CFigureSource& source, int siteNumber, std::chrono::year_month_day date, LocalTime now)
 {

@@ -21,6 +21,8 @@ struct DayView {
     std::vector<UsageRate> rates = {}; // by hour
     DayState state = {};
 
+    // Whether there is demand or supply over time; HasFigures: or any other figure.
+    bool HasCurves() const;
     bool HasFigures() const;
 };
 

@@ -55,6 +55,9 @@ TEST(DayView, IsEmptyWithoutFigures)
     EXPECT_FALSE(LoadDay(source, catalogue::kTokyo, kDay, kMidnight).HasFigures());
     source.Add(catalogue::kTokyo, Series::kWind, kDay, Instant(minutes{0}, 1));
     EXPECT_TRUE(LoadDay(source, catalogue::kTokyo, kDay, kMidnight).HasFigures());
+    EXPECT_FALSE(LoadDay(source, catalogue::kTokyo, kDay, kMidnight).HasCurves());
+    source.Add(catalogue::kTokyo, Series::kSupply, kDay, Hour(0, 1));
+    EXPECT_TRUE(LoadDay(source, catalogue::kTokyo, kDay, kMidnight).HasCurves());
 }
 
 TEST(DayView, LeavesOutWhatLiesOutsideTheDay)

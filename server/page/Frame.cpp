@@ -51,9 +51,7 @@ void WriteFooter(PageContext& page)
     chart::CMarkup& html = page.html;
     html.Element("footer", {{"class", "site"}}, [&] {
         html.Element("p", {}, page.Text(TextId::kBandLegend));
-        if (page.IsSample()) {
-            html.Element("p", {}, page.Text(TextId::kSampleData));
-        } else {
+        if (!page.IsSample()) {
             html.Element("p", {}, page.Text(TextId::kJapanTime));
             html.Element("p", {}, page.Text(TextId::kAbout));
         }
@@ -167,7 +165,7 @@ void WriteFreshness(PageContext& page, const DayView& day)
         const std::string when =
             DayOf(moment) == page.Today() ? ClockText(moment) : IsoDate(DayOf(moment)) + " " + ClockText(moment);
         WriteTime(page, moment, Filled(text, page.language, {when}));
-        html.Text(" (" + AgeText(page.now - moment, page.language) + ")");
+        html.Text(Filled(TextId::kAge, page.language, {AgeText(page.now - moment, page.language)}));
     };
     html.Element("p", {{"class", freshness == Freshness::kStale ? "freshness stale" : "freshness"}}, [&] {
         if (freshness == Freshness::kSample || freshness == Freshness::kMissing) {
@@ -182,7 +180,7 @@ void WriteFreshness(PageContext& page, const DayView& day)
             writeMoment(TextId::kPublished, *day.state.published);
         }
         if (day.state.observed) {
-            html.Text(", ");
+            html.Text(day.state.published ? page.Text(TextId::kComma) : "");
             writeMoment(TextId::kConfirmed, *day.state.observed);
         }
     });

@@ -70,29 +70,32 @@ void WriteNow(PageContext& page, const Company& company)
 
 void WritePeakCell(PageContext& page, const std::optional<ReportRecord>& peak)
 {
-    page.html.Element("td", {}, [&] {
-        if (!peak) {
-            WriteMissing(page);
-            return;
-        }
-        page.html.Element("span", {{"class", "value"}}, MegawattText(peak->value, page.language));
-        page.html.Element("span", {{"class", "remark"}}, IntervalText(peak->start, peak->end, page.language));
-    });
+    if (!peak) {
+        WriteMissing(page);
+        return;
+    }
+    page.html.Element("span", {{"class", "value"}}, MegawattText(peak->value, page.language));
+    page.html.Element("span", {{"class", "remark"}}, IntervalText(peak->start, peak->end, page.language));
 }
 
-void WritePeakRow(PageContext& page, TextId name, const DayView& day)
+void WritePeakRateCell(PageContext& page, const DayView& day)
+{
+    if (const std::optional<unsigned> tenths = PeakRate(day)) {
+        WriteRate(page, tenths);
+    } else {
+        WriteMissing(page);
+    }
+}
+
+// A row with a cell for today and one for tomorrow.
+void WritePeakRow(PageContext& page, TextId name, const Company& company,
+                  const std::function<void(const DayView&)>& writeCell)
 {
     page.html.Element("tr", {}, [&] {
         page.html.Element("th", {{"scope", "row"}}, page.Text(name));
-        WritePeakCell(page, day.peakDemand);
-        WritePeakCell(page, day.peakSupply);
-        page.html.Element("td", {}, [&] {
-            if (const std::optional<unsigned> tenths = PeakRate(day)) {
-                WriteRate(page, tenths);
-            } else {
-                WriteMissing(page);
-            }
-        });
+        for (const DayView* const day : {&company.today, &company.tomorrow}) {
+            page.html.Element("td", {}, [&] { writeCell(*day); });
+        }
     });
 }
 
@@ -105,16 +108,29 @@ void WritePeaks(PageContext& page, const Company& company, std::string_view name
         html.Element("thead", {}, [&] {
             html.Element("tr", {}, [&] {
                 html.Element("td", {}, "");
-                for (const TextId text : {TextId::kPeakDemand, TextId::kPeakSupply, TextId::kUsageRate}) {
-                    html.Element("th", {{"scope", "col"}}, page.Text(text));
-                }
+                html.Element("th", {{"scope", "col"}}, page.Text(TextId::kToday));
+                html.Element("th", {{"scope", "col"}}, page.Text(TextId::kTomorrow));
             });
         });
         html.Element("tbody", {}, [&] {
-            WritePeakRow(page, TextId::kToday, company.today);
-            WritePeakRow(page, TextId::kTomorrow, company.tomorrow);
+            WritePeakRow(page, TextId::kPeakDemand, company,
+                         [&page](const DayView& day) { WritePeakCell(page, day.peakDemand); });
+            WritePeakRow(page, TextId::kPeakSupply, company,
+                         [&page](const DayView& day) { WritePeakCell(page, day.peakSupply); });
+            WritePeakRow(page, TextId::kUsageRate, company,
+                         [&page](const DayView& day) { WritePeakRateCell(page, day); });
         });
     });
+}
+
+void WriteSmallChart(PageContext& page, const DayView& day, std::string_view id)
+{
+    if (!day.HasCurves()) {
+        return;
+    }
+    page.html.Markup(chart::DayChartSvg(
+        CurvesOf(day, {}, page.now), {.title = std::string(page.Text(TextId::kSparkTitle))},
+        {.width = 360, .height = 90, .id = std::string(id) + "-chart", .isStandAlone = false, .hasAxes = false}));
 }
 
 void WriteCard(PageContext& page, const catalogue::Company& entry)
@@ -126,13 +142,7 @@ void WriteCard(PageContext& page, const catalogue::Company& entry)
     html.Element("article", {{"class", "card"}, {"id", entry.key.Narrow()}}, [&] {
         html.Element("h2", {}, [&] { html.Element("a", {{"href", address}}, name); });
         WriteNow(page, company);
-        html.Markup(chart::DayChartSvg(CurvesOf(company.today, {}, page.now),
-                                       {.title = std::string(page.Text(TextId::kSparkTitle))},
-                                       {.width = 360,
-                                        .height = 90,
-                                        .id = std::string(entry.key.Narrow()),
-                                        .isStandAlone = false,
-                                        .hasAxes = false}));
+        WriteSmallChart(page, company.today, entry.key.Narrow());
         WritePeaks(page, company, name);
         WriteFreshness(page, company.today);
     });

@@ -33,7 +33,7 @@ const std::string_view kPageScript = R"js("use strict";
   const watchPlot = (plot, figure) => {
     const svg = plot.querySelector("svg");
     const readOut = figure.querySelector(".read-out");
-    const width = svg.viewBox.baseVal.width;
+    const { width, height } = svg.viewBox.baseVal;
     const left = Number(svg.dataset.left) / width;
     const right = Number(svg.dataset.right) / width;
     const probe = document.createElement("div");
@@ -41,6 +41,8 @@ const std::string_view kPageScript = R"js("use strict";
     probe.className = "probe";
     probe.style.left = `${left * 100}%`;
     probe.style.right = `${(1 - right) * 100}%`;
+    probe.style.top = `${(Number(svg.dataset.top) / height) * 100}%`;
+    probe.style.bottom = `${(1 - Number(svg.dataset.bottom) / height) * 100}%`;
     probe.tabIndex = 0;
     for (const [name, value] of [["role", "slider"], ["aria-label", figure.dataset.readLabel], ["aria-valuemin", 0],
                                  ["aria-valuemax", kMinutes - kStep], ["aria-valuenow", 0], ["aria-valuetext", "0:00"]]) {

@@ -118,14 +118,17 @@ dt { color: var(--quiet); font-size: .8125rem; }
 .now .value { font-size: 1.125rem; font-weight: 600; }
 .missing { color: var(--quiet); text-decoration: none; }
 .card .day-chart { display: block; width: 100%; height: auto; }
-.peaks { width: 100%; margin-top: 12px; border-collapse: collapse; font-size: .875rem; }
+.peaks { width: 100%; table-layout: fixed; margin-top: 12px; border-collapse: collapse; font-size: .875rem; }
 .peaks th, .peaks td { padding: 7px 8px 7px 0; text-align: left; vertical-align: top; font-weight: 400; }
-.peaks thead th { color: var(--quiet); font-size: .75rem; line-height: 1.3; vertical-align: bottom; }
+.peaks thead th, .peaks thead td { padding-bottom: 3px; }
+.peaks thead th { color: var(--quiet); font-size: .8125rem; }
 .peaks tbody th, .peaks tbody td { border-top: 1px solid var(--line); }
 .peaks .value, .peaks .remark { display: block; white-space: nowrap; }
 .peaks .remark { font-size: .75rem; }
-.peaks .rate { gap: 2px; }
-.peaks .band { padding: 0 7px; font-size: .6875rem; white-space: normal; border-radius: 8px; }
+.peaks tbody th { color: var(--quiet); font-size: .8125rem; line-height: 1.7; }
+.peaks th:first-child, .peaks td:first-child { width: 30%; }
+.peaks .rate { gap: 2px 8px; }
+.peaks .band { padding: 0 7px; font-size: .6875rem; }
 .freshness { margin: 0; color: var(--quiet); font-size: .8125rem; }
 .card .freshness { margin-top: auto; padding-top: 12px; }
 .mark { padding: 2px 8px; border-radius: 6px; background: var(--notice-ground); color: var(--notice-text); font-weight: 600; }
@@ -156,9 +159,9 @@ button { cursor: pointer; }
 @media (prefers-color-scheme: dark) {
   .legend { --measured: #7db4ff; --forecast: #ffab66; --supply: #5fd0a5; --yesterday: #77838f; }
 }
-.probe { position: absolute; top: 0; bottom: 0; touch-action: pan-y; cursor: crosshair; }
+.probe { position: absolute; touch-action: pan-y; cursor: crosshair; }
 .cursor { position: absolute; top: 0; bottom: 0; width: 0; border-left: 1px dashed var(--text); pointer-events: none; }
-.read-out { min-height: 3em; margin: 8px 0 0; color: var(--quiet); font-size: .875rem; }
+.read-out { min-height: 1.5em; margin: 8px 0 0; color: var(--quiet); font-size: .875rem; }
 .read-out b { color: var(--text); }
 .table { overflow-x: auto; border: 1px solid var(--line); border-radius: 14px; background: var(--card); }
 .values { width: 100%; border-collapse: collapse; font-size: .9375rem; }

@@ -133,7 +133,7 @@ TEST(OverviewPage, ShowsDemandAndUsageRateOfTheSameHour)
 {
     COneCompany source;
     const std::string text = TextOfMarkup(CardOf(Overview(source), "tokyo"));
-    EXPECT_THAT(text, AllOf(HasSubstr("90.0 % Stable"), HasSubstr("of the supply from 14:00–15:00"),
+    EXPECT_THAT(text, AllOf(HasSubstr("90.0 % Stable"), HasSubstr("Usage rate of 14:00–15:00"),
                             HasSubstr("9,000 MW at 14:55, 3 minutes ago")));
 }
 
@@ -141,8 +141,8 @@ TEST(OverviewPage, ShowsPeaksWithTheirHours)
 {
     COneCompany source;
     const std::string text = TextOfMarkup(CardOf(Overview(source), "tokyo"));
-    EXPECT_THAT(text,
-                AllOf(HasSubstr("Today9,600 MW17:00–18:0010,000 MW17:00–18:0096.0 % Tight"), HasSubstr("Tomorrow–––")));
+    EXPECT_THAT(text, HasSubstr("TodayTomorrowPeak demand9,600 MW17:00–18:00–Supply at peak10,000 MW17:00–18:00–"
+                                "Usage rate96.0 % Tight–"));
 }
 
 TEST(OverviewPage, ShowsMissingValuesAsMissing)
@@ -150,7 +150,8 @@ TEST(OverviewPage, ShowsMissingValuesAsMissing)
     COneCompany source;
     const std::string text = TextOfMarkup(CardOf(Overview(source), "kansai"));
     EXPECT_THAT(text, AllOf(HasSubstr("Usage rate not known"), HasSubstr("No value since yesterday"),
-                            HasSubstr("Today–––"), HasSubstr("Nothing received for this day"), Not(HasSubstr("0 MW"))));
+                            HasSubstr("Peak demand––Supply at peak––Usage rate––"),
+                            HasSubstr("Nothing received for this day"), Not(HasSubstr("0 MW"))));
 }
 
 TEST(OverviewPage, SaysHowOldFiguresAre)
