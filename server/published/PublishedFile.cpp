@@ -16,7 +16,7 @@ using std::chrono::hours;
 using std::chrono::local_days;
 using std::chrono::minutes;
 
-// Far above what is published: some 20 KB, 350 lines, 8 columns.
+// Far above what is published: some 10 KB, 350 lines, 6 columns.
 constexpr std::size_t kMaxBytes = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxLines = 10000;
 constexpr std::size_t kMaxCells = 64;

@@ -60,7 +60,8 @@ struct PublishedFile {
     std::vector<Figure> figures;       // in the order of kAllSeries, each series in order of time: what was known at
                                        // the stamp, and tomorrow's two peaks once they are filled in
     std::vector<std::string> headings; // of all blocks in the order of the file, in one form whatever the widths, a
-                                       // date in them as #: two files of one layout have the same. UTF-8
+                                       // date in them as #: two files of one layout have the same. At most 256, of at
+                                       // most 200 bytes each; longer ones are prose. UTF-8
     std::vector<std::string> unknown;  // those of them that mean nothing to us
 };
 
@@ -69,17 +70,16 @@ struct PublishedFile {
 //
 // Values are published in units of 10 MW and come back in megawatts. An hour's actual usage counts once that hour has
 // ended at the stamp, and never when it is 0, which stands for "not yet"; so it does for forecasts, supply and peaks. A
-// five-minute value is labelled with the moment of measurement and comes back as the interval that starts then;
-// generation counts only together with the demand of its row, because 0 is a real value there. Percentages are left
-// alone: they follow from the values.
+// five-minute value is labelled with the moment of measurement and comes back as the interval that starts then, unless
+// that is later than the stamp; generation counts only together with the demand of its row, because 0 is a real value
+// there. Percentages are left alone: they follow from the values.
 PublishedFile ParsePublishedFile(std::string_view bytes, const ExtraHeadings& extra);
 
 // Whether a file fits the day that was asked for and the time. now: the time in Japan. Throws CRefusedFile:
 // - kFutureStamp: the stamp is more than 10 minutes ahead of now;
 // - kOtherDay: the file is not of the day expected, or was published before that day began;
-// - kFrozen: expected is today and the stamp is older than frozenAfter. The hour after midnight does not count, since
-// not
-//   every file is renewed then.
+// - kFrozen: expected is today and the stamp is older than frozenAfter. The hour after midnight does not count, because
+//   not every file is renewed then.
 // The file of a day that has ended may be stamped on any later day: it is closed after midnight and may be revised.
 void CheckTimeliness(const PublishedFile& file, std::chrono::year_month_day expected, LocalTime now,
                      std::chrono::minutes frozenAfter);
