@@ -33,9 +33,10 @@ struct CompanyPolls {
     int siteNumber;
     const CompanySettings* settings;
     PollState state;
-    local_days closingDay = {};    // the day on which the tries below were made
-    unsigned closingTries = 0;     // to fetch the file of the day before
-    std::string keepingFault = {}; // why the state or a raw file could not be kept the last time; empty: it could
+    local_days closingDay = {};  // the day on which the tries below were made
+    unsigned closingTries = 0;   // to fetch the file of the day before
+    std::string stateFault = {}; // why the state could not be saved the last time; empty: it could
+    std::string rawFault = {};   // the same of raw files
 
     PollPace Pace() const { return {settings->interval, settings->politeSecond}; }
 };
@@ -123,7 +124,7 @@ struct CPoller::Impl {
 
     // Runs what keeps something for later, which must not fail a poll. A fault is told once.
     template <typename Keep>
-    void TryToKeep(CompanyPolls& company, const Keep& keep) const
+    void TryToKeep(CompanyPolls& company, std::string CompanyPolls::*lastFault, const Keep& keep) const
     {
         std::string fault;
         try {
@@ -131,15 +132,15 @@ struct CPoller::Impl {
         } catch (const std::runtime_error& error) {
             fault = error.what();
         }
-        if (fault != company.keepingFault && !fault.empty()) {
+        if (fault != company.*lastFault && !fault.empty()) {
             Log(company, fault);
         }
-        company.keepingFault = fault;
+        company.*lastFault = fault;
     }
 
     void SaveState(CompanyPolls& company)
     {
-        TryToKeep(company, [&] { store.SavePollState(company.siteNumber, company.state); });
+        TryToKeep(company, &CompanyPolls::stateFault, [&] { store.SavePollState(company.siteNumber, company.state); });
     }
 
     // --- When --------------------------------------------------------------------------------------------------------
@@ -274,7 +275,8 @@ struct CPoller::Impl {
     {
         if (answer.status == 404 && !target.isClosing && HasDailyUrl(company.settings->todayUrl) &&
             IsBeforeNewDay(now)) {
-            return; // not there yet
+            outcome.freshFor.reset(); // said of the error page
+            return;                   // not there yet
         }
         if (answer.status != 200 && !(answer.status == 304 && isConditional)) {
             outcome.failure = KeyOfStatus(answer.status);
@@ -291,7 +293,7 @@ struct CPoller::Impl {
             outcome.failure = KeyOf(refused.Reason());
             outcome.detail = std::string(refused.what()) + ", in " + target.url;
             if (answer.status == 200 && company.state.lastFailure != outcome.failure) {
-                TryToKeep(company,
+                TryToKeep(company, &CompanyPolls::rawFault,
                           [&] { rawFiles.KeepRefused(company.siteNumber, now, outcome.failure, answer.body); });
             }
         }
@@ -313,7 +315,8 @@ struct CPoller::Impl {
         const std::size_t count = store.Append(company.siteNumber, file.date, file.figures, file.published, now);
         PollState& state = company.state;
         if (count > 0 || file.published != state.published) {
-            TryToKeep(company, [&] { rawFiles.KeepDay(company.siteNumber, file.date, answer.body); });
+            TryToKeep(company, &CompanyPolls::rawFault,
+                      [&] { rawFiles.KeepDay(company.siteNumber, file.date, answer.body); });
         }
         NoteLayout(company, file, answer.body, now);
         if (!target.isClosing) {
@@ -361,7 +364,7 @@ struct CPoller::Impl {
                                               : "the file has another layout; headings that mean nothing to us: " +
                                                     Joined(file.unknown, ", "));
         }
-        TryToKeep(company, [&] { rawFiles.KeepLayout(company.siteNumber, now, bytes); });
+        TryToKeep(company, &CompanyPolls::rawFault, [&] { rawFiles.KeepLayout(company.siteNumber, now, bytes); });
         company.state.layout = layout;
     }
 
@@ -376,7 +379,8 @@ struct CPoller::Impl {
         PollState& state = company.state;
         if (outcome.failure.empty()) {
             if (state.failures > 0) {
-                Log(company, "works again after " + std::to_string(state.failures) + " failed polls");
+                Log(company, "works again after " + std::to_string(state.failures) +
+                                 (state.failures == 1 ? " failed poll" : " failed polls"));
             }
             state.failures = 0;
         } else {

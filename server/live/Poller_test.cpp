@@ -3,6 +3,7 @@
 #include "testing/published/PollRig.h"
 
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 
 namespace reportd {
@@ -236,6 +237,27 @@ TEST_F(OneCompany, FiguresComeAgainAtTheOldPaceAfterAFailure)
     EXPECT_EQ(Difference(Kept(), Said()), "");
 }
 
+TEST_F(OneCompany, RawFilesThatCannotBeKeptAreToldOnceAndFailNothing)
+{
+    std::ofstream(m_rig.Folder() / "raw") << "in the way";
+    for (int i = 0; i < 4; ++i) {
+        m_rig.RunOnePoll();
+    }
+    EXPECT_THAT(m_rig.Log(), ElementsAre(StartsWith("tokyo: ")));
+    EXPECT_EQ(m_rig.Statistics().Of(m_site).failures.size(), 0U);
+    EXPECT_EQ(Difference(Kept(), Said()), "");
+}
+
+TEST_F(OneCompany, AFreshAnswerIsNotAskedForAgain)
+{
+    m_rig.Server().SetHeaders({{"Cache-Control", "max-age=900"}});
+    m_rig.RunOnePoll();
+    m_rig.RunOnePoll();
+    const std::vector<LocalTime> polls = m_rig.Polls().at(m_site);
+    EXPECT_GE(polls[1] - polls[0], minutes(15));
+    EXPECT_LT(polls[1] - polls[0], minutes(21));
+}
+
 TEST_F(OneCompany, AStoreThatCannotBeWrittenIsAFailureAndHeals)
 {
     m_rig.RunOnePoll();
@@ -378,6 +400,8 @@ protected:
 TEST_F(DailyAddress, AFileOfTheNewDayMayBeMissingForAWhile)
 {
     m_rig.Server().SetNewDay(minutes(105));
+    m_rig.RunTo(PolledAt(24, 0));
+    m_rig.Server().SetHeaders({{"Cache-Control", "max-age=3600"}}); // of an error page
     m_rig.RunTo(PolledAt(25, 44, 59));
     EXPECT_THAT(PathOfLast(), HasSubstr("20261123"));
     EXPECT_EQ(m_rig.Statistics().Of(m_site).failures.size(), 0U);

@@ -192,6 +192,12 @@ void CPublishedServer::SetNewDay(minutes afterMidnight)
     m_newDay = afterMidnight;
 }
 
+void CPublishedServer::SetHeaders(std::vector<std::pair<std::string, std::string>> headers)
+{
+    const std::lock_guard lock(m_mutex);
+    m_headers = std::move(headers);
+}
+
 void CPublishedServer::SetValidators(bool hasValidators)
 {
     const std::lock_guard lock(m_mutex);
@@ -243,8 +249,11 @@ HttpAnswer CPublishedServer::Answer(const HttpExchange& exchange) const
         const auto source = m_sources.find(address.siteNumber);
         if (source != m_sources.end() && exchange.target.starts_with(FolderOf(address))) {
             const Source copy = source->second;
+            const auto headers = m_headers;
             lock.unlock();
-            return AnswerOf(address.siteNumber, copy, exchange);
+            HttpAnswer answer = AnswerOf(address.siteNumber, copy, exchange);
+            answer.headers.insert(answer.headers.end(), headers.begin(), headers.end());
+            return answer;
         }
     }
     return Refused(WireFault::kMissing);

@@ -79,6 +79,8 @@ public:
     void Remove(int siteNumber, std::chrono::year_month_day date);
     // How long after midnight every address begins with the new day, in the place of the times above.
     void SetNewDay(std::chrono::minutes afterMidnight);
+    // Header fields of every answer, whatever its status, besides the usual ones.
+    void SetHeaders(std::vector<std::pair<std::string, std::string>> headers);
     // Whether answers have ETag and Last-Modified; at first they have.
     void SetValidators(bool hasValidators);
 
@@ -101,6 +103,7 @@ private:
     std::map<int, Source> m_sources;
     std::optional<std::chrono::minutes> m_newDay;
     bool m_hasValidators = true;
+    std::vector<std::pair<std::string, std::string>> m_headers;
     std::unique_ptr<CLoopbackServer> m_server;
 };
 
