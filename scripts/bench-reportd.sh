@@ -3,8 +3,9 @@
 #
 # Both serve the same reports, of some 2 KB and 20 KB, over connections that are kept: nginx from files, with one worker,
 # the report server as sample data. The server that is measured has processor 0 to itself, the client (wrk) processor 1.
-# The two take turns; the table shows the median of the requests answered in a second. PROGRAM: instead of the one that
-# is built here.
+# The two take turns; the table shows the median of the requests answered in a second, and the processor time that the
+# server used for a request, which depends less on what else the machine does. PROGRAM: instead of the one that is built
+# here. Debian starts an nginx of its own when its package is installed.
 #
 #   ROUNDS       turns of each server and report (7)
 #   SECONDS_EACH length of a turn in seconds (2)
@@ -34,7 +35,7 @@ end() {
 }
 trap end EXIT
 
-taskset -c 0 "$program" --port 0 >"$scratch/ready" &
+taskset -c 0 "$program" --source sample --port 0 >"$scratch/ready" &
 children+=($!)
 for _ in $(seq 100); do
   [ ! -s "$scratch/ready" ] || break
@@ -78,29 +79,38 @@ for _ in $(seq 100); do
   sleep 0.1
 done
 
-# Requests a second of one turn; a turn with a failed request is no figure.
+# Clock ticks of processor time that a process has used.
+ticks() { sed 's/.*) //' "/proc/$1/stat" | awk '{ print $12 + $13 }'; }
+
+# One turn of a server (its process, the address asked for): requests a second, requests, ticks. A turn with a failed
+# request is no figure.
 measure() {
-  local output
-  output=$(taskset -c 1 wrk --threads 1 --connections "$connections" --duration "$seconds" "$1")
+  local before output
+  before=$(ticks "$1")
+  output=$(taskset -c 1 wrk --threads 1 --connections "$connections" --duration "$seconds" "$2")
   if grep -qE 'Socket errors|Non-2xx' <<<"$output"; then
     echo "bench-reportd: requests failed: $output" >&2
     return 1
   fi
-  awk '/^Requests\/sec:/ { print $2 }' <<<"$output"
+  awk -v ticks="$(($(ticks "$1") - before))" \
+    '/^Requests\/sec:/ { rate = $2 } / requests in / { count = $1 } END { print rate, count, ticks }' <<<"$output"
 }
 
-median() { sort -n "$1" | awk '{ value[NR] = $1 } END { print int((value[int((NR + 1) / 2)] + value[int(NR / 2) + 1]) / 2) }'; }
-
+worker=$(awk '{ print $1 }' "/proc/${children[1]}/task/${children[1]}/children")
 for size in 2KB 20KB; do
   for _ in $(seq "$rounds"); do
-    measure "$theirs/$size.xml" >>"$scratch/nginx.$size"
-    measure "$ours${targets[$size]}" >>"$scratch/ours.$size"
+    measure "$worker" "$theirs/$size.xml" >>"$scratch/nginx.$size"
+    measure "${children[0]}" "$ours${targets[$size]}" >>"$scratch/ours.$size"
   done
 done
-printf '%-6s %8s %14s %16s %6s\n' report bytes 'nginx (req/s)' 'reportd (req/s)' ratio
+
+median() { sort -n "$1" | awk '{ v[NR] = $1 } END { print int((v[int((NR + 1) / 2)] + v[int(NR / 2) + 1]) / 2) }'; }
+micros() { awk -v hertz="$(getconf CLK_TCK)" '{ n += $2; t += $3 } END { printf "%.1f", 1e6 * t / hertz / n }' "$1"; }
+
+printf '%-6s %6s | %11s %11s %5s | %11s %11s\n' report bytes 'nginx req/s' 'ours req/s' ratio 'nginx us' 'ours us'
 for size in 2KB 20KB; do
   a=$(median "$scratch/nginx.$size")
   b=$(median "$scratch/ours.$size")
-  printf '%-6s %8s %14s %16s %6s\n' "$size" "$(stat -c %s "$scratch/files/$size.xml")" "$a" "$b" \
-    "$(awk "BEGIN { printf \"%.2f\", $b / $a }")"
+  printf '%-6s %6s | %11s %11s %5s | %11s %11s\n' "$size" "$(stat -c %s "$scratch/files/$size.xml")" "$a" "$b" \
+    "$(awk "BEGIN { printf \"%.2f\", $b / $a }")" "$(micros "$scratch/nginx.$size")" "$(micros "$scratch/ours.$size")"
 done
