@@ -1,7 +1,7 @@
 # The commands. Each installs what it needs first, and no more; scripts/ does the work.
 .DEFAULT_GOAL := programs
-.PHONY: help programs windows setup demo demo-windows check test test-linux test-windows test-asan test-tsan simulate fleet fuzz \
-        bench coverage format tidy clean
+.PHONY: help programs windows setup demo live demo-windows check test test-linux test-windows test-asan test-tsan simulate \
+        fleet fuzz bench coverage format tidy clean
 
 programs: ## build the programs for this system and say where they lie; what "make" alone does
 	@scripts/setup.sh build
@@ -22,7 +22,11 @@ demo: ## the program at work against ampora-reportd
 	@scripts/setup.sh build
 	@scripts/demo.sh linux
 
-demo-windows: ## the same with the Windows programs, under wine
+live: ## the same with what the power companies publish, which it fetches from them; until Ctrl-C
+	@scripts/setup.sh build
+	@scripts/live.sh
+
+demo-windows: ## the demo with the Windows programs, under wine
 	@scripts/setup.sh windows wine
 	@scripts/demo.sh windows
 

@@ -18,53 +18,19 @@ esac
 files=21
 answers=$((2 * files))
 
-fail() {
-  echo "demo: $1; the trace is in $trace" >&2
-  exit 1
-}
-
-scratch=$(mktemp -d)
-reportd=
-service=
-clean_up() {
-  trap - EXIT
-  for process in $service $reportd; do
-    kill "$process" 2>/dev/null || true
-    wait "$process" 2>/dev/null || true
-  done
+. scripts/scratch.sh
+clean_more() {
   if [ "$platform" = windows ]; then clean_windows; fi
-  rm -rf "$scratch"
-}
-trap clean_up EXIT
-trap 'exit 1' INT TERM
-
-settings() { # of the server at this port
-  printf '%s\r\n' 'Windows Registry Editor Version 5.00' '' '[HKEY_LOCAL_MACHINE\Software\Halvex\AmporaSrv]' \
-    '"Enable"=dword:00000001' '"LogLevel"=dword:0000000b' "\"ApiHost\"=\"127.0.0.1:$1\""
 }
 
 # What each platform does its own way: build, start_reportd, prepare, start_service (in the background, trace lines to
-# $trace), run_service (with arguments, to its end), run_control, clean.
+# $trace), run_service (with arguments, to its end), run_control, clean. Some of it is in scratch.sh.
 build_linux() { scripts/build.sh linux programs; }
 start_reportd_linux() {
   "$bin/ampora-reportd" --source sample --port 0 </dev/null >"$scratch/reportd" 2>&1 &
   reportd=$!
 }
-prepare_linux() {
-  mkdir -p "$scratch"/{user,machine/AmporaSrv,lock,data}
-  mkdir -m 700 "$scratch/run"
-  settings "$1" >"$scratch/machine/AmporaSrv/settings.reg"
-  export XDG_CONFIG_HOME=$scratch/user XDG_CONFIG_DIRS=$scratch/machine XDG_RUNTIME_DIR=$scratch/run
-  export AMPORA_LOCK_DIR=$scratch/lock AMPORA_COMMON_APPDATA=$scratch/data
-  export AMPORA_CONNECTED_STATE=2 # the loopback interface is network enough
-  unset http_proxy https_proxy all_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY
-}
-start_service_linux() {
-  "$bin/amporasrv" 2>"$trace" &
-  service=$!
-}
 run_service_linux() { "$bin/amporasrv" "$@" 2>/dev/null; }
-run_control_linux() { "$bin/amporactl" "$@"; }
 
 build_windows() { scripts/build.sh windows programs tracecat; }
 start_reportd_windows() {
@@ -93,35 +59,11 @@ clean_windows() {
   rm -rf "$(scripts/wine.sh path)/drive_c/ProgramData/AmporaSrv"
 }
 
-# await WHAT COMMAND...: waits until the command succeeds, at most two minutes.
-await() {
-  local what=$1
-  shift
-  for _ in $(seq 1200); do
-    if "$@" 2>/dev/null; then return 0; fi
-    sleep 0.1
-  done
-  fail "timed out waiting for $what"
-}
-
-# count PATTERN: how many lines of the trace, from the current pass on, have it.
-count() { tail -n "+$first_line" "$trace" | grep -c "$1" || true; }
-is_armed() { [ "$(count 'ThreadProc : Next UpdateTimer Started')" -gt 0 ]; }
-has_ended() { ! kill -0 "$service"; }
-is_armed_or_ended() { is_armed || has_ended; }
 mark_trace() { first_line=$(($(wc -l <"$trace") + 1)); }
-
-# Shows a command as it is typed.
-say_command() { printf '\n$ %s/%s%s%s\n' "$bin" "$1" "$suffix" "${2:+ $2}"; }
 
 # Waits for the end of the pass and tells what it did.
 show_pass() {
-  await 'the end of the pass' is_armed_or_ended
-  is_armed || fail 'amporasrv ended before it had made its pass'
-  local reports missing
-  reports=$(count 'AnalyzeData : .* Tag Success')
-  missing=$(count 'GetData : StatusCode is Error 503')
-  echo "  $((reports + missing)) requests: $reports answered with a report, $missing with status 503"
+  await_pass
   [ $((reports + missing)) -eq "$answers" ] || fail "$answers answers were expected"
   "run_control_$platform" show >"$scratch/table" || fail 'amporactl cannot show the data files'
   awk 'NR > 1 { if (!($1 in records)) order[++n] = $1; records[$1] += $4; all += $4 }
@@ -154,14 +96,12 @@ END
 
 say_command ampora-reportd '--source sample --port 0'
 "start_reportd_$platform"
-await ampora-reportd grep -q 'http://' "$scratch/reportd"
-sed 's/\r$//; s/^/  /' "$scratch/reportd"
-"prepare_$platform" "$(grep -o '[0-9]*' "$scratch/reportd" | tail -n 1)"
+await_reportd
+"prepare_$platform" "$port"
 
 say_command amporasrv
 echo '  It makes its first pass at once and asks for two days of each kind of data. Status 503 means that there is no data'
 echo '  for that day, such as the usage of tomorrow.'
-first_line=1
 "start_service_$platform"
 show_pass
 

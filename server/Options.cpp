@@ -1,5 +1,7 @@
 #include "server/Options.h"
 
+#include "server/TimeText.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -23,22 +25,11 @@ Number ParseNumber(const std::string& option, const std::string& text, Number lo
 
 std::chrono::year_month_day ParseDay(const std::string& option, const std::string& text)
 {
-    constexpr std::size_t kLength = 10; // YYYY-MM-DD
-    const auto isDigitAt = [&](std::size_t i) { return text[i] >= '0' && text[i] <= '9'; };
-    const auto fits = [&](std::size_t i) { return i == 4 || i == 7 ? text[i] == '-' : isDigitAt(i); };
-    bool isDate = text.size() == kLength;
-    for (std::size_t i = 0; isDate && i < kLength; ++i) {
-        isDate = fits(i);
+    const std::optional<std::chrono::year_month_day> date = ParseDate(text);
+    if (!date) {
+        throw COptionsError(option + " needs a day such as 2026-04-20, not \"" + text + "\"");
     }
-    if (isDate) {
-        const std::chrono::year_month_day date{std::chrono::year(std::stoi(text.substr(0, 4))),
-                                               std::chrono::month(static_cast<unsigned>(std::stoi(text.substr(5, 2)))),
-                                               std::chrono::day(static_cast<unsigned>(std::stoi(text.substr(8, 2))))};
-        if (date.ok()) {
-            return date;
-        }
-    }
-    throw COptionsError(option + " needs a day such as 2026-04-20, not \"" + text + "\"");
+    return *date;
 }
 
 SourceKind ParseSource(const std::string& text)

@@ -7,6 +7,7 @@
 #include "server/retrieval/Fetcher.h"
 #include "server/retrieval/UrlPattern.h"
 #include "server/store/FigureStore.h"
+#include "server/TimeText.h"
 
 #include <algorithm>
 #include <deque>

@@ -1,6 +1,7 @@
 #include "server/live/Backfill.h"
 
 #include "server/live/Wording.h"
+#include "server/TimeText.h"
 #include "testing/CommandTest.h"
 #include "testing/Zip.h"
 

@@ -30,12 +30,20 @@ struct Finding {
 
 year_month_day DayOf(LocalTime moment) { return year_month_day{floor<std::chrono::days>(moment)}; }
 
+// The day that a file must be of. Soon after midnight an address without a day may still have yesterday's.
+year_month_day ExpectedDay(const CompanySettings& company, year_month_day date, LocalTime now)
+{
+    const year_month_day yesterday = DayOf(now - std::chrono::days(1));
+    return date == yesterday && !HasDailyUrl(company.todayUrl) && IsBeforeNewDay(now) ? yesterday : DayOf(now);
+}
+
 void ReadAnswer(const FetchAnswer& answer, const CompanySettings& company, LocalTime now, Finding* finding)
 {
-    if (answer.status == kNotFound && IsBeforeNewDay(now)) {
+    if (answer.status == kNotFound && HasDailyUrl(company.todayUrl) && IsBeforeNewDay(now)) {
         finding->answer = "not yet";
-        finding->note =
-            "there is no file of today yet; it appears until about 01:00 in Japan, where it is " + ClockText(now);
+        finding->note = "there is no file of today yet; new ones begin up to two hours after midnight in Japan, where "
+                        "it is " +
+                        TimeOfDayText(now);
         return;
     }
     if (const std::optional<std::string> problem = ProblemOf(answer)) {
@@ -47,7 +55,11 @@ void ReadAnswer(const FetchAnswer& answer, const CompanySettings& company, Local
     try {
         finding->file = ParsePublishedFile(answer.body, company.extraHeadings);
         finding->layout = "yes";
-        CheckTimeliness(*finding->file, DayOf(now), now, company.FrozenAfter());
+        const year_month_day expected = ExpectedDay(company, finding->file->date, now);
+        CheckTimeliness(*finding->file, expected, now, company.FrozenAfter());
+        if (expected != DayOf(now)) {
+            finding->note = "the file is still yesterday's";
+        }
     } catch (const CRefusedFile& error) {
         if (!finding->file) {
             finding->layout = "no";
@@ -74,7 +86,8 @@ Finding CheckCompany(const LiveSettings& settings, int siteNumber, CFetcher& fet
         for (const std::string& heading : finding.file->unknown) {
             headings += (headings.empty() ? "" : ", ") + heading;
         }
-        finding.note = "headings that mean nothing to this version: " + headings;
+        finding.note +=
+            (finding.note.empty() ? "" : "; ") + std::string("headings that mean nothing to this version: ") + headings;
     }
     if (!finding.problem.empty()) {
         finding.problem = request.url + ": " + finding.problem;
@@ -105,7 +118,7 @@ std::optional<ReportRecord> Telling(const PublishedFile& file, const SeriesInfo&
 std::string SeriesCell(const Finding& finding, const SeriesInfo& info, LocalTime now)
 {
     const auto record = finding.file ? Telling(*finding.file, info, now) : std::nullopt;
-    return record ? std::to_string(record->value) + " MW " + ClockText(record->start) : kNothing;
+    return record ? std::to_string(record->value) + " MW " + TimeOfDayText(record->start) : kNothing;
 }
 
 void PrintTables(const std::vector<Finding>& findings, LocalTime now, std::ostream& out)

@@ -50,7 +50,7 @@ std::string CellOf(Layout layout, LocalTime published, Series series)
     std::string cell = "-";
     for (const Figure& figure : testing_support::TrueFigures(layout, kToday, published)) {
         if (figure.series == series) {
-            cell = std::to_string(figure.record.value) + " MW " + ClockText(figure.record.start);
+            cell = std::to_string(figure.record.value) + " MW " + TimeOfDayText(figure.record.start);
         }
     }
     return cell;
@@ -117,12 +117,31 @@ TEST_F(Check, AFrozenFileIsAProblemAlthoughItIsUnderstood)
 
 TEST_F(Check, AFileThatIsNotThereYetIsNoProblemSoonAfterMidnight)
 {
+    for (auto& [siteNumber, company] : m_settings.companies) {
+        company.isEnabled = siteNumber == catalogue::kKyushu;
+        company.todayUrl = Url("/kyushu/%Y%m%d.csv");
+    }
     const LocalTime early = local_days(kToday) + minutes(30);
     EXPECT_TRUE(RunAt(early)) << m_out.str();
     EXPECT_EQ(Row("kyushu").at(1), "not yet");
     EXPECT_THAT(m_out.str(), HasSubstr("kyushu: note: "));
     m_out.str("");
-    EXPECT_FALSE(RunAt(early + hours(1)));
+    EXPECT_FALSE(RunAt(early + hours(2)));
+}
+
+TEST_F(Check, AnAddressWithoutADayMayHaveYesterdaysFileSoonAfterMidnight)
+{
+    for (auto& [siteNumber, company] : m_settings.companies) {
+        company.isEnabled = siteNumber == catalogue::kTokyo;
+    }
+    const LocalTime midnight = local_days(kToday);
+    const auto yesterday = std::chrono::year_month_day{local_days(kToday) - std::chrono::days(1)};
+    Serve("/tokyo/today.csv", {.body = PublishedCsv(Layout::kTokyoD1, yesterday, midnight + minutes(5))});
+    EXPECT_TRUE(RunAt(midnight + minutes(30))) << m_out.str();
+    EXPECT_THAT(m_out.str(), HasSubstr("tokyo: note: the file is still yesterday's"));
+    EXPECT_FALSE(RunAt(midnight + hours(2)));
+    Serve("/tokyo/today.csv", {.status = 404});
+    EXPECT_FALSE(RunAt(midnight + minutes(30)));
 }
 
 TEST_F(Check, TellsHeadingsThatMeanNothing)

@@ -3,6 +3,7 @@
 #include "server/live/Archive.h"
 #include "server/live/Intake.h"
 #include "server/live/Wording.h"
+#include "server/TimeText.h"
 
 #include <fstream>
 #include <ostream>

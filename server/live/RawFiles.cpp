@@ -1,12 +1,10 @@
 #include "server/live/RawFiles.h"
 
 #include "server/live/Archive.h"
-#include "server/live/Wording.h"
+#include "server/TimeText.h"
 
 #include <algorithm>
 #include <fstream>
-#include <iomanip>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -27,14 +25,14 @@ std::string DayText(std::chrono::year_month_day date)
     return text;
 }
 
+// YYYYMMDD-HHMMSS.
 std::string SecondText(LocalTime at)
 {
-    const auto day = std::chrono::floor<std::chrono::days>(at);
-    const std::chrono::hh_mm_ss time{at - day};
-    std::ostringstream text;
-    text << DayText(std::chrono::year_month_day{day}) << '-' << std::setfill('0') << std::setw(2)
-         << time.hours().count() << std::setw(2) << time.minutes().count() << std::setw(2) << time.seconds().count();
-    return text.str();
+    std::string text;
+    PutTime(text, at);
+    std::erase_if(text, [](char c) { return c == '-' || c == ':'; });
+    std::replace(text.begin(), text.end(), 'T', '-');
+    return text;
 }
 
 void MakePrivateFolder(const std::filesystem::path& folder)

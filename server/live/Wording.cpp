@@ -1,31 +1,23 @@
 #include "server/live/Wording.h"
 
+#include "server/TimeText.h"
+
 #include <algorithm>
-#include <iomanip>
-#include <sstream>
 
 namespace reportd {
-
-std::string DateText(std::chrono::year_month_day date)
-{
-    std::ostringstream text;
-    text << std::setfill('0') << std::setw(4) << static_cast<int>(date.year()) << '-' << std::setw(2)
-         << static_cast<unsigned>(date.month()) << '-' << std::setw(2) << static_cast<unsigned>(date.day());
-    return text.str();
-}
 
 std::string MomentText(LocalTime moment)
 {
     return DateText(std::chrono::year_month_day{std::chrono::floor<std::chrono::days>(moment)}) + " " +
-           ClockText(moment);
+           TimeOfDayText(moment);
 }
 
-std::string ClockText(LocalTime moment)
+std::string TimeOfDayText(LocalTime moment)
 {
-    const std::chrono::hh_mm_ss time{moment - std::chrono::floor<std::chrono::days>(moment)};
-    std::ostringstream text;
-    text << std::setfill('0') << std::setw(2) << time.hours().count() << ':' << std::setw(2) << time.minutes().count();
-    return text.str();
+    std::string text;
+    PutTime(text, moment);
+    constexpr std::size_t kTimeAt = 11; // behind "2026-04-20T"
+    return text.substr(kTimeAt, 5);
 }
 
 std::string KeyOfCompany(int siteNumber)

@@ -12,12 +12,10 @@ namespace reportd {
 
 // All functions may be called from any thread.
 
-// "2026-04-20". date: a year of four digits.
-std::string DateText(std::chrono::year_month_day date);
 // "2026-04-20 14:55", Japan's time.
 std::string MomentText(LocalTime moment);
 // "14:55", without the day.
-std::string ClockText(LocalTime moment);
+std::string TimeOfDayText(LocalTime moment);
 
 // The company's key, "tokyo"; "?" for a number that the catalogue does not have.
 std::string KeyOfCompany(int siteNumber);
