@@ -1,5 +1,6 @@
 #include "server/page/Frame.h"
 #include "server/page/Page.h"
+#include "server/TimeText.h"
 
 #include <array>
 #include <map>
@@ -24,12 +25,12 @@ struct Shown {
 std::string QueryOf(const PageContext& page, year_month_day date)
 {
     // Without a date a page stays with today when the day changes.
-    return date == page.Today() ? "" : "date=" + IsoDate(date);
+    return date == page.Today() ? "" : "date=" + DateText(date);
 }
 
 std::string CsvAddress(const Shown& shown, std::string_view kind)
 {
-    const std::string date = IsoDate(shown.day.date);
+    const std::string date = DateText(shown.day.date);
     return std::string("/v1/series?company=")
         .append(catalogue::FindCompany(shown.day.siteNumber)->key.Narrow())
         .append("&kind=")
@@ -51,8 +52,8 @@ void WriteDayForm(PageContext& page, const Shown& shown, year_month_day last)
         html.Empty("input", {{"type", "date"},
                              {"id", "date"},
                              {"name", "date"},
-                             {"value", IsoDate(shown.day.date)},
-                             {"max", IsoDate(last)},
+                             {"value", DateText(shown.day.date)},
+                             {"max", DateText(last)},
                              {"required", "required"}});
         html.Empty("input", {{"type", "hidden"}, {"name", "lang"}, {"value", CodeOf(page.language)}});
         html.Element("button", {{"type", "submit"}}, page.Text(TextId::kShow));
@@ -106,7 +107,7 @@ void WritePeak(PageContext& page, TextId name, const std::optional<ReportRecord>
 
 void WriteReading(PageContext& page, const Shown& shown)
 {
-    const std::optional<Reading> reading = NewestReading(shown.day, {});
+    const std::optional<Reading> reading = NewestReading(shown.day);
     if (!reading || shown.day.date != page.Today()) {
         return;
     }

@@ -3,8 +3,11 @@
 namespace reportd {
 namespace {
 
-std::vector<ReportRecord> WithinDay(std::vector<ReportRecord> records, std::chrono::year_month_day date)
+// The records that lie within the day.
+std::vector<ReportRecord> ReadDay(CFigureSource& source, int siteNumber, Series series,
+                                  std::chrono::year_month_day date, LocalTime now)
 {
+    std::vector<ReportRecord> records = source.Read(siteNumber, series, date, now, std::nullopt);
     const LocalTime start{std::chrono::local_days(date)};
     std::erase_if(records, [start](const ReportRecord& record) {
         return record.start < start || record.start >= start + std::chrono::days{1} || record.end <= record.start;
@@ -20,7 +23,40 @@ const ReportRecord* RecordAt(const std::vector<ReportRecord>& records, LocalTime
     return found == records.end() ? nullptr : &*found;
 }
 
-std::optional<Reading> NewestOfDay(const DayView& day)
+} // namespace
+
+bool DayView::HasCurves() const { return !instant.empty() || !actual.empty() || !estimated.empty() || !supply.empty(); }
+
+bool DayView::HasFigures() const { return HasCurves() || !solar.empty() || !wind.empty() || peakDemand || peakSupply; }
+
+DayView LoadDay(CFigureSource& source, int siteNumber, std::chrono::year_month_day date, LocalTime now)
+{
+    const auto read = [&](Series series) { return ReadDay(source, siteNumber, series, date, now); };
+    DayView day = LoadPeaks(source, siteNumber, date, now);
+    day.instant = read(Series::kInstantUsage);
+    day.actual = read(Series::kActualUsage);
+    day.estimated = read(Series::kEstimatedUsage);
+    day.supply = read(Series::kSupply);
+    day.solar = read(Series::kSolar);
+    day.wind = read(Series::kWind);
+    day.rates = UsageRatesOf(day.actual, day.estimated, day.supply);
+    day.state = source.State(siteNumber, date, now);
+    return day;
+}
+
+DayView LoadPeaks(CFigureSource& source, int siteNumber, std::chrono::year_month_day date, LocalTime now)
+{
+    const auto read = [&](Series series) {
+        const std::vector<ReportRecord> records = ReadDay(source, siteNumber, series, date, now);
+        return records.empty() ? std::nullopt : std::optional(records.back());
+    };
+    return {.siteNumber = siteNumber,
+            .date = date,
+            .peakDemand = read(Series::kPeakDemand),
+            .peakSupply = read(Series::kPeakSupply)};
+}
+
+std::optional<Reading> NewestReading(const DayView& day)
 {
     if (day.instant.empty() && day.actual.empty()) {
         return {};
@@ -33,42 +69,6 @@ std::optional<Reading> NewestOfDay(const DayView& day)
         reading.tenths = UsageRateInTenths(reading.record.value, supply->value);
     }
     return reading;
-}
-
-} // namespace
-
-bool DayView::HasCurves() const { return !instant.empty() || !actual.empty() || !estimated.empty() || !supply.empty(); }
-
-bool DayView::HasFigures() const { return HasCurves() || !solar.empty() || !wind.empty() || peakDemand || peakSupply; }
-
-DayView LoadDay(CFigureSource& source, int siteNumber, std::chrono::year_month_day date, LocalTime now)
-{
-    const auto read = [&](Series series) {
-        return WithinDay(source.Read(siteNumber, series, date, now, std::nullopt), date);
-    };
-    const auto readPeak = [&](Series series) {
-        const std::vector<ReportRecord> records = read(series);
-        return records.empty() ? std::nullopt : std::optional(records.back());
-    };
-    DayView day{.siteNumber = siteNumber,
-                .date = date,
-                .instant = read(Series::kInstantUsage),
-                .actual = read(Series::kActualUsage),
-                .estimated = read(Series::kEstimatedUsage),
-                .supply = read(Series::kSupply),
-                .solar = read(Series::kSolar),
-                .wind = read(Series::kWind),
-                .peakDemand = readPeak(Series::kPeakDemand),
-                .peakSupply = readPeak(Series::kPeakSupply)};
-    day.rates = UsageRatesOf(day.actual, day.estimated, day.supply);
-    day.state = source.State(siteNumber, date, now);
-    return day;
-}
-
-std::optional<Reading> NewestReading(const DayView& today, const DayView& yesterday)
-{
-    const std::optional<Reading> reading = NewestOfDay(today);
-    return reading ? reading : NewestOfDay(yesterday);
 }
 
 std::optional<unsigned> PeakRate(const DayView& day)

@@ -29,6 +29,9 @@ struct DayView {
 // Reads all of a day. Throws what the source throws.
 DayView LoadDay(CFigureSource& source, int siteNumber, std::chrono::year_month_day date, LocalTime now);
 
+// Only the peaks of a day. Throws what the source throws.
+DayView LoadPeaks(CFigureSource& source, int siteNumber, std::chrono::year_month_day date, LocalTime now);
+
 // The newest demand that was measured.
 struct Reading {
     ReportRecord record;
@@ -38,8 +41,8 @@ struct Reading {
     LocalTime Moment() const { return isInstant ? record.start : record.end; }
 };
 
-// The newest of today, or else of yesterday; none when there is neither.
-std::optional<Reading> NewestReading(const DayView& today, const DayView& yesterday);
+// The newest of a day; none when there is none.
+std::optional<Reading> NewestReading(const DayView& day);
 
 // The usage rate at the peak, of peaks of the same hour only.
 std::optional<unsigned> PeakRate(const DayView& day);

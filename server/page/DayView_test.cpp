@@ -76,7 +76,7 @@ TEST(DayView, TakesTheNewestReadingWithTheSupplyOfItsHour)
     const DayView day{.instant = {Instant(minutes{60}, 400), Instant(minutes{125}, 500)},
                       .actual = {Hour(0, 300), Hour(1, 450)},
                       .supply = {Hour(1, 800), Hour(2, 1000), Hour(3, 2000)}};
-    const std::optional<Reading> reading = NewestReading(day, {});
+    const std::optional<Reading> reading = NewestReading(day);
     ASSERT_TRUE(reading);
     EXPECT_TRUE(reading->isInstant);
     EXPECT_EQ(reading->record.value, 500);
@@ -88,19 +88,16 @@ TEST(DayView, TakesTheNewestReadingWithTheSupplyOfItsHour)
 TEST(DayView, TakesTheMeanOfAnHourWithoutMeasurementsSince)
 {
     const DayView day{.instant = {Instant(minutes{5}, 400)}, .actual = {Hour(0, 300), Hour(1, 450)}};
-    const std::optional<Reading> reading = NewestReading(day, {});
+    const std::optional<Reading> reading = NewestReading(day);
     ASSERT_TRUE(reading);
     EXPECT_FALSE(reading->isInstant);
     EXPECT_EQ(reading->Moment(), kMidnight + hours{2});
     EXPECT_EQ(reading->tenths, std::nullopt);
 }
 
-TEST(DayView, TakesYesterdaysReadingUntilThereIsOne)
+TEST(DayView, HasNoReadingBeforeTheFirstMeasurement)
 {
-    const DayView yesterday{.instant = {Instant(minutes{-5}, 400)}};
-    EXPECT_EQ(NewestReading({}, yesterday)->record.value, 400);
-    EXPECT_EQ(NewestReading({.instant = {Instant(minutes{0}, 500)}}, yesterday)->record.value, 500);
-    EXPECT_EQ(NewestReading({}, {}), std::nullopt);
+    EXPECT_EQ(NewestReading({.supply = {Hour(0, 1)}}), std::nullopt);
 }
 
 TEST(DayView, ComparesPeaksOfTheSameHourOnly)

@@ -1,5 +1,7 @@
 #include "server/page/Frame.h"
 
+#include "server/TimeText.h"
+
 #include <limits>
 
 namespace reportd {
@@ -134,7 +136,7 @@ std::string CompanyPath(int siteNumber)
 
 void WriteTime(PageContext& page, LocalTime time, std::string_view text)
 {
-    page.html.Element("time", {{"datetime", IsoTime(time)}}, text);
+    page.html.Element("time", {{"datetime", JapanTimeText(time)}}, text);
 }
 
 void WriteRate(PageContext& page, std::optional<unsigned> tenths)
@@ -163,7 +165,7 @@ void WriteFreshness(PageContext& page, const DayView& day)
     const Freshness freshness = FreshnessOf(day, page.IsSample(), page.now, page.staleAfter);
     const auto writeMoment = [&](TextId text, LocalTime moment) {
         const std::string when =
-            DayOf(moment) == page.Today() ? ClockText(moment) : IsoDate(DayOf(moment)) + " " + ClockText(moment);
+            DayOf(moment) == page.Today() ? ClockText(moment) : DateText(DayOf(moment)) + " " + ClockText(moment);
         WriteTime(page, moment, Filled(text, page.language, {when}));
         html.Text(Filled(TextId::kAge, page.language, {AgeText(page.now - moment, page.language)}));
     };

@@ -5,17 +5,22 @@ namespace reportd {
 namespace {
 
 struct Company {
-    DayView yesterday;
     DayView today;
-    DayView tomorrow;
+    DayView tomorrow; // its peaks
+    std::optional<Reading> reading;
 };
 
 Company LoadCompany(const PageContext& page, int siteNumber)
 {
-    const auto load = [&](int daysAfterToday) {
-        return LoadDay(page.source, siteNumber, DaysAfter(page.Today(), daysAfterToday), page.now);
-    };
-    return {load(-1), load(0), load(1)};
+    const std::chrono::year_month_day today = page.Today();
+    Company company{LoadDay(page.source, siteNumber, today, page.now),
+                    LoadPeaks(page.source, siteNumber, DaysAfter(today, 1), page.now),
+                    {}};
+    company.reading = NewestReading(company.today);
+    if (!company.reading) { // as in the first minutes of a day
+        company.reading = NewestReading(LoadDay(page.source, siteNumber, DaysAfter(today, -1), page.now));
+    }
+    return company;
 }
 
 // The usage rate as the filled part of a bar.
@@ -38,7 +43,7 @@ void WriteBar(PageContext& page, unsigned tenths)
 void WriteNow(PageContext& page, const Company& company)
 {
     chart::CMarkup& html = page.html;
-    const std::optional<Reading> reading = NewestReading(company.today, company.yesterday);
+    const std::optional<Reading>& reading = company.reading;
     const std::optional<unsigned> tenths = reading ? reading->tenths : std::nullopt;
     html.Element("p", {{"class", "headline"}}, [&] { WriteRate(page, tenths); });
     if (tenths) {

@@ -154,6 +154,19 @@ TEST(OverviewPage, ShowsMissingValuesAsMissing)
                             HasSubstr("Nothing received for this day"), Not(HasSubstr("0 MW"))));
 }
 
+TEST(OverviewPage, ShowsYesterdaysReadingUntilThereIsOneOfToday)
+{
+    testing_support::CScriptedSource source;
+    const LocalTime late = kMidnight - minutes{5};
+    source.Add(catalogue::kTokyo, Series::kInstantUsage, year{2026} / 11 / 21, {late, kMidnight, 4321});
+    const auto cardAt = [&source](LocalTime now) {
+        return TextOfMarkup(CardOf(OverviewPage(source, now, Language::kEnglish), "tokyo"));
+    };
+    EXPECT_THAT(cardAt(kMidnight + minutes{3}), HasSubstr("4,321 MW at 23:55, 8 minutes ago"));
+    source.Add(catalogue::kTokyo, Series::kInstantUsage, kDay, {kMidnight, kMidnight + minutes{5}, 4322});
+    EXPECT_THAT(cardAt(kMidnight + minutes{8}), HasSubstr("4,322 MW at 0:00, 8 minutes ago"));
+}
+
 TEST(OverviewPage, SaysHowOldFiguresAre)
 {
     COneCompany source;

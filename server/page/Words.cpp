@@ -86,21 +86,7 @@ std::string DateText(std::chrono::year_month_day date, Language language)
                    TextOf(After(TextId::kMonday, weekday - 1), language)});
 }
 
-std::string IsoDate(std::chrono::year_month_day date)
-{
-    std::string year = std::to_string(static_cast<int>(date.year()));
-    year.insert(0, year.size() < 4 ? 4 - year.size() : 0, '0');
-    return year + "-" + TwoDigits(static_cast<unsigned>(date.month())) + "-" +
-           TwoDigits(static_cast<unsigned>(date.day()));
-}
-
 std::string ClockText(LocalTime time) { return HoursAndMinutes(MinuteOfDay(time)); }
-
-std::string IsoTime(LocalTime time)
-{
-    const std::string clock = ClockText(time);
-    return IsoDate(DayOf(time)) + "T" + (clock.size() < 5 ? "0" : "") + clock + "+09:00";
-}
 
 std::string IntervalText(LocalTime start, LocalTime end, Language language)
 {

@@ -25,14 +25,8 @@ std::string_view CompanyName(int siteNumber, Language language);
 // "Sunday, 22 November 2026", "2026年11月22日（日）". date: a day of the calendar, here and below.
 std::string DateText(std::chrono::year_month_day date, Language language);
 
-// "2026-11-22": in URLs.
-std::string IsoDate(std::chrono::year_month_day date);
-
 // "9:05".
 std::string ClockText(LocalTime time);
-
-// "2026-11-22T09:05+09:00": what programs read.
-std::string IsoTime(LocalTime time);
 
 // "14:00–15:00"; an interval that ends with its day ends at "24:00".
 std::string IntervalText(LocalTime start, LocalTime end, Language language);
