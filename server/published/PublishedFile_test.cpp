@@ -150,18 +150,6 @@ TEST(PublishedFile, ReadsShiftJisWithBothWidths)
     EXPECT_THAT(file.unknown, IsEmpty());
 }
 
-TEST(PublishedFile, PublishedFilesAreShiftJisWithCrLf)
-{
-    const std::string bytes = PublishedCsv(Layout::kTokyoD1, kDay, kNoon);
-    EXPECT_THAT(bytes, testing::StartsWith(
-                           "2026/4/20 13:07 UPDATE\r\n\x83s\x81[\x83N\x8E\x9E\x8B\x9F\x8B\x8B\x97\xCD(\x96\x9CkW),"));
-    EXPECT_THAT(bytes, testing::HasSubstr(":00\x81`"));
-    EXPECT_THAT(bytes, testing::EndsWith("\r\n\r\n"));
-    EXPECT_EQ(PublishedCsv(Layout::kTokyoD1, kDay, kNoon), bytes);
-    const std::string text = NoonText();
-    EXPECT_EQ(std::count(bytes.begin(), bytes.end(), '\r'), std::count(text.begin(), text.end(), '\n'));
-}
-
 TEST(PublishedFile, TakesBothDashesBetweenTwoTimes)
 {
     const std::string text = NoonText();

@@ -114,7 +114,7 @@ int Expected(const Style& style, int minute)
 
 int DemandAt(const Day& day, int minute)
 {
-    const int revised = minute % 35 == 0 ? static_cast<int>(day.revision) : 0;
+    const int revised = minute % 35 == 0 ? static_cast<int>(day.revision) * 12 : 0; // seen in the hour as well
     return Expected(day.style, minute) * (1000 + Scatter(day.style, day.date, minute, 8)) / 1000 + revised;
 }
 
