@@ -1,15 +1,17 @@
 #!/usr/bin/env bash
 # Shows amporasrv at work with what the power companies publish: looks whether their files can be had, starts
-# ampora-reportd on live sources and amporasrv against it, shows the data files, and goes on until Ctrl-C.
+# ampora-reportd on live sources and amporasrv against it, shows the data files, and goes on until Ctrl-C:
+# live.sh [FOLDER [PROGRAMS]]
 #
-# The figures are kept in build/live/state, so that a second run goes on where the first one ended; ampora-reportd's
-# messages and amporasrv's trace are kept in build/live as well. Settings of amporasrv lie in a scratch folder.
-# AMPORA_LIVE_CONFIG names a settings file for ampora-reportd; without it the companies' usual addresses count. Exit
+# The figures are kept in FOLDER/state (FOLDER: build/live), so that a second run goes on where the first one ended;
+# ampora-reportd's messages and amporasrv's trace are kept in FOLDER as well. Settings of amporasrv lie in a scratch
+# folder. PROGRAMS is the folder of the programs; without it they are built. AMPORA_LIVE_CONFIG names a settings file for ampora-reportd; without it the companies' usual addresses count. Exit
 # status 0 after Ctrl-C, 1 when one of the programs fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bin=build/linux/bin suffix='' trace=build/live/trace.txt
-messages=build/live/reportd.txt
+folder=${1:-build/live}
+bin=${2:-build/linux/bin} suffix='' trace=$folder/trace.txt
+messages=$folder/reportd.txt
 config=()
 if [ -n "${AMPORA_LIVE_CONFIG:-}" ]; then config=(--config "$AMPORA_LIVE_CONFIG"); fi
 
@@ -40,12 +42,13 @@ await_polls() {
 }
 
 is_first=yes
-if [ -e build/live/state/figures.sqlite ]; then is_first=no; fi
-mkdir -p build/live/state
-chmod 700 build/live/state
-export STATE_DIRECTORY=$PWD/build/live/state
+if [ -e "$folder/state/figures.sqlite" ]; then is_first=no; fi
+mkdir -p "$folder/state"
+chmod 700 "$folder/state"
+STATE_DIRECTORY=$(cd "$folder/state" && pwd)
+export STATE_DIRECTORY
 rm -f "$trace" "$messages"
-scripts/build.sh linux programs
+if [ "$#" -lt 2 ]; then scripts/build.sh linux programs; fi
 
 say_command ampora-reportd "check${config[*]:+ ${config[*]}}"
 if ! "$bin/ampora-reportd" check "${config[@]}" 2>&1; then
