@@ -3,7 +3,6 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
-#include <tuple>
 
 namespace reportd {
 
@@ -74,14 +73,15 @@ std::vector<FigureRow> CDayFigures::NewRows() const
 {
     std::map<std::tuple<std::size_t, std::int64_t, FigureStamp>, RowValues> rows;
     for (const auto& [interval, value] : m_news) {
-        const FigurePlace& place = kFigurePlaces.at(interval.place);
-        RowValues& values = rows[{place.table, interval.slot, value.stamp}];
+        const FigurePlace& place = kFigurePlaces.at(interval.first);
+        RowValues& values = rows[{place.table, interval.second, value.stamp}];
         values.at(place.column) = value.value;
         if (InfoOf(place.series).isPeak) {
             values.at(place.column + 1) = value.minute;
         }
     }
     std::vector<FigureRow> result;
+    result.reserve(rows.size());
     for (const auto& [key, values] : rows) {
         result.push_back({std::get<0>(key), std::get<1>(key), std::get<2>(key), values});
     }
@@ -92,7 +92,7 @@ std::uint32_t CDayFigures::NewKinds() const
 {
     std::uint32_t kinds = 0;
     for (const auto& [interval, value] : m_news) {
-        kinds |= static_cast<std::uint32_t>(kFigurePlaces.at(interval.place).series);
+        kinds |= static_cast<std::uint32_t>(kFigurePlaces.at(interval.first).series);
     }
     return kinds;
 }

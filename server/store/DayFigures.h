@@ -4,6 +4,8 @@
 #include "server/store/FigureTables.h"
 
 #include <map>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace reportd {
@@ -13,7 +15,10 @@ struct FigureStamp {
     std::int64_t published = 0;
     std::int64_t observed = 0;
 
-    auto operator<=>(const FigureStamp&) const = default;
+    bool operator<(const FigureStamp& other) const
+    {
+        return std::tie(published, observed) < std::tie(other.published, other.observed);
+    }
 };
 
 // A row of a table of figures.
@@ -45,12 +50,7 @@ public:
     std::uint32_t NewKinds() const;
 
 private:
-    struct Interval {
-        std::size_t place = 0; // in kFigurePlaces
-        std::int64_t slot = 0;
-
-        auto operator<=>(const Interval&) const = default;
-    };
+    using Interval = std::pair<std::size_t, std::int64_t>; // place in kFigurePlaces, slot
     struct Value {
         FigureStamp stamp;
         std::int64_t value = 0;

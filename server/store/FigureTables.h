@@ -26,7 +26,7 @@ inline constexpr std::array kFigureTables = {
 
 // The place of a series. A peak's minute lies in the column after its value.
 struct FigurePlace {
-    Series series;
+    Series series = Series::kInstantUsage;
     std::size_t table = 0;  // in kFigureTables
     std::size_t column = 0; // of that table
 };

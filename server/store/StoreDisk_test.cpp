@@ -6,6 +6,8 @@
 
 #include <sqlite3.h>
 
+#include <ranges>
+
 namespace reportd {
 namespace {
 
@@ -136,6 +138,29 @@ TEST_F(StoreDisk, LosesNoCommittedPollInAPowerCut)
     EXPECT_LE(mostLost, 1U);
     EXPECT_GT(committed, 100U);
     EXPECT_THAT(m_told.Texts(), testing::IsEmpty());
+}
+
+TEST_F(StoreDisk, TrimsAFewDaysATransaction)
+{
+    constexpr int kDays = 40;
+    const auto store = OpenStore();
+    const auto dateOf = [](int number) { return std::chrono::year_month_day(kDay + std::chrono::days(number)); };
+    for (int day = 0; day < kDays; ++day) {
+        store->Append(kSite, dateOf(day), {MakeFigure(Series::kSolar, At(24 * day, 0), 1)}, At(24 * day, 5),
+                      At(24 * day, 7));
+    }
+    unsigned changes = 0;
+    int left = kDays;
+    for (; left == kDays && changes < kMostChanges; ++changes) {
+        m_disk.FailFrom(changes + 1, SQLITE_FULL);
+        EXPECT_TRUE(Throws([&] { store->Trim(dateOf(kDays)); }));
+        m_disk.Repair();
+        left = static_cast<int>(std::ranges::count_if(
+            std::views::iota(0, kDays), [&](int day) { return store->State(kSite, dateOf(day)).revision != 0; }));
+    }
+    EXPECT_GT(left, kDays / 2) << "what was deleted before the failure stays deleted";
+    store->Trim(dateOf(kDays));
+    EXPECT_EQ(store->Newest(kSite, Series::kSolar), std::nullopt);
 }
 
 TEST_F(StoreDisk, KeepsTheWriteAheadLogSmall)

@@ -5,6 +5,7 @@
 #include "testing/store/StoreTest.h"
 
 #include <atomic>
+#include <list>
 #include <thread>
 
 namespace reportd {
@@ -64,19 +65,19 @@ TEST_F(StoreProcess, LetsSeveralWritersTakeTurns)
     constexpr int kWriters = 4;
     constexpr int kFigures = 40;
     {
-        std::vector<std::unique_ptr<CRunningThread>> threads;
+        std::list<CRunningThread> threads;
         for (int writer = 0; writer < kWriters; ++writer) {
-            threads.push_back(std::make_unique<CRunningThread>([this, writer] {
+            threads.emplace_back([this, writer] {
                 CFigureStore store(File(), Access::kReadWrite, {}); // the first one makes it
                 for (int number = 0; number < kFigures; ++number) {
                     const LocalTime start = At(0, 5 * (kFigures * writer + number));
                     store.Append(kSite, kDate, {MakeFigure(Series::kSolar, start, 1)}, At(9, 0), At(9, 2));
                     store.SavePollState(writer, {.failures = 1});
                 }
-            }));
+            });
         }
     }
-    EXPECT_EQ(OpenStore()->Read(kSite, Series::kSolar, kDate, {}).size(), std::size_t{kWriters * kFigures});
+    EXPECT_EQ(OpenStore()->Read(kSite, Series::kSolar, kDate, {}).size(), std::size_t{kWriters} * kFigures);
     EXPECT_THAT(Names(), testing::ElementsAre("figures.sqlite"));
 }
 

@@ -69,7 +69,8 @@ std::string WriteRowSql(const FigureTable& table)
     for (std::size_t column = 0; column < table.count; ++column) {
         const std::string name(table.columns.at(column));
         parameters += ", ?" + std::to_string(column + 6);
-        changes += (column == 0 ? "" : ", ") + name + " = coalesce(excluded." + name + ", " + name + ")";
+        changes += column == 0 ? "" : ", ";
+        changes.append(name).append(" = coalesce(excluded.").append(name).append(", ").append(name).append(")");
     }
     return "INSERT INTO " + std::string(table.name) + "(site, day, slot, published, observed" + ColumnsOf(table) +
            ") VALUES(?1, ?2, ?3, ?4, ?5" + parameters + ") ON CONFLICT DO UPDATE SET " + changes;
@@ -89,6 +90,7 @@ template <class Entries, class Sql>
 std::vector<CStatement> PrepareEach(CDatabase& database, const Entries& entries, const Sql& sql)
 {
     std::vector<CStatement> statements;
+    statements.reserve(entries.size());
     for (const auto& entry : entries) {
         statements.emplace_back(database.Handle(), sql(entry));
     }

@@ -28,6 +28,7 @@ constexpr Figure MakeFigure(Series series, LocalTime start, std::uint64_t value)
 inline std::vector<std::uint64_t> ValuesOf(const std::vector<ReportRecord>& records)
 {
     std::vector<std::uint64_t> values;
+    values.reserve(records.size());
     for (const ReportRecord& record : records) {
         values.push_back(record.value);
     }
