@@ -111,18 +111,14 @@ void WriteReading(PageContext& page, const Shown& shown)
     if (!reading || shown.day.date != page.Today()) {
         return;
     }
-    const ReportRecord& record = reading->record;
-    const std::string when =
-        reading->isInstant ? ClockText(record.start) : IntervalText(record.start, record.end, page.language);
     WriteKeyFigure(
-        page, page.Text(TextId::kDemandNow),
+        page, page.Text(TextId::kNewestDemand),
         [&] {
-            page.html.Element("span", {{"class", "value"}}, MegawattText(record.value, page.language));
+            page.html.Element("span", {{"class", "value"}}, MegawattText(reading->record.value, page.language));
             page.html.Text(" ");
             WriteRate(page, reading->tenths);
         },
-        Filled(reading->isInstant ? TextId::kMeasuredAt : TextId::kMeanOf, page.language,
-               {when, AgeText(page.now - reading->Moment(), page.language)}));
+        MomentText(page, *reading));
 }
 
 void WriteKeyFigures(PageContext& page, const Shown& shown)
@@ -367,7 +363,9 @@ void WriteDay(PageContext& page, const Shown& shown)
     page.html.Element("p", {{"class", "as-of"}},
                       [&] { WriteTime(page, LocalTime(local_days(shown.day.date)), shown.date); });
     WriteNavigation(page, shown);
-    WriteFreshness(page, shown.day);
+    if (shown.day.HasFigures() || shown.day.state.observed) {
+        WriteFreshness(page, shown.day);
+    }
     if (!shown.day.HasFigures()) {
         const bool isPast = shown.day.date < page.Today();
         page.html.Element("p", {{"class", "empty"}}, page.Text(isPast ? TextId::kNoFigures : TextId::kNoFiguresYet));

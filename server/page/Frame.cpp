@@ -153,6 +153,16 @@ void WriteRate(PageContext& page, std::optional<unsigned> tenths)
     });
 }
 
+std::string MomentText(const PageContext& page, const Reading& reading)
+{
+    const ReportRecord& record = reading.record;
+    const std::string age = AgeText(page.now - reading.Moment(), page.language);
+    if (reading.isInstant) {
+        return Filled(TextId::kMeasuredAt, page.language, {ClockText(record.start), age});
+    }
+    return Filled(TextId::kMeanOf, page.language, {IntervalText(record.start, record.end, page.language), age});
+}
+
 void WriteMissing(PageContext& page)
 {
     page.html.Element("abbr", {{"class", "missing"}, {"title", page.Text(TextId::kMissingMeaning)}},

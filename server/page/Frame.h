@@ -46,6 +46,9 @@ void WriteTime(PageContext& page, LocalTime time, std::string_view text);
 // "87.3 %" with the band in words and colour; a word for a rate that is not known.
 void WriteRate(PageContext& page, std::optional<unsigned> tenths);
 
+// When a reading was made and how long ago that is: "at 14:55, 3 minutes ago".
+std::string MomentText(const PageContext& page, const Reading& reading);
+
 // What stands for a value that there is not.
 void WriteMissing(PageContext& page);
 

@@ -52,7 +52,7 @@ void WriteNow(PageContext& page, const Company& company)
         html.Element("p", {{"class", "remark"}}, Filled(TextId::kUsageRateOfHour, page.language, {hour}));
     }
     html.Element("dl", {{"class", "now"}}, [&] {
-        html.Element("dt", {}, page.Text(TextId::kDemandNow));
+        html.Element("dt", {}, page.Text(TextId::kNewestDemand));
         html.Element("dd", {}, [&] {
             if (!reading) {
                 html.Element("span", {{"class", "missing"}}, page.Text(TextId::kNoDemand));
@@ -60,15 +60,8 @@ void WriteNow(PageContext& page, const Company& company)
             }
             html.Element("span", {{"class", "value"}}, MegawattText(reading->record.value, page.language));
             html.Text(" ");
-            const ReportRecord& record = reading->record;
-            const std::string when =
-                reading->isInstant ? ClockText(record.start) : IntervalText(record.start, record.end, page.language);
-            const std::string age = AgeText(page.now - reading->Moment(), page.language);
-            html.Element("span", {{"class", "remark"}}, [&] {
-                WriteTime(
-                    page, record.start,
-                    Filled(reading->isInstant ? TextId::kMeasuredAt : TextId::kMeanOf, page.language, {when, age}));
-            });
+            html.Element("span", {{"class", "remark"}},
+                         [&] { WriteTime(page, reading->record.start, MomentText(page, *reading)); });
         });
     });
 }
@@ -144,13 +137,22 @@ void WriteCard(PageContext& page, const catalogue::Company& entry)
     const Company company = LoadCompany(page, entry.siteNumber);
     const std::string_view name = CompanyName(entry.siteNumber, page.language);
     const std::string address = AddressOf(CompanyPath(entry.siteNumber), "", page.language);
-    html.Element("article", {{"class", "card"}, {"id", entry.key.Narrow()}}, [&] {
-        html.Element("h2", {}, [&] { html.Element("a", {{"href", address}}, name); });
-        WriteNow(page, company);
-        WriteSmallChart(page, company.today, entry.key.Narrow());
-        WritePeaks(page, company, name);
-        WriteFreshness(page, company.today);
-    });
+    const Freshness freshness = FreshnessOf(company.today, page.IsSample(), page.now, page.staleAfter);
+    const bool isWarning = freshness == Freshness::kStale || freshness == Freshness::kMissing;
+    html.Element("article",
+                 {{"class", freshness == Freshness::kStale ? "card stale" : "card"}, {"id", entry.key.Narrow()}}, [&] {
+                     html.Element("h2", {}, [&] { html.Element("a", {{"href", address}}, name); });
+                     // A warning comes before the figures that it is about.
+                     if (isWarning) {
+                         WriteFreshness(page, company.today);
+                     }
+                     WriteNow(page, company);
+                     WriteSmallChart(page, company.today, entry.key.Narrow());
+                     WritePeaks(page, company, name);
+                     if (!isWarning) {
+                         WriteFreshness(page, company.today);
+                     }
+                 });
 }
 
 } // namespace

@@ -126,11 +126,13 @@ dt { color: var(--quiet); font-size: .8125rem; }
 .peaks .value, .peaks .remark { display: block; white-space: nowrap; }
 .peaks .remark { font-size: .75rem; }
 .peaks tbody th { color: var(--quiet); font-size: .8125rem; line-height: 1.7; }
-.peaks th:first-child, .peaks td:first-child { width: 30%; }
+.peaks th:first-child, .peaks td:first-child { width: 34%; }
 .peaks .rate { gap: 2px 8px; }
 .peaks .band { padding: 0 7px; font-size: .6875rem; }
 .freshness { margin: 0; color: var(--quiet); font-size: .8125rem; }
-.card .freshness { margin-top: auto; padding-top: 12px; }
+.card > .freshness:last-child { margin-top: auto; padding-top: 12px; }
+.card > h2 + .freshness { margin-top: 8px; }
+.card.stale .headline .value { color: var(--quiet); }
 .mark { padding: 2px 8px; border-radius: 6px; background: var(--notice-ground); color: var(--notice-text); font-weight: 600; }
 
 .days { display: flex; flex-wrap: wrap; align-items: center; gap: 8px 20px; margin-bottom: 10px; }

@@ -63,7 +63,7 @@ constexpr std::array kTexts = {
     Entry{TextId::kBandLittleTight, "A little tight", "やや厳しい"},
     Entry{TextId::kBandTight, "Tight", "厳しい"},
     Entry{TextId::kBandVeryTight, "Very tight", "非常に厳しい"},
-    Entry{TextId::kDemandNow, "Demand now", "現在の需要"},
+    Entry{TextId::kNewestDemand, "Newest demand", "最新の需要"},
     Entry{TextId::kNoDemand, "No value since yesterday", "昨日以降の値がありません"},
     Entry{TextId::kMeasuredAt, "at {0}, {1}", "{0}測定、{1}"},
     Entry{TextId::kMeanOf, "mean of {0}, {1}", "{0}の平均、{1}"},

@@ -56,7 +56,7 @@ enum class TextId {
     kBandLittleTight,
     kBandTight,
     kBandVeryTight,
-    kDemandNow,
+    kNewestDemand,
     kNoDemand,
     kMeasuredAt,
     kMeanOf,
