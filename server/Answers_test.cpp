@@ -258,7 +258,8 @@ TEST_F(LiveAnswers, StaleDayHasAnAgeUnlessItIsClosed)
     EXPECT_EQ(Ask(kTodaysReport, {}, kLiveNow + 1s).age, 901s);
     EXPECT_EQ(Ask(kTomorrowsReport, {}, kLiveNow + 1s).age, 901s);
     EXPECT_EQ(Ask(kPastReport, {}, kLiveNow + 1s).age, std::nullopt);
-    Observe(0, kLiveNow + 1s); // unchanged, but looked at: no revision tells
+    // Found unchanged: neither the stamp nor the revision tells.
+    m_source.Observe(kTokyo, kToday, kLiveNow - 20min, kLiveNow + 1s);
     EXPECT_EQ(Ask(kTodaysReport, {}, kLiveNow + 2s).age, std::nullopt);
     Observe(0, kLiveNow + 10min); // the clock was set back
     EXPECT_EQ(Ask(kTodaysReport, {}, kLiveNow + 3s).age, std::nullopt);

@@ -314,6 +314,16 @@ TEST_F(ReportServer, LosesNothingWhenTheClientOfALargeAnswerGoes)
     EXPECT_TRUE(answered);
 }
 
+TEST_F(ReportServer, IdleConnectionHoldsNoAnswer)
+{
+    const std::string months = "/v1/series?company=tokyo&kind=instant_usage&from=2012-04-01&to=2012-05-31";
+    std::vector<std::unique_ptr<CClient>> clients;
+    for (int i = 0; i < 6; ++i) { // more large answers than may exist at a time
+        clients.push_back(std::make_unique<CClient>(m_server.Port()));
+        EXPECT_EQ(clients.back()->Request(http::verb::get, months, 11, {}, kLarge).result_int(), 200U) << i;
+    }
+}
+
 TEST_F(ReportServer, HostileTargetsGetAnAnswerOfOurOwnWords)
 {
     for (const std::string& target :
