@@ -30,6 +30,7 @@ using testing_support::Damage;
 using testing_support::Difference;
 using testing_support::FieldOf;
 using testing_support::FigureTable;
+using testing_support::HttpExchange;
 using testing_support::kPolledDay;
 using testing_support::Layout;
 using testing_support::PolledAt;
@@ -395,6 +396,17 @@ protected:
         return std::count_if(exchanges.begin(), exchanges.end(),
                              [&](const auto& exchange) { return exchange.target.find(day) != std::string::npos; });
     }
+    // The request that came after the last one for the file of a day.
+    HttpExchange Behind(const std::string& day) const
+    {
+        auto exchanges = m_rig.Server().ExchangesOf(m_site);
+        HttpExchange behind = exchanges.back();
+        while (exchanges.back().target.find(day) == std::string::npos) {
+            behind = exchanges.back();
+            exchanges.pop_back();
+        }
+        return behind;
+    }
 };
 
 TEST_F(DailyAddress, AFileOfTheNewDayMayBeMissingForAWhile)
@@ -428,6 +440,9 @@ TEST_F(DailyAddress, TheClosedDaysFileIsFetchedOnceMore)
     EXPECT_NE(Difference(Kept(), before), "");
     EXPECT_EQ(Difference(Kept(), Said()), "");
     EXPECT_EQ(RequestsFor("20261122") - requests, 1);
+    // What belongs to today's file was kept meanwhile.
+    EXPECT_THAT(Behind("20261122").target, HasSubstr("20261123"));
+    EXPECT_NE(FieldOf(Behind("20261122"), "If-None-Match"), "");
     EXPECT_EQ(m_rig.Statistics().Of(m_site).failures.size(), 0U);
 }
 
@@ -440,6 +455,25 @@ TEST_F(DailyAddress, AClosedFileThatCannotBeHadIsTriedThreeTimes)
     EXPECT_EQ(RequestsFor("20261122") - requests, 3);
     EXPECT_EQ(m_rig.Failures(m_site, "http_not_found"), 3U);
     EXPECT_EQ(Difference(Kept(kTomorrow), Said(kTomorrow)), "");
+}
+
+TEST_F(DailyAddress, AClosedFileThatWasSeenTooEarlyIsFetchedOnceMore)
+{
+    m_rig.RunTo(PolledAt(25, 10));
+    m_rig.Store().NoteCurrent(m_site, kPolledDay, PolledAt(25, 10)); // by an import, for example
+    const auto requests = RequestsFor("20261122");
+    m_rig.RunTo(PolledAt(26, 0));
+    EXPECT_EQ(RequestsFor("20261122") - requests, 1);
+}
+
+TEST_F(DailyAddress, ValidatorsOfOneAddressAreNotSentToAnother)
+{
+    m_rig.RunTo(PolledAt(24, 5));
+    const auto exchanges = m_rig.Server().ExchangesOf(m_site);
+    EXPECT_THAT(exchanges.back().target, HasSubstr("20261123"));
+    for (const char* name : {"If-None-Match", "If-Modified-Since"}) {
+        EXPECT_EQ(FieldOf(exchanges.back(), name), "");
+    }
 }
 
 TEST_F(DailyAddress, ANewStoreGetsTodaysFileFirstAndThenYesterdays)

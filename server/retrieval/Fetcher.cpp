@@ -334,7 +334,7 @@ struct CFetcher::Impl {
         }
     }
 
-    static constexpr int kLongestPollMs = 1000; // the library's own timers end a wait earlier
+    static constexpr int kLongestPollMs = 60'000; // the library's own timers and Interrupt end a wait earlier
 
     const FetchLimits limits;
     std::atomic<bool> isInterrupted = false;
