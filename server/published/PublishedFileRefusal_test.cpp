@@ -322,6 +322,17 @@ TEST(Refusals, OfALineOfCombiningMarksAtOnce)
     EXPECT_LT(stamp.why.size(), 100U);
 }
 
+TEST(Refusals, QuoteWholeCharactersOfALongFirstLine)
+{
+    std::string text;
+    std::string quoted;
+    for (int i = 0; i < 40; ++i) {
+        text += "\u1112\u1161\u11AB"; // three parts of one syllable, nine bytes
+        quoted += i < 11 ? "\uD55C" : "";
+    }
+    EXPECT_EQ(ReasonOf(text + "\n").why, "it begins with \"" + quoted + "\", not with its stamp");
+}
+
 // --- The day and the clock.
 
 std::optional<Refusal> TimelinessOf(LocalTime published, year_month_day expected, LocalTime now,

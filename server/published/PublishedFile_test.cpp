@@ -331,6 +331,13 @@ TEST(PublishedFile, PeaksThatAreNotKnownYetAreNone)
     }
 }
 
+TEST(PublishedFile, FullWidthBlanksAreBlank)
+{
+    EXPECT_EQ(PeaksWith("翌日のピーク時供給力", "　,　", Series::kPeakSupply).size(), 1U);
+    const std::string text = NoonText();
+    EXPECT_EQ(ReadText(Changed(text, "\n\n最大使用率", "\n　,,　\n最大使用率")).figures, ReadText(text).figures);
+}
+
 TEST(PublishedFile, PeaksOfTheUsageRateAreOthers)
 {
     const PublishedFile file = ReadText(WithPeak("使用率ピーク時供給力", "4321,18:00～19:00,4/20,14:20"));
