@@ -2,16 +2,16 @@
 
 #include "server/live/Archive.h"
 #include "server/live/Intake.h"
+#include "server/live/WholeFile.h"
 #include "server/live/Wording.h"
 #include "server/TimeText.h"
 
-#include <fstream>
 #include <ostream>
 
 namespace reportd {
 namespace {
 
-constexpr std::uintmax_t kMostFileBytes = std::uintmax_t{64} << 20U; // an archive of kMostMembers is far smaller
+constexpr std::uintmax_t kMostFileMib = 64; // an archive of kMostMembers is far smaller
 
 // Whether a name is what a pattern with %Y, %m and %d becomes for some day.
 bool Matches(std::string_view name, std::string_view pattern)
@@ -66,28 +66,6 @@ std::string SayUndecided(const std::vector<int>& candidates)
     return "its name is that of several companies (" + keys + "): give --company";
 }
 
-// The bytes of a file; why there are none.
-std::optional<std::string> ReadFile(const std::filesystem::path& file, std::string* why)
-{
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(file, error);
-    if (error) {
-        *why = "cannot be read: " + error.message();
-        return std::nullopt;
-    }
-    if (size > kMostFileBytes) {
-        *why = "is larger than 64 MiB";
-        return std::nullopt;
-    }
-    std::string bytes(static_cast<std::size_t>(size), '\0');
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream.read(bytes.data(), static_cast<std::streamsize>(size))) {
-        *why = "cannot be read";
-        return std::nullopt;
-    }
-    return bytes;
-}
-
 } // namespace
 
 std::vector<int> CompaniesOfName(const LiveSettings& settings, std::string_view name)
@@ -121,24 +99,17 @@ bool CImport::ImportFile(const std::filesystem::path& file, std::optional<int> s
         }
         siteNumber = candidates.front();
     }
-    std::string why;
-    const std::optional<std::string> bytes = ReadFile(file, &why);
-    if (!bytes) {
-        return Refuse(shownName, why);
-    }
-    if (LooksLikeZip(*bytes)) {
-        return ImportArchive(*bytes, shownName, *siteNumber);
-    }
-    if (!LooksLikeGzip(*bytes)) {
-        return ImportCsv(*bytes, shownName, name, *siteNumber);
-    }
-    std::string unpacked;
+    std::string bytes;
     try {
-        unpacked = ReadGzip(*bytes);
-    } catch (const CArchiveError& error) {
+        bytes = ReadWholeFile(file, kMostFileMib);
+        if (LooksLikeGzip(bytes)) {
+            bytes = ReadGzip(bytes);
+        }
+    } catch (const std::runtime_error& error) {
         return Refuse(shownName, error.what());
     }
-    return ImportCsv(unpacked, shownName, name, *siteNumber);
+    return LooksLikeZip(bytes) ? ImportArchive(bytes, shownName, *siteNumber)
+                               : ImportCsv(bytes, shownName, name, *siteNumber);
 }
 
 bool CImport::ImportArchive(const std::string& bytes, const std::string& shownName, int siteNumber)

@@ -1,13 +1,13 @@
 #include "server/live/LiveSettings.h"
 
 #include "server/live/TomlText.h"
+#include "server/live/WholeFile.h"
 #include "server/live/Wording.h"
 #include "server/Options.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <iterator>
 #include <toml++/toml.h>
@@ -421,26 +421,6 @@ const std::vector<Key<LiveSettings>>& GeneralKeys()
     return kKeys;
 }
 
-std::string ReadText(const std::filesystem::path& file)
-{
-    constexpr std::uintmax_t kMostBytes = std::uintmax_t{1} << 20U;
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(file, error); // fails for folders and devices
-    if (error) {
-        throw CSettingsError(file.string() + ": cannot be read: " + error.message());
-    }
-    if (size > kMostBytes) {
-        throw CSettingsError(file.string() + ": is larger than 1 MiB");
-    }
-    std::ifstream stream(file, std::ios::binary);
-    std::string text(static_cast<std::size_t>(size), '\0');
-    stream.read(text.data(), static_cast<std::streamsize>(size));
-    if (!stream) {
-        throw CSettingsError(file.string() + ": cannot be read");
-    }
-    return text;
-}
-
 toml::table ParseText(std::string_view text, const std::string& name)
 {
     if (const std::optional<std::size_t> line = FindStrayCharacter(text)) {
@@ -481,7 +461,13 @@ LiveSettings DefaultLiveSettings()
 
 LiveSettings LoadLiveSettings(const std::filesystem::path& file)
 {
-    return ParseLiveSettings(ReadText(file), file.string());
+    std::string text;
+    try {
+        text = ReadWholeFile(file, 1);
+    } catch (const std::runtime_error& error) {
+        throw CSettingsError(file.string() + ": " + error.what());
+    }
+    return ParseLiveSettings(text, file.string());
 }
 
 LiveSettings ParseLiveSettings(std::string_view text, const std::string& name)
