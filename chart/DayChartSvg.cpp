@@ -14,6 +14,7 @@ namespace {
 constexpr double kFontSize = 12;
 constexpr double kLineHeight = 18;
 constexpr double kTickGap = 8;
+constexpr double kEdge = 6;         // around a drawing that stands alone
 constexpr double kRightMargin = 18; // half of the label of 24:00
 constexpr double kBareMargin = 3;
 constexpr int kBareStepCount = 100; // without axes the scale ends close to the highest value
@@ -36,7 +37,7 @@ double WidthOf(std::string_view text)
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
         if (byte < 0x80) {
-            width += 0.58;
+            width += 0.64;
         } else if (byte >= 0xE0) {
             width += 1;
         } else if (byte >= 0xC0) {
@@ -94,11 +95,12 @@ public:
 private:
     void PlaceAxes()
     {
-        m_left = WidthOf(GroupDigits(m_scale.highest)) + kTickGap;
+        m_left = WidthOf(GroupDigits(m_scale.highest)) + kTickGap + (m_options.isStandAlone ? kEdge : 0);
         m_right = m_options.width - kRightMargin;
         m_top = kLineHeight + kTickGap;
         m_bottom = m_options.height - kLineHeight - 4;
         if (m_options.isStandAlone) {
+            m_top += kEdge;
             PlaceLegend();
         }
     }

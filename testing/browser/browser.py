@@ -1,4 +1,4 @@
-"""A headless Chromium, driven through ChromeDriver's HTTP interface (W3C WebDriver), and the server that it looks at."""
+"""A headless Chromium, driven through ChromeDriver's HTTP interface (W3C WebDriver), and the server that it visits."""
 import base64
 import json
 import subprocess
@@ -7,8 +7,8 @@ import time
 import urllib.error
 import urllib.request
 
-ARGUMENTS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-             "--disable-background-networking", "--disable-component-update", "--disable-sync",
+ARGUMENTS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--disable-quic",
+             "--no-first-run", "--disable-background-networking", "--disable-component-update", "--disable-sync",
              "--disable-default-apps", "--disable-extensions", "--hide-scrollbars",
              # Names lead nowhere, so that nothing leaves this machine even without a network of its own.
              "--host-resolver-rules=MAP * ~NOTFOUND , EXCLUDE 127.0.0.1"]
@@ -66,7 +66,8 @@ class Browser:
 
     def _send(self, method, path, body=None):
         data = None if body is None else json.dumps(body).encode()
-        request = urllib.request.Request(self._address + path, data, {"Content-Type": "application/json"}, method=method)
+        fields = {"Content-Type": "application/json"}
+        request = urllib.request.Request(self._address + path, data, fields, method=method)
         try:
             with urllib.request.urlopen(request, timeout=TIME_LIMIT_SECONDS) as answer:
                 return json.load(answer)["value"]
