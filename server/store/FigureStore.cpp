@@ -15,8 +15,6 @@ using std::chrono::local_days;
 
 constexpr unsigned kMostNames = 100;
 
-std::int64_t Seconds(LocalTime time) { return MomentOf(time).time_since_epoch().count(); }
-
 void MakeFolder(const fs::path& folder)
 {
     std::error_code error;
@@ -138,20 +136,20 @@ CFigureStore::~CFigureStore() = default;
 std::size_t CFigureStore::Append(int siteNumber, std::chrono::year_month_day date, const std::vector<Figure>& figures,
                                  LocalTime published, LocalTime observed)
 {
-    const FigureStamp stamp{Seconds(published), Seconds(observed)};
+    const FigureStamp stamp{SecondsOf(published), SecondsOf(observed)};
     return m_impl->Do(
         [&](CStoreSession& session) { return session.Append(siteNumber, local_days(date), figures, stamp); });
 }
 
 void CFigureStore::NoteCurrent(int siteNumber, std::chrono::year_month_day date, LocalTime observed)
 {
-    m_impl->Do([&](CStoreSession& session) { session.NoteCurrent(siteNumber, local_days(date), Seconds(observed)); });
+    m_impl->Do([&](CStoreSession& session) { session.NoteCurrent(siteNumber, local_days(date), SecondsOf(observed)); });
 }
 
 std::vector<ReportRecord> CFigureStore::Read(int siteNumber, Series series, std::chrono::year_month_day date,
                                              std::optional<LocalTime> asOf)
 {
-    const std::int64_t until = asOf ? Seconds(*asOf) : std::numeric_limits<std::int64_t>::max();
+    const std::int64_t until = asOf ? SecondsOf(*asOf) : std::numeric_limits<std::int64_t>::max();
     return m_impl->Do(
         [&](CStoreSession& session) { return session.Read(siteNumber, series, local_days(date), until); });
 }

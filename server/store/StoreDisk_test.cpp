@@ -1,5 +1,4 @@
 // The store on a disk that is full, fails, or loses its power.
-#include "server/store/Database.h"
 #include "testing/store/FaultyDisk.h"
 #include "testing/store/Polls.h"
 #include "testing/store/StoreTest.h"
@@ -31,15 +30,6 @@ bool Throws(const std::function<void()>& operation)
 
 class StoreDisk : public StoreTest {
 protected:
-    // Whether the database is as it should be in each page and index.
-    static bool IsSound(const std::filesystem::path& file)
-    {
-        CDatabase database(file, true);
-        CStatement check(database.Handle(), "PRAGMA integrity_check");
-        CRun run(check);
-        return run.Next() && run.Text(0) == "ok";
-    }
-
     CFaultyDisk m_disk;
 };
 

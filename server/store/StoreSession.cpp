@@ -1,7 +1,5 @@
 #include "server/store/StoreSession.h"
 
-#include "server/JapanTime.h"
-
 #include <set>
 
 namespace reportd {
@@ -30,11 +28,9 @@ constexpr const char* kLoadPollState = R"sql(
 SELECT next_poll, last_attempt, last_success, published, failures, etag, last_modified, url, layout, last_failure
 FROM poll_state WHERE site = ?1)sql";
 
-std::int64_t Seconds(LocalTime time) { return MomentOf(time).time_since_epoch().count(); }
-
-std::optional<std::int64_t> Seconds(const std::optional<LocalTime>& time)
+std::optional<std::int64_t> OptionalSeconds(const std::optional<LocalTime>& time)
 {
-    return time ? std::optional(Seconds(*time)) : std::nullopt;
+    return time ? std::optional(SecondsOf(*time)) : std::nullopt;
 }
 
 LocalTime TimeOf(std::int64_t seconds) { return JapanTime(std::chrono::sys_seconds(std::chrono::seconds(seconds))); }
@@ -262,9 +258,9 @@ PollState CStoreSession::LoadPollState(int siteNumber)
 
 void CStoreSession::SavePollState(int siteNumber, const PollState& state)
 {
-    CRun(m_savePollState, siteNumber, Seconds(state.nextPoll), Seconds(state.lastAttempt), Seconds(state.lastSuccess),
-         Seconds(state.published), state.failures, state.etag, state.lastModified, state.url, state.layout,
-         state.lastFailure)
+    CRun(m_savePollState, siteNumber, OptionalSeconds(state.nextPoll), OptionalSeconds(state.lastAttempt),
+         OptionalSeconds(state.lastSuccess), OptionalSeconds(state.published), state.failures, state.etag,
+         state.lastModified, state.url, state.layout, state.lastFailure)
         .Next();
 }
 

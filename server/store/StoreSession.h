@@ -2,11 +2,15 @@
 #pragma once
 
 #include "server/FigureSource.h"
+#include "server/JapanTime.h"
 #include "server/store/DayFigures.h"
 #include "server/store/PollState.h"
 #include "server/store/Schema.h"
 
 namespace reportd {
+
+// A moment as the database has it, in Unix seconds.
+inline std::int64_t SecondsOf(LocalTime time) { return MomentOf(time).time_since_epoch().count(); }
 
 // The operations of CFigureStore on one connection; see there. Each throws CSqlError when SQLite refuses something.
 // CFigureStore decides what follows from that. One thread at a time.

@@ -1,6 +1,7 @@
 // A store on a disk of the test's own, and figures for it.
 #pragma once
 
+#include "server/store/Database.h"
 #include "server/store/FigureStore.h"
 #include "testing/ScratchFolder.h"
 
@@ -47,6 +48,15 @@ public:
 private:
     std::vector<std::string> m_texts;
 };
+
+// Whether a database is as it should be in each page and index.
+inline bool IsSound(const std::filesystem::path& file)
+{
+    CDatabase database(file, true);
+    CStatement check(database.Handle(), "PRAGMA integrity_check");
+    CRun run(check);
+    return run.Next() && run.Text(0) == "ok";
+}
 
 class StoreTest : public testing::Test {
 protected:
