@@ -53,7 +53,7 @@ double LuminanceOf(const std::string& colour)
 
 double ContrastOf(const std::string& one, const std::string& other)
 {
-    const auto [darker, lighter] = std::minmax(LuminanceOf(one), LuminanceOf(other));
+    const auto [darker, lighter] = std::minmax({LuminanceOf(one), LuminanceOf(other)});
     return (lighter + 0.05) / (darker + 0.05);
 }
 

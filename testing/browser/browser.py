@@ -42,7 +42,9 @@ class PageServer:
     def close(self):
         self._process.stdin.close()
         self._process.stdout.close()
-        return self._process.wait(TIME_LIMIT_SECONDS)
+        status = self._process.wait(TIME_LIMIT_SECONDS)
+        if status != 0:
+            raise RuntimeError(f"page_server ended with {status}")
 
 
 class Browser:
