@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 fuzzers=("$@")
-[ "$#" -gt 0 ] || fuzzers=(analyzer data_file live_settings published_file settings)
+[ "$#" -gt 0 ] || fuzzers=(analyzer data_file live_settings published_file requests settings)
 
 scripts/build.sh linux-fuzz "${fuzzers[@]/#/fuzz_}"
 for fuzzer in "${fuzzers[@]}"; do
