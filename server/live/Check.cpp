@@ -150,6 +150,7 @@ void PrintTables(const std::vector<Finding>& findings, LocalTime now, std::ostre
 bool CheckCompanies(const LiveSettings& settings, CFetcher& fetcher, LocalTime now, std::ostream& out)
 {
     std::vector<Finding> findings;
+    findings.reserve(catalogue::kCompanies.size());
     for (const catalogue::Company& company : catalogue::kCompanies) {
         findings.push_back(CheckCompany(settings, company.siteNumber, fetcher, now));
     }

@@ -13,8 +13,8 @@ class CFigureStore;
 
 // What was taken from a file.
 struct Intake {
-    std::chrono::year_month_day date; // that the file is of
-    std::size_t appended = 0;         // figures that were new or had changed
+    std::chrono::year_month_day date = {}; // that the file is of
+    std::size_t appended = 0;              // figures that were new or had changed
 };
 
 // Reads a saved or past file and appends its figures to the store as observed now, Japan's time. However long ago it

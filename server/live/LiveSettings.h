@@ -46,7 +46,7 @@ struct LiveSettings {
     // The file of the figures; next to it lies the folder of kept raw files. Empty when neither the settings nor the
     // environment say where.
     std::filesystem::path store = {};
-    std::string authorityFile = {}; // further certificates that are trusted, PEM; empty: the system's only
+    std::string authorityFile = {}; // PEM file of authorities that are trusted besides the system's; empty: none
     std::optional<std::chrono::days> retention = {}; // how many past days are kept; none: all
     std::chrono::minutes staleAfter{15};             // how old an unconfirmed figure may be before it is called stale
     std::chrono::minutes noneAfter{720};             // and before it is not given at all
