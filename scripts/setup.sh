@@ -9,8 +9,8 @@ declare -A groups=(
            libtomlplusplus-dev libxml2-dev make ninja-build pkg-config'
   [windows]='cmake g++-mingw-w64-x86-64-posix libboost1.81-dev libfmt-dev make ninja-build'
   [wine]='wine wine64'
-  [tests]='googletest iproute2 libbenchmark-dev libfaketime libssl-dev nginx nlohmann-json3-dev openssl python3 systemd' # to build test programs and benchmarks, give tests networks of
-                                                         # their own, and check trace messages
+  # To build test programs and benchmarks, for networks, servers and clocks of the tests' own, to check trace messages.
+  [tests]='googletest iproute2 libbenchmark-dev libfaketime libssl-dev nginx nlohmann-json3-dev openssl python3 systemd'
   [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
   [browser]='chromium chromium-driver fonts-dejavu-core fonts-ipafont-gothic' # to look at the report server's pages
   [format]='clang-format git'

@@ -1,13 +1,12 @@
 #include "testing/LoopbackServer.h"
 
 #include "platform/LetterCase.h"
+#include "testing/LoopbackAcceptor.h"
 
 #include <algorithm>
 #include <array>
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
@@ -20,7 +19,6 @@
 #include <set>
 #include <sstream>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 namespace testing_support {
@@ -180,25 +178,7 @@ asio::awaitable<bool> Give(tcp::socket& socket, const HttpAnswer& answer, const 
 } // namespace
 
 struct CLoopbackServer::Impl {
-    explicit Impl(HttpHandler answerer) : handler(std::move(answerer)), acceptor(io, kAnyLoopbackPort)
-    {
-        asio::co_spawn(io, Accept(), asio::detached);
-        thread = std::thread([this] { io.run(); });
-    }
-
-    ~Impl()
-    {
-        io.stop();
-        thread.join();
-    }
-
-    asio::awaitable<void> Accept()
-    {
-        for (;;) {
-            tcp::socket socket = co_await acceptor.async_accept(asio::use_awaitable);
-            asio::co_spawn(io, Serve(std::move(socket)), asio::detached);
-        }
-    }
+    explicit Impl(HttpHandler answerer) : handler(std::move(answerer)) {}
 
     asio::awaitable<void> Serve(tcp::socket socket)
     {
@@ -255,7 +235,7 @@ struct CLoopbackServer::Impl {
         if (!hasStalled.wait_for(lock, limit, [this] { return !stalled.empty(); })) {
             return false;
         }
-        asio::post(io, [this] {
+        asio::post(acceptor.Context(), [this] {
             const std::lock_guard posted(mutex);
             for (tcp::socket* socket : stalled) {
                 socket->close();
@@ -290,16 +270,14 @@ struct CLoopbackServer::Impl {
     std::condition_variable hasStalled;  // when a connection has come to the stalled ones
 
     // The last to be made and the first to go, with what is still running in it.
-    asio::io_context io{1};
-    tcp::acceptor acceptor;
-    std::thread thread;
+    CLoopbackAcceptor acceptor{[this](tcp::socket socket) { return Serve(std::move(socket)); }};
 };
 
 CLoopbackServer::CLoopbackServer(HttpHandler handler) : m_impl(std::make_unique<Impl>(std::move(handler))) {}
 
 CLoopbackServer::~CLoopbackServer() = default;
 
-WORD CLoopbackServer::Port() const { return m_impl->acceptor.local_endpoint().port(); }
+WORD CLoopbackServer::Port() const { return m_impl->acceptor.Port(); }
 
 void CLoopbackServer::SetPrelude(std::string bytes)
 {

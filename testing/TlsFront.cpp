@@ -1,5 +1,6 @@
 #include "testing/TlsFront.h"
 
+#include "testing/LoopbackAcceptor.h"
 #include "testing/process/Process.h"
 
 #include <array>
@@ -12,8 +13,8 @@
 #include <boost/asio/ssl.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/write.hpp>
+#include <optional>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 namespace testing_support {
@@ -103,34 +104,19 @@ struct CTlsFront::Impl {
         MakeCertificates(folder.string());
         context.use_certificate_chain_file((folder / "server.pem").string());
         context.use_private_key_file((folder / "server.key").string(), asio::ssl::context::pem);
-        asio::co_spawn(io, Accept(), asio::detached);
-        thread = std::thread([this] { io.run(); });
-    }
-
-    ~Impl()
-    {
-        io.stop();
-        thread.join();
-    }
-
-    asio::awaitable<void> Accept()
-    {
-        for (;;) {
-            tcp::socket socket = co_await acceptor.async_accept(asio::use_awaitable);
-            asio::co_spawn(io, Serve(std::move(socket)), asio::detached);
-        }
+        acceptor.emplace([this](tcp::socket socket) { return Serve(std::move(socket)); });
     }
 
     asio::awaitable<void> Serve(tcp::socket socket)
     {
-        const auto link = std::make_shared<Link>(std::move(socket), context, io);
+        const auto link = std::make_shared<Link>(std::move(socket), context, acceptor->Context());
         try {
             co_await link->encrypted.async_handshake(asio::ssl::stream_base::server, asio::use_awaitable);
             co_await link->plain.async_connect({asio::ip::address_v4::loopback(), plainPort}, asio::use_awaitable);
         } catch (const boost::system::system_error&) {
             co_return; // the client does not trust the certificate, or nobody serves
         }
-        asio::co_spawn(io, Pump(link, link->plain, link->encrypted), asio::detached);
+        asio::co_spawn(acceptor->Context(), Pump(link, link->plain, link->encrypted), asio::detached);
         co_await Pump(link, link->encrypted, link->plain);
     }
 
@@ -139,9 +125,7 @@ struct CTlsFront::Impl {
     asio::ssl::context context{asio::ssl::context::tls_server};
 
     // The last to be made and the first to go, with what is still running in it.
-    asio::io_context io{1};
-    tcp::acceptor acceptor{io, tcp::endpoint(asio::ip::address_v4::loopback(), 0)};
-    std::thread thread = {};
+    std::optional<CLoopbackAcceptor> acceptor = {};
 };
 
 CTlsFront::CTlsFront(WORD plainPort, const std::filesystem::path& folder)
@@ -151,7 +135,7 @@ CTlsFront::CTlsFront(WORD plainPort, const std::filesystem::path& folder)
 
 CTlsFront::~CTlsFront() = default;
 
-WORD CTlsFront::Port() const { return m_impl->acceptor.local_endpoint().port(); }
+WORD CTlsFront::Port() const { return m_impl->acceptor->Port(); }
 
 std::filesystem::path CTlsFront::AuthorityFile() const { return m_impl->folder / "authority.pem"; }
 
