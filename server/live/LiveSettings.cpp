@@ -424,8 +424,10 @@ const std::vector<Key<LiveSettings>>& GeneralKeys()
 toml::table ParseText(std::string_view text, const std::string& name)
 {
     if (const std::optional<std::size_t> line = FindStrayCharacter(text)) {
-        throw CSettingsError(name + ":" + std::to_string(*line) +
-                             ": characters beyond ASCII belong into comments and texts in quotes, on one line");
+        throw CSettingsError(
+            name + ":" + std::to_string(*line) +
+            ": characters beyond ASCII belong into comments and texts in quotes, on one line and with a "
+            "blank before them");
     }
     try {
         return toml::parse(text);

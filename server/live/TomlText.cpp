@@ -39,6 +39,15 @@ std::size_t EndOfText(std::string_view toml, std::size_t begin, bool* isOneLine)
     return toml.size();
 }
 
+// Whether a quote cannot belong to a name or number that begins before it: those end at blanks and commas.
+bool MayBeginText(std::string_view toml, std::size_t at)
+{
+    while (at > 0 && toml[at - 1] == '[') {
+        --at;
+    }
+    return at == 0 || std::string_view(" \t\r\n,").find(toml[at - 1]) != std::string_view::npos;
+}
+
 // The position of the first byte beyond ASCII in a part of the file.
 std::optional<std::size_t> FindBeyondAscii(std::string_view toml, std::size_t begin, std::size_t end)
 {
@@ -62,7 +71,7 @@ std::optional<std::size_t> FindStrayCharacter(std::string_view toml)
             mayHoldAny = true;
         } else if (toml[at] == '"' || toml[at] == '\'') {
             end = EndOfText(toml, at, &isOneLine);
-            mayHoldAny = isOneLine;
+            mayHoldAny = isOneLine && MayBeginText(toml, at);
         }
         if (!mayHoldAny) {
             stray = FindBeyondAscii(toml, at, end);

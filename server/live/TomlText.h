@@ -7,10 +7,11 @@
 
 namespace reportd {
 
-// The line, from 1, of the first character beyond ASCII that is neither in a comment nor in a text of one line; none
-// when there is no such character. A byte order mark at the beginning does not count. TOML allows others only in texts
-// of several lines; version 3.3.0 of the library behaves in an undefined way when it takes some of them for possible
-// blanks. Any thread.
+// The line, from 1, of the first character beyond ASCII that is neither in a comment nor in a text of one line whose
+// opening quote follows a blank, a comma or "["; none when there is no such character. A byte order mark at the
+// beginning does not count. Version 3.3.0 of the library behaves in an undefined way when it takes some of these
+// characters for possible blanks: at keys and numbers, valid or not, and at the ends of lines in texts of several. Any
+// thread.
 std::optional<std::size_t> FindStrayCharacter(std::string_view toml);
 
 } // namespace reportd
