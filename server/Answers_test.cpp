@@ -295,7 +295,7 @@ TEST_F(LiveAnswers, ClientThatHasTheReportIsToldSo)
 {
     const WebAnswer first = Ask(kTodaysReport);
     const std::string etag = FieldOf(first, "ETag");
-    EXPECT_THAT(etag, testing::MatchesRegex("\"[0-9a-f]+\""));
+    EXPECT_THAT(etag, testing::MatchesRegex("\"\\w+\""));
     for (const std::string& value : {etag, "W/" + etag, "\"x\", " + etag, "\"x\" ,\t" + etag + " ", std::string("*")}) {
         const WebAnswer same = Ask(kTodaysReport, value);
         EXPECT_EQ(same.status, 304U) << value;

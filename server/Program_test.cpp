@@ -124,27 +124,6 @@ TEST(ReportdOptions, EndsWith1OnAnAddressThatIsNotItsOwn)
     }
 }
 
-// --- What only Windows shows: other systems have live sources -------------------------------------------------------
-
-TEST(ReportdWindows, LiveSourcesNeedLinux)
-{
-    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--source", "live"},
-                                                      {"check"},
-                                                      {"import", "x.csv"},
-                                                      {"backfill", "--from", "2026-04-20"}}) {
-        const ProcessResult result = RunToItsEnd(arguments);
-        EXPECT_EQ(result.exitCode, 1) << arguments.front();
-        EXPECT_EQ(result.out, "") << arguments.front();
-        EXPECT_THAT(result.err, StartsWith("ampora-reportd: live sources need Linux")) << arguments.front();
-    }
-}
-
-TEST(ReportdWindows, SampleDataIsTheDefault)
-{
-    CBackgroundProcess program(Command({"--port", "0"}), testing_support::EnvironmentChanges());
-    EXPECT_THAT(program.ReadLine(kLimit).value_or(""), StartsWith("ampora-reportd: serving sample data on http://"));
-}
-
 // --- What only Linux has --------------------------------------------------------------------------------------------
 
 class ReportdLinux : public ReportdProgram {

@@ -201,8 +201,7 @@ TEST_F(ReportServer, EveryAnswerHasADateOfHttp)
     CClient client(m_server.Port());
     for (const char* const target : {kTarget, "/none"}) {
         EXPECT_THAT(std::string(client.Request(http::verb::get, target)[http::field::date]),
-                    testing::MatchesRegex("[A-Z][a-z][a-z], [0-9][0-9] [A-Z][a-z][a-z] 20[0-9][0-9] "
-                                          "[0-9][0-9]:[0-9][0-9]:[0-9][0-9] GMT"))
+                    testing::MatchesRegex("..., .. ... 20.. ..:..:.. GMT"))
             << target;
     }
 }
