@@ -1,12 +1,32 @@
 #include "server/store/Database.h"
 
+#include <chrono>
 #include <sqlite3.h>
+#include <thread>
 
 namespace reportd {
 
 namespace {
 
-constexpr int kLockLimitMs = 10'000;
+constexpr std::chrono::milliseconds kLockLimit{10'000};
+constexpr std::chrono::milliseconds kLockPause{5};
+
+// The change of mode fails at once, whatever the time-out, while another process is making the same file.
+void SwitchToWriteAheadLog(CDatabase& database)
+{
+    const auto end = std::chrono::steady_clock::now() + kLockLimit;
+    for (;;) {
+        try {
+            database.Execute("PRAGMA journal_mode = WAL");
+            return;
+        } catch (const CSqlError& error) {
+            if (!error.IsBusy() || std::chrono::steady_clock::now() >= end) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(kLockPause);
+    }
+}
 
 } // namespace
 
@@ -23,7 +43,7 @@ CDatabase::CDatabase(const std::filesystem::path& file, bool mayWrite)
         throw CSqlError(code, database, file.string());
     }
     KeepAsItIs();
-    sqlite3_busy_timeout(Handle(), kLockLimitMs);
+    sqlite3_busy_timeout(Handle(), static_cast<int>(kLockLimit.count()));
     // The file may have been changed by anybody: it must not make us run what its schema says, nor let a statement of
     // ours change more than rows.
     sqlite3_db_config(Handle(), SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
@@ -44,7 +64,7 @@ std::int64_t CDatabase::ReadInteger(const char* sql)
 void CDatabase::KeepUp()
 {
     // FULL, because with less a power cut takes back commits. One is made every few minutes, so it costs nothing.
-    Execute("PRAGMA journal_mode = WAL");
+    SwitchToWriteAheadLog(*this);
     Execute("PRAGMA synchronous = FULL; PRAGMA wal_autocheckpoint = 200; PRAGMA journal_size_limit = 1048576;");
     sqlite3_db_config(Handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
 }
@@ -58,7 +78,10 @@ bool CDatabase::HasMoved() const noexcept
     return hasMoved != 0;
 }
 
-CTransaction::CTransaction(CDatabase& database) : m_database(database) { m_database.Execute("BEGIN IMMEDIATE"); }
+CTransaction::CTransaction(CDatabase& database, Kind kind) : m_database(database)
+{
+    m_database.Execute(kind == Kind::kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
+}
 
 CTransaction::~CTransaction()
 {

@@ -39,11 +39,16 @@ private:
     std::unique_ptr<sqlite3, Closer> m_database;
 };
 
-// Everything between construction and Commit is done together. Waits for other writers first. Without Commit nothing
-// is done.
+// Everything between construction and Commit is done together, on one state of the file. Without Commit nothing is
+// done.
 class CTransaction {
 public:
-    explicit CTransaction(CDatabase& database);
+    enum class Kind {
+        kWrite, // waits for other writers first
+        kRead,  // nothing is changed: whoever writes is not disturbed
+    };
+
+    explicit CTransaction(CDatabase& database, Kind kind = Kind::kWrite);
     ~CTransaction();
     CTransaction(const CTransaction&) = delete;
     CTransaction& operator=(const CTransaction&) = delete;

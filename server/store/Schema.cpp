@@ -90,7 +90,7 @@ std::string NameOf(const CDatabase& database)
     return std::string("the store ") + sqlite3_db_filename(database.Handle(), "main");
 }
 
-// The version of a store of ours; 0 for an empty database.
+// The version of a store of ours; 0 for an empty database. In a transaction, for another process may be making it.
 std::size_t ReadVersion(CDatabase& database)
 {
     const std::int64_t owner = database.ReadInteger("PRAGMA application_id");
@@ -118,13 +118,19 @@ void BringUpToDate(CDatabase& database)
     transaction.Commit();
 }
 
+bool IsOld(CDatabase& database)
+{
+    const CTransaction transaction(database, CTransaction::Kind::kRead);
+    return ReadVersion(database) < kSteps.size();
+}
+
 } // namespace
 
 int SchemaVersion() { return static_cast<int>(kSteps.size()); }
 
 void PrepareForWriting(CDatabase& database)
 {
-    const bool isOld = ReadVersion(database) < kSteps.size();
+    const bool isOld = IsOld(database);
     database.KeepUp();
     if (isOld) {
         BringUpToDate(database);
@@ -133,7 +139,7 @@ void PrepareForWriting(CDatabase& database)
 
 void PrepareForReading(CDatabase& database)
 {
-    if (ReadVersion(database) < kSteps.size()) {
+    if (IsOld(database)) {
         throw std::runtime_error(
             NameOf(database) +
             " was made by an older version of this program, which the first writer brings up to date");

@@ -37,6 +37,8 @@ bool CSqlError::IsDamage() const { return m_code == SQLITE_CORRUPT || m_code == 
 
 bool CSqlError::IsInputOutput() const { return m_code == SQLITE_IOERR; }
 
+bool CSqlError::IsBusy() const { return m_code == SQLITE_BUSY; }
+
 void CheckSql(int code, sqlite3* database)
 {
     if (code != SQLITE_OK && code != SQLITE_ROW && code != SQLITE_DONE) {

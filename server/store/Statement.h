@@ -24,6 +24,8 @@ public:
     bool IsDamage() const;
     // Whether the system could not read or write the file.
     bool IsInputOutput() const;
+    // Whether another connection is using the file.
+    bool IsBusy() const;
 
 private:
     int m_code;

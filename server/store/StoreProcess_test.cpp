@@ -75,6 +75,7 @@ TEST_F(StoreProcess, ShowsAReaderWholePollsWhileTheyAreWritten)
 
 TEST_F(StoreProcess, LetsSeveralWritersTakeTurns)
 {
+    // Symptom: of several that began a new file at once, one now and then took it for the database of another program.
     constexpr int kWriters = 4;
     constexpr int kFigures = 40;
     {
