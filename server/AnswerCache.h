@@ -12,7 +12,7 @@ namespace reportd {
 struct Basis {
     std::uint64_t revision = 0;
     std::optional<LocalTime> published = {};
-    bool isCurrent = false; // of a day that is not over
+    bool isOpen = false; // of a day that may still change
 
     bool operator==(const Basis&) const = default;
 };

@@ -20,6 +20,9 @@ constexpr std::size_t kMaxKeptAnswers = 512;
 constexpr std::size_t kMaxKeptBytes = std::size_t{16} << 20;
 constexpr std::chrono::seconds kLogPause{60};
 
+// How long after its end a day still changes: its last file comes after midnight.
+constexpr std::chrono::hours kClosingTime{2};
+
 // A range of more days is answered in steps of so many, and only so many such answers exist at a time.
 constexpr days kDaysAtOnce{31};
 constexpr int kDaysPerStep = 8;
@@ -393,7 +396,7 @@ Knowledge CAnswers::Impl::Look(int siteNumber, year_month_day from, year_month_d
 {
     const local_days today = std::chrono::floor<days>(now);
     Knowledge knowledge;
-    knowledge.basis.isCurrent = local_days{to} >= today;
+    knowledge.basis.isOpen = now < local_days{to} + days{1} + kClosingTime;
     for (local_days day{from}; day <= local_days{to}; day += days{1}) {
         const DayState state = source.State(siteNumber, year_month_day{day}, now);
         // Mixes the revisions so that their order counts; of one day it is that day's.
@@ -408,7 +411,7 @@ Knowledge CAnswers::Impl::Look(int siteNumber, year_month_day from, year_month_d
 
 std::string CAnswers::Impl::FreshnessFields(const Knowledge& knowledge) const
 {
-    std::string fields{knowledge.basis.isCurrent ? kKeptAMinute : kKeptAnHour};
+    std::string fields{knowledge.basis.isOpen ? kKeptAMinute : kKeptAnHour};
     if (knowledge.basis.published) {
         fields += "X-Ampora-Published: " + JapanTimeText(*knowledge.basis.published) + "\r\n";
     }
