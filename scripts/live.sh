@@ -5,8 +5,9 @@
 #
 # The figures are kept in FOLDER/state (FOLDER: build/live), so that a second run goes on where the first one ended;
 # ampora-reportd's messages and amporasrv's trace are kept in FOLDER as well. Settings of amporasrv lie in a scratch
-# folder. PROGRAMS is the folder of the programs; without it they are built. AMPORA_LIVE_CONFIG names a settings file for ampora-reportd; without it the companies' usual addresses count. Exit
-# status 0 after Ctrl-C, 1 when one of the programs fails.
+# folder. PROGRAMS is the folder of the programs; without it they are built. AMPORA_LIVE_CONFIG names a settings file for
+# ampora-reportd; without it the companies' usual addresses count. Exit status 0 after Ctrl-C, 1 when one of the programs
+# fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 folder=${1:-build/live}

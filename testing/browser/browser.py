@@ -128,6 +128,10 @@ class Browser:
         self.devtools("Emulation.setDeviceMetricsOverride", width=width, height=900, deviceScaleFactor=1, mobile=False)
         self.devtools("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
 
+    def allow_script(self, is_allowed):
+        """Whether pages may run scripts; it has to be set before a page is opened."""
+        self.devtools("Emulation.setScriptExecutionDisabled", value=not is_allowed)
+
     def set_language(self, language):
         """What the browser asks for; it has to be set before a page is opened."""
         self.devtools("Network.enable")

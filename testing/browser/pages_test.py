@@ -173,7 +173,7 @@ class PagesTest(unittest.TestCase):
         self.assertEqual(self.browser.run(shown), [True, False])
 
     def test_has_its_content_without_script(self):
-        self.browser.devtools("Emulation.setScriptExecutionDisabled", value=True)
+        self.browser.allow_script(False)
         try:
             self.browser.devtools("Page.navigate", url=self.sample.url + "/company/tokyo?lang=en")
             self.browser.wait_until("return document.title.startsWith('Tokyo') && document.readyState === 'complete'")
@@ -184,7 +184,7 @@ class PagesTest(unittest.TestCase):
             self.browser.click("summary")
             self.assertTrue(self.browser.run("return document.querySelector('#instant').offsetHeight > 1000"))
         finally:
-            self.browser.devtools("Emulation.setScriptExecutionDisabled", value=False)
+            self.browser.allow_script(True)
 
     def test_reads_the_chart_under_the_pointer(self):
         for width in [1200, 360]:

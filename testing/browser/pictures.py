@@ -5,7 +5,8 @@ import sys
 
 from browser import Browser, PageServer
 
-# Name, source, address, width, height (none: the whole page), colours, script before the picture is taken.
+# Name, source, address, width, height (none: the whole page), colours, script before the picture is taken (None: the
+# browser runs no script).
 OPEN_READ_OUT = """const probe = document.querySelector(".plot.wide .probe");
 const box = probe.getBoundingClientRect();
 probe.dispatchEvent(new PointerEvent("pointermove", { clientX: box.left + (box.width * 11.3) / 24 }));"""
@@ -15,6 +16,7 @@ PICTURES = [
     ("company-en", "sample", "/company/tokyo?lang=en", 1160, 1000, "light", OPEN_READ_OUT),
     ("company-ja", "sample", "/company/kansai?lang=ja", 1160, 1000, "dark", OPEN_READ_OUT),
     ("narrow", "odd", "/company/tohoku?lang=en", 360, 1000, "light", ""),
+    ("without-script", "sample", "/company/kyushu?lang=en", 760, 1300, "light", None),
 ]
 
 
@@ -24,8 +26,10 @@ def main(program, folder):
         for name, source, address, width, height, scheme, script in PICTURES:
             server = PageServer(program, source)
             browser.set_window(width, scheme)
+            browser.allow_script(script is not None)
             browser.open(server.url + address)
-            browser.run(script)
+            if script is not None:
+                browser.run(script)
             with open(os.path.join(folder, name + ".png"), "wb") as file:
                 file.write(browser.picture(width, height))
             server.close()
