@@ -12,10 +12,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::local_days;
-using std::chrono::year_month_day;
-
 constexpr std::size_t kMaxKeptAnswers = 512;
 constexpr std::size_t kMaxKeptBytes = std::size_t{16} << 20;
 constexpr std::chrono::seconds kLogPause{60};

@@ -11,9 +11,6 @@ namespace {
 
 using namespace catalogue;
 using namespace std::chrono_literals;
-using std::chrono::days;
-using std::chrono::local_days;
-using std::chrono::year_month_day;
 using testing::ElementsAre;
 using testing::Not;
 using testing_support::BodyOf;

@@ -10,6 +10,15 @@
 
 namespace reportd {
 
+// The words of the calendar that the server speaks everywhere.
+using std::chrono::days;
+using std::chrono::hours;
+using std::chrono::local_days;
+using std::chrono::minutes;
+using std::chrono::seconds;
+using std::chrono::year;
+using std::chrono::year_month_day;
+
 // Wall-clock time at the companies, Japan's, in whole seconds. Sample data takes the machine's own for it.
 using LocalTime = std::chrono::local_seconds;
 

@@ -6,10 +6,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::local_days;
-using std::chrono::minutes;
-
 constexpr minutes kInstantLength{5};
 constexpr minutes kHour{60};
 

@@ -11,8 +11,6 @@ namespace {
 
 using namespace catalogue;
 using namespace std::chrono_literals;
-using std::chrono::local_days;
-using std::chrono::year_month_day;
 using testing::ElementsAre;
 
 constexpr int kAllCompanies[] = {kTokyo, kTohoku, kChubu, kKansai, kKyushu};

@@ -12,8 +12,6 @@ namespace {
 using namespace catalogue;
 using namespace std::chrono_literals;
 using nlohmann::json;
-using std::chrono::local_days;
-using std::chrono::year_month_day;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;

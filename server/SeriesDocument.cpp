@@ -8,10 +8,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::local_days;
-using std::chrono::year_month_day;
-
 const catalogue::Company& ParseCompany(std::string_view text)
 {
     for (const catalogue::Company& company : catalogue::kCompanies) {

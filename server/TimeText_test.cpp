@@ -6,7 +6,6 @@ namespace reportd {
 namespace {
 
 using namespace std::chrono_literals;
-using std::chrono::local_days;
 using std::chrono::sys_days;
 
 TEST(TimeText, WritesWithLeadingZeros)

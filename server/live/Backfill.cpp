@@ -17,8 +17,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::year_month_day;
-
 constexpr unsigned kMostFailures = 3; // in a row
 constexpr std::size_t kHoursOfDay = 24;
 

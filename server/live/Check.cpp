@@ -13,7 +13,6 @@ namespace reportd {
 namespace {
 
 using std::chrono::floor;
-using std::chrono::year_month_day;
 
 constexpr long kNotFound = 404;
 constexpr const char* kNothing = "-";

@@ -6,9 +6,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::hours;
-using std::chrono::local_days;
-using std::chrono::minutes;
 using testing::HasSubstr;
 using testing::Not;
 using testing_support::CCommandTest;

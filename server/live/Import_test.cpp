@@ -7,11 +7,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::local_days;
-using std::chrono::year;
-using std::chrono::year_month_day;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

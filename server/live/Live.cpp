@@ -14,13 +14,11 @@
 #include "server/PollStatistics.h"
 #include "server/ReportServer.h"
 #include "server/retrieval/Fetcher.h"
-#include "server/retrieval/PollSchedule.h"
 #include "server/store/StoreSource.h"
 #include "server/TimeText.h"
 
 #include <filesystem>
 #include <iostream>
-#include <random>
 
 namespace reportd {
 namespace {
@@ -60,14 +58,6 @@ int WithSettings(const Options& options, const Run& run)
     }
 }
 
-Jitter MakeJitter()
-{
-    return [engine = std::mt19937(std::random_device()()),
-            lengths = std::uniform_int_distribution<std::chrono::seconds::rep>(0, kJitterLimit.count())]() mutable {
-        return std::chrono::seconds(lengths(engine));
-    };
-}
-
 std::string SayWhatIsPolled(const LiveSettings& settings)
 {
     std::string keys;
@@ -91,7 +81,7 @@ int Serve(const Options& options, const LiveSettings& settings)
     server.StopOnSignals();
     CRawFiles rawFiles(settings.RawFolder());
     CFetcher fetcher;
-    CPoller poller(settings, store, fetcher, rawFiles, statistics, MakeJitter(), Log);
+    CPoller poller(settings, store, fetcher, rawFiles, statistics, RandomJitter(), Log);
     Log(SayWhatIsPolled(settings));
     std::cout << "ampora-reportd: serving live data on http://" << server.Endpoint() << std::endl;
     const CPollThread thread(poller, fetcher, Log, ReadJapanClock);

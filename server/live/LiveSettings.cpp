@@ -16,8 +16,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::minutes;
-
 // --- Defaults -------------------------------------------------------------------------------------------------------
 
 struct CompanyDefaults {

@@ -9,8 +9,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::minutes;
-using std::chrono::seconds;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;

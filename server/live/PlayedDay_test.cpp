@@ -7,10 +7,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::year_month_day;
 using testing_support::CPollRig;
 using testing_support::FigureTable;
 using testing_support::kPolledDay;

@@ -9,7 +9,6 @@ namespace reportd {
 namespace {
 
 using catalogue::kKyushu;
-using std::chrono::seconds;
 using testing_support::CPollRig;
 using testing_support::Layout;
 using testing_support::PolledAt;

@@ -16,11 +16,6 @@
 
 namespace reportd {
 
-using std::chrono::days;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::year_month_day;
-
 namespace {
 
 // When the closed day's file is fetched once more: companies renew it up to an hour and ten minutes after midnight.

@@ -11,11 +11,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::local_days;
-using std::chrono::seconds;
-using std::chrono::year;
 using testing::ElementsAre;
 using testing_support::FileBytes;
 

@@ -10,11 +10,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::hours;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::year;
-
 TEST(Wording, TimesHaveTheirZeros)
 {
     const LocalTime moment = local_days(year(2026) / 4 / 2) + hours(3) + minutes(7);

@@ -9,11 +9,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::year_month_day;
-
 // A day of one company, as the page shows it.
 struct Shown {
     DayView day;

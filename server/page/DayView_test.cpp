@@ -7,12 +7,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::minutes;
-using std::chrono::year;
-using std::chrono::year_month_day;
-
 constexpr year_month_day kDay = year{2026} / 11 / 22;
 constexpr LocalTime kMidnight{std::chrono::local_days{kDay}};
 constexpr minutes kStaleAfter{15};

@@ -7,8 +7,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::minutes;
-
 constexpr std::string_view kRenewalSeconds = "60";
 // A flash of lightning on a square.
 constexpr std::string_view kIcon =

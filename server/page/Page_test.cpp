@@ -11,12 +11,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::year;
-using std::chrono::year_month_day;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;

@@ -7,9 +7,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::local_days;
-using std::chrono::minutes;
-
 constexpr unsigned kHighestStable = 920;
 constexpr unsigned kHighestLittleTight = 950;
 constexpr unsigned kHighestTight = 970;

@@ -7,13 +7,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::seconds;
-using std::chrono::year;
-
 constexpr LocalTime kMidnight{local_days{year{2026} / 11 / 22}};
 
 TEST(Words, CallUsageRatesByTheirBand)

@@ -5,9 +5,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::hours;
-using std::chrono::minutes;
-
 // Digits only, at least and at most so many.
 std::optional<std::int64_t> Digits(std::string_view text, std::size_t least, std::size_t most)
 {

@@ -11,11 +11,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::local_days;
-using std::chrono::minutes;
-
 // Far above what is published: some 10 KB, 350 lines, 6 columns.
 constexpr std::size_t kMaxBytes = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxLines = 10000;

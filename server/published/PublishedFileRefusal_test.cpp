@@ -15,9 +15,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace testing_support;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::year_month_day;
 using testing::HasSubstr;
 using testing::StartsWith;
 

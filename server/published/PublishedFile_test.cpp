@@ -13,9 +13,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace testing_support;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::year_month_day;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -6,8 +6,6 @@
 
 namespace reportd {
 
-using std::chrono::seconds;
-
 namespace {
 
 // How far a moment lies behind the slot before it.

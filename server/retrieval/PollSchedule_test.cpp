@@ -5,10 +5,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::hours;
-using std::chrono::minutes;
-using std::chrono::seconds;
-
 constexpr PollPace kTokyo = {.interval = minutes(5), .politeSecond = seconds(180)};
 constexpr PollPace kChubu = {.interval = minutes(5), .politeSecond = seconds(0)};
 constexpr PollPace kKyushu = {.interval = minutes(5), .politeSecond = seconds(270)};

@@ -11,7 +11,6 @@ namespace reportd {
 namespace {
 
 namespace fs = std::filesystem;
-using std::chrono::local_days;
 
 constexpr unsigned kMostNames = 100;
 

@@ -5,9 +5,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::minutes;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -6,8 +6,6 @@ namespace reportd {
 
 namespace {
 
-using std::chrono::local_days;
-
 // Days in one transaction of TrimSome: some 4,000 rows.
 constexpr std::int64_t kTrimmedDays = 8;
 

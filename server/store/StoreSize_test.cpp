@@ -7,10 +7,6 @@
 namespace reportd {
 namespace {
 
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::minutes;
-
 // The files of five companies as they are renewed every 5 minutes, with values of the usual size: instant usage, solar
 // generation, actual usage of the hour that has ended; every four hours new estimates and supply of the hours to come
 // and new peaks.
