@@ -58,7 +58,7 @@ simulate: ## run the whole program for DAYS (30) simulated days under SEEDS (200
 	@scripts/setup.sh build tests
 	@SEEDS=$(SEEDS) DAYS=$(DAYS) FIRST_SEED=$(FIRST_SEED) scripts/simulate.sh
 
-fleet: ## compute the load of MACHINES (1000000) machines under SEED (1) anew, for docs/fleet.md
+fleet: ## compute the load of MACHINES (1000000) machines under SEED (1), for docs/fleet.md
 	@scripts/setup.sh build tests
 	@MACHINES=$(MACHINES) SEED=$(SEED) scripts/fleet.sh
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Computes the load of a fleet anew (MACHINES machines, default a million; SEED, default 1) and writes its figures and
+# Computes the load of a fleet (MACHINES machines, default a million; SEED, default 1) and writes its figures and
 # pictures into docs/fleet.md, between the two lines that say so. The figures by minute go to build/fleet/*.csv.
 set -euo pipefail
 cd "$(dirname "$0")/.."

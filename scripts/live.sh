@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Shows amporasrv at work with what the power companies publish: looks whether their files can be had, starts
+# Shows amporasrv at work with what the power companies publish: checks whether their files can be downloaded, starts
 # ampora-reportd on live sources and amporasrv against it, shows the data files, and goes on until Ctrl-C:
 # live.sh [FOLDER [PROGRAMS]]
 #
@@ -54,7 +54,7 @@ if [ "$#" -lt 2 ]; then scripts/build.sh linux programs; fi
 say_command ampora-reportd "check${config[*]:+ ${config[*]}}"
 if ! "$bin/ampora-reportd" check "${config[@]}" 2>&1; then
   echo
-  echo '  Not every company can be had. The others are served, and every company is asked again until it can.'
+  echo '  Not every company could be reached. The others are served, and every company is polled until it answers.'
 fi
 
 say_command ampora-reportd "--port 0${config[*]:+ ${config[*]}}"

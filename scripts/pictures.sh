@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Takes the pictures of the report server's pages anew: docs/pictures/*.png. Look at them before you commit them.
+# Takes the pictures of the report server's pages: docs/pictures/*.png. Look at them before you commit them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh build tests browser

@@ -149,7 +149,7 @@ const char* const kHelpText =
     "  --config FILE     settings (default /etc/ampora-reportd.toml where it exists)\n"
     "  --listen ADDRESS  numeric address to listen on (default: as in the settings, else 127.0.0.1)\n"
     "  --port N          port to listen on, 0 for any free one (default: as in the settings, else 8470)\n"
-    "  --company KEY     whose files they are: tokyo, tohoku, chubu, kansai or kyushu (default: told by their names)\n"
+    "  --company KEY     whose files they are: tokyo, tohoku, chubu, kansai or kyushu (default: from their names)\n"
     "  --from DATE       first day to fetch, such as 2026-04-20\n"
     "  --to DATE         last day to fetch (default yesterday)\n"
     "  --pause SECONDS   between two requests to a company, 5 to 3600 (default 5)\n"

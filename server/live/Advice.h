@@ -1,4 +1,4 @@
-// What a user is told when a company's file cannot be had: what it means and what to do.
+// Advice for users: what a failed download or a refused file means, and what to do about it.
 #pragma once
 
 #include "server/published/PublishedFile.h"

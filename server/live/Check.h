@@ -1,4 +1,4 @@
-// Looks whether the companies' files can be had and understood.
+// Checks whether the companies' files can be downloaded and parsed.
 #pragma once
 
 #include "server/live/LiveSettings.h"

@@ -124,7 +124,7 @@ TEST_F(PollerBadAnswer, Endless) { ExpectFault(WireFault::kEndless, "too_big"); 
 TEST_F(PollerBadAnswer, GzipBomb) { ExpectFault(WireFault::kGzipBomb, "too_big"); }
 TEST_F(PollerBadAnswer, BadGzip) { ExpectFault(WireFault::kBadGzip, "broken"); }
 
-TEST_F(PollerBadAnswer, UnchangedThoughNobodyAsked)
+TEST_F(PollerBadAnswer, NotModifiedToAnUnconditionalRequest)
 {
     m_rig.Server().SetValidators(false);
     ExpectFault(WireFault::kUnchanged, "http_other");

@@ -1,4 +1,4 @@
-// Files of the companies that are kept as they came, for whoever has to find out later what a company published.
+// Keeps the companies' files unchanged, so that one can look up later what a company published.
 #pragma once
 
 #include "server/Figures.h"

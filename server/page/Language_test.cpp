@@ -31,7 +31,7 @@ TEST(Language, TakesNoLanguageOfWeightZero)
     EXPECT_EQ(LanguageOf("ja;q=0.000", ""), Language::kEnglish);
 }
 
-TEST(Language, StandsMalformedFields)
+TEST(Language, IgnoresMalformedFields)
 {
     for (const char* const field : {"ja;q=2", "ja;q=", "ja;q=0.1234", "ja;q=0x1", "ja;q=-1", "ja;q=1.5", "ja;x=1",
                                     "jab", "j", ";;;", ",,,", "ja;q=0.5;q=1", " ", ";q=1"}) {

@@ -1,4 +1,4 @@
-// What is read of a file, and what the reader bears. Refusals: PublishedFileRefusal_test.cpp.
+// What the parser reads and tolerates. What it refuses: PublishedFileRefusal_test.cpp.
 #include "server/published/PublishedFile.h"
 
 #include "testing/published/Generator.h"
@@ -237,7 +237,7 @@ std::string WithHour(const std::string& text, const std::string& time, const std
 
 TEST(PublishedFile, HourCountsOnceItHasEnded)
 {
-    // A value of the hour that goes on is a mean of its beginning.
+    // The value of an hour that has not ended is the mean of its beginning.
     const std::string running = WithHour(NoonText(), "13:00", "4000,4100,80,5000");
     EXPECT_EQ(ReadText(running).figures.size(), ReadText(NoonText()).figures.size());
     const auto lastHour = [&running](const std::string& stamp) {

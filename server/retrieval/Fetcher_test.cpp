@@ -145,7 +145,7 @@ TEST_F(Fetcher, DecodesGzip)
 
 // --- What fails ------------------------------------------------------------------------------------------------------
 
-TEST_F(Fetcher, NobodyListensIsConnect)
+TEST_F(Fetcher, ClosedPortIsConnect)
 {
     const testing_support::CClosedPort port;
     const FetchAnswer answer = m_fetcher.Fetch({.url = UrlAt(port.Port())});

@@ -45,7 +45,7 @@ class CTransaction {
 public:
     enum class Kind {
         kWrite, // waits for other writers first
-        kRead,  // nothing is changed: whoever writes is not disturbed
+        kRead,  // changes nothing and blocks no writer
     };
 
     explicit CTransaction(CDatabase& database, Kind kind = Kind::kWrite);

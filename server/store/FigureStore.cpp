@@ -72,7 +72,7 @@ struct CFigureStore::Impl {
     {
         if (session && session->HasMoved()) {
             if (mayWrite) {
-                Tell("the store " + file.string() + " has gone; what is there now is used");
+                Tell("the store " + file.string() + " was moved or deleted; a new one is used");
             }
             session.reset();
         }
@@ -108,7 +108,7 @@ struct CFigureStore::Impl {
                 throw;
             }
             if (!error.IsDamage() || !mayWrite) {
-                session.reset(); // opened anew by the next operation, in case the connection itself is at fault
+                session.reset(); // reopened by the next operation, in case the connection itself is at fault
                 throw;
             }
             SetAside(error);

@@ -40,7 +40,7 @@ public:
     // up to date, and sets a damaged file aside, with its -wal and -shm, as NAME.damaged-YYYYMMDD-HHMMSS (Japan's time;
     // a number follows when that name is taken) to begin a new one. kReadOnly: changes nothing; a file that does not
     // exist or is damaged cannot be opened.
-    // report: told in words, one sentence without line end, of each file that was set aside or has gone, during every
+    // report: called with one sentence, without line end, for each file that was set aside or removed, during every
     // operation; may be empty.
     // Throws std::runtime_error for a file that is not such a store or was written by a newer version, which is then
     // left as it is, and when it cannot be opened.

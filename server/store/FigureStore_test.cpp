@@ -343,7 +343,7 @@ TEST_F(TrimmedStore, HasTheKeptDaysOnly)
     EXPECT_EQ(m_store->Newest(kSite, Series::kSolar), std::nullopt);
 }
 
-TEST_F(TrimmedStore, GivesADayThatIsLearntAnewAnotherRevision)
+TEST_F(TrimmedStore, GivesADayThatIsStoredAgainAnotherRevision)
 {
     const std::uint64_t before = Revision();
     m_store->Trim(kNextDate);

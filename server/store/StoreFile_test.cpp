@@ -271,7 +271,7 @@ TEST_F(StoreFile, IsSetAsideUnderAnotherNameEachTime)
     EXPECT_EQ(m_told.Texts().size(), kTimes);
 }
 
-TEST_F(StoreFile, IsMissedByNobodyWhenItIsReplaced)
+TEST_F(StoreFile, EveryConnectionUsesTheFileThatReplacesIt)
 {
     const auto writer = OpenStore();
     AppendPoll(*writer, 1);
@@ -281,7 +281,7 @@ TEST_F(StoreFile, IsMissedByNobodyWhenItIsReplaced)
     EXPECT_FALSE(reader.IsReady());
     EXPECT_THROW(reader.State(kSite, kDate, At(12, 0)), std::runtime_error);
     EXPECT_EQ(LastPoll(*writer), 0U);
-    EXPECT_THAT(m_told.Texts(), ElementsAre(HasSubstr("has gone")));
+    EXPECT_THAT(m_told.Texts(), ElementsAre(HasSubstr("was moved or deleted")));
     AppendPoll(*writer, 1);
     AppendPoll(*writer, 2);
     EXPECT_EQ(reader.Read(kSite, Series::kSolar, kDate, At(12, 0), {}).size(), 2U);

@@ -9,7 +9,7 @@ namespace {
 // Days in one transaction of TrimSome: some 4,000 rows.
 constexpr std::int64_t kTrimmedDays = 8;
 
-// The revision of a day's first figure is random, so that a day which is forgotten and learnt anew has another one.
+// The revision of a day's first figure is random, so that a day which is deleted and stored again has another one.
 constexpr const char* kWriteDay = R"sql(
 INSERT INTO day(site, day, published, observed, source, kinds, revision)
 VALUES(?1, ?2, ?3, ?4, ?5, ?6, iif(?6 = 0, 0, (random() & 1099511627775) + 1))

@@ -248,7 +248,7 @@ class PagesTest(unittest.TestCase):
         self.assertTrue(self.browser.run("return document.activeElement.matches('.plot.wide .probe')"))
         self.assertTrue(self.browser.run(READ_OUT).startswith("23:55 "))
 
-    def test_rests_while_nobody_looks(self):
+    def test_pauses_while_the_page_is_hidden(self):
         self.open(self.sample, "/?lang=en")
         self.browser.take_requests()
         hide = "Object.defineProperty(document, 'hidden', { configurable: true, get: () => arguments[0] });"
@@ -272,7 +272,7 @@ class PagesTest(unittest.TestCase):
         self.browser.wait_until(shown)
         self.assertIn("91.9 % Stable", self.browser.run(TEXT, "#tokyo"))
 
-    def test_asks_nobody_else_and_breaks_no_rule_of_its_own(self):
+    def test_requests_no_other_host_and_violates_no_policy(self):
         for server in [self.sample, self.odd]:
             for path in ["/", "/company/tokyo", "/company/kansai?lang=ja", "/company/kyushu?date=2026-11-23"]:
                 self.open(server, path)

@@ -16,11 +16,6 @@ using reportd::Figure;
 using reportd::InfoOf;
 using reportd::LocalTime;
 using reportd::Series;
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::year_month_day;
 
 // How a company writes its file. Headings are as published: widths and parentheses are its own.
 struct Style {

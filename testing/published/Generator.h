@@ -13,6 +13,13 @@
 
 namespace testing_support {
 
+using reportd::days;
+using reportd::hours;
+using reportd::local_days;
+using reportd::minutes;
+using reportd::seconds;
+using reportd::year_month_day;
+
 // A company's form of the file. Names of headings, order of columns, form of dates, marks for "not yet" and delays
 // differ.
 enum class Layout { kTokyoD1, kTokyoS1, kTohoku, kChubu, kKansai, kKansaiOld, kKyushu };
@@ -55,16 +62,15 @@ struct CsvOptions {
 
 // The company's file of a day as it stands at a moment: values that are known and published by then. published: the
 // stamp, in whole minutes, from the beginning of the day on, also on later days. Bytes as published: Shift_JIS, CRLF.
-std::string PublishedCsv(Layout layout, std::chrono::year_month_day date, reportd::LocalTime published,
+std::string PublishedCsv(Layout layout, year_month_day date, reportd::LocalTime published,
                          const CsvOptions& options = {});
 
 // The figures that an undamaged file holds, in megawatts, in the order of PublishedFile::figures. The same arguments.
-std::vector<reportd::Figure> TrueFigures(Layout layout, std::chrono::year_month_day date, reportd::LocalTime published,
+std::vector<reportd::Figure> TrueFigures(Layout layout, year_month_day date, reportd::LocalTime published,
                                          unsigned revision = 0);
 
 // The text of such a file, UTF-8, lines ended by LF: for a test that changes it.
-std::string PublishedText(Layout layout, std::chrono::year_month_day date, reportd::LocalTime published,
-                          unsigned revision = 0);
+std::string PublishedText(Layout layout, year_month_day date, reportd::LocalTime published, unsigned revision = 0);
 
 // The text with the first occurrence of a piece replaced. Throws std::invalid_argument when there is none.
 std::string Changed(std::string text, const std::string& from, const std::string& to);

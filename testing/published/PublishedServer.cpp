@@ -13,12 +13,6 @@
 namespace testing_support {
 
 using reportd::LocalTime;
-using std::chrono::days;
-using std::chrono::hours;
-using std::chrono::local_days;
-using std::chrono::minutes;
-using std::chrono::seconds;
-using std::chrono::year_month_day;
 
 namespace {
 

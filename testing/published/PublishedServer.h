@@ -73,7 +73,7 @@ public:
     // From now on; kNone ends it.
     void SetFault(int siteNumber, WireFault fault);
     void SetDamage(int siteNumber, const CsvOptions& options);
-    // The measured values of a day are others from that moment on, for which the file is stamped anew.
+    // The measured values of a day are others from that moment on, for which the file is stamped again.
     void Revise(int siteNumber, std::chrono::year_month_day date, reportd::LocalTime from);
     // The file of a day is missing from now on.
     void Remove(int siteNumber, std::chrono::year_month_day date);

@@ -36,7 +36,7 @@ inline std::vector<std::uint64_t> ValuesOf(const std::vector<ReportRecord>& reco
     return values;
 }
 
-// What a store says in words to whoever opened it.
+// Collects the messages that a store reports.
 class CTold {
 public:
     std::function<void(const std::string&)> Function()
