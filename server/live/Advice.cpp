@@ -18,17 +18,17 @@ struct FailureAdvice {
     const char* advice;
 };
 constexpr std::array kFailures = {
-    FailureAdvice{"url", "the address cannot be asked", "correct the address in the settings"},
-    FailureAdvice{"dns", "its server's name is not known",
-                  "look whether this machine has a network and whether the address in the settings is right"},
+    FailureAdvice{"url", "the address is not valid", "correct the address in the settings"},
+    FailureAdvice{"dns", "the name of its server cannot be resolved",
+                  "check whether this machine has a network and whether the address in the settings is right"},
     FailureAdvice{"connect", "its server cannot be reached",
-                  "look whether this machine has a network and lets programs ask other servers"},
-    FailureAdvice{"tls", "its server could not prove who it is",
-                  "look whether this machine's clock and certificates (package ca-certificates) are up to date"},
+                  "check whether this machine has a network and its firewall allows connections to other servers"},
+    FailureAdvice{"tls", "the certificate of its server is not trusted",
+                  "check whether this machine's clock and certificates (package ca-certificates) are up to date"},
     FailureAdvice{"timeout", "its server did not answer in time", "try again later"},
     FailureAdvice{"too_big", "the answer is larger than 1 MiB", kNewAddress},
-    FailureAdvice{"redirect", "the address leads round and round, or to where it must not lead", kNewAddress},
-    FailureAdvice{"broken", "the answer came damaged", "try again later"},
+    FailureAdvice{"redirect", "the address redirects in a loop, or to a protocol that is not allowed", kNewAddress},
+    FailureAdvice{"broken", "the answer was damaged", "try again later"},
     FailureAdvice{"interrupted", "the request was interrupted", "try again"},
     FailureAdvice{"authority", "the file of certificates cannot be read", "correct authority_file in the settings"},
 };
@@ -89,7 +89,7 @@ std::string AdviceOn(Refusal reason)
     case Refusal::kOtherDay:
         return kNewAddress;
     case Refusal::kFutureStamp:
-        return "look whether this machine's clock is right";
+        return "check whether this machine's clock is right";
     case Refusal::kUnknownLayout:
         return "the company has changed the file: compare its headings and add the new ones to headings in the "
                "settings";

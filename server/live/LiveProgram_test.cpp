@@ -241,7 +241,7 @@ TEST_F(LiveProgram, CheckTrustsNoAuthorityThatItWasNotTold)
     Configure("", "https://127.0.0.1:" + std::to_string(front.Port()));
     const ProcessResult result = Run({"check"});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_THAT(result.out, HasSubstr("its server could not prove who it is"));
+    EXPECT_THAT(result.out, HasSubstr("the certificate of its server is not trusted"));
     EXPECT_TRUE(m_companies.Exchanges().empty());
 }
 
