@@ -51,6 +51,43 @@ function(ampora_program name)
   target_link_libraries(${name} PRIVATE ${arg_LINK} ampora_platform_native ampora_standard_streams)
 endfunction()
 
+# ampora_windows_resources(NAME DESCRIPTION text [INTERNAL_NAME text] [MANIFEST file]): what Windows shows of a program or
+# library: the project's version, the description, the names. A program also gets a manifest, the one of console programs
+# unless another is named. Nothing to do for other systems.
+function(ampora_windows_resources name)
+  if(NOT WIN32)
+    return()
+  endif()
+  cmake_parse_arguments(arg "" "DESCRIPTION;INTERNAL_NAME;MANIFEST" "" ${ARGN})
+  get_target_property(internal_name ${name} OUTPUT_NAME)
+  if(NOT internal_name)
+    set(internal_name ${name})
+  endif()
+  get_target_property(type ${name} TYPE)
+  if(type STREQUAL "EXECUTABLE")
+    set(original_filename "${internal_name}.exe")
+    set(file_type VFT_APP)
+    if(NOT arg_MANIFEST)
+      set(arg_MANIFEST "${PROJECT_SOURCE_DIR}/cmake/Console.manifest")
+    endif()
+    set(manifest_statement "CREATEPROCESS_MANIFEST_RESOURCE_ID RT_MANIFEST \"${arg_MANIFEST}\"")
+  else()
+    set(original_filename "${internal_name}.dll")
+    set(file_type VFT_DLL)
+    set(manifest_statement "")
+  endif()
+  if(arg_INTERNAL_NAME)
+    set(internal_name "${arg_INTERNAL_NAME}")
+  endif()
+  string(REPLACE "." "," version_numbers "${PROJECT_VERSION}.0")
+  set(script "${CMAKE_CURRENT_BINARY_DIR}/${name}.rc")
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/VersionInfo.rc.in" "${script}" @ONLY)
+  # In a library of its own, since the resource compiler does not know the compilers' options.
+  add_library(${name}_resources OBJECT "${script}")
+  set_source_files_properties("${script}" PROPERTIES OBJECT_DEPENDS "${arg_MANIFEST}")
+  target_link_libraries(${name} PRIVATE ${name}_resources)
+endfunction()
+
 # Compiles a test program's own sources quickly: the tests themselves run for moments, but take more than twice as long
 # to compile when they are optimised. What they test is built as it ships.
 function(ampora_test_options name)

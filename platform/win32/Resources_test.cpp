@@ -1,4 +1,4 @@
-// The resources of the program as it has been built.
+// The resources of the programs as they have been built.
 #include "platform/Text.h"
 #include "platform/Types.h"
 
@@ -13,13 +13,32 @@ namespace {
 
 using ::testing::HasSubstr;
 
-// AMPORA_PROGRAM: its path; AMPORA_VERSION: the project's version.
-CString ProgramPath() { return std::filesystem::absolute(AMPORA_PROGRAM).wstring(); }
+using ::testing::Not;
 
-// The bytes of one resource of the program, of which it has one of this number; empty when it has none.
-std::vector<BYTE> ResourceBytes(const wchar_t* type, WORD number)
+constexpr char kCommonControls[] = "name=\"Microsoft.Windows.Common-Controls\" version=\"6.0.0.0\"";
+constexpr char kUtf8[] = ">UTF-8</activeCodePage>";
+
+// A program that ships, and what its resources have to say.
+struct Program {
+    const wchar_t* fileName;
+    const wchar_t* internalName;
+    const char* ofItsKind;      // in the manifest of such a program
+    const char* ofTheOtherKind; // not in it
+};
+constexpr Program kPrograms[] = {{L"amporasrv.exe", L"AmporaSrv", kCommonControls, kUtf8},
+                                 {L"amporactl.exe", L"amporactl", kUtf8, kCommonControls},
+                                 {L"ampora-reportd.exe", L"ampora-reportd", kUtf8, kCommonControls}};
+
+// AMPORA_PROGRAM_FOLDER: where they lie; AMPORA_VERSION: the project's version.
+CString PathOf(const Program& program)
 {
-    const HMODULE program = ::LoadLibraryExW(ProgramPath().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    return (std::filesystem::absolute(AMPORA_PROGRAM_FOLDER) / program.fileName).wstring();
+}
+
+// The bytes of one resource of a program, of which it has one of this number; empty when it has none.
+std::vector<BYTE> ResourceBytes(const Program& of, const wchar_t* type, WORD number)
+{
+    const HMODULE program = ::LoadLibraryExW(PathOf(of).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
     EXPECT_NE(program, nullptr) << ::GetLastError();
     std::vector<BYTE> bytes;
     if (const HRSRC resource = ::FindResourceW(program, MAKEINTRESOURCEW(number), type)) {
@@ -61,24 +80,28 @@ TEST(Resources, HoldTheHiddenDialogsTemplate)
     expected.Word(9).Word(0).Byte(0).Byte(1);    // points, weight, not italic, default character set
     expected.Text(L"MS UI Gothic");
 
-    std::vector<BYTE> found = ResourceBytes(MAKEINTRESOURCEW(5), 102);
+    std::vector<BYTE> found = ResourceBytes(kPrograms[0], MAKEINTRESOURCEW(5), 102);
     ASSERT_GE(found.size(), expected.m_bytes.size());
     ASSERT_LT(found.size(), expected.m_bytes.size() + sizeof(DWORD)) << "more than the template filled up to a DWORD";
     found.resize(expected.m_bytes.size());
     EXPECT_EQ(found, expected.m_bytes);
 }
 
-TEST(Resources, HoldTheProjectsVersion)
+class ProgramResources : public ::testing::TestWithParam<Program> {};
+INSTANTIATE_TEST_SUITE_P(All, ProgramResources, ::testing::ValuesIn(kPrograms));
+
+TEST_P(ProgramResources, HoldTheProjectsVersion)
 {
+    const CString path = PathOf(GetParam());
     DWORD unused = 0;
-    std::vector<BYTE> version(::GetFileVersionInfoSizeW(ProgramPath().c_str(), &unused));
+    std::vector<BYTE> version(::GetFileVersionInfoSizeW(path.c_str(), &unused));
     ASSERT_FALSE(version.empty());
-    ASSERT_TRUE(::GetFileVersionInfoW(ProgramPath().c_str(), 0, static_cast<DWORD>(version.size()), version.data()));
+    ASSERT_TRUE(::GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(version.size()), version.data()));
     const auto text = [&version](const CString& name) -> CString {
         void* value = nullptr;
         UINT length = 0;
-        const CString path = L"\\StringFileInfo\\040904B0\\" + name;
-        return ::VerQueryValueW(version.data(), path.c_str(), &value, &length) && length > 0
+        const CString block = L"\\StringFileInfo\\040904B0\\" + name;
+        return ::VerQueryValueW(version.data(), block.c_str(), &value, &length) && length > 0
                    ? static_cast<const wchar_t*>(value)
                    : L"(none)";
     };
@@ -86,8 +109,9 @@ TEST(Resources, HoldTheProjectsVersion)
     EXPECT_EQ(text(L"FileVersion"), projectVersion);
     EXPECT_EQ(text(L"ProductVersion"), projectVersion);
     EXPECT_EQ(text(L"ProductName"), L"AmporaSrv");
-    EXPECT_EQ(text(L"InternalName"), L"AmporaSrv");
-    EXPECT_EQ(text(L"OriginalFilename"), L"amporasrv.exe");
+    EXPECT_EQ(text(L"InternalName"), GetParam().internalName);
+    EXPECT_EQ(text(L"OriginalFilename"), GetParam().fileName);
+    EXPECT_NE(text(L"FileDescription"), L"(none)");
     EXPECT_EQ(text(L"CompanyName"), L"(none)");
 
     void* value = nullptr;
@@ -106,14 +130,15 @@ TEST(Resources, HoldTheProjectsVersion)
     EXPECT_EQ(fixed.dwFileType, DWORD{VFT_APP});
 }
 
-TEST(Resources, AskForNoRightsAndTheModernSystem)
+TEST_P(ProgramResources, AskForNoRightsAndTheModernSystem)
 {
-    const std::vector<BYTE> bytes = ResourceBytes(MAKEINTRESOURCEW(24), 1);
+    const std::vector<BYTE> bytes = ResourceBytes(GetParam(), MAKEINTRESOURCEW(24), 1);
     const std::string manifest(bytes.begin(), bytes.end());
     EXPECT_THAT(manifest, HasSubstr("<requestedExecutionLevel level=\"asInvoker\" uiAccess=\"false\"/>"));
-    EXPECT_THAT(manifest, HasSubstr("name=\"Microsoft.Windows.Common-Controls\" version=\"6.0.0.0\""));
     EXPECT_THAT(manifest, HasSubstr("<supportedOS Id=\"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}\"/>")); // Windows 10, 11
     EXPECT_THAT(manifest, HasSubstr(">true</longPathAware>"));
+    EXPECT_THAT(manifest, HasSubstr(GetParam().ofItsKind));
+    EXPECT_THAT(manifest, Not(HasSubstr(GetParam().ofTheOtherKind)));
 }
 
 } // namespace
