@@ -2,11 +2,7 @@
 # them without looking into the native compiler's include folder.
 set(header_links "${CMAKE_BINARY_DIR}/headers")
 file(MAKE_DIRECTORY "${header_links}")
-set(libraries fmt boost)
-if(AMPORA_TESTS)
-  list(APPEND libraries nlohmann)
-endif()
-foreach(library ${libraries})
+foreach(library CLI boost fmt nlohmann)
   if(NOT EXISTS "/usr/include/${library}")
     message(FATAL_ERROR "The ${library} headers are missing: run scripts/setup.sh")
   endif()
@@ -41,9 +37,13 @@ else()
   pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 endif()
 
-# JSON, header-only, for tests that read the report server's.
+# JSON, header-only: written by amporactl, read by tests.
 add_library(ampora_json INTERFACE)
 target_include_directories(ampora_json SYSTEM INTERFACE "${header_links}")
+
+# Command lines, header-only.
+add_library(ampora_cli INTERFACE)
+target_include_directories(ampora_cli SYSTEM INTERFACE "${header_links}")
 
 # Tests, from the sources that Debian ships for every compiler.
 if(AMPORA_TESTS)

@@ -1,4 +1,5 @@
-// amporactl: shows what the data files hold.
+// amporactl: shows and controls AmporaSrv and the data that it keeps.
+#include "ctl/CommandLine.h"
 #include "ctl/Control.h"
 #include "platform/Arguments.h"
 
@@ -11,6 +12,6 @@ int main(int argc, char** argv)
         return RunControl(platform::ProgramArguments(argc, argv), std::cout, std::cerr);
     } catch (const std::exception& error) {
         std::cerr << "amporactl: " << error.what() << "\n";
-        return kExitFailure;
+        return ctl::kExitFailure;
     }
 }

@@ -177,6 +177,12 @@ void CMachine::FailEvery(Call call, DWORD code) { m_state->faults.FailEvery(call
 
 void CMachine::SetFaultPlan(FaultPlan plan) { m_state->faults.SetPlan(std::move(plan)); }
 
+void CMachine::SetTerminal(int columns, bool allowsColour)
+{
+    m_state->terminalColumns = columns;
+    m_state->terminalAllowsColour = allowsColour;
+}
+
 void CMachine::SetObserver(CObserver* observer) { m_state->observer = observer; }
 
 void CMachine::ClearFaults() { m_state->faults.Clear(); }

@@ -77,6 +77,8 @@ struct MachineState {
     std::map<SettingKey, SettingsValue> settings = {};
     bool keepsDebugLines = true;
     std::vector<CString> debugLines = {};
+    int terminalColumns = 0; // 0: standard output is no terminal
+    bool terminalAllowsColour = false;
     int apartmentBalance = 0;
 
     std::map<CString, std::shared_ptr<DiskEntry>> disk = {};

@@ -1,126 +1,21 @@
-#include "ctl/Control.h"
-
-#include "format/Catalogue.h"
-#include "format/DataFilePath.h"
-#include "platform/Files.h"
-#include "platform/sim/Machine.h"
-#include "platform/Sync.h"
-#include "platform/Text.h"
-#include "testing/World.h"
-
-#include <gmock/gmock.h>
-#include <sstream>
+#include "testing/ControlTest.h"
 
 namespace {
 
 using namespace catalogue;
+using namespace testing_support;
 
 using platform::sim::Call;
 using testing::HasSubstr;
 using testing::StartsWith;
-using testing_support::Record;
-using testing_support::Records;
+
+class Show : public CControlTest {};
 
 constexpr SYSTEMTIME kWriteTime{2012, 7, 1, 2, 13, 30, 5, 500};
 
-// A record of five minutes on 2012-07-02.
-Record FiveMinutes(std::uint64_t value, WORD hour, WORD minute)
-{
-    return {value, {2012, 7, 1, 2, hour, minute, 0, 0}, {2012, 7, 1, 2, hour, static_cast<WORD>(minute + 5), 0, 0}};
-}
-
-std::vector<BYTE> FileOf(DWORD dataType, const Records& records, const SYSTEMTIME& writeTime = kWriteTime)
-{
-    using namespace testing_support;
-    const std::string bytes = HeaderBytes(dataType, records.size()) + CalendarBytes(writeTime) + RecordBytes(records);
-    return {bytes.begin(), bytes.end()};
-}
-
-class Control : public testing::Test {
-protected:
-    // Runs the program and keeps what it wrote.
-    int Run(const std::vector<CString>& arguments)
-    {
-        std::ostringstream out;
-        std::ostringstream err;
-        const int exitCode = RunControl(arguments, out, err);
-        m_out = out.str();
-        m_err = err.str();
-        return exitCode;
-    }
-
-    void Put(int siteNumber, DWORD dataType, std::vector<BYTE> bytes)
-    {
-        m_machine.PutFile(DataFileIn(DataFolder(), siteNumber, dataType), {.bytes = std::move(bytes)});
-    }
-
-    // What the program says about one file.
-    std::string Complaint(int siteNumber, DWORD dataType, const std::string& reason)
-    {
-        return "amporactl: " + platform::EncodeUtf8(DataFileIn(DataFolder(), siteNumber, dataType)) + ": " + reason +
-               "\n";
-    }
-
-    platform::sim::CMachine m_machine;
-    std::string m_out;
-    std::string m_err;
-};
-
-// Command line.
-
-TEST_F(Control, HelpPrintsTheUsage)
-{
-    for (const wchar_t* option : {L"--help", L"-h"}) {
-        EXPECT_EQ(Run({option}), 0);
-        EXPECT_THAT(m_out, StartsWith("usage: amporactl show [--folder DIR]\n"));
-        EXPECT_EQ(m_err, "");
-    }
-}
-
-TEST_F(Control, VersionPrintsNameAndVersion)
-{
-    EXPECT_EQ(Run({L"--version"}), 0);
-    EXPECT_EQ(m_out, "amporactl " AMPORA_VERSION "\n");
-    EXPECT_EQ(m_err, "");
-}
-
-TEST_F(Control, HelpAndVersionWinOverACommand)
-{
-    EXPECT_EQ(Run({L"show", L"--help"}), 0);
-    EXPECT_THAT(m_out, StartsWith("usage: "));
-    EXPECT_EQ(Run({L"show", L"--version"}), 0);
-    EXPECT_THAT(m_out, StartsWith("amporactl "));
-}
-
-TEST_F(Control, UnknownCommandLinePrintsTheUsageOnStandardError)
-{
-    const std::pair<std::vector<CString>, std::string> cases[] = {
-        {{}, "no command given"},
-        {{L"--folder", L"x"}, "no command given"},
-        {{L"list"}, "unknown argument 'list'"},
-        {{L"Show"}, "unknown argument 'Show'"},
-        {{L"show", L"show"}, "unknown argument 'show'"},
-        {{L"show", L"tokyo"}, "unknown argument 'tokyo'"},
-        {{L"show", L"--all"}, "unknown argument '--all'"},
-        {{L""}, "unknown argument ''"},
-        {{L"\x6771\x4EAC"}, "unknown argument '\xE6\x9D\xB1\xE4\xBA\xAC'"},
-        {{L"update", L"show"}, "unknown argument 'show'"},
-        {{L"show", L"update"}, "unknown argument 'update'"},
-        {{L"update", L"--folder", L"x"}, "unknown argument '--folder'"},
-        {{L"--folder", L"x", L"update"}, "unknown argument 'update'"},
-        {{L"show", L"--folder"}, "--folder needs the name of a folder"},
-        {{L"show", L"--folder", L""}, "--folder needs the name of a folder"},
-    };
-    for (const auto& [arguments, problem] : cases) {
-        EXPECT_EQ(Run(arguments), 2);
-        EXPECT_EQ(m_out, "");
-        EXPECT_THAT(m_err, StartsWith("amporactl: " + problem + "\n\nusage: amporactl show"));
-    }
-}
-
 // The table.
 
-TEST_F(Control, ShowsAFile)
+TEST_F(Show, ShowsAFile)
 {
     Put(kTokyo, kInstantUsage, FileOf(kInstantUsage, {FiveMinutes(3999, 12, 50), FiveMinutes(4000, 13, 0)}));
     EXPECT_EQ(Run({L"show"}), 0);
@@ -132,7 +27,7 @@ TEST_F(Control, ShowsAFile)
     EXPECT_EQ(m_err, "");
 }
 
-TEST_F(Control, ShowsCompaniesAndKindsInTheirOrder)
+TEST_F(Show, ShowsCompaniesAndKindsInTheirOrder)
 {
     for (const int siteNumber : {kTohoku, kTokyo, kChubu, kKansai, kKyushu}) {
         for (const DWORD dataType : {kInstantUsage, kActualUsage, kEstimatedUsage, kPeakSupply, kPeakDemand}) {
@@ -156,7 +51,7 @@ TEST_F(Control, ShowsCompaniesAndKindsInTheirOrder)
     EXPECT_FALSE(std::getline(lines, line));
 }
 
-TEST_F(Control, ShowsAFileWithoutRecords)
+TEST_F(Show, ShowsAFileWithoutRecords)
 {
     Put(kChubu, kPeakDemand, FileOf(kPeakDemand, {}));
     EXPECT_EQ(Run({L"show"}), 0);
@@ -164,7 +59,7 @@ TEST_F(Control, ShowsAFileWithoutRecords)
                      "Chubu    peak demand        0  -             -                       -  2012-07-02 13:30:05\n");
 }
 
-TEST_F(Control, RowShowsPeriodsValueAndTimeOfAFile)
+TEST_F(Show, RowShowsPeriodsValueAndTimeOfAFile)
 {
     const SYSTEMTIME elevenPm{2012, 7, 1, 2, 23, 0, 0, 0};
     const SYSTEMTIME midnight{2012, 7, 2, 3, 0, 0, 0, 0};
@@ -191,7 +86,7 @@ TEST_F(Control, RowShowsPeriodsValueAndTimeOfAFile)
     }
 }
 
-TEST_F(Control, IgnoresFilesOfOtherNames)
+TEST_F(Show, IgnoresFilesOfOtherNames)
 {
     Put(kTokyo, kPeakSupply, FileOf(kPeakSupply, {}));
     m_machine.PutFile(DataFolder() + platform::kPathSeparator + L"osaka_00000001.dat", {.bytes = {1}});
@@ -202,27 +97,27 @@ TEST_F(Control, IgnoresFilesOfOtherNames)
 
 // Folders.
 
-TEST_F(Control, NoDataFilesIsAFailureThatNamesTheFolder)
+TEST_F(Show, NoDataFilesIsAFailureThatNamesTheFolder)
 {
     EXPECT_EQ(Run({L"show"}), 1);
     EXPECT_EQ(m_out, "");
     EXPECT_EQ(m_err, "amporactl: no data files in " + platform::EncodeUtf8(DataFolder()) + "\n");
 }
 
-TEST_F(Control, LooksIntoAnotherFolder)
+TEST_F(Show, LooksIntoAnotherFolder)
 {
     const CString folder = CString(L"C:") + platform::kPathSeparator + L"\x96FB\x529B";
     m_machine.PutFile(DataFileIn(folder, kTokyo, kPeakSupply), {.bytes = FileOf(kPeakSupply, {})});
     EXPECT_EQ(Run({L"show"}), 1);
     EXPECT_EQ(Run({L"show", L"--folder", folder}), 0);
     EXPECT_THAT(m_out, HasSubstr("Tokyo    peak supply"));
-    EXPECT_EQ(Run({L"--folder", folder, L"show"}), 0);
+    EXPECT_EQ(Run({L"show", L"--folder=" + folder}), 0);
     m_machine.RemoveFile(folder);
     EXPECT_EQ(Run({L"show", L"--folder", folder}), 1);
     EXPECT_THAT(m_err, testing::EndsWith("\xE9\x9B\xBB\xE5\x8A\x9B\n"));
 }
 
-TEST_F(Control, UnknownCommonFolderIsAFailure)
+TEST_F(Show, UnknownCommonFolderIsAFailure)
 {
     m_machine.FailEvery(Call::kGetCommonAppDataFolder, ERROR_PATH_NOT_FOUND);
     EXPECT_EQ(Run({L"show"}), 1);
@@ -231,7 +126,7 @@ TEST_F(Control, UnknownCommonFolderIsAFailure)
 
 // Faulty files: one line each; the others are still shown.
 
-TEST_F(Control, FaultyFilesAreNamedWithTheirReason)
+TEST_F(Show, FaultyFilesAreNamedWithTheirReason)
 {
     std::vector<BYTE> torn = FileOf(kActualUsage, {FiveMinutes(1, 12, 0), FiveMinutes(2, 13, 0)});
     torn.resize(100);
@@ -254,7 +149,7 @@ TEST_F(Control, FaultyFilesAreNamedWithTheirReason)
         "2012-07-02 13:30:05\n");
 }
 
-TEST_F(Control, FaultyFileAloneGivesNoTable)
+TEST_F(Show, FaultyFileAloneGivesNoTable)
 {
     Put(kTokyo, kInstantUsage, {});
     EXPECT_EQ(Run({L"show"}), 1);
@@ -262,7 +157,7 @@ TEST_F(Control, FaultyFileAloneGivesNoTable)
     EXPECT_EQ(m_err, Complaint(kTokyo, kInstantUsage, "it has 0 bytes, less than a header (32 bytes)"));
 }
 
-TEST_F(Control, FileThatIsBeingWrittenIsNamed)
+TEST_F(Show, FileThatIsBeingWrittenIsNamed)
 {
     m_machine.PutFile(DataFolder(), {.isFolder = true});
     const platform::SecurityDescriptorPtr security = platform::InitializeDescriptor();
@@ -271,34 +166,6 @@ TEST_F(Control, FileThatIsBeingWrittenIsNamed)
     ASSERT_TRUE(writer);
     EXPECT_EQ(Run({L"show"}), 1);
     EXPECT_EQ(m_err, Complaint(kChubu, kActualUsage, "it is being written by another program"));
-}
-
-// Asking for an update.
-
-TEST_F(Control, UpdateSetsTheEventThatAmporasrvWaitsFor)
-{
-    const platform::WaitHandle event = platform::CreateNamedEvent(L"AmporaSrvUpdateEvent", nullptr);
-    EXPECT_EQ(platform::WaitForOne(event, 0, FALSE), DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(Run({L"update"}), 0);
-    EXPECT_EQ(m_out, "");
-    EXPECT_EQ(m_err, "");
-    EXPECT_EQ(platform::WaitForOne(event, 0, FALSE), DWORD{WAIT_OBJECT_0});
-}
-
-TEST_F(Control, UpdateFailsWhenAmporasrvIsNotRunning)
-{
-    // Symptom: looking for the event made it; an amporasrv started in that moment got one that is not open to all.
-    EXPECT_EQ(Run({L"update"}), 1);
-    EXPECT_EQ(m_out, "");
-    EXPECT_EQ(m_err, "amporactl: amporasrv is not running\n");
-    EXPECT_EQ(m_machine.CallCount(Call::kCreateNamedEvent), 0U);
-}
-
-TEST_F(Control, UpdateFailsWhenTheEventCannotBeOpened)
-{
-    m_machine.FailEvery(Call::kOpenNamedEvent, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(Run({L"update"}), 1);
-    EXPECT_EQ(m_err, "amporactl: amporasrv cannot be asked (error 5)\n");
 }
 
 } // namespace

@@ -1,0 +1,79 @@
+#include "ctl/DataFiles.h"
+
+#include "ctl/Nearest.h"
+#include "format/DataFilePath.h"
+#include "platform/Text.h"
+
+#include <algorithm>
+
+namespace ctl {
+
+namespace {
+
+// Refuses a word that is none of these, for a parameter that the command line's user knows by this name.
+CLI::Validator OneOf(const std::string& name, const std::vector<std::string>& words)
+{
+    return {[name, words](const std::string& word) {
+                if (std::find(words.begin(), words.end(), word) != words.end()) {
+                    return std::string();
+                }
+                return "there is no " + name + " '" + word + "'" + Suggestion(word, words);
+            },
+            CLI::detail::join(words, "|"), name};
+}
+
+} // namespace
+
+void AddCompany(CLI::App& verb, Selection& selection)
+{
+    std::vector<std::string> keys;
+    for (const catalogue::Company& company : catalogue::kCompanies) {
+        keys.emplace_back(company.key.Narrow());
+    }
+    verb.add_option("company", selection.company, "The company; without it, all")->check(OneOf("company", keys));
+}
+
+void AddKind(CLI::App& verb, Selection& selection)
+{
+    std::vector<std::string> words;
+    for (const catalogue::Kind& kind : catalogue::kKinds) {
+        words.emplace_back(kind.word.Narrow());
+    }
+    verb.add_option("kind", selection.kind, "The kind of data; without it, all")->check(OneOf("kind", words));
+}
+
+void AddFolder(CLI::App& verb, Selection& selection)
+{
+    verb.add_option("--folder", selection.folder, "Look for the data files in this folder, not in the common one")
+        ->type_name("DIR")
+        ->check([](const std::string& folder) {
+            return folder.empty() ? std::string("the name of a folder is needed") : std::string();
+        });
+}
+
+CString FolderOf(const Selection& selection)
+{
+    const CString folder = selection.folder.empty() ? DataFolder() : platform::DecodeUtf8(selection.folder);
+    if (folder.empty()) {
+        throw CFailure(L"the common application-data folder is unknown; name one with --folder");
+    }
+    return folder;
+}
+
+std::vector<KnownFile> ReadDataFiles(const Selection& selection)
+{
+    const CString folder = FolderOf(selection);
+    std::vector<KnownFile> files;
+    for (const catalogue::Company& company : catalogue::kCompanies) {
+        for (const catalogue::Kind& kind : catalogue::kKinds) {
+            if ((selection.company.empty() || selection.company == company.key.Narrow()) &&
+                (selection.kind.empty() || selection.kind == kind.word.Narrow())) {
+                const CString path = DataFileIn(folder, company.siteNumber, kind.dataType);
+                files.push_back({company, kind, path, ReadDataFile(path, kind.dataType)});
+            }
+        }
+    }
+    return files;
+}
+
+} // namespace ctl

@@ -1,0 +1,18 @@
+// Calendar times as text.
+#pragma once
+
+#include "platform/Types.h"
+
+namespace ctl {
+
+// Whether it is the time that stands for one that could not be computed.
+bool IsUnknown(const SYSTEMTIME& time);
+
+// "2012-07-02 13:00" and "2012-07-02 13:00:05"; "unknown".
+CString TimeText(const SYSTEMTIME& time);
+CString SecondText(const SYSTEMTIME& time);
+
+// "2012-07-02 13:00 - 13:05", with the end's day when it is another one.
+CString PeriodText(const SYSTEMTIME& start, const SYSTEMTIME& end);
+
+} // namespace ctl

@@ -1,0 +1,11 @@
+// The verbs of amporactl, each in the source of its name. Each function adds its verb to the program.
+#pragma once
+
+namespace ctl {
+
+class CCommandLine;
+
+void AddShow(CCommandLine& program);
+void AddUpdate(CCommandLine& program);
+
+} // namespace ctl

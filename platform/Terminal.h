@@ -1,0 +1,30 @@
+// The terminal that shows standard output, where one does.
+#pragma once
+
+#include "platform/Types.h"
+
+namespace platform {
+
+// Prepares the terminal of standard output for UTF-8 and colours, and puts it back at its end. Does nothing where
+// standard output is a file or a pipe. One in a process at a time; belongs to the thread that makes it. Nothing fails:
+// what cannot be found out counts as absent.
+class CTerminal {
+public:
+    CTerminal();
+    ~CTerminal();
+    CTerminal(const CTerminal&) = delete;
+    CTerminal& operator=(const CTerminal&) = delete;
+
+    // Its present width in characters; 0 when standard output is no terminal.
+    int Columns() const;
+    // Whether it shows the escape sequences of ECMA-48, such as those of colours, and the user has not refused colours
+    // by the environment variable NO_COLOR (https://no-color.org: set and not empty).
+    bool AllowsColour() const;
+
+private:
+    unsigned m_codePage = 0; // Windows: to be put back; 0: nothing to put back
+    DWORD m_mode = 0;        // Windows: the same
+    bool m_allowsColour = false;
+};
+
+} // namespace platform

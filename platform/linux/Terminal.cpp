@@ -1,0 +1,40 @@
+#include "platform/Terminal.h"
+
+#include <cstdlib>
+#include <string_view>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace platform {
+
+namespace {
+
+std::string_view Variable(const char* name)
+{
+    const char* const value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nobody changes it
+    return value == nullptr ? std::string_view() : value;
+}
+
+constexpr int kUsualColumns = 80; // where a terminal does not know its width
+
+} // namespace
+
+CTerminal::CTerminal()
+    : m_allowsColour(::isatty(STDOUT_FILENO) == 1 && Variable("NO_COLOR").empty() && Variable("TERM") != "dumb")
+{
+}
+
+CTerminal::~CTerminal() = default;
+
+int CTerminal::Columns() const
+{
+    winsize size{};
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) {
+        return 0;
+    }
+    return size.ws_col == 0 ? kUsualColumns : size.ws_col;
+}
+
+bool CTerminal::AllowsColour() const { return m_allowsColour; }
+
+} // namespace platform

@@ -1,0 +1,15 @@
+#include "platform/Terminal.h"
+
+#include "platform/sim/MachineState.h"
+
+namespace platform {
+
+CTerminal::CTerminal() : m_allowsColour(sim::Machine().terminalAllowsColour) {}
+
+CTerminal::~CTerminal() = default;
+
+int CTerminal::Columns() const { return sim::Machine().terminalColumns; }
+
+bool CTerminal::AllowsColour() const { return m_allowsColour; }
+
+} // namespace platform
