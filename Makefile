@@ -1,7 +1,7 @@
 # The commands. Each installs what it needs first, and no more; scripts/ does the work.
 .DEFAULT_GOAL := programs
-.PHONY: help programs windows setup demo live demo-windows check test test-linux test-windows test-asan test-tsan simulate \
-        fleet fuzz bench coverage format tidy clean
+.PHONY: help programs windows install setup demo live demo-windows check test test-linux test-windows test-asan test-tsan \
+        simulate fleet fuzz bench coverage format tidy clean
 
 programs: ## build the programs for this system and say where they lie; what "make" alone does
 	@scripts/setup.sh build
@@ -11,6 +11,12 @@ programs: ## build the programs for this system and say where they lie; what "ma
 windows: ## the same for Windows
 	@scripts/setup.sh windows
 	@scripts/build.sh windows
+
+PREFIX ?= /usr/local
+install: ## install the programs and what belongs to them below PREFIX (/usr/local), in the tree DESTDIR (none)
+	@scripts/setup.sh build
+	@scripts/build.sh linux
+	@DESTDIR=$(abspath $(DESTDIR)) cmake --install build/linux --prefix $(PREFIX)
 
 help: ## show this list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
