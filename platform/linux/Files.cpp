@@ -4,6 +4,7 @@
 #include "platform/linux/Environment.h"
 #include "platform/linux/ErrorCode.h"
 #include "platform/linux/FileBytes.h"
+#include "platform/linux/NativePath.h"
 #include "platform/linux/SecurityDescriptor.h"
 #include "platform/linux/WriteSignals.h"
 #include "platform/Text.h"
@@ -27,24 +28,12 @@ public:
 namespace {
 
 using linux::CFileDescriptor;
+using linux::NativePath;
 
 // How often a file that somebody takes away between two looks is looked for again.
 constexpr int kOpenAttempts = 100;
 
 constexpr int kOpenFlags = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-
-// The path in the file system's own form. Empty, which no file has, when it holds a zero.
-std::string NativePath(const CString& path)
-{
-    return path.find(L'\0') == CString::npos ? EncodeUtf8(path) : std::string();
-}
-
-// The folder around what has this path; for a name alone the working directory.
-CString FolderOf(const CString& path)
-{
-    const std::size_t end = path.rfind(L'/');
-    return end == CString::npos ? L"." : path.substr(0, end + 1);
-}
 
 // Opens for writing, made when missing, an existing file as it is. None, with errno set, on failure.
 CFileDescriptor OpenOrMakeFile(const std::string& path, bool forAll)
@@ -172,7 +161,7 @@ DWORD ReadWholeFile(const CString& path, std::size_t maxBytes, std::vector<BYTE>
     const CFileDescriptor file(::open(NativePath(path).c_str(), O_RDONLY | kOpenFlags));
     if (!file) {
         const int error = errno;
-        return error == ENOENT && !PathExists(FolderOf(path)) ? ERROR_PATH_NOT_FOUND : linux::ErrorCodeOf(error);
+        return error == ENOENT && !PathExists(linux::FolderOf(path)) ? ERROR_PATH_NOT_FOUND : linux::ErrorCodeOf(error);
     }
     DWORD code = LockRegularFile(file, LOCK_SH);
     if (code == ERROR_SUCCESS) {

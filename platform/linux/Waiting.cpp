@@ -105,30 +105,6 @@ void CThreadState::RunDueTimers(std::unique_lock<std::mutex>& lock)
     }
 }
 
-Deadline DeadlineAfter(DWORD timeoutMs)
-{
-    if (timeoutMs == INFINITE) {
-        return std::nullopt;
-    }
-    return std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-}
-
-bool Poll(std::vector<pollfd>& descriptors, const Deadline& deadline)
-{
-    timespec rest = {};
-    if (deadline) {
-        using namespace std::chrono;
-        const auto left = std::max(nanoseconds(0), nanoseconds(*deadline - steady_clock::now()));
-        rest.tv_sec = duration_cast<seconds>(left).count();
-        rest.tv_nsec = (left % seconds(1)).count();
-    }
-    if (::ppoll(descriptors.data(), descriptors.size(), deadline ? &rest : nullptr, nullptr) < 0 && errno != EINTR) {
-        SetLastErrorFrom(errno);
-        return false;
-    }
-    return true;
-}
-
 } // namespace linux
 
 std::deque<CWaitObject::Entry>::const_iterator CWaitObject::FirstEntry() const

@@ -8,14 +8,12 @@
 #pragma once
 
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/Polling.h"
 #include "platform/Sync.h"
 #include "platform/Timer.h"
 
-#include <chrono>
 #include <deque>
 #include <mutex>
-#include <optional>
-#include <poll.h>
 #include <utility>
 #include <vector>
 
@@ -146,19 +144,5 @@ public:
     void* m_argument = nullptr;
     bool m_isDue = false; // the routine is to run
 };
-
-namespace linux {
-
-// When a wait gives up; none for never.
-using Deadline = std::optional<std::chrono::steady_clock::time_point>;
-
-// timeoutMs from now; INFINITE: never.
-Deadline DeadlineAfter(DWORD timeoutMs);
-
-// Sleeps until a descriptor is readable, the deadline has come or a signal was handled. False, with the last error set,
-// on failure.
-bool Poll(std::vector<pollfd>& descriptors, const Deadline& deadline);
-
-} // namespace linux
 
 } // namespace platform
