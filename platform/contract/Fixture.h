@@ -63,6 +63,9 @@ void ForgetCommonAppDataFolder();
 // Opens an existing file for reading, as a reader in another process does; lets go of it. At most one file at a time.
 void HoldFileOpen(const CString& path);
 void LetGoOfFile(const CString& path);
+// Removes a file or an empty folder; gives a file another name. Both must succeed.
+void RemovePath(const CString& path);
+void RenameFile(const CString& path, const CString& newPath);
 // Whether everybody may read and write this existing file or folder.
 bool IsPathOpenToAll(const CString& path);
 // Makes writes fail beyond this many bytes in one file. Not on Windows.

@@ -3,6 +3,7 @@
 #include "platform/contract/Fixture.h"
 #include "platform/Text.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -36,5 +37,9 @@ BOOL OtherProcessPostsToWindow(const CString& className, UINT message, WPARAM wP
 void HoldFileOpen(const CString& path) { EXPECT_TRUE(OtherProcess().Do("hold " + EncodeUtf8(path))); }
 
 void LetGoOfFile(const CString& path) { EXPECT_TRUE(OtherProcess().Do("drop " + EncodeUtf8(path))); }
+
+void RemovePath(const CString& path) { EXPECT_TRUE(std::filesystem::remove(path)); }
+
+void RenameFile(const CString& path, const CString& newPath) { std::filesystem::rename(path, newPath); }
 
 } // namespace contract

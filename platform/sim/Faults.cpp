@@ -60,6 +60,8 @@ constexpr const char* kCallNames[] = {
     "MakeFolder",
     "OpenForReplace",
     "WriteFileBytes",
+    "OpenFolderWatch",
+    "WaitForFolderChange",
     "InitializeControls",
     "RegisterDialogClass",
     "CreateDialogWindow",

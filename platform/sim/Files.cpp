@@ -62,6 +62,7 @@ public:
         if (sim::CObserver* observer = sim::Machine().observer) {
             observer->OnFileClosed(sim::CallingThread(), m_path, m_entry->file);
         }
+        sim::Machine().TellFolderWatches(m_path);
     }
     COutputFile(const COutputFile&) = delete;
     COutputFile& operator=(const COutputFile&) = delete;
@@ -102,6 +103,7 @@ BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
         return FALSE;
     }
     AddEntry(path, {.isFolder = true, .nullDacl = security->hasNullDacl});
+    sim::Machine().TellFolderWatches(path);
     return TRUE;
 }
 
@@ -203,6 +205,7 @@ void CMachine::PutFile(const CString& path, SimFile file)
         AddEntry(folder, {.isFolder = true});
     }
     AddEntry(path, std::move(file));
+    m_state->TellFolderWatches(path);
 }
 
 void CMachine::RemoveFile(const CString& path)
@@ -210,6 +213,7 @@ void CMachine::RemoveFile(const CString& path)
     const CString below = path + kPathSeparator;
     std::erase_if(m_state->disk,
                   [&](const auto& entry) { return entry.first == path || entry.first.starts_with(below); });
+    m_state->TellFolderWatches(path);
 }
 
 void CMachine::SetCommonAppDataFolder(const CString& path) { m_state->commonAppDataFolder = path; }

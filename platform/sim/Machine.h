@@ -69,6 +69,8 @@ enum class Call {
     kMakeFolder,
     kOpenForReplace,
     kWriteFileBytes, // CFileException, nothing written
+    kOpenFolderWatch,
+    kWaitForFolderChange,
     kInitializeControls,
     kRegisterDialogClass,
     kCreateDialogWindow,

@@ -22,6 +22,13 @@ struct DiskEntry {
     bool isOpen = false;
 };
 
+// What a watch of a folder has to know.
+struct SimFolderWatch {
+    CString folder;
+    bool changed = false;        // since it last told so
+    SimThread* waiter = nullptr; // the thread that waits for a change
+};
+
 // A process.
 struct SimProcess {
     unsigned threads = 0; // that have not ended
@@ -60,6 +67,9 @@ struct MachineState {
     // Whether there is such a folder. The empty path and a path without a separator, such as "C:", stand for a root.
     bool FolderExists(const CString& path) const;
 
+    // Tells the watches that a file in a folder, or a folder itself, has changed.
+    void TellFolderWatches(const CString& path);
+
     std::int64_t utcAtStart = 0; // the UTC wall clock at virtual time 0
     int utcOffsetMinutes = 9 * 60;
     std::map<std::int64_t, int> plannedUtcOffsets = {}; // minutes, by the UTC time from which they hold
@@ -84,6 +94,7 @@ struct MachineState {
     std::map<CString, std::shared_ptr<DiskEntry>> disk = {};
     CString commonAppDataFolder = CString(L"C:") + kPathSeparator + L"ProgramData";
     std::size_t freeBytes = 0;
+    std::vector<std::weak_ptr<SimFolderWatch>> folderWatches = {};
 
     testing_support::HttpHandler httpHandler = {};
     bool keepsHttpExchanges = true;

@@ -94,6 +94,15 @@ void HoldFileOpen(const CString& path) { SetHeldOpen(path, true); }
 
 void LetGoOfFile(const CString& path) { SetHeldOpen(path, false); }
 
+void RemovePath(const CString& path) { g_machine->RemoveFile(path); }
+
+void RenameFile(const CString& path, const CString& newPath)
+{
+    const sim::SimFile file = *g_machine->FindFile(path);
+    g_machine->RemoveFile(path);
+    g_machine->PutFile(newPath, file);
+}
+
 bool IsPathOpenToAll(const CString& path) { return g_machine->FindFile(path)->nullDacl; }
 
 void LimitFileSize(std::size_t bytes) { g_machine->SetFreeBytes(bytes); }
