@@ -5,10 +5,21 @@
 #include "platform/Text.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace ctl {
 
 namespace {
+
+// One word of each row of a table of the catalogue.
+template <class Table, class Row>
+std::vector<std::string> WordsOf(const Table& table, catalogue::CWord Row::*word)
+{
+    std::vector<std::string> words;
+    std::transform(table.begin(), table.end(), std::back_inserter(words),
+                   [word](const Row& row) { return std::string((row.*word).Narrow()); });
+    return words;
+}
 
 // Refuses a word that is none of these, for a parameter that the command line's user knows by this name.
 CLI::Validator OneOf(const std::string& name, const std::vector<std::string>& words)
@@ -26,20 +37,14 @@ CLI::Validator OneOf(const std::string& name, const std::vector<std::string>& wo
 
 void AddCompany(CLI::App& verb, Selection& selection)
 {
-    std::vector<std::string> keys;
-    for (const catalogue::Company& company : catalogue::kCompanies) {
-        keys.emplace_back(company.key.Narrow());
-    }
-    verb.add_option("company", selection.company, "The company; without it, all")->check(OneOf("company", keys));
+    verb.add_option("company", selection.company, "The company; without it, all")
+        ->check(OneOf("company", WordsOf(catalogue::kCompanies, &catalogue::Company::key)));
 }
 
 void AddKind(CLI::App& verb, Selection& selection)
 {
-    std::vector<std::string> words;
-    for (const catalogue::Kind& kind : catalogue::kKinds) {
-        words.emplace_back(kind.word.Narrow());
-    }
-    verb.add_option("kind", selection.kind, "The kind of data; without it, all")->check(OneOf("kind", words));
+    verb.add_option("kind", selection.kind, "The kind of data; without it, all")
+        ->check(OneOf("kind", WordsOf(catalogue::kKinds, &catalogue::Kind::word)));
 }
 
 void AddFolder(CLI::App& verb, Selection& selection)
@@ -53,7 +58,7 @@ void AddFolder(CLI::App& verb, Selection& selection)
 
 CString FolderOf(const Selection& selection)
 {
-    const CString folder = selection.folder.empty() ? DataFolder() : platform::DecodeUtf8(selection.folder);
+    CString folder = selection.folder.empty() ? DataFolder() : platform::DecodeUtf8(selection.folder);
     if (folder.empty()) {
         throw CFailure(L"the common application-data folder is unknown; name one with --folder");
     }

@@ -11,7 +11,7 @@ namespace platform {
 class CTerminal {
 public:
     CTerminal();
-    ~CTerminal();
+    ~CTerminal(); // NOLINT(performance-trivially-destructible): some systems have something to put back
     CTerminal(const CTerminal&) = delete;
     CTerminal& operator=(const CTerminal&) = delete;
 
