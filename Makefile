@@ -14,7 +14,7 @@ windows: ## the same for Windows
 
 PREFIX ?= /usr/local
 install: ## install the programs and what belongs to them below PREFIX (/usr/local), in the tree DESTDIR (none)
-	@scripts/setup.sh build
+	@scripts/setup.sh build manuals
 	@scripts/build.sh linux
 	@DESTDIR=$(abspath $(DESTDIR)) cmake --install build/linux --prefix $(PREFIX)
 

@@ -8,9 +8,11 @@ declare -A groups=(
   [build]='cmake g++ libarchive-dev libboost1.81-dev libcli11-dev libcurl4-openssl-dev libfmt-dev libicu-dev libsqlite3-dev
            libsystemd-dev libtomlplusplus-dev libxml2-dev make ninja-build nlohmann-json3-dev pkg-config'
   [windows]='cmake g++-mingw-w64-x86-64-posix libboost1.81-dev libcli11-dev libfmt-dev make ninja-build nlohmann-json3-dev'
+  [manuals]='lowdown python3' # to make the manual pages; the programs are built without
   [wine]='wine wine64'
   # To build test programs and benchmarks, for networks, servers and clocks of the tests' own, to check trace messages.
-  [tests]='desktop-file-utils googletest iproute2 libbenchmark-dev libfaketime libssl-dev nginx openssl python3 systemd'
+  [tests]='desktop-file-utils googletest iproute2 libbenchmark-dev libfaketime libssl-dev lowdown
+           man-db mandoc nginx openssl python3 systemd'
   [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
   [browser]='chromium chromium-driver fonts-dejavu-core fonts-ipafont-gothic' # to look at the report server's pages
   [format]='clang-format git'
