@@ -1,95 +1,53 @@
 #include "config/ConfigUtil.h"
 
-#include "platform/Text.h"
-
-#include <cstring>
-
-namespace {
-
-constexpr wchar_t kMainKey[] = L"Software\\Halvex\\AmporaSrv";
-constexpr wchar_t kDefaultApiHost[] = L"127.0.0.1:8470";
-
-CString SiteKey(int siteIndex) { return platform::FormatText(L"%s\\site\\%d", kMainKey, siteIndex); }
-
-} // namespace
+using settings::FindContent;
+using settings::kMainKey;
+using settings::SiteKey;
 
 CConfigUtil::CConfigUtil(CString strKeyPath) : m_strKeyPath(std::move(strKeyPath)) {}
 
 CConfigUtil::~CConfigUtil() = default;
 
-DWORD CConfigUtil::GetLogLevel() { return CConfigUtil(kMainKey).QueryDWORD(L"LogLevel", 0); }
+DWORD CConfigUtil::GetLogLevel() { return CConfigUtil(kMainKey).QueryDWORD(settings::kLogLevel); }
 
-bool CConfigUtil::IsUpdateEnable()
+bool CConfigUtil::IsUpdateEnable() { return CConfigUtil(kMainKey).QueryDWORD(settings::kEnable) != 0; }
+
+bool CConfigUtil::IsSiteEnable(int siteIndex)
 {
-    return CConfigUtil(kMainKey).QueryDWORD(L"Enable", 0, platform::Hive::kMachine) != 0;
+    return CConfigUtil(SiteKey(siteIndex)).QueryDWORD(settings::kSiteEnable) != 0;
 }
-
-bool CConfigUtil::IsSiteEnable(int siteIndex) { return CConfigUtil(SiteKey(siteIndex)).QueryDWORD(L"Enable", 1) != 0; }
 
 DWORD CConfigUtil::GetSupportDataType(int siteIndex, DWORD defaultMask)
 {
-    return CConfigUtil(SiteKey(siteIndex)).QueryDWORD(L"SupportDataType", defaultMask);
+    const CConfigUtil config(SiteKey(siteIndex));
+    return static_cast<DWORD>(
+        FindContent(config.m_strKeyPath, settings::kSupportDataType, static_cast<LONG>(defaultMask)).content.number);
 }
 
 void CConfigUtil::GetIntervalSetting(LONG& interval, LONG& minimum, LONG& maximum)
 {
     const CConfigUtil config(kMainKey);
-    interval = config.QueryNumber(L"Interval", 30);
-    minimum = config.QueryNumber(L"IntervalMin", -15);
-    maximum = config.QueryNumber(L"IntervalMax", 15);
+    interval = config.QueryNumber(settings::kInterval);
+    minimum = config.QueryNumber(settings::kIntervalMin);
+    maximum = config.QueryNumber(settings::kIntervalMax);
 }
 
 void CConfigUtil::GetFixedClockSetting(LONG& clock, LONG& minimum, LONG& maximum)
 {
     const CConfigUtil config(kMainKey);
-    clock = config.QueryNumber(L"FixedClock", 9);
-    minimum = config.QueryNumber(L"FixedClockMin", 0);
-    maximum = config.QueryNumber(L"FixedClockMax", 30);
+    clock = config.QueryNumber(settings::kFixedClock);
+    minimum = config.QueryNumber(settings::kFixedClockMin);
+    maximum = config.QueryNumber(settings::kFixedClockMax);
 }
 
-CString CConfigUtil::GetApiHost()
+CString CConfigUtil::GetApiHost() { return FindContent(kMainKey, settings::kApiHost).content.text; }
+
+LONG CConfigUtil::QueryNumber(const settings::Setting& setting) const
 {
-    CString host = CConfigUtil(kMainKey).QueryText(L"ApiHost");
-    return host.empty() ? CString(kDefaultApiHost) : host;
+    return FindContent(m_strKeyPath, setting).content.number;
 }
 
-template <class Accept>
-void CConfigUtil::Query(const wchar_t* valueName, platform::Hive firstHive, Accept accept) const
+DWORD CConfigUtil::QueryDWORD(const settings::Setting& setting) const
 {
-    platform::SettingsValue value;
-    for (const platform::Hive hive : {platform::Hive::kPerUser, platform::Hive::kMachine}) {
-        if (hive >= firstHive && platform::QuerySettingsValue(hive, m_strKeyPath, valueName, &value) && accept(value)) {
-            return;
-        }
-    }
-}
-
-DWORD CConfigUtil::QueryDWORD(const wchar_t* valueName, DWORD defaultValue, platform::Hive firstHive) const
-{
-    DWORD value = defaultValue;
-    Query(valueName, firstHive, [&value](const platform::SettingsValue& stored) {
-        if (stored.type != REG_DWORD || stored.data.size() != sizeof(value)) {
-            return false;
-        }
-        std::memcpy(&value, stored.data.data(), sizeof(value));
-        return true;
-    });
-    return value;
-}
-
-LONG CConfigUtil::QueryNumber(const wchar_t* valueName, LONG defaultValue) const
-{
-    return static_cast<LONG>(QueryDWORD(valueName, static_cast<DWORD>(defaultValue)));
-}
-
-CString CConfigUtil::QueryText(const wchar_t* valueName) const
-{
-    CString value;
-    Query(valueName, platform::Hive::kPerUser, [&value](const platform::SettingsValue& stored) {
-        if (stored.type == REG_SZ) {
-            value = platform::TextOfSetting(stored);
-        }
-        return !value.empty();
-    });
-    return value;
+    return static_cast<DWORD>(QueryNumber(setting));
 }

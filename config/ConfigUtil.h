@@ -1,7 +1,7 @@
 // The program's settings.
 #pragma once
 
-#include "platform/Settings.h"
+#include "config/SettingsTable.h"
 #include "platform/Types.h"
 
 // Reads the settings below "Software\Halvex\AmporaSrv". Each value is read from the per-user hive, then from the
@@ -32,17 +32,9 @@ public:
     static CString GetApiHost();
 
 private:
-    // Passes the values of this name, from hive firstHive on, to accept (bool(const platform::SettingsValue&)) until it
-    // returns true.
-    template <class Accept>
-    void Query(const wchar_t* valueName, platform::Hive firstHive, Accept accept) const;
-
-    // The default when no hive from firstHive on has the value.
-    DWORD QueryDWORD(const wchar_t* valueName, DWORD defaultValue,
-                     platform::Hive firstHive = platform::Hive::kPerUser) const;
-    LONG QueryNumber(const wchar_t* valueName, LONG defaultValue) const;
-    // The first text that is not empty; empty when there is none.
-    CString QueryText(const wchar_t* valueName) const;
+    // The number that is in force, with its default when no hive has it.
+    DWORD QueryDWORD(const settings::Setting& setting) const;
+    LONG QueryNumber(const settings::Setting& setting) const;
 
     CString m_strKeyPath;
 };
