@@ -15,7 +15,7 @@ namespace ctl {
 namespace {
 
 // In the order of the help.
-constexpr void (*kAddVerbs[])(CCommandLine&) = {AddShow, AddUpdate};
+constexpr void (*kAddVerbs[])(CCommandLine&) = {AddShow, AddUpdate, AddStop};
 
 // The verb that was given, or the program when there is none.
 const CLI::App& Given(const CLI::App& program)

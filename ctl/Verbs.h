@@ -6,6 +6,7 @@ namespace ctl {
 class CCommandLine;
 
 void AddShow(CCommandLine& program);
+void AddStop(CCommandLine& program);
 void AddUpdate(CCommandLine& program);
 
 } // namespace ctl

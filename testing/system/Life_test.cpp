@@ -108,6 +108,17 @@ TEST_F(SystemLife, ExitWithADashAndAmongOtherArgumentsEndsTheCopyToo)
     }
 }
 
+TEST_F(SystemLife, StopEndsTheCopyAndHasNothingToDoAfterwards)
+{
+    const std::unique_ptr<CCopy> copy = StartOff();
+    const ProcessResult stop = Rig().RunControl({"stop"});
+    EXPECT_EQ(stop.exitCode, 0) << stop.err;
+    EXPECT_EQ(stop.out, "");
+    EXPECT_EQ(copy->WaitForExit(kEndLimit), 0);
+    EXPECT_EQ(MainLines(copy->Trace()), ProgramStart() + ProgramEnd());
+    EXPECT_EQ(Rig().RunControl({"stop"}).out, "amporasrv was not running\n");
+}
+
 TEST_F(SystemLife, ExitWithoutACopyFindsNoWindowAndTakesNoMutex)
 {
     Rig().PutSettings(Settings());
