@@ -1,7 +1,7 @@
 # The commands. Each installs what it needs first, and no more; scripts/ does the work.
 .DEFAULT_GOAL := programs
-.PHONY: help programs windows install setup demo live demo-windows check test test-linux test-windows test-asan test-tsan \
-        simulate fleet fuzz bench coverage format tidy clean
+.PHONY: help programs windows install package setup demo live demo-windows check test test-linux test-windows test-asan \
+        test-tsan simulate fleet fuzz bench coverage format tidy clean
 
 programs: ## build the programs for this system and say where they lie; what "make" alone does
 	@scripts/setup.sh build
@@ -17,6 +17,10 @@ install: ## install the programs and what belongs to them below PREFIX (/usr/loc
 	@scripts/setup.sh build manuals
 	@scripts/build.sh linux
 	@DESTDIR=$(abspath $(DESTDIR)) cmake --install build/linux --prefix $(PREFIX)
+
+package: ## build the Debian packages, in build/packages, and look at them with lintian
+	@scripts/setup.sh build manuals packages
+	@scripts/package.sh
 
 help: ## show this list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16

@@ -7,6 +7,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 trace=/dev/null
 . "$here/../scripts/scratch.sh"
 prefix=$scratch/prefix
+export MANPATH=$prefix/share/man # the units name their pages
 
 # expect_files FOLDER LIST...: fails unless FOLDER holds exactly the files that are listed in LIST..., below packaging/files.
 expect_files() {

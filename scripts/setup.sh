@@ -19,6 +19,7 @@ declare -A groups=(
   [checks]='clang-format clang-tidy git python3'
   [fuzz]='clang libclang-rt-14-dev'
   [bench-http]='curl nginx wrk' # nginx to compare the report server with, wrk to load both
+  [packages]='debhelper git lintian'            # to build the Debian packages and look at them
   [coverage]='gcovr'
 )
 
