@@ -15,7 +15,12 @@ namespace ctl {
 namespace {
 
 // In the order of the help.
-constexpr void (*kAddVerbs[])(CCommandLine&) = {AddShow, AddUpdate, AddStop};
+constexpr void (*kAddVerbs[])(CCommandLine&) = {
+    AddShow,
+    AddUpdate,
+    AddStop,
+    AddCompletion,
+};
 
 // The verb that was given, or the program when there is none.
 const CLI::App& Given(const CLI::App& program)
@@ -50,6 +55,17 @@ std::string Problem(const CLI::App& given, const CLI::ParseError& error)
 }
 
 } // namespace
+
+CLI::Validator OneOf(const std::string& name, const std::vector<std::string>& words)
+{
+    return {[name, words](const std::string& word) {
+                if (std::find(words.begin(), words.end(), word) != words.end()) {
+                    return std::string();
+                }
+                return "there is no " + name + " '" + word + "'" + Suggestion(word, words);
+            },
+            CLI::detail::join(words, "|"), name};
+}
 
 CFailure::CFailure(const CString& message, int exitCode)
     : std::runtime_error(platform::EncodeUtf8(message)), m_exitCode(exitCode)

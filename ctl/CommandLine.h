@@ -37,6 +37,10 @@ private:
     int m_exitCode;
 };
 
+// Refuses a word that is none of these, for a parameter that the command line's user knows by this name. The help and
+// the completion of shells list the words.
+CLI::Validator OneOf(const std::string& name, const std::vector<std::string>& words);
+
 // The verbs and options that the program knows, and what the arguments ask for. One thread.
 class CCommandLine {
 public:

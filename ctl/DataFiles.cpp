@@ -1,6 +1,5 @@
 #include "ctl/DataFiles.h"
 
-#include "ctl/Nearest.h"
 #include "format/DataFilePath.h"
 #include "platform/Text.h"
 
@@ -19,18 +18,6 @@ std::vector<std::string> WordsOf(const Table& table, catalogue::CWord Row::*word
     std::transform(table.begin(), table.end(), std::back_inserter(words),
                    [word](const Row& row) { return std::string((row.*word).Narrow()); });
     return words;
-}
-
-// Refuses a word that is none of these, for a parameter that the command line's user knows by this name.
-CLI::Validator OneOf(const std::string& name, const std::vector<std::string>& words)
-{
-    return {[name, words](const std::string& word) {
-                if (std::find(words.begin(), words.end(), word) != words.end()) {
-                    return std::string();
-                }
-                return "there is no " + name + " '" + word + "'" + Suggestion(word, words);
-            },
-            CLI::detail::join(words, "|"), name};
 }
 
 } // namespace

@@ -5,6 +5,7 @@ namespace ctl {
 
 class CCommandLine;
 
+void AddCompletion(CCommandLine& program);
 void AddShow(CCommandLine& program);
 void AddStop(CCommandLine& program);
 void AddUpdate(CCommandLine& program);

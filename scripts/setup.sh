@@ -11,8 +11,8 @@ declare -A groups=(
   [manuals]='lowdown python3' # to make the manual pages; the programs are built without
   [wine]='wine wine64'
   # To build test programs and benchmarks, for networks, servers and clocks of the tests' own, to check trace messages.
-  [tests]='desktop-file-utils googletest iproute2 libbenchmark-dev libfaketime libssl-dev lowdown
-           man-db mandoc nginx openssl python3 systemd'
+  [tests]='desktop-file-utils fish googletest iproute2 libbenchmark-dev libfaketime libssl-dev lowdown
+           man-db mandoc nginx openssl python3 systemd zsh'
   [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
   [browser]='chromium chromium-driver fonts-dejavu-core fonts-ipafont-gothic' # to look at the report server's pages
   [format]='clang-format git'

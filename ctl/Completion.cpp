@@ -1,0 +1,25 @@
+#include "ctl/CompletionScript.h"
+#include "ctl/DataFiles.h"
+#include "ctl/Verbs.h"
+
+#include <memory>
+
+namespace ctl {
+
+void AddCompletion(CCommandLine& program)
+{
+    const auto shell = std::make_shared<std::string>();
+    CLI::App& verb = program.AddVerb("completion", "Print a script that completes commands in your shell",
+                                     "The script completes verbs, options, companies and kinds. Installations for "
+                                     "Linux bring it for bash, zsh and fish.",
+                                     "completion bash >~/.local/share/bash-completion/completions/amporactl\n"
+                                     "completion fish >~/.config/fish/completions/amporactl.fish\n"
+                                     "completion powershell >>$PROFILE",
+                                     [shell, &program](const Console& console) {
+                                         console.out << CompletionScript(program.Model(), *shell);
+                                         return kExitSuccess;
+                                     });
+    verb.add_option("shell", *shell, "The shell")->required()->check(OneOf("shell", kShells));
+}
+
+} // namespace ctl
