@@ -22,11 +22,17 @@ public:
     bool IsEmpty() const { return m_rows.empty(); }
 
     // One line per row, after the titles: columns two blanks apart, each as wide as its longest cell, no blank at a
-    // line's end.
-    CString Text() const;
+    // line's end. width: characters that fit into a line; 0 for no limit. Where they are too few, the titles and every
+    // row are folded: what does not fit goes on in the next line, four blanks to the right.
+    CString Text(std::size_t width = 0) const;
 
 private:
     std::size_t Width(std::size_t column) const;
+    struct Place {
+        std::size_t start; // in its line
+        bool beginsLine;
+    };
+    std::vector<Place> Places(std::size_t width) const; // of the columns
 
     std::vector<Column> m_columns;
     std::vector<std::vector<CString>> m_rows;
