@@ -14,6 +14,11 @@ Json JsonTime(const SYSTEMTIME& time)
                                                      time.wDay, time.wHour, time.wMinute, time.wSecond));
 }
 
+void AddJson(CLI::App& verb, bool& isJson)
+{
+    verb.add_flag("--json", isJson, "Print JSON (docs/amporactl.schema.json)");
+}
+
 void WriteJson(const Console& console, const std::string& verb, const Json& content)
 {
     Json document = {{"schema", "amporactl." + verb}, {"schemaVersion", kJsonSchemaVersion}};

@@ -16,6 +16,9 @@ inline constexpr int kJsonSchemaVersion = 1;
 // "2012-07-02T13:00:05", local wall-clock time; null for an unknown one.
 Json JsonTime(const SYSTEMTIME& time);
 
+// Adds the option --json to a verb that reports; isJson must live as long as the verb.
+void AddJson(CLI::App& verb, bool& isJson);
+
 // Writes a verb's document, with the members "schema" (the verb) and "schemaVersion" before those of content, an
 // object.
 void WriteJson(const Console& console, const std::string& verb, const Json& content);
