@@ -5,9 +5,10 @@
 
 namespace platform {
 
-// Prepares the terminal of standard output for UTF-8 and colours, and puts it back at its end. Does nothing where
-// standard output is a file or a pipe. One in a process at a time; belongs to the thread that makes it. Nothing fails:
-// what cannot be found out counts as absent.
+// Prepares the terminal of standard output for UTF-8 and colours, and puts it back at its end. What the C++ library
+// writes to standard output after that arrives byte for byte, in a file or a pipe as well: no line end is changed. One
+// in a process at a time; belongs to the thread that makes it. Nothing fails: what cannot be found out counts as
+// absent.
 class CTerminal {
 public:
     CTerminal();
@@ -20,6 +21,8 @@ public:
     // Whether it shows the escape sequences of ECMA-48, such as those of colours, and the user has not refused colours
     // by the environment variable NO_COLOR (https://no-color.org: set and not empty).
     bool AllowsColour() const;
+    // Whether what it shows may have characters beyond ASCII. A file or a pipe takes them all.
+    bool ShowsUnicode() const;
 
 private:
     unsigned m_codePage = 0; // Windows: to be put back; 0: nothing to put back

@@ -37,4 +37,19 @@ int CTerminal::Columns() const
 
 bool CTerminal::AllowsColour() const { return m_allowsColour; }
 
+bool CTerminal::ShowsUnicode() const
+{
+    if (::isatty(STDOUT_FILENO) != 1) {
+        return true;
+    }
+    // The first that is not empty names the locale of characters.
+    for (const char* const name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const std::string_view locale = Variable(name);
+        if (!locale.empty()) {
+            return locale.find("UTF-8") != locale.npos || locale.find("utf8") != locale.npos;
+        }
+    }
+    return false;
+}
+
 } // namespace platform

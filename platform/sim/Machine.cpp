@@ -177,10 +177,11 @@ void CMachine::FailEvery(Call call, DWORD code) { m_state->faults.FailEvery(call
 
 void CMachine::SetFaultPlan(FaultPlan plan) { m_state->faults.SetPlan(std::move(plan)); }
 
-void CMachine::SetTerminal(int columns, bool allowsColour)
+void CMachine::SetTerminal(int columns, bool allowsColour, bool showsUnicode)
 {
     m_state->terminalColumns = columns;
     m_state->terminalAllowsColour = allowsColour;
+    m_state->terminalShowsUnicode = showsUnicode;
 }
 
 void CMachine::SetObserver(CObserver* observer) { m_state->observer = observer; }

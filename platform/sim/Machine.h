@@ -226,7 +226,7 @@ public:
     void NotifySession(unsigned session, WPARAM code);
 
     // What shows standard output. columns: 0 for no terminal, which is so at first.
-    void SetTerminal(int columns, bool allowsColour);
+    void SetTerminal(int columns, bool allowsColour, bool showsUnicode = true);
 
     // Tells observer of what happens from now on; null: nobody. It must outlive the machine or be replaced before.
     void SetObserver(CObserver* observer);

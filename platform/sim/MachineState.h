@@ -89,6 +89,7 @@ struct MachineState {
     std::vector<CString> debugLines = {};
     int terminalColumns = 0; // 0: standard output is no terminal
     bool terminalAllowsColour = false;
+    bool terminalShowsUnicode = true;
     int apartmentBalance = 0;
 
     std::map<CString, std::shared_ptr<DiskEntry>> disk = {};

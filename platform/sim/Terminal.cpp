@@ -12,4 +12,6 @@ int CTerminal::Columns() const { return sim::Machine().terminalColumns; }
 
 bool CTerminal::AllowsColour() const { return m_allowsColour; }
 
+bool CTerminal::ShowsUnicode() const { return sim::Machine().terminalShowsUnicode; }
+
 } // namespace platform

@@ -1,5 +1,9 @@
 #include "platform/Terminal.h"
 
+#include <cstdio>
+#include <fcntl.h>
+#include <io.h>
+
 namespace platform {
 
 namespace {
@@ -10,6 +14,7 @@ HANDLE OutputHandle() { return ::GetStdHandle(STD_OUTPUT_HANDLE); }
 
 CTerminal::CTerminal()
 {
+    ::_setmode(::_fileno(stdout), _O_BINARY);
     DWORD mode = 0;
     if (!::GetConsoleMode(OutputHandle(), &mode)) {
         return;
@@ -37,5 +42,7 @@ int CTerminal::Columns() const
 }
 
 bool CTerminal::AllowsColour() const { return m_allowsColour; }
+
+bool CTerminal::ShowsUnicode() const { return m_codePage == 0 || ::GetConsoleOutputCP() == CP_UTF8; }
 
 } // namespace platform
