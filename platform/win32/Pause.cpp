@@ -1,0 +1,7 @@
+#include "platform/Pause.h"
+
+namespace platform {
+
+void Pause(DWORD timeMs) { ::Sleep(timeMs); }
+
+} // namespace platform
