@@ -6,19 +6,10 @@
 
 #include <algorithm>
 #include <memory>
-#include <tuple>
 
 namespace ctl {
 
 namespace {
-
-bool StartsEarlier(const _AmporaOneData& left, const _AmporaOneData& right)
-{
-    const auto key = [](const SYSTEMTIME& time) {
-        return std::tie(time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
-    };
-    return key(left.stStart) < key(right.stStart);
-}
 
 void AddFile(CTable& table, const KnownFile& known)
 {

@@ -1,11 +1,17 @@
 #include "format/DataFileReader.h"
 
 #include "platform/Files.h"
+#include "platform/Pause.h"
 #include "platform/Text.h"
 
+#include <algorithm>
 #include <cstring>
+#include <tuple>
 
 namespace {
+
+// The longest pause before another try to read a file that is being written.
+constexpr DWORD kLongestPauseMs = 32;
 
 DataFile Faulty(DataFileFault fault, CString reason)
 {
@@ -54,6 +60,14 @@ DataFile CheckedHeader(const DataFileHeader& header, std::size_t length, DWORD d
     return file;
 }
 
+DataFile ReadOnce(const CString& path, DWORD dataType)
+{
+    // One byte more than allowed: the rest of a longer file shows as a length that no count of records has.
+    std::vector<BYTE> bytes;
+    const DWORD error = platform::ReadWholeFile(path, kMaxDataFileBytes + 1, &bytes);
+    return error == ERROR_SUCCESS ? ParseDataFile(bytes, dataType) : FaultOfRead(error);
+}
+
 } // namespace
 
 DataFile ParseDataFile(std::span<const BYTE> bytes, DWORD dataType)
@@ -74,8 +88,21 @@ DataFile ParseDataFile(std::span<const BYTE> bytes, DWORD dataType)
 
 DataFile ReadDataFile(const CString& path, DWORD dataType)
 {
-    // One byte more than allowed: the rest of a longer file shows as a length that no count of records has.
-    std::vector<BYTE> bytes;
-    const DWORD error = platform::ReadWholeFile(path, kMaxDataFileBytes + 1, &bytes);
-    return error == ERROR_SUCCESS ? ParseDataFile(bytes, dataType) : FaultOfRead(error);
+    DataFile file = ReadOnce(path, dataType);
+    DWORD pausedMs = 0;
+    for (DWORD pauseMs = 1; file.fault == DataFileFault::kHeldByWriter && pausedMs < kHeldLimitMs; pauseMs *= 2) {
+        pauseMs = std::min({pauseMs, kLongestPauseMs, kHeldLimitMs - pausedMs});
+        platform::Pause(pauseMs);
+        pausedMs += pauseMs;
+        file = ReadOnce(path, dataType);
+    }
+    return file;
+}
+
+bool StartsEarlier(const _AmporaOneData& left, const _AmporaOneData& right)
+{
+    const auto key = [](const SYSTEMTIME& time) {
+        return std::tie(time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
+    };
+    return key(left.stStart) < key(right.stStart);
 }

@@ -36,6 +36,12 @@ inline constexpr std::size_t kMaxDataFileBytes = sizeof(DataFileHeader) + kMaxDa
 // they are what the report said. Throws std::bad_alloc only. Any thread.
 DataFile ParseDataFile(std::span<const BYTE> bytes, DWORD dataType);
 
-// Reads the data file at this path. dataType: as above. While it is read, it cannot be opened for writing. Throws
-// std::bad_alloc only. Any thread.
+// For how long ReadDataFile tries again while a writer has the file open, in milliseconds. A writer takes moments.
+inline constexpr DWORD kHeldLimitMs = 250;
+
+// Reads the data file at this path. dataType: as above. While it is read, it cannot be opened for writing. While a
+// writer has it open, this pauses and tries again, in all for kHeldLimitMs. Throws std::bad_alloc only. Any thread.
 DataFile ReadDataFile(const CString& path, DWORD dataType);
+
+// Whether one record's period starts before the other's. One whose start could not be computed is before all others.
+bool StartsEarlier(const _AmporaOneData& left, const _AmporaOneData& right);

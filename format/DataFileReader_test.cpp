@@ -3,7 +3,9 @@
 #include "format/Catalogue.h"
 #include "format/DataFilePath.h"
 #include "platform/Files.h"
+#include "platform/Pause.h"
 #include "platform/sim/Machine.h"
+#include "platform/Thread.h"
 #include "testing/GoldenDataFile.h"
 
 #include <cstring>
@@ -45,6 +47,16 @@ void ExpectFault(const DataFile& file, DataFileFault fault, const CString& reaso
 class DataFileReader : public testing::Test {
 protected:
     DataFileReader() { m_machine.PutFile(DataFolder(), {.isFolder = true}); }
+
+    // Writes the file; it is open until the last reference goes.
+    platform::OutputFilePtr Write()
+    {
+        const platform::SecurityDescriptorPtr security = platform::InitializeDescriptor();
+        platform::OutputFilePtr writer = platform::OpenForReplace(m_path, security.get());
+        EXPECT_TRUE(writer);
+        platform::WriteFileBytes(writer, kGoldenDataFile.data(), kGoldenDataFile.size());
+        return writer;
+    }
 
     CMachine m_machine;
     CString m_path = DataFileIn(DataFolder(), kTokyo, kActualUsage);
@@ -112,14 +124,26 @@ TEST_F(DataFileReader, ReportsAMissingFileWithOrWithoutItsFolder)
 
 TEST_F(DataFileReader, ReportsAFileUntilItsWriterHasClosedIt)
 {
-    const platform::SecurityDescriptorPtr security = platform::InitializeDescriptor();
-    platform::OutputFilePtr writer = platform::OpenForReplace(m_path, security.get());
-    ASSERT_TRUE(writer);
-    platform::WriteFileBytes(writer, kGoldenDataFile.data(), kGoldenDataFile.size());
+    platform::OutputFilePtr writer = Write();
     ExpectFault(ReadDataFile(m_path, kActualUsage), DataFileFault::kHeldByWriter,
                 L"it is being written by another program");
+    EXPECT_EQ(m_machine.ElapsedMs(), kHeldLimitMs);
     writer.reset();
     EXPECT_EQ(ReadDataFile(m_path, kActualUsage).records.size(), 2U);
+    EXPECT_EQ(m_machine.ElapsedMs(), kHeldLimitMs);
+}
+
+TEST_F(DataFileReader, WaitsForAWriterThatClosesTheFileInTime)
+{
+    platform::OutputFilePtr writer = Write();
+    const auto close = [](void* held) -> DWORD {
+        platform::Pause(kHeldLimitMs - 1);
+        static_cast<platform::OutputFilePtr*>(held)->reset();
+        return 0;
+    };
+    const platform::ThreadPtr thread = platform::StartThread(close, &writer);
+    EXPECT_EQ(ReadDataFile(m_path, kActualUsage).records.size(), 2U);
+    EXPECT_EQ(platform::WaitForThread(thread, INFINITE), WAIT_OBJECT_0);
 }
 
 TEST_F(DataFileReader, ReportsWhatIsNoFile)
