@@ -13,8 +13,10 @@ if(WIN32)
   # No stack-clash protection: on Windows the compiler probes each page of a large stack frame in any case.
   target_link_options(ampora_options INTERFACE -fstack-protector-strong LINKER:--dynamicbase,--high-entropy-va,--nxcompat)
 else()
-  target_compile_options(ampora_options INTERFACE -fPIE -fstack-clash-protection -fcf-protection)
-  target_link_options(ampora_options INTERFACE -pie LINKER:-z,relro,-z,now,-z,noexecstack)
+  target_compile_options(ampora_options INTERFACE -fstack-clash-protection -fcf-protection
+                                                 $<$<NOT:$<BOOL:$<TARGET_PROPERTY:POSITION_INDEPENDENT_CODE>>>:-fPIE>)
+  target_link_options(ampora_options INTERFACE $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie>
+                                              LINKER:-z,relro,-z,now,-z,noexecstack)
 endif()
 if(NOT AMPORA_SANITIZE)
   # The sanitizers do not know the checked functions. Without optimisation there are none.

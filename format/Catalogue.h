@@ -29,7 +29,7 @@ public:
         }
     }
 
-    // Both live as long as this word; the wide one ends with a zero.
+    // Both live as long as this word and are followed by a zero.
     constexpr std::string_view Narrow() const { return m_narrow.data(); }
     constexpr const wchar_t* Wide() const { return m_wide.data(); }
 
