@@ -33,7 +33,7 @@ int Serve(const reportd::Options& options)
 int RunProgram(const reportd::Options& options)
 {
     if (options.help) {
-        std::cout << reportd::kHelpText;
+        std::cout << reportd::HelpText();
         return 0;
     }
     if (options.version) {
@@ -60,7 +60,7 @@ int main(int argc, char** argv)
     try {
         return RunProgram(reportd::ParseOptions(std::vector<std::string>(argv + 1, argv + argc)));
     } catch (const reportd::COptionsError& error) {
-        std::cerr << "ampora-reportd: " << error.what() << "\n\n" << reportd::kHelpText;
+        std::cerr << "ampora-reportd: " << error.what() << "\n\n" << reportd::HelpText();
         return 2;
     } catch (const std::exception& error) {
         std::cerr << "ampora-reportd: " << error.what() << "\n";

@@ -52,7 +52,7 @@ constexpr std::array kVerbs = {NamedVerb{"check", Verb::kCheck}, NamedVerb{"impo
 
 // An option with a value: for which verbs it is meant, and what it does.
 struct ValueOption {
-    std::string_view name;
+    OptionHelp help;
     std::vector<Verb> verbs;
     void (*take)(Options* options, const std::string& option, const std::string& value);
 };
@@ -61,34 +61,36 @@ const std::vector<ValueOption>& ValueOptions()
 {
     using std::string;
     static const std::vector<ValueOption> kAll = {
-        {"--source",
+        {{"--source", "KIND", "live or sample (default live; on Windows sample, which has nothing else)"},
          {Verb::kServe},
          [](Options* options, const string&, const string& value) { options->source = ParseSource(value); }},
-        {"--listen",
+        {{"--config", "FILE", "settings of live data (default /etc/ampora-reportd.toml where it exists)"},
+         {Verb::kServe, Verb::kCheck, Verb::kImport, Verb::kBackfill},
+         [](Options* options, const string&, const string& value) { options->config = value; }},
+        {{"--listen", "ADDRESS",
+          "numeric IPv4 or IPv6 address to listen on (default: as in the settings, else 127.0.0.1)"},
          {Verb::kServe},
          [](Options* options, const string&, const string& value) { options->listen = value; }},
-        {"--port",
+        {{"--port", "N", "port to listen on, 0 for any free one (default: as in the settings, else 8470)"},
          {Verb::kServe},
          [](Options* options, const string& option, const string& value) {
              options->port = ParseNumber<unsigned short>(option, value, 0, 65535);
          }},
-        {"--config",
-         {Verb::kServe, Verb::kCheck, Verb::kImport, Verb::kBackfill},
-         [](Options* options, const string&, const string& value) { options->config = value; }},
-        {"--company",
+        {{"--company", "KEY",
+          "whose files they are: tokyo, tohoku, chubu, kansai or kyushu (default: from their names)"},
          {Verb::kImport},
          [](Options* options, const string&, const string& value) { options->company = value; }},
-        {"--from",
+        {{"--from", "DATE", "first day to fetch, such as 2026-04-20"},
          {Verb::kBackfill},
          [](Options* options, const string& option, const string& value) {
              options->firstDay = ParseDay(option, value);
          }},
-        {"--to",
+        {{"--to", "DATE", "last day to fetch (default yesterday)"},
          {Verb::kBackfill},
          [](Options* options, const string& option, const string& value) {
              options->lastDay = ParseDay(option, value);
          }},
-        {"--pause",
+        {{"--pause", "SECONDS", "between two requests to a company, 5 to 3600 (default 5)"},
          {Verb::kBackfill},
          [](Options* options, const string& option, const string& value) {
              options->pause = std::chrono::seconds(ParseNumber(option, value, 5, 3600));
@@ -100,7 +102,7 @@ const std::vector<ValueOption>& ValueOptions()
 const ValueOption& FindValueOption(const std::string& name, Verb verb)
 {
     for (const ValueOption& option : ValueOptions()) {
-        if (option.name == name) {
+        if (option.help.name == name) {
             if (std::find(option.verbs.begin(), option.verbs.end(), verb) == option.verbs.end()) {
                 throw COptionsError(name + " does not belong here");
             }
@@ -130,31 +132,53 @@ void CheckComplete(const Options& options)
 
 } // namespace
 
-const char* const kHelpText =
-    "Usage: ampora-reportd [--source live|sample] [--config FILE] [--listen ADDRESS] [--port N]\n"
-    "       ampora-reportd check [--config FILE]\n"
-    "       ampora-reportd import [--config FILE] [--company KEY] FILE...\n"
-    "       ampora-reportd backfill --from DATE [--to DATE] [--pause SECONDS] [--config FILE]\n"
-    "       ampora-reportd --help | --version\n"
-    "\n"
-    "Answers power reports over HTTP until it gets SIGINT or SIGTERM: from what five power companies publish, which "
-    "it\n"
-    "fetches and keeps (live, Linux only), or with computed sample data.\n"
-    "\n"
-    "  check     fetch each company's file once and tell what it holds; keeps nothing\n"
-    "  import    keep the figures of saved files: CSV, also with .gz, and ZIP archives of them\n"
-    "  backfill  fetch and keep the figures of past days\n"
-    "\n"
-    "  --source KIND     live or sample (default live; on Windows sample, which has nothing else)\n"
-    "  --config FILE     settings (default /etc/ampora-reportd.toml where it exists)\n"
-    "  --listen ADDRESS  numeric address to listen on (default: as in the settings, else 127.0.0.1)\n"
-    "  --port N          port to listen on, 0 for any free one (default: as in the settings, else 8470)\n"
-    "  --company KEY     whose files they are: tokyo, tohoku, chubu, kansai or kyushu (default: from their names)\n"
-    "  --from DATE       first day to fetch, such as 2026-04-20\n"
-    "  --to DATE         last day to fetch (default yesterday)\n"
-    "  --pause SECONDS   between two requests to a company, 5 to 3600 (default 5)\n"
-    "  --help            print this text and end\n"
-    "  --version         print the version and end\n";
+const std::vector<std::string>& UsageLines()
+{
+    static const std::vector<std::string> kLines = {"ampora-reportd [--source live|sample] [--config FILE]",
+                                                    "               [--listen ADDRESS] [--port N]",
+                                                    "ampora-reportd check [--config FILE]",
+                                                    "ampora-reportd import [--config FILE] [--company KEY] FILE...",
+                                                    "ampora-reportd backfill --from DATE [--to DATE]",
+                                                    "               [--pause SECONDS] [--config FILE]",
+                                                    "ampora-reportd --help | --version"};
+    return kLines;
+}
+
+std::vector<OptionHelp> OptionHelps()
+{
+    std::vector<OptionHelp> helps;
+    for (const ValueOption& option : ValueOptions()) {
+        helps.push_back(option.help);
+    }
+    helps.push_back({"--help", "", "print a short text and end"});
+    helps.push_back({"--version", "", "print the version and end"});
+    return helps;
+}
+
+std::string HelpText()
+{
+    std::string text;
+    for (const std::string& line : UsageLines()) {
+        text += (text.empty() ? "Usage: " : "       ") + line + "\n";
+    }
+    text += "\n"
+            "Answers power reports over HTTP until it gets SIGINT or SIGTERM: from what five power\n"
+            "companies publish, which it fetches and keeps (live, Linux only), or with computed sample\n"
+            "data.\n"
+            "\n"
+            "  check     fetch each company's file once and tell what it holds; keeps nothing\n"
+            "  import    keep the figures of saved files: CSV, also with .gz, and ZIP archives of them\n"
+            "  backfill  fetch and keep the figures of past days\n"
+            "\n";
+    constexpr std::size_t kHelpColumn = 18;
+    for (const OptionHelp& option : OptionHelps()) {
+        std::string names(option.name);
+        names += option.value.empty() ? "" : " " + std::string(option.value);
+        names.resize(kHelpColumn, ' ');
+        text += "  " + names + std::string(option.help) + "\n";
+    }
+    return text;
+}
 
 Options ParseOptions(const std::vector<std::string>& arguments)
 {
@@ -178,9 +202,9 @@ Options ParseOptions(const std::vector<std::string>& arguments)
         } else {
             const ValueOption& option = FindValueOption(*argument, options.verb);
             if (++argument == arguments.end()) {
-                throw COptionsError(std::string(option.name) + " needs a value");
+                throw COptionsError(std::string(option.help.name) + " needs a value");
             }
-            option.take(&options, std::string(option.name), *argument);
+            option.take(&options, std::string(option.help.name), *argument);
         }
     }
     CheckComplete(options);

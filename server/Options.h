@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace reportd {
@@ -47,7 +48,20 @@ public:
 // arguments: without the program's name. Options follow the verb. Throws COptionsError.
 Options ParseOptions(const std::vector<std::string>& arguments);
 
+// An option, as help and manual show it.
+struct OptionHelp {
+    std::string_view name;
+    std::string_view value; // what stands for its value; empty: it takes none
+    std::string_view help;  // one sentence without a full stop
+};
+
+// The command lines that there are; one that starts with a blank goes on from the line before.
+const std::vector<std::string>& UsageLines();
+
+// All options, in the order of the help.
+std::vector<OptionHelp> OptionHelps();
+
 // What --help prints.
-extern const char* const kHelpText;
+std::string HelpText();
 
 } // namespace reportd

@@ -93,7 +93,7 @@ TEST(ReportdOptions, HelpAndVersionArePrinted)
 {
     const ProcessResult help = RunToItsEnd({"--help"});
     EXPECT_EQ(help.exitCode, 0);
-    EXPECT_EQ(Lines(help.out), kHelpText);
+    EXPECT_EQ(Lines(help.out), HelpText());
     EXPECT_EQ(help.err, "");
     const ProcessResult version = RunToItsEnd({"--version"});
     EXPECT_EQ(version.exitCode, 0);
@@ -111,7 +111,7 @@ TEST(ReportdOptions, EndsWith2AndTheHelpTextOnWhatItDoesNotUnderstand)
         const ProcessResult result = RunToItsEnd(arguments);
         EXPECT_EQ(result.exitCode, 2) << arguments.front();
         EXPECT_EQ(result.out, "") << arguments.front();
-        EXPECT_THAT(Lines(result.err), testing::AllOf(StartsWith("ampora-reportd: "), testing::EndsWith(kHelpText)));
+        EXPECT_THAT(Lines(result.err), testing::AllOf(StartsWith("ampora-reportd: "), testing::EndsWith(HelpText())));
     }
 }
 

@@ -22,6 +22,8 @@ const std::vector<Part>& Parts()
         {"amporactl.md", "verbs", [] { return documents::VerbsText(ctl::CCommandLine().Model()); }},
         {"ampora-settings.md", "settings", documents::SettingsText},
         {"ampora-settings.md", "companies", documents::CompaniesText},
+        {"ampora-reportd.md", "usage", documents::ReportdUsageText},
+        {"ampora-reportd.md", "options", documents::ReportdOptionsText},
     };
     return kParts;
 }

@@ -3,6 +3,7 @@
 #include "config/SettingsTable.h"
 #include "format/Catalogue.h"
 #include "platform/Text.h"
+#include "server/Options.h"
 
 #include <algorithm>
 #include <functional>
@@ -166,6 +167,26 @@ std::string CompaniesText()
     for (const catalogue::Company& company : catalogue::kCompanies) {
         text += Row({std::to_string(company.siteNumber), std::string(company.name.Narrow()),
                      std::to_string(company.defaultMask)});
+    }
+    return text;
+}
+
+std::string ReportdUsageText()
+{
+    std::string text;
+    for (const std::string& line : reportd::UsageLines()) {
+        text += "    " + line + "\n";
+    }
+    return text;
+}
+
+std::string ReportdOptionsText()
+{
+    std::string text = "| Option | Meaning |\n|---|---|\n";
+    for (const reportd::OptionHelp& option : reportd::OptionHelps()) {
+        const std::string name(option.name);
+        text +=
+            Row({Code(option.value.empty() ? name : name + " " + std::string(option.value)), std::string(option.help)});
     }
     return text;
 }

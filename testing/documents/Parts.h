@@ -14,6 +14,10 @@ std::string VerbsText(const CLI::App& program);
 std::string SettingsText();
 std::string CompaniesText();
 
+// The command lines of ampora-reportd, and the table of its options.
+std::string ReportdUsageText();
+std::string ReportdOptionsText();
+
 // The document with a part renewed: what stands between the lines "<!-- made by renew_documents: NAME -->" and
 // "<!-- end of NAME -->". Throws std::runtime_error when it does not have these lines.
 std::string Renewed(const std::string& document, const std::string& name, const std::string& text);
