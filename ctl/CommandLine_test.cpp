@@ -50,6 +50,8 @@ TEST_F(CommandLine, MisuseIsExplainedOnStandardError)
         {{L"show", L"tokio"}, "amporactl show: company: there is no company 'tokio'; did you mean 'tokyo'?\n"},
         {{L"show", L"tokyo", L"usage"}, "amporactl show: kind: there is no kind 'usage'\n"},
         {{L"show", L"tokyo", L"actual", L"tohoku"}, "amporactl show: unknown argument 'tohoku'\n"},
+        {{L"show", L"--format", L"cvs"}, "amporactl show: --format: there is no format 'cvs'; did you mean 'csv'?\n"},
+        {{L"show", L"--json", L"--format=csv"}, "amporactl show: --format excludes --json\n"},
         {{L"show", L"--folder"}, "amporactl show: --folder: 1 required DIR missing\n"},
         {{L"show", L"--folder", L""}, "amporactl show: --folder: the name of a folder is needed\n"},
         {{L"update", L"--folder", L"x"}, "amporactl update: unknown argument '--folder'\n"},

@@ -22,10 +22,10 @@ std::vector<std::string> WordsOf(const Table& table, catalogue::CWord Row::*word
 
 } // namespace
 
-void AddCompany(CLI::App& verb, Selection& selection)
+CLI::Option& AddCompany(CLI::App& verb, Selection& selection)
 {
-    verb.add_option("company", selection.company, "The company; without it, all")
-        ->check(OneOf("company", WordsOf(catalogue::kCompanies, &catalogue::Company::key)));
+    return *verb.add_option("company", selection.company, "The company; without it, all")
+                ->check(OneOf("company", WordsOf(catalogue::kCompanies, &catalogue::Company::key)));
 }
 
 void AddKind(CLI::App& verb, Selection& selection)
@@ -66,6 +66,18 @@ std::vector<KnownFile> ReadDataFiles(const Selection& selection)
         }
     }
     return files;
+}
+
+int ReportFaults(const std::vector<KnownFile>& files, const Console& console)
+{
+    int exitCode = kExitSuccess;
+    for (const KnownFile& known : files) {
+        if (known.content.fault != DataFileFault::kNone && known.content.fault != DataFileFault::kMissing) {
+            console.err << platform::EncodeUtf8(L"amporactl: " + known.path + L": " + known.content.reason + L"\n");
+            exitCode = kExitFailure;
+        }
+    }
+    return exitCode;
 }
 
 } // namespace ctl

@@ -18,7 +18,7 @@ struct Selection {
 
 // Add the options of a selection to a verb; what the command line gives is stored in the selection, which must live as
 // long as the verb. A word that no company or kind has is refused.
-void AddCompany(CLI::App& verb, Selection& selection);
+CLI::Option& AddCompany(CLI::App& verb, Selection& selection);
 void AddKind(CLI::App& verb, Selection& selection);
 void AddFolder(CLI::App& verb, Selection& selection);
 
@@ -35,5 +35,9 @@ CString FolderOf(const Selection& selection);
 
 // Reads the selected data files in the order of the catalogue, companies first. Throws as FolderOf.
 std::vector<KnownFile> ReadDataFiles(const Selection& selection);
+
+// Writes a line with the reason to standard error for each file that is faulty, but for none that is missing. The exit
+// code: kExitFailure when there was one, else kExitSuccess.
+int ReportFaults(const std::vector<KnownFile>& files, const Console& console);
 
 } // namespace ctl

@@ -7,16 +7,17 @@ namespace ctl {
 
 Json JsonTime(const SYSTEMTIME& time)
 {
-    if (IsUnknown(time)) {
-        return nullptr;
-    }
-    return platform::EncodeUtf8(platform::FormatText(L"%04d-%02d-%02dT%02d:%02d:%02d", time.wYear, time.wMonth,
-                                                     time.wDay, time.wHour, time.wMinute, time.wSecond));
+    return IsUnknown(time) ? Json(nullptr) : Json(platform::EncodeUtf8(IsoText(time)));
 }
 
-void AddJson(CLI::App& verb, bool& isJson)
+Json JsonRecord(const _AmporaOneData& record)
 {
-    verb.add_flag("--json", isJson, "Print JSON (docs/amporactl.schema.json)");
+    return {{"start", JsonTime(record.stStart)}, {"end", JsonTime(record.stEnd)}, {"value", record.ullValue}};
+}
+
+CLI::Option& AddJson(CLI::App& verb, bool& isJson)
+{
+    return *verb.add_flag("--json", isJson, "Print JSON (docs/amporactl.schema.json)");
 }
 
 void WriteJson(const Console& console, const std::string& verb, const Json& content)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ctl/CommandLine.h"
+#include "format/DataFileFormat.h"
 
 #include <nlohmann/json.hpp>
 
@@ -16,8 +17,11 @@ inline constexpr int kJsonSchemaVersion = 1;
 // "2012-07-02T13:00:05", local wall-clock time; null for an unknown one.
 Json JsonTime(const SYSTEMTIME& time);
 
+// {"start": ..., "end": ..., "value": ...}
+Json JsonRecord(const _AmporaOneData& record);
+
 // Adds the option --json to a verb that reports; isJson must live as long as the verb.
-void AddJson(CLI::App& verb, bool& isJson);
+CLI::Option& AddJson(CLI::App& verb, bool& isJson);
 
 // Writes a verb's document, with the members "schema" (the verb) and "schemaVersion" before those of content, an
 // object.

@@ -1,5 +1,7 @@
 #include "testing/ControlTest.h"
 
+#include <nlohmann/json.hpp>
+
 namespace {
 
 using namespace catalogue;
@@ -93,6 +95,117 @@ TEST_F(Show, IgnoresFilesOfOtherNames)
     m_machine.PutFile(DataFileIn(DataFolder(), kTokyo, 32), {.bytes = {1}});
     EXPECT_EQ(Run({L"show"}), 0);
     EXPECT_EQ(m_err, "");
+}
+
+// Records of one company.
+
+constexpr Record kExtreme = {0xFFFFFFFFFFFFFFFF, {}, {2012, 7, 1, 2, 23, 0, 0, 0}};
+
+TEST_F(Show, ShowsTheRecordsOfACompany)
+{
+    Put(kTokyo, kInstantUsage, FileOf(kInstantUsage, {FiveMinutes(4000, 13, 0), FiveMinutes(0, 12, 50)}));
+    Put(kTokyo, kActualUsage, FileOf(kActualUsage, {}));
+    Put(kTokyo, kPeakDemand, FileOf(kPeakDemand, {kExtreme}));
+    Put(kTohoku, kInstantUsage, FileOf(kInstantUsage, {FiveMinutes(1, 13, 0)}));
+    EXPECT_EQ(Run({L"show", L"tokyo"}), 0);
+    EXPECT_EQ(m_out, "KIND     PERIOD                                     VALUE\n"
+                     "instant  2012-07-02 13:00 - 13:05                    4000\n"
+                     "instant  2012-07-02 12:50 - 12:55                       0\n"
+                     "demand   unknown - 2012-07-02 23:00  18446744073709551615\n");
+    EXPECT_EQ(Run({L"show", L"tokyo", L"demand"}), 0);
+    EXPECT_EQ(m_out, "KIND    PERIOD                                     VALUE\n"
+                     "demand  unknown - 2012-07-02 23:00  18446744073709551615\n");
+    EXPECT_EQ(Run({L"show", L"tokyo", L"actual"}), 0);
+    EXPECT_EQ(m_out, "KIND  PERIOD  VALUE\n");
+    EXPECT_EQ(Run({L"show", L"tokyo", L"supply"}), 1);
+    EXPECT_EQ(m_err, "amporactl: no data files in " + platform::EncodeUtf8(DataFolder()) + "\n");
+}
+
+TEST_F(Show, FoldsItsTableToTheTerminal)
+{
+    m_machine.SetTerminal(40, false);
+    Put(kTokyo, kInstantUsage, FileOf(kInstantUsage, {FiveMinutes(4000, 13, 0)}));
+    EXPECT_EQ(Run({L"show"}), 0);
+    EXPECT_EQ(m_out, "COMPANY  KIND           RECORDS\n"
+                     "    FIRST PERIOD\n"
+                     "    LAST PERIOD\n"
+                     "    NEWEST VALUE  WRITTEN\n"
+                     "Tokyo    instant usage        1\n"
+                     "    2012-07-02 13:00 - 13:05\n"
+                     "    2012-07-02 13:00 - 13:05\n"
+                     "            4000  2012-07-02 13:30:05\n");
+}
+
+// Other formats.
+
+TEST_F(Show, WritesCsv)
+{
+    Put(kTokyo, kInstantUsage, FileOf(kInstantUsage, {FiveMinutes(4000, 13, 0), FiveMinutes(0, 12, 50)}));
+    Put(kChubu, kPeakDemand, FileOf(kPeakDemand, {kExtreme}, {}));
+    Put(kKyushu, kPeakDemand, FileOf(kPeakDemand, {}));
+    EXPECT_EQ(Run({L"show", L"--format", L"csv"}), 0);
+    EXPECT_EQ(m_out, "company,kind,records,first_start,first_end,last_start,last_end,newest_value,written\r\n"
+                     "tokyo,instant,2,2012-07-02T12:50:00,2012-07-02T12:55:00,2012-07-02T13:00:00,"
+                     "2012-07-02T13:05:00,4000,2012-07-02T13:30:05\r\n"
+                     "chubu,demand,1,,2012-07-02T23:00:00,,2012-07-02T23:00:00,18446744073709551615,\r\n"
+                     "kyushu,demand,0,,,,,,2012-07-02T13:30:05\r\n");
+    EXPECT_EQ(Run({L"show", L"tokyo", L"--format=csv"}), 0);
+    EXPECT_EQ(m_out, "company,kind,start,end,value\r\n"
+                     "tokyo,instant,2012-07-02T13:00:00,2012-07-02T13:05:00,4000\r\n"
+                     "tokyo,instant,2012-07-02T12:50:00,2012-07-02T12:55:00,0\r\n");
+    EXPECT_EQ(Run({L"show", L"chubu", L"demand", L"--format=csv"}), 0);
+    EXPECT_EQ(m_out, "company,kind,start,end,value\r\nchubu,demand,,2012-07-02T23:00:00,18446744073709551615\r\n");
+}
+
+TEST_F(Show, WritesJson)
+{
+    Put(kTokyo, kActualUsage, {1, 2, 3});
+    Put(kTokyo, kEstimatedUsage, FileOf(kEstimatedUsage, {}, {}));
+    Put(kTokyo, kPeakDemand, FileOf(kPeakDemand, {kExtreme}));
+    const auto path = [](DWORD dataType) { return platform::EncodeUtf8(DataFileIn(DataFolder(), kTokyo, dataType)); };
+    const nlohmann::json record = {
+        {"start", nullptr}, {"end", "2012-07-02T23:00:00"}, {"value", 18446744073709551615U}};
+    nlohmann::json expected = {{"schema", "amporactl.show"},
+                               {"schemaVersion", 1},
+                               {"folder", platform::EncodeUtf8(DataFolder())},
+                               {"files",
+                                {{{"company", "tokyo"},
+                                  {"kind", "actual"},
+                                  {"path", path(kActualUsage)},
+                                  {"fault", "it has 3 bytes, less than a header (32 bytes)"}},
+                                 {{"company", "tokyo"},
+                                  {"kind", "estimated"},
+                                  {"path", path(kEstimatedUsage)},
+                                  {"fault", nullptr},
+                                  {"written", nullptr},
+                                  {"recordCount", 0},
+                                  {"first", nullptr},
+                                  {"last", nullptr}},
+                                 {{"company", "tokyo"},
+                                  {"kind", "demand"},
+                                  {"path", path(kPeakDemand)},
+                                  {"fault", nullptr},
+                                  {"written", "2012-07-02T13:30:05"},
+                                  {"recordCount", 1},
+                                  {"first", record},
+                                  {"last", record}}}}};
+    EXPECT_EQ(Run({L"show", L"--json"}), 1);
+    EXPECT_EQ(nlohmann::json::parse(m_out), expected);
+    EXPECT_EQ(m_err, Complaint(kTokyo, kActualUsage, "it has 3 bytes, less than a header (32 bytes)"));
+    EXPECT_THAT(m_out, HasSubstr("\"value\": 18446744073709551615\n"));
+    expected["files"][1]["records"] = nlohmann::json::array();
+    expected["files"][2]["records"] = {record};
+    EXPECT_EQ(Run({L"show", L"tokyo", L"--format", L"json"}), 1);
+    EXPECT_EQ(nlohmann::json::parse(m_out), expected);
+}
+
+TEST_F(Show, NoDataFilesIsAFailureInEveryFormat)
+{
+    for (const wchar_t* const format : {L"table", L"csv", L"json"}) {
+        EXPECT_EQ(Run({L"show", L"tokyo", L"--format", format}), 1);
+        EXPECT_EQ(m_out, "");
+        EXPECT_EQ(m_err, "amporactl: no data files in " + platform::EncodeUtf8(DataFolder()) + "\n");
+    }
 }
 
 // Folders.

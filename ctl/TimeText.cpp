@@ -27,6 +27,12 @@ CString SecondText(const SYSTEMTIME& time)
     return TimeText(time) + (IsUnknown(time) ? CString() : platform::FormatText(L":%02d", time.wSecond));
 }
 
+CString IsoText(const SYSTEMTIME& time)
+{
+    return IsUnknown(time) ? CString()
+                           : DayText(time) + L"T" + MinuteText(time) + platform::FormatText(L":%02d", time.wSecond);
+}
+
 CString PeriodText(const SYSTEMTIME& start, const SYSTEMTIME& end)
 {
     const bool sameDay = !IsUnknown(end) && DayText(start) == DayText(end);

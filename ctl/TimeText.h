@@ -12,6 +12,9 @@ bool IsUnknown(const SYSTEMTIME& time);
 CString TimeText(const SYSTEMTIME& time);
 CString SecondText(const SYSTEMTIME& time);
 
+// "2012-07-02T13:00:05"; empty for an unknown time.
+CString IsoText(const SYSTEMTIME& time);
+
 // "2012-07-02 13:00 - 13:05", with the end's day when it is another one.
 CString PeriodText(const SYSTEMTIME& start, const SYSTEMTIME& end);
 
