@@ -26,6 +26,10 @@ using WaitHandle = std::shared_ptr<CWaitObject>;
 // process opened of one name contend with each other, and only waits through one handle are recursive.
 WaitHandle CreateNamedMutex(const wchar_t* name, BOOL initialOwner, const CSecurityDescriptor* security);
 
+// Opens the mutex of this name where some process has it. name: must not be null. Null, with the last error set, on
+// failure: 2 when there is none.
+WaitHandle OpenNamedMutex(const wchar_t* name);
+
 // Gives up one acquisition of the calling thread. FALSE with last error 288 when it is not the owner.
 BOOL ReleaseOwnedMutex(const WaitHandle& mutex);
 

@@ -122,6 +122,27 @@ TEST_F(MutexContract, ANewMutexIsFreeAndTheLastErrorZero)
     ExpectFree(mutex);
 }
 
+TEST_F(MutexContract, OpeningFindsTheMutexThatIsThereAndMakesNone)
+{
+    for (const CString& name : {m_name, L"Global\\" + m_name}) {
+        WaitHandle mutex = MakeMutex(name);
+        EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0);
+        WaitHandle opened = OpenNamedMutex(name.c_str());
+        ASSERT_NE(opened, nullptr);
+        EXPECT_EQ(WaitInOtherThread(opened, 0), WAIT_TIMEOUT);
+        EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+        ExpectFree(opened, kLongMs);
+        opened.reset();
+        mutex.reset();
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_TRUE(FailsWith(ERROR_FILE_NOT_FOUND, [&] { return OpenNamedMutex(name.c_str()) != nullptr; }));
+        }
+    }
+    const CString eventName = ObjectName(L"NoMutex");
+    const WaitHandle event = MakeEvent(eventName);
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_HANDLE, [&] { return OpenNamedMutex(eventName.c_str()) != nullptr; }));
+}
+
 TEST_F(MutexContract, AnExistingMutexIsOpenedWithLastError183)
 {
     const WaitHandle first = MakeMutex(m_name);

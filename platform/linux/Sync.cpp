@@ -200,6 +200,19 @@ WaitHandle CreateNamedMutex(const wchar_t* name, BOOL initialOwner, const CSecur
     return mutex;
 }
 
+WaitHandle OpenNamedMutex(const wchar_t* name)
+{
+    CFileDescriptor file = OpenExistingFile(name, NamedKind::kMutex);
+    if (!file) {
+        return nullptr;
+    }
+    if (JoinExistence(file) == Existence::kUnknown) {
+        SetLastErrorFrom(errno);
+        return nullptr;
+    }
+    return std::make_shared<CMutex>(std::move(file));
+}
+
 BOOL ReleaseOwnedMutex(const WaitHandle& mutex)
 {
     CMutex* const object = As<CMutex>(mutex);

@@ -20,6 +20,7 @@ constexpr const char* kCallNames[] = {
     "StartThread",
     "CreateNamedMutex",
     "CreateNamedMutexThrows",
+    "OpenNamedMutex",
     "CreateNamedEvent",
     "OpenNamedEvent",
     "PulseNamedEventMisses",

@@ -29,6 +29,7 @@ enum class Call {
     kStartThread,
     kCreateNamedMutex,
     kCreateNamedMutexThrows, // std::bad_alloc
+    kOpenNamedMutex,
     kCreateNamedEvent,
     kOpenNamedEvent,
     kPulseNamedEventMisses, // TRUE, but releases no thread

@@ -25,6 +25,16 @@ WaitHandle OpenObject(bool isMutex, const wchar_t* name, const CSecurityDescript
     return handle;
 }
 
+WaitHandle OpenExistingObject(bool isMutex, const wchar_t* name)
+{
+    WaitHandle handle = sim::Machine().objects.OpenExisting({sim::CScheduler::Self().context.process.session, name});
+    if (handle == nullptr || handle->Object()->isMutex != isMutex) {
+        SetLastErrorCode(handle == nullptr ? ERROR_FILE_NOT_FOUND : ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return handle;
+}
+
 // The object behind a handle of this kind; null, with last error 6, when it is none.
 sim::KernelObject* ObjectOf(const WaitHandle& handle, bool isMutex)
 {
@@ -84,6 +94,11 @@ WaitHandle CreateNamedMutex(const wchar_t* name, BOOL initialOwner, const CSecur
     return mutex;
 }
 
+WaitHandle OpenNamedMutex(const wchar_t* name)
+{
+    return sim::FailsByFault(Call::kOpenNamedMutex) ? nullptr : OpenExistingObject(true, name);
+}
+
 BOOL ReleaseOwnedMutex(const WaitHandle& mutex)
 {
     if (sim::FailsByFault(Call::kReleaseOwnedMutex)) {
@@ -111,15 +126,7 @@ WaitHandle CreateNamedEvent(const wchar_t* name, const CSecurityDescriptor* secu
 
 WaitHandle OpenNamedEvent(const wchar_t* name)
 {
-    if (sim::FailsByFault(Call::kOpenNamedEvent)) {
-        return nullptr;
-    }
-    WaitHandle event = sim::Machine().objects.OpenExisting({sim::CScheduler::Self().context.process.session, name});
-    if (event == nullptr || event->Object()->isMutex) {
-        SetLastErrorCode(event == nullptr ? ERROR_FILE_NOT_FOUND : ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    return event;
+    return sim::FailsByFault(Call::kOpenNamedEvent) ? nullptr : OpenExistingObject(false, name);
 }
 
 BOOL SetNamedEvent(const WaitHandle& event)

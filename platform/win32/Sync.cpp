@@ -60,6 +60,13 @@ WaitHandle CreateNamedMutex(const wchar_t* name, BOOL initialOwner, const CSecur
     return object->m_handle ? object : nullptr;
 }
 
+WaitHandle OpenNamedMutex(const wchar_t* name)
+{
+    auto object = std::make_shared<CWaitObject>();
+    object->m_handle.Reset(::OpenMutexW(MUTEX_MODIFY_STATE | SYNCHRONIZE, FALSE, name));
+    return object->m_handle ? object : nullptr;
+}
+
 BOOL ReleaseOwnedMutex(const WaitHandle& mutex) { return ::ReleaseMutex(NativeHandle(mutex)); }
 
 WaitHandle CreateNamedEvent(const wchar_t* name, const CSecurityDescriptor* security)
