@@ -49,6 +49,9 @@ BOOL OtherProcessSetsEvent(const CString& name);
 // Whether everybody may use the mutex or event of this name that this process has made.
 bool IsNamedObjectOpenToAll(const CString& name);
 
+// The name of a program that FindProgram finds and that ends at once when nothing is sent to its standard input.
+inline constexpr wchar_t kShortProgram[] = L"test_peer";
+
 // Whether another process of the session finds a window of this class.
 bool OtherProcessFindsWindow(const CString& className);
 // Another process of the session finds a window of this class and posts a message to it. FALSE when it finds none.

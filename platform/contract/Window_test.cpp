@@ -1,6 +1,7 @@
 #include "platform/Window.h"
 
 #include "platform/contract/ContractTest.h"
+#include "platform/Program.h"
 
 #include <algorithm>
 #include <array>
@@ -103,6 +104,17 @@ TEST_F(WindowContract, AWindowIsFoundByEveryProcess)
     EXPECT_TRUE(OtherProcessFindsWindow(kClass));
     EXPECT_EQ(FindWindowOfClass(kOtherClass), nullptr);
     EXPECT_FALSE(OtherProcessFindsWindow(kOtherClass));
+}
+
+TEST_F(WindowContract, TheProgramThatHasAWindowIsFound)
+{
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_WINDOW_HANDLE, [] { return FindProgramOfWindow(kClass) != nullptr; }));
+    const WindowPtr window = MakeWindow();
+    const ProgramPtr program = FindProgramOfWindow(kClass);
+    ASSERT_NE(program, nullptr) << GetLastErrorCode();
+    EXPECT_EQ(ProcessIdentifierOf(program), CurrentProcessIdentifier());
+    EXPECT_EQ(WaitForProgramEnd(program, 0), WAIT_TIMEOUT);
+    EXPECT_TRUE(FailsWith(ERROR_INVALID_WINDOW_HANDLE, [] { return FindProgramOfWindow(kOtherClass) != nullptr; }));
 }
 
 TEST_F(WindowContract, TheFirstMessageComesBeforeTheWindowIsHandedOut)

@@ -4,6 +4,7 @@
 #include "platform/contract/linux/TaskWatch.h"
 #include "platform/LastError.h"
 #include "platform/linux/MessageSocket.h"
+#include "platform/Program.h"
 #include "testing/process/linux/LoginBus.h"
 #include "testing/process/Peer.h"
 
@@ -226,6 +227,21 @@ TEST_F(LinuxWindow, ReplacesTheSocketOfAKilledProcess)
     const WindowPtr window = Make();
     ASSERT_NE(window, nullptr);
     EXPECT_NE(FindWindowOfClass(kClass), nullptr);
+}
+
+TEST_F(LinuxWindow, ItsProgramIsFoundAmongThoseOfOtherSessions)
+{
+    ASSERT_TRUE(m_peer.Do("window Class"));
+    const ProgramPtr program = FindProgramOfWindow(kClass);
+    ASSERT_NE(program, nullptr) << GetLastErrorCode();
+    EXPECT_NE(ProcessIdentifierOf(program), CurrentProcessIdentifier());
+    m_session.SetVariable("XDG_RUNTIME_DIR", m_session.LockFolder().c_str());
+    const WindowPtr window = Make();
+    EXPECT_EQ(ProcessIdentifierOf(FindProgramOfWindow(kClass)), CurrentProcessIdentifier());
+    m_session.SetVariable("XDG_RUNTIME_DIR", m_session.RuntimeFolder().c_str());
+    EXPECT_EQ(ProcessIdentifierOf(FindProgramOfWindow(kClass)), ProcessIdentifierOf(program));
+    m_peer.Kill();
+    EXPECT_EQ(WaitForProgramEnd(program, INFINITE), WAIT_OBJECT_0);
 }
 
 TEST_F(LinuxWindow, IsRefusedWhileAnotherProcessHasOne)

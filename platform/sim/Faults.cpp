@@ -68,6 +68,8 @@ constexpr const char* kCallNames[] = {
     "CreateDialogWindow",
     "RegisterSessionNotices",
     "PostToWindow",
+    "FindProgramOfWindow",
+    "StartProgram",
 };
 static_assert(std::size(kCallNames) == static_cast<std::size_t>(Call::kCount));
 

@@ -77,6 +77,8 @@ enum class Call {
     kCreateDialogWindow,
     kRegisterSessionNotices,
     kPostToWindow,
+    kFindProgramOfWindow,
+    kStartProgram,
     kCount,
 };
 
@@ -147,6 +149,9 @@ public:
     DWORD StartProcess(unsigned session, std::function<int()> entry, std::vector<CString> arguments = {});
     // What the entry of a process returned or EndProcess was given; empty while any of its threads runs.
     std::optional<int> ExitCodeOf(DWORD processId) const;
+    // Puts a program where FindProgram finds it by this name; entry: what its processes run, in the session of the one
+    // that starts it.
+    void PutProgram(const CString& name, std::function<int()> entry);
 
     // Threads that have not ended, and ended ones that still take memory, which the next start of a thread takes back.
     std::size_t ThreadCount() const;

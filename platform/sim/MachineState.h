@@ -34,6 +34,8 @@ struct SimProcess {
     unsigned threads = 0; // that have not ended
     int exitCode = 0;     // once its first thread has ended
     std::vector<CString> arguments = {};
+    std::int64_t startTime = -1;             // time value
+    std::vector<SimThread*> endWaiters = {}; // threads that wait for its end
 };
 
 // Thrown by EndProcess, to end the first thread of a process.
@@ -58,6 +60,8 @@ struct MachineState {
     // Starts a thread of a process, and clears up after the calling one, which is to end.
     std::shared_ptr<SimThread> StartThread(const ProcessIdentity& process, std::function<void()> body);
     void EndThread(const SimThread& thread);
+    // Once the last thread of a process has ended.
+    void EndProcess(DWORD processId);
 
     // The virtual time at which a wait that begins now and lasts at most timeoutMs ends; kNever for INFINITE.
     std::int64_t DeadlineAfter(DWORD timeoutMs) const;
@@ -82,6 +86,7 @@ struct MachineState {
 
     std::map<DWORD, SimProcess> processes = {}; // all there ever were
     DWORD nextProcessId = 3000;
+    std::map<CString, std::function<int()>> programs = {}; // by path
 
     using SettingKey = std::tuple<Hive, unsigned, CString, CString>; // session (0: machine-wide), names in lower case
     std::map<SettingKey, SettingsValue> settings = {};
@@ -98,16 +103,19 @@ struct MachineState {
     std::vector<std::weak_ptr<SimFolderWatch>> folderWatches = {};
 
     testing_support::HttpHandler httpHandler = {};
-    bool keepsHttpExchanges = true;
     std::vector<testing_support::HttpExchange> httpExchanges = {};
-    unsigned httpConnections = 0;                      // made so far
     std::vector<std::weak_ptr<void>> httpHandles = {}; // of every connection and request opened so far
+    unsigned httpConnections = 0;                      // made so far
+    bool keepsHttpExchanges = true;
     BOOL connectedResult = TRUE;
     DWORD connectedFlags = 0;
 
     ThreadContext otherProcess = {}; // the owner of what OtherProcessAcquiresMutex took
     std::map<ObjectName, WaitHandle> otherHandles = {};
 };
+
+// Where a program of this name lies.
+CString ProgramPath(const CString& name);
 
 // The current machine's state; ends the program when there is no machine.
 MachineState& Machine();

@@ -1,5 +1,6 @@
 #include "platform/Thread.h"
 
+#include "platform/Clock.h"
 #include "platform/LastError.h"
 #include "platform/sim/MachineState.h"
 
@@ -99,7 +100,7 @@ void MachineState::EndThread(const SimThread& thread)
     windows.DestroyAllOf(thread);
     const DWORD processId = thread.context.process.processId;
     if (--processes.at(processId).threads == 0) {
-        windows.ForgetClassesOf(processId);
+        EndProcess(processId);
     }
 }
 
@@ -108,6 +109,7 @@ DWORD CMachine::StartProcess(unsigned session, std::function<int()> entry, std::
     const DWORD processId = m_state->nextProcessId++;
     SimProcess& process = m_state->processes[processId]; // elements of a map stay where they are
     process.arguments = std::move(arguments);
+    process.startTime = ReadTime();
     m_state->StartThread({processId, session}, [&exitCode = process.exitCode, entry = std::move(entry)] {
         try {
             exitCode = entry();

@@ -27,7 +27,14 @@ void SetHeldOpen(const CString& path, bool heldOpen)
 
 } // namespace
 
-void SetUp() { g_machine.emplace(); }
+void SetUp()
+{
+    g_machine.emplace();
+    g_machine->PutProgram(kShortProgram, [] {
+        g_machine->RunFor(10);
+        return 0;
+    });
+}
 
 void TearDown() { g_machine.reset(); }
 
