@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
+#include <sstream>
 
 namespace ctl {
 
@@ -20,6 +22,18 @@ constexpr void (*kAddVerbs[])(CCommandLine&) = {
     AddUpdate,
     AddStop,
     AddCompletion,
+};
+
+// Lists a verb by the first line of its description; the verb's own help has the others.
+class CFormatter : public CLI::Formatter {
+    std::string make_subcommand(const CLI::App* verb) const override
+    {
+        const std::string description = verb->get_description();
+        std::ostringstream line;
+        CLI::detail::format_help(line, verb->get_name(), description.substr(0, description.find('\n')),
+                                 get_column_width());
+        return line.str();
+    }
 };
 
 // The verb that was given, or the program when there is none.
@@ -77,8 +91,9 @@ CCommandLine::CCommandLine() : m_program("Shows and controls AmporaSrv and the d
     m_program.set_help_flag("-h,--help", "Print this text and end");
     m_program.set_version_flag("--version", "amporactl " AMPORA_VERSION, "Print the version and end");
     m_program.require_subcommand(1);
+    m_program.formatter(std::make_shared<CFormatter>());
     m_program.get_formatter()->label("SUBCOMMAND", "VERB");
-    m_program.get_formatter()->label("Subcommands", "Verbs");
+    m_program.get_formatter()->column_width(22);
     m_program.footer("'amporactl VERB --help' tells more about a verb.");
     for (const auto add : kAddVerbs) {
         add(*this);
@@ -95,6 +110,7 @@ CLI::App& CCommandLine::AddVerb(const std::string& name, const std::string& summ
         footer += "\n  amporactl " + example.substr(start, end - start);
         start = end + 1;
     }
+    verb.group("Verbs");
     verb.footer(footer);
     verb.callback([this, action = std::move(action)] { m_action = action; });
     return verb;

@@ -12,10 +12,19 @@ TEST_F(CommandLine, HelpListsTheVerbs)
 {
     for (const wchar_t* option : {L"--help", L"-h"}) {
         EXPECT_EQ(Run({option}), 0);
-        EXPECT_THAT(m_out, AllOf(HasSubstr("Usage: amporactl [OPTIONS] VERB"), HasSubstr("  show "),
+        EXPECT_THAT(m_out, AllOf(HasSubstr("Usage: amporactl [OPTIONS] VERB"), HasSubstr("\nVerbs:\n  show  "),
                                  HasSubstr("'amporactl VERB --help' tells more about a verb.")));
         EXPECT_EQ(m_err, "");
     }
+}
+
+TEST_F(CommandLine, HelpOfTheProgramLeavesDetailsToTheVerbs)
+{
+    const std::string details = "The script completes";
+    EXPECT_EQ(Run({L"--help"}), 0);
+    EXPECT_THAT(m_out, AllOf(HasSubstr("  completion "), testing::Not(HasSubstr(details))));
+    EXPECT_EQ(Run({L"completion", L"--help"}), 0);
+    EXPECT_THAT(m_out, HasSubstr(details));
 }
 
 TEST_F(CommandLine, HelpOfAVerbHasAnExample)
