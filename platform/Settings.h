@@ -1,4 +1,5 @@
 // Read access to the two-level settings store: the registry on Windows, a .reg text file per hive on Linux.
+// SettingsWriter.h changes it.
 #pragma once
 
 #include "platform/Types.h"

@@ -25,6 +25,17 @@
 
 namespace platform::linux {
 
+// How a file's text is encoded.
+struct RegEncoding {
+    std::size_t markSize = 0; // of the byte order mark at its beginning, in bytes
+    bool isUtf16 = false;
+};
+RegEncoding EncodingOf(std::span<const BYTE> bytes);
+
+// The text of a file, without its byte order mark. Each line feed of the file is one of the text, and there are no
+// others. What is ill-formed becomes U+FFFD; an odd last byte of UTF-16 is dropped.
+CString DecodeRegText(std::span<const BYTE> bytes);
+
 // Finds one value as it were in the registry after the import of this file into an empty one: a later line counts more
 // than an earlier one, and what is deleted is gone. bytes: the file; keyPath: with the root's full name
 // ("HKEY_CURRENT_USER\..."); valueName: empty for the value without a name. False, with *value emptied, when there is

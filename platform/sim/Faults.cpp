@@ -16,6 +16,8 @@ constexpr const char* kCallNames[] = {
     "CalendarToFileTime",
     "LocalToUtcFileTime",
     "QuerySettingsValue",
+    "StoreSettingsValue",
+    "RemoveSettingsValue",
     "OutputDebugText",
     "StartThread",
     "CreateNamedMutex",

@@ -25,6 +25,8 @@ enum class Call {
     kCalendarToFileTime,
     kLocalToUtcFileTime,
     kQuerySettingsValue,
+    kStoreSettingsValue,
+    kRemoveSettingsValue,
     kOutputDebugText, // throws std::bad_alloc
     kStartThread,
     kCreateNamedMutex,

@@ -26,8 +26,8 @@ class CScratchHives {
 public:
     CScratchHives()
     {
-        EXPECT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, m_path.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS,
-                                    nullptr, m_root.Receive(), nullptr),
+        EXPECT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, m_path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                    KEY_ALL_ACCESS, nullptr, m_root.Receive(), nullptr),
                   ERROR_SUCCESS);
         Override(HKEY_CURRENT_USER, L"User");
         Override(HKEY_LOCAL_MACHINE, L"Machine");
@@ -46,7 +46,7 @@ private:
     void Override(HKEY hive, const wchar_t* name)
     {
         CRegistryKey key;
-        EXPECT_EQ(::RegCreateKeyExW(m_root.Get(), name, 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr,
+        EXPECT_EQ(::RegCreateKeyExW(m_root.Get(), name, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr,
                                     key.Receive(), nullptr),
                   ERROR_SUCCESS);
         EXPECT_EQ(::RegOverridePredefKey(hive, key.Get()), ERROR_SUCCESS);
@@ -162,7 +162,7 @@ void PutSetting(Hive hive, const CString& keyPath, const CString& valueName, con
         g_state->hives.emplace();
     }
     CRegistryKey key;
-    ASSERT_EQ(::RegCreateKeyExW(RootOf(hive), keyPath.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_WRITE, nullptr,
+    ASSERT_EQ(::RegCreateKeyExW(RootOf(hive), keyPath.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE, nullptr,
                                 key.Receive(), nullptr),
               ERROR_SUCCESS);
     // The system adds a terminator to a text when a zero happens to follow its bytes.
