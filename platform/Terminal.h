@@ -25,8 +25,8 @@ public:
     bool ShowsUnicode() const;
 
 private:
-    unsigned m_codePage = 0; // Windows: to be put back; 0: nothing to put back
-    DWORD m_mode = 0;        // Windows: the same
+    [[maybe_unused]] unsigned m_codePage = 0; // Windows: to be put back; 0: nothing to put back
+    [[maybe_unused]] DWORD m_mode = 0;        // Windows: the same
     bool m_allowsColour = false;
 };
 
