@@ -141,9 +141,12 @@ struct Candidate {
 
 // What can stand in one place.
 struct Row {
-    std::string key; // the verb, '|', and the number of the parameter, the option whose value it is, or "-" for options
-    std::string type;                  // "DIR" or "FILE" for what the shell knows itself
-    std::vector<Candidate> candidates; // of every other type
+    std::string at;    // the verb
+    std::string place; // the number of the parameter, the option whose value it is, or "-" for options
+    std::string type;  // "DIR" or "FILE" for what the shell knows itself
+    std::vector<Candidate> candidates = {}; // of every other type
+
+    std::string Key() const { return at + "|" + place; }
 };
 
 struct Table {
@@ -159,12 +162,12 @@ std::string LongestName(const CLI::Option& option)
     return option.get_lnames().empty() ? "-" + option.get_snames().front() : "--" + option.get_lnames().front();
 }
 
-Row RowOfValue(const std::string& key, const CLI::Option& option)
+Row RowOfValue(const std::string& at, const std::string& place, const CLI::Option& option)
 {
     // "TYPE", "TYPE:one|two" or "one|two".
     const std::string type = option.get_type_name();
     const std::string words = type.substr(type.rfind(':') + 1);
-    Row row{key, type.substr(0, type.find(':')), {}};
+    Row row{at, place, type.substr(0, type.find(':'))};
     if (words.find('|') != std::string::npos) {
         for (const std::string& word : CLI::detail::split(words, '|')) {
             row.candidates.push_back({word, ""});
@@ -176,27 +179,28 @@ Row RowOfValue(const std::string& key, const CLI::Option& option)
 // Adds what can follow these verbs.
 void AddRows(const CLI::App& app, const std::string& at, Table& table)
 {
-    Row options{at + "|-", "", {}};
+    const std::string before = at + " ";
+    Row options{at, "-", ""};
     int place = 0;
     for (const CLI::Option* const option : app.get_options()) {
         if (option->get_positional()) {
-            table.rows.push_back(RowOfValue(at + "|" + std::to_string(place++), *option));
+            table.rows.push_back(RowOfValue(at, std::to_string(place++), *option));
             continue;
         }
         const std::string name = LongestName(*option);
         options.candidates.push_back({name, FirstLine(option->get_description())});
         if (option->get_items_expected_max() > 0) {
-            table.valued.push_back(at + " " + name);
-            table.rows.push_back(RowOfValue(at + "|" + name, *option));
+            table.valued.push_back(before + name);
+            table.rows.push_back(RowOfValue(at, name, *option));
         }
     }
     table.rows.push_back(options);
 
-    Row verbs{at + "|0", "", {}};
+    Row verbs{at, "0", ""};
     for (const CLI::App* const verb : app.get_subcommands(std::function<bool(const CLI::App*)>())) {
         verbs.candidates.push_back({verb->get_name(), FirstLine(verb->get_description())});
-        table.verbs.push_back(at + " " + verb->get_name());
-        AddRows(*verb, (at.empty() ? "" : at + " ") + verb->get_name(), table);
+        table.verbs.push_back(before + verb->get_name());
+        AddRows(*verb, at.empty() ? verb->get_name() : before + verb->get_name(), table);
     }
     if (!verbs.candidates.empty()) {
         table.rows.push_back(verbs);
@@ -223,7 +227,7 @@ std::string PosixRow(const Row& row, const std::string& folders, const std::stri
     if (!row.candidates.empty()) {
         action = "candidates=(" + CLI::detail::join(row.candidates, write, " ") + ")";
     }
-    return action.empty() ? "" : "        " + PosixQuoted(row.key) + ") " + action + " ;;\n";
+    return action.empty() ? "" : "        " + PosixQuoted(row.Key()) + ") " + action + " ;;\n";
 }
 
 std::string BashRow(const Row& row)
@@ -257,20 +261,17 @@ std::string FishValue(const Row* value)
 
 std::string FishRow(const Row& row, const Table& table)
 {
-    const auto [at, place] = [&row] {
-        const std::size_t bar = row.key.find('|');
-        return std::pair(row.key.substr(0, bar), row.key.substr(bar + 1));
-    }();
-    const bool areOptions = place == "-";
-    if (!areOptions && place.starts_with("-")) {
+    const bool areOptions = row.place == "-";
+    if (!areOptions && row.place.starts_with("-")) {
         return ""; // a value, which its option's line names
     }
     std::string lines;
     for (const Candidate& candidate : row.candidates) {
-        const auto value = std::find_if(table.rows.begin(), table.rows.end(),
-                                        [&](const Row& other) { return other.key == at + "|" + candidate.word; });
+        const auto value = std::find_if(table.rows.begin(), table.rows.end(), [&](const Row& other) {
+            return other.at == row.at && other.place == candidate.word;
+        });
         lines +=
-            "complete -c @NAME@ -n " + FishQuoted("__@NAME@_at " + FishQuoted(areOptions ? at : row.key)) +
+            "complete -c @NAME@ -n " + FishQuoted("__@NAME@_at " + FishQuoted(areOptions ? row.at : row.Key())) +
             (areOptions ? " -l " + candidate.word.substr(2) + FishValue(value == table.rows.end() ? nullptr : &*value)
                         : " -a " + FishQuoted(candidate.word)) +
             (candidate.description.empty() ? "" : " -d " + FishQuoted(candidate.description)) + "\n";
@@ -286,7 +287,7 @@ std::string PowerShellRow(const Row& row)
                PowerShellQuoted(candidate.description.empty() ? candidate.word : candidate.description);
     };
     return row.candidates.empty() ? ""
-                                  : "        " + PowerShellQuoted(row.key) + " = [ordered]@{ " +
+                                  : "        " + PowerShellQuoted(row.Key()) + " = [ordered]@{ " +
                                         CLI::detail::join(row.candidates, entry, "; ") + " }\n";
 }
 
@@ -311,7 +312,7 @@ std::string CompletionScript(const CLI::App& program, const std::string& shell)
 {
     Table table;
     AddRows(program, "", table);
-    const std::string name = program.get_name();
+    const std::string& name = program.get_name();
     const auto fill = [&](const char* script, const Quote& quote, const std::string& separator,
                           const std::string& around, const std::string& rows) {
         const auto list = [&](const std::vector<std::string>& texts) {

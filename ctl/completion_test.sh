@@ -42,7 +42,7 @@ expect 'amporactl --v' --version
 expect 'amporactl show t' tokyo tohoku
 expect 'amporactl show ' tokyo tohoku chubu kansai kyushu
 expect 'amporactl show tokyo a' actual
-expect 'amporactl show --fo' --folder
+expect 'amporactl show --fol' --folder
 expect 'amporactl show --folder o' outer
 expect 'amporactl show --folder outer kan' kansai
 expect 'amporactl show tokyo --folder outer a' actual

@@ -103,7 +103,8 @@ std::string Examples(const CLI::App& verb, const std::string& usage)
 void AddVerbs(const CLI::App& program, const std::string& name, std::string& text)
 {
     for (const CLI::App* const verb : program.get_subcommands(std::function<bool(const CLI::App*)>())) {
-        const std::string whole = name + " " + verb->get_name();
+        std::string whole = name;
+        whole += " " + verb->get_name();
         if (!verb->get_subcommands(std::function<bool(const CLI::App*)>()).empty()) {
             AddVerbs(*verb, whole, text);
             continue;
@@ -112,8 +113,12 @@ void AddVerbs(const CLI::App& program, const std::string& name, std::string& tex
         const std::size_t end = std::min(description.find('\n'), description.size());
         description.insert(end, ".");
         const std::string usage = UsageOf(*verb, whole);
-        text += "### " + whole + "\n\n" + usage + "\n" + description + "\n" + OptionsTable(*verb) +
-                Examples(*verb, usage) + "\n";
+        text += "### ";
+        text += whole + "\n\n";
+        text += usage + "\n";
+        text += description + "\n";
+        text += OptionsTable(*verb);
+        text += Examples(*verb, usage) + "\n";
     }
 }
 
