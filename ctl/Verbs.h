@@ -6,7 +6,10 @@ namespace ctl {
 class CCommandLine;
 
 void AddCompletion(CCommandLine& program);
+void AddExit(CCommandLine& program);
+void AddRestart(CCommandLine& program);
 void AddShow(CCommandLine& program);
+void AddStart(CCommandLine& program);
 void AddStop(CCommandLine& program);
 void AddUpdate(CCommandLine& program);
 

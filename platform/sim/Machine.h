@@ -152,7 +152,7 @@ public:
     // What the entry of a process returned or EndProcess was given; empty while any of its threads runs.
     std::optional<int> ExitCodeOf(DWORD processId) const;
     // Puts a program where FindProgram finds it by this name; entry: what its processes run, in the session of the one
-    // that starts it.
+    // that starts it, null: there is no such program any more.
     void PutProgram(const CString& name, std::function<int()> entry);
 
     // Threads that have not ended, and ended ones that still take memory, which the next start of a thread takes back.

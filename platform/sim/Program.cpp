@@ -82,7 +82,11 @@ CString ProgramPath(const CString& name) { return CString(L"C:") + kPathSeparato
 
 void CMachine::PutProgram(const CString& name, std::function<int()> entry)
 {
-    m_state->programs[ProgramPath(name)] = std::move(entry);
+    if (entry) {
+        m_state->programs[ProgramPath(name)] = std::move(entry);
+    } else {
+        m_state->programs.erase(ProgramPath(name));
+    }
 }
 
 void MachineState::EndProcess(DWORD processId)
