@@ -1,7 +1,7 @@
 # The commands. Each installs what it needs first, and no more; scripts/ does the work.
 .DEFAULT_GOAL := programs
-.PHONY: help programs windows install package setup demo live demo-windows check test test-linux test-windows test-asan \
-        test-tsan simulate fleet fuzz bench coverage format tidy clean
+.PHONY: help programs windows install package msi setup demo live demo-windows check test test-linux test-windows test-asan \
+        test-tsan test-packages simulate fleet fuzz bench coverage format tidy clean
 
 programs: ## build the programs for this system and say where they lie; what "make" alone does
 	@scripts/setup.sh build
@@ -18,9 +18,18 @@ install: ## install the programs and what belongs to them below PREFIX (/usr/loc
 	@scripts/build.sh linux
 	@DESTDIR=$(abspath $(DESTDIR)) cmake --install build/linux --prefix $(PREFIX)
 
-package: ## build the Debian packages, in build/packages, and look at them with lintian
-	@scripts/setup.sh build manuals packages
+package: ## build the packages for Debian and Windows, in build/packages; lintian looks at the former
+	@scripts/setup.sh build manuals packages windows msi
 	@scripts/package.sh
+	@scripts/package-windows.sh
+
+msi: ## build the package for Windows alone, with the manifests of winget, in build/packages
+	@scripts/setup.sh windows manuals msi
+	@scripts/package-windows.sh
+
+test-packages: ## install, upgrade and remove the package for Windows, under wine
+	@scripts/setup.sh windows wine manuals msi
+	@scripts/test-msi.sh
 
 help: ## show this list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
@@ -45,7 +54,7 @@ check: ## layout, layers, repository rules, static analysis, and the checks of t
 	@scripts/test.sh checks
 
 test: ## build and run every test, for Linux and, under wine, for Windows
-	@scripts/setup.sh build windows wine tests bus browser
+	@scripts/setup.sh build windows wine tests bus browser msi
 	@scripts/test.sh linux windows
 
 test-linux: ## build and run the tests for Linux
@@ -53,7 +62,7 @@ test-linux: ## build and run the tests for Linux
 	@scripts/test.sh linux
 
 test-windows: ## build the tests for Windows and run them under wine
-	@scripts/setup.sh build windows wine tests bus
+	@scripts/setup.sh build windows wine tests bus msi
 	@scripts/test.sh windows
 
 test-asan: ## the Linux tests with address and undefined behaviour sanitizers
