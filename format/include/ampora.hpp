@@ -1,5 +1,5 @@
-// The data files of AmporaSrv for C++17 programs: ampora.h with objects that free themselves and exceptions. Header-only;
-// link it as ampora.h is linked. The contracts, of threads as well, are those of ampora.h.
+// The data files of AmporaSrv for C++17 programs: ampora.h with objects that free themselves and exceptions.
+// Header-only; link it as ampora.h is linked. The contracts, of threads as well, are those of ampora.h.
 #ifndef AMPORA_HPP
 #define AMPORA_HPP
 
@@ -76,8 +76,9 @@ inline std::vector<std::uint32_t> kinds()
 // As ampora_default_folder and ampora_path; throw error.
 inline std::string default_folder()
 {
-    return detail::text_of(
-        [](char* buffer, std::size_t size, std::size_t* needed) { return ampora_default_folder(buffer, size, needed); });
+    return detail::text_of([](char* buffer, std::size_t size, std::size_t* needed) {
+        return ampora_default_folder(buffer, size, needed);
+    });
 }
 inline std::string path(const std::string& folder, std::int32_t company, std::uint32_t kind)
 {
