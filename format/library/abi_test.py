@@ -2,7 +2,7 @@
 """Compares what programs built against the library rely on with ampora.symbols: abi_test.py LIBRARY OBJDUMP CC
 
 The library exports the listed functions and nothing else, the header declares and defines what is listed and nothing
-else, and the compiler gives the listed sizes, offsets and values.
+else, the compiler gives the listed sizes, offsets and values, and docs/library.md has the results with their numbers.
 """
 import os
 import re
@@ -12,6 +12,7 @@ import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 LIST = os.path.join(HERE, "ampora.symbols")
+DOCUMENT = os.path.join(HERE, "..", "..", "docs", "library.md")
 HEADERS = os.path.join(HERE, "..", "include")
 
 
@@ -63,6 +64,9 @@ def main(library, objdump, compiler):
     names = {" ".join(words if words[0] == "function" else words[:-1]) for words in entries}
     faults = differences(os.path.basename(library), exported(library, objdump), functions)
     faults += differences("ampora.h", declared(read(os.path.join(HEADERS, "ampora.h"))), names)
+    results = {" ".join(words[1:]) for words in entries if re.match(r"AMPORA_(OK|TIMED_OUT|ERROR_\w+)$", words[1])}
+    documented = {" ".join(row) for row in re.findall(r"^\| `(AMPORA_\w+)` \| (\d+) \|", read(DOCUMENT), re.MULTILINE)}
+    faults += differences("library.md", documented, results)
     with tempfile.NamedTemporaryFile("w", suffix=".c") as source:
         source.write(assertions(entries))
         source.flush()

@@ -2,8 +2,8 @@
 """Builds the samples against the installed library and runs them: installed_test.py BUILD CC CXX [TOOLCHAIN EMULATOR...]
 
 The library is installed into a scratch folder, which is then moved. The samples are built there by find_package and by
-pkg-config, and print the same, as does the one in Python, of files that are written here byte by byte. TOOLCHAIN,
-EMULATOR: for another system's programs, the CMake file of their compiler and the command that runs them.
+pkg-config, and print the same, as does the one in Python, of files that are written here byte by byte. So are the
+examples of docs/library.md. TOOLCHAIN, EMULATOR: for another system's programs, the CMake file of their compiler and the command that runs them.
 """
 import os
 import queue
@@ -13,9 +13,12 @@ import struct
 import subprocess
 import sys
 import tempfile
+import textwrap
 import threading
 
-SAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "samples")
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+SAMPLES = os.path.join(ROOT, "samples")
+SAMPLE_SOURCES = [os.path.join(SAMPLES, name) for name in ("newest.c", "newest.cpp")]
 JULY_2 = (2012, 7, 1, 2)
 
 
@@ -61,7 +64,7 @@ def build_with_cmake(prefix, scratch, compilers, toolchain):
             for name in ("newest_c", "newest_c_static", "newest_cpp", "newest_cpp_static", "watch_c")]
 
 
-def build_with_pkg_config(prefix, scratch, compilers, is_windows):
+def build_with_pkg_config(prefix, scratch, compilers, sources, is_windows):
     environment = dict(os.environ, PKG_CONFIG_LIBDIR=os.path.join(prefix, "lib", "pkgconfig"))
 
     def flags(*options):
@@ -69,16 +72,35 @@ def build_with_pkg_config(prefix, scratch, compilers, is_windows):
 
     shared = flags("--libs")
     static = [flag if flag != "-lampora" else "-l:libampora.a" for flag in flags("--static", "--libs")]
-    c, cxx = zip(compilers, ("newest.c", "newest.cpp"))
+    c, cxx = zip(compilers, sources)
     programs = []
     for name, (compiler, source), libraries in [
             ("shared", c, shared),
             ("static", c, [*static, "-static"] if is_windows else static),
             ("static", cxx, [*static, "-static"] if is_windows else static),
             *([] if is_windows else [("shared", cxx, shared)])]:  # needs the C++ library's DLL there
-        programs.append(os.path.join(scratch, name + source.replace(".", "_")))
-        run(compiler, *flags("--cflags"), "-o", programs[-1], os.path.join(SAMPLES, source), *libraries)
+        programs.append(os.path.join(scratch, f"{name}_{os.path.basename(source)}".replace(".", "_")))
+        run(compiler, *flags("--cflags"), "-o", programs[-1], source, *libraries)
     return programs
+
+
+def write_examples(scratch):
+    """The examples of the document, as sources by their suffix."""
+    with open(os.path.join(ROOT, "docs", "library.md"), encoding="utf-8") as document:
+        text = document.read()
+    sources = {}
+    for heading, suffix in (("C", "c"), ("C++", "cpp"), ("Python", "py")):
+        part = text.split(f"\n### {heading}\n")[1].split("\n#")[0]
+        sources[suffix] = os.path.join(scratch, f"example.{suffix}")
+        with open(sources[suffix], "w", encoding="utf-8") as source:
+            source.write(textwrap.dedent("\n".join(line for line in part.splitlines() if line[:4] in ("", "    "))))
+    return sources
+
+
+def expect_example_output(command, environment):
+    done = subprocess.run(command, capture_output=True, text=True, check=False, env=environment, timeout=60)
+    if done.stdout.split() != [str(2**63 + 1)] or done.returncode != 0:
+        sys.exit(f"{command} ended with {done.returncode} and printed:\n{done.stdout}{done.stderr}")
 
 
 def expect_output(command, environment):
@@ -118,7 +140,9 @@ def main(build, compilers, toolchain, emulator):
             with open(os.path.join(folder, name), "wb") as file:
                 file.write(content)
         *programs, watching = build_with_cmake(prefix, scratch, compilers, toolchain)
-        programs += build_with_pkg_config(prefix, scratch, compilers, bool(toolchain))
+        programs += build_with_pkg_config(prefix, scratch, compilers, SAMPLE_SOURCES, bool(toolchain))
+        examples = write_examples(scratch)
+        example_programs = build_with_pkg_config(prefix, scratch, compilers, (examples["c"], examples["cpp"]), bool(toolchain))
         environment = dict(os.environ, LD_LIBRARY_PATH=os.path.join(prefix, "lib"))
         for place in {os.path.dirname(program) for program in programs} if toolchain else ():
             os.symlink(os.path.join(prefix, "bin", "ampora.dll"), os.path.join(place, "ampora.dll"))
@@ -132,6 +156,9 @@ def main(build, compilers, toolchain, emulator):
             environment["AMPORA_COMMON_APPDATA"] = scratch
             for command in (sample, programs[0]):
                 expect_output([command], environment)
+            expect_example_output([sys.executable, examples["py"]], environment)
+            for program in example_programs:
+                expect_example_output([program], environment)
         print(f"{len(programs)} programs built against the installed library print what they should")
 
 
