@@ -6,14 +6,14 @@ namespace ctl {
 
 namespace {
 
+CString MinuteText(const SYSTEMTIME& time) { return platform::FormatText(L"%02d:%02d", time.wHour, time.wMinute); }
+
+} // namespace
+
 CString DayText(const SYSTEMTIME& time)
 {
     return platform::FormatText(L"%04d-%02d-%02d", time.wYear, time.wMonth, time.wDay);
 }
-
-CString MinuteText(const SYSTEMTIME& time) { return platform::FormatText(L"%02d:%02d", time.wHour, time.wMinute); }
-
-} // namespace
 
 bool IsUnknown(const SYSTEMTIME& time) { return time.wYear == 0; }
 

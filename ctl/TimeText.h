@@ -8,6 +8,9 @@ namespace ctl {
 // Whether it is the time that stands for one that could not be computed.
 bool IsUnknown(const SYSTEMTIME& time);
 
+// "2012-07-02"; of a time that is known.
+CString DayText(const SYSTEMTIME& time);
+
 // "2012-07-02 13:00" and "2012-07-02 13:00:05"; "unknown".
 CString TimeText(const SYSTEMTIME& time);
 CString SecondText(const SYSTEMTIME& time);

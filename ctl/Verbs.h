@@ -5,6 +5,7 @@ namespace ctl {
 
 class CCommandLine;
 
+void AddChart(CCommandLine& program);
 void AddCompletion(CCommandLine& program);
 void AddExit(CCommandLine& program);
 void AddRestart(CCommandLine& program);
