@@ -274,7 +274,7 @@ ProcessResult CWindowsRig::RunControl(const std::vector<std::string>& arguments)
 {
     const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Built("bin/amporactl.exe").string()};
     ProcessResult result = RunProcess(Joined(command, arguments), Variables(), kCommandLimit);
-    std::erase(result.out, '\r');
+    // Only of standard error: standard output leaves the program as it is.
     std::erase(result.err, '\r');
     return result;
 }
