@@ -15,7 +15,7 @@ windows: ## the same for Windows
 PREFIX ?= /usr/local
 install: ## install the programs and what belongs to them below PREFIX (/usr/local), in the tree DESTDIR (none)
 	@scripts/setup.sh build manuals
-	@scripts/build.sh linux
+	@scripts/build.sh linux programs library
 	@DESTDIR=$(abspath $(DESTDIR)) cmake --install build/linux --prefix $(PREFIX)
 
 package: ## build the packages for Debian and Windows, in build/packages; lintian looks at the former
@@ -27,8 +27,10 @@ msi: ## build the package for Windows alone, with the manifests of winget, in bu
 	@scripts/setup.sh windows manuals msi
 	@scripts/package-windows.sh
 
-test-packages: ## install, upgrade and remove the package for Windows, under wine
-	@scripts/setup.sh windows wine manuals msi
+test-packages: ## install, use, upgrade and remove the packages: in clean Debian systems (as root), under wine
+	@scripts/setup.sh build manuals packages package-tests windows wine msi
+	@scripts/package.sh
+	@scripts/test-packages.sh
 	@scripts/test-msi.sh
 
 help: ## show this list

@@ -48,7 +48,7 @@ check_files() {
 check_service_managers() {
   # The user manager has to exist for this; an empty folder of its own will do.
   mkdir -m 700 "$scratch/manager"
-  XDG_RUNTIME_DIR=$scratch/manager check_unit "$prefix/lib/systemd/user/amporasrv.service" "$prefix/bin/amporasrv" 44 --user
+  XDG_RUNTIME_DIR=$scratch/manager check_unit "$prefix/lib/systemd/user/amporasrv.service" "$prefix/bin/amporasrv" 21 --user
   # 1.3 of 10: what remains is that it uses the network.
   local server=$prefix/lib/systemd/system/ampora-reportd.service command
   check_unit "$server" "$prefix/bin/ampora-reportd" 13
