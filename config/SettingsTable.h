@@ -54,12 +54,12 @@ inline constexpr Setting kIntervalMin{.name = L"IntervalMin",
                                       .minimum = -1440,
                                       .maximum = 1440,
                                       .defaultNumber = -15,
-                                      .meaning = L"minutes that are added to Interval at random, from"};
+                                      .meaning = L"least number of minutes added to Interval at random"};
 inline constexpr Setting kIntervalMax{.name = L"IntervalMax",
                                       .minimum = -1440,
                                       .maximum = 1440,
                                       .defaultNumber = 15,
-                                      .meaning = L"minutes that are added to Interval at random, to"};
+                                      .meaning = L"greatest number of minutes added to Interval at random"};
 inline constexpr Setting kFixedClock{.name = L"FixedClock",
                                      .maximum = 23,
                                      .defaultNumber = 9,
@@ -67,12 +67,12 @@ inline constexpr Setting kFixedClock{.name = L"FixedClock",
 inline constexpr Setting kFixedClockMin{.name = L"FixedClockMin",
                                         .minimum = -1440,
                                         .maximum = 1440,
-                                        .meaning = L"minutes that are added to FixedClock at random, from"};
+                                        .meaning = L"least number of minutes added to FixedClock at random"};
 inline constexpr Setting kFixedClockMax{.name = L"FixedClockMax",
                                         .minimum = -1440,
                                         .maximum = 1440,
                                         .defaultNumber = 30,
-                                        .meaning = L"minutes that are added to FixedClock at random, to"};
+                                        .meaning = L"greatest number of minutes added to FixedClock at random"};
 
 // Of a company's key. The default of SupportDataType is the company's own (defaultMask in format/Catalogue.h); here
 // stands what most have.

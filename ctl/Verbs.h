@@ -7,6 +7,7 @@ class CCommandLine;
 
 void AddChart(CCommandLine& program);
 void AddCompletion(CCommandLine& program);
+void AddConfig(CCommandLine& program);
 void AddExit(CCommandLine& program);
 void AddRestart(CCommandLine& program);
 void AddShow(CCommandLine& program);

@@ -20,6 +20,10 @@ BOOL StoreSettingsValue(Hive hive, const CString& keyPath, const wchar_t* valueN
 // Removes one value; its key stays. As above; error 2 when there is no such value.
 BOOL RemoveSettingsValue(Hive hive, const CString& keyPath, const wchar_t* valueName);
 
+// A value of type REG_DWORD, and one of REG_SZ with its terminating zero. Any thread.
+SettingsValue SettingOfNumber(DWORD number);
+SettingsValue SettingOfText(const CString& text);
+
 // Where a key of a hive is stored, for people: the registry key with its root, or the file's path. Empty when the
 // environment names no folder for it. Any thread.
 CString SettingsPlace(Hive hive, const CString& keyPath);

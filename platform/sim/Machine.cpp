@@ -2,6 +2,7 @@
 
 #include "platform/LastError.h"
 #include "platform/LetterCase.h"
+#include "platform/SettingsWriter.h"
 #include "platform/sim/MachineState.h"
 
 #include <algorithm>
@@ -142,22 +143,13 @@ void CMachine::PutSetting(Hive hive, const CString& keyPath, const CString& valu
 
 void CMachine::PutDword(Hive hive, const CString& keyPath, const CString& valueName, DWORD value, unsigned session)
 {
-    SettingsValue setting{REG_DWORD, {}};
-    for (int shift = 0; shift < 32; shift += 8) {
-        setting.data.push_back(static_cast<BYTE>(value >> shift));
-    }
-    PutSetting(hive, keyPath, valueName, setting, session);
+    PutSetting(hive, keyPath, valueName, SettingOfNumber(value), session);
 }
 
 void CMachine::PutText(Hive hive, const CString& keyPath, const CString& valueName, const CString& text,
                        unsigned session)
 {
-    SettingsValue setting{REG_SZ, {}};
-    for (const wchar_t character : text + L'\0') {
-        setting.data.push_back(static_cast<BYTE>(character));
-        setting.data.push_back(static_cast<BYTE>(character >> 8));
-    }
-    PutSetting(hive, keyPath, valueName, setting, session);
+    PutSetting(hive, keyPath, valueName, SettingOfText(text), session);
 }
 
 void CMachine::RemoveSetting(Hive hive, const CString& keyPath, const CString& valueName, unsigned session)
