@@ -69,6 +69,7 @@ TEST(LibraryLoad, NeverGivesATornFileBesideAWriter)
 
     std::array<Tally, kReaders> tallies;
     std::vector<std::thread> readers;
+    readers.reserve(kReaders);
     const auto begin = std::chrono::steady_clock::now();
     for (Tally& tally : tallies) {
         readers.emplace_back(ReadRepeatedly, folder, reads / kReaders, &tally);
