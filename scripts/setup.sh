@@ -15,6 +15,7 @@ declare -A groups=(
            man-db mandoc nginx openssl python3 python3-jsonschema systemd zsh'
   [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
   [browser]='chromium chromium-driver fonts-dejavu-core fonts-ipafont-gothic' # to look at the report server's pages
+  [pictures]='python3-rich'                     # to draw a terminal for the documents
   [format]='clang-format git'
   [checks]='clang-format clang-tidy git python3'
   [fuzz]='clang libclang-rt-14-dev'
