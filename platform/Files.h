@@ -27,6 +27,10 @@ BOOL GetCommonAppDataFolder(CString* folder);
 // Whether anything, of whatever kind, has this path.
 BOOL PathExists(const CString& path);
 
+// When the content of a file was last written, in UTC. Opens nothing, so no writer is kept out. FALSE, with the last
+// error set, on failure: 2 or 3 when there is none. lastWrite: must not be null.
+BOOL QueryLastWrite(const CString& path, FILETIME* lastWrite);
+
 // Creates a folder, one level only. security: its rights; must not be null. FALSE, last error set, on failure.
 BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security);
 

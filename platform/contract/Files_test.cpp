@@ -71,6 +71,25 @@ TEST_F(FilesContract, APathExistsForFilesAndFolders)
     EXPECT_TRUE(PathExists(In(L"folder")));
 }
 
+TEST_F(FilesContract, LastWriteIsKnownWithoutOpeningTheFile)
+{
+    FILETIME first = {};
+    EXPECT_TRUE(FailsWith(ERROR_FILE_NOT_FOUND, [&] { return QueryLastWrite(m_path, &first); }));
+    EXPECT_TRUE(FailsWith(ERROR_PATH_NOT_FOUND,
+                          [&] { return QueryLastWrite(In(L"none") + kPathSeparator + L"file", &first); }));
+    Write(m_path, "x");
+    EXPECT_TRUE(QueryLastWrite(m_path, &first));
+    FILETIME again = {};
+    LetPass(50);
+    EXPECT_TRUE(QueryLastWrite(m_path, &again));
+    EXPECT_EQ(CountOf(again), CountOf(first));
+    const OutputFilePtr file = Open(m_path);
+    EXPECT_TRUE(QueryLastWrite(m_path, &again)) << "while a writer has it";
+    WriteFileBytes(file, "y", 1);
+    EXPECT_TRUE(QueryLastWrite(m_path, &again));
+    EXPECT_GT(CountOf(again), CountOf(first));
+}
+
 TEST_F(FilesContract, MakeFolderMakesOneLevel)
 {
     EXPECT_TRUE(FailsWith(ERROR_PATH_NOT_FOUND,

@@ -1,5 +1,6 @@
 #include "platform/Files.h"
 
+#include "platform/Clock.h"
 #include "platform/LastError.h"
 #include "platform/linux/Environment.h"
 #include "platform/linux/ErrorCode.h"
@@ -7,6 +8,7 @@
 #include "platform/linux/NativePath.h"
 #include "platform/linux/SecurityDescriptor.h"
 #include "platform/linux/WriteSignals.h"
+#include "platform/portable/FileTime.h"
 #include "platform/Text.h"
 
 #include <cerrno>
@@ -99,6 +101,19 @@ BOOL PathExists(const CString& path)
 {
     struct stat status = {};
     return ::lstat(NativePath(path).c_str(), &status) == 0;
+}
+
+BOOL QueryLastWrite(const CString& path, FILETIME* lastWrite)
+{
+    struct stat status = {};
+    if (::lstat(NativePath(path).c_str(), &status) != 0) {
+        const bool isFolderMissing = errno == ENOENT && !PathExists(linux::FolderOf(path));
+        SetLastErrorCode(isFolderMissing ? ERROR_PATH_NOT_FOUND : linux::ErrorCodeOf(errno));
+        return FALSE;
+    }
+    *lastWrite = FileTimeOf(static_cast<std::uint64_t>(
+        portable::kUnixEpochCount + status.st_mtim.tv_sec * portable::kUnitsPerSecond + status.st_mtim.tv_nsec / 100));
+    return TRUE;
 }
 
 BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)

@@ -1,5 +1,6 @@
 #include "platform/Files.h"
 
+#include "platform/Clock.h"
 #include "platform/LastError.h"
 #include "platform/sim/MachineState.h"
 #include "platform/sim/SecurityDescriptor.h"
@@ -25,7 +26,8 @@ std::shared_ptr<DiskEntry> EntryAt(const CString& path)
 
 std::shared_ptr<DiskEntry> AddEntry(const CString& path, sim::SimFile file)
 {
-    return sim::Machine().disk[path] = std::make_shared<DiskEntry>(DiskEntry{std::move(file), false});
+    return sim::Machine().disk[path] =
+               std::make_shared<DiskEntry>(DiskEntry{std::move(file), false, sim::Machine().UtcNow()});
 }
 
 // Why a file cannot be opened for writing; ERROR_SUCCESS when it can. entry: null for a new file.
@@ -67,7 +69,12 @@ public:
     COutputFile(const COutputFile&) = delete;
     COutputFile& operator=(const COutputFile&) = delete;
 
-    sim::SimFile& File() const { return m_entry->file; }
+    // To be changed.
+    sim::SimFile& File() const
+    {
+        m_entry->lastWrite = sim::Machine().UtcNow();
+        return m_entry->file;
+    }
 
 private:
     CString m_path;
@@ -88,6 +95,18 @@ BOOL GetCommonAppDataFolder(CString* folder)
 }
 
 BOOL PathExists(const CString& path) { return EntryAt(path) != nullptr; }
+
+BOOL QueryLastWrite(const CString& path, FILETIME* lastWrite)
+{
+    const std::shared_ptr<DiskEntry> entry = EntryAt(path);
+    if (entry == nullptr) {
+        const bool folderExists = sim::Machine().FolderExists(sim::MachineState::FolderOf(path));
+        SetLastErrorCode(folderExists ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
+        return FALSE;
+    }
+    *lastWrite = FileTimeOf(static_cast<std::uint64_t>(entry->lastWrite));
+    return TRUE;
+}
 
 BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
 {
@@ -123,6 +142,7 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
     }
     entry->file.bytes.clear();
     entry->file.writes.clear();
+    entry->lastWrite = sim::Machine().UtcNow();
     return std::make_shared<COutputFile>(path, std::move(entry));
 }
 

@@ -20,6 +20,7 @@ namespace platform::sim {
 struct DiskEntry {
     SimFile file;
     bool isOpen = false;
+    std::int64_t lastWrite = 0; // UTC, on the FILETIME scale
 };
 
 // What a watch of a folder has to know.

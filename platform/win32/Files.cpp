@@ -34,6 +34,16 @@ BOOL GetCommonAppDataFolder(CString* folder)
 
 BOOL PathExists(const CString& path) { return ::GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
+BOOL QueryLastWrite(const CString& path, FILETIME* lastWrite)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data = {};
+    if (!::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) {
+        return FALSE;
+    }
+    *lastWrite = data.ftLastWriteTime;
+    return TRUE;
+}
+
 BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
 {
     SECURITY_ATTRIBUTES attributes = win32::AttributesOf(security);
