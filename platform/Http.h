@@ -36,6 +36,12 @@ public:
 // On Linux: kConnectionLan when an interface other than loopback has a carrier and an address that is not link-local.
 BOOL QueryConnectedState(DWORD* flags);
 
+// Last errors of SendHttpRequest. Source: Windows SDK, wininet.h.
+inline constexpr DWORD kHttpTimedOut = 12002;
+inline constexpr DWORD kHttpNameNotResolved = 12007;
+inline constexpr DWORD kHttpCannotConnect = 12029;
+inline constexpr DWORD kHttpConnectionAborted = 12030;
+
 class CHttpSession;
 class CHttpConnection;
 class CHttpRequest;
@@ -46,6 +52,10 @@ using HttpRequestPtr = std::shared_ptr<CHttpRequest>;
 // Opens a session with the system's proxy settings. agent: sent as User-Agent; context: handed to the system only.
 // Null on failure. The session ends with CloseHttpSession or its last reference.
 HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD context);
+
+// Shortens the limits of the session's requests that are opened from now on: timeoutMs, at least 1, to connect and
+// without a byte. For a look whether a server answers. On Windows looking up its name is not limited.
+void LimitHttpWaits(const HttpSessionPtr& session, DWORD timeoutMs);
 
 // Closes the session and its kept connections; nothing opened from it may be used afterwards. Null: does nothing.
 void CloseHttpSession(const HttpSessionPtr& session);
@@ -59,7 +69,8 @@ HttpConnectionPtr OpenHttpConnection(const HttpSessionPtr& session, const CStrin
 HttpRequestPtr OpenHttpRequest(const HttpConnectionPtr& connection, const CString& object, DWORD context);
 
 // Sends the request, follows redirects and receives the answer's header. FALSE when there is none: refused, timed out,
-// closed, not HTTP, redirected too often. May throw CInternetException.
+// closed, not HTTP, redirected too often; the last error is one of those above or another one. May throw
+// CInternetException.
 BOOL SendHttpRequest(const HttpRequestPtr& request);
 
 // The answer's status code, after a successful send. FALSE on failure; may throw CInternetException.

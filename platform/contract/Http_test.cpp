@@ -301,9 +301,21 @@ TEST_F(Http, RefusedConnectionIsNoAnswer)
 {
     m_place = RefusingPlace();
     const platform::HttpRequestPtr request = Open();
-    EXPECT_FALSE(SendHttpRequest(request));
+    EXPECT_TRUE(FailsWith(platform::kHttpCannotConnect, [&] { return SendHttpRequest(request); }));
     DWORD status = 0;
     EXPECT_FALSE(QueryHttpStatusCode(request, &status));
+}
+
+TEST_F(Http, ShortenedLimitEndsARequestThatStalls)
+{
+    Serve({.body = "0123456789", .fault = HttpFault::kStalled});
+    platform::LimitHttpWaits(m_session, 200);
+    const std::int64_t start = ClockMs();
+    EXPECT_FALSE(SendHttpRequest(OpenAt(m_session, m_place, L"/")));
+    const DWORD error = platform::GetLastErrorCode();
+    EXPECT_TRUE(error == platform::kHttpTimedOut || (IsWineInternet() && error == platform::kHttpConnectionAborted))
+        << error;
+    EXPECT_LT(ClockMs() - start, kLongMs / 2);
 }
 
 TEST_F(Http, ConnectionClosedEarlyIsNoAnswer)

@@ -1,6 +1,8 @@
 // HTTP on libcurl: a session is a multi handle, whose pool keeps the connections; a request is an easy handle, driven
 // only while somebody waits for it.
 #include "platform/Http.h"
+
+#include "platform/LastError.h"
 #include "platform/LetterCase.h"
 #include "platform/Text.h"
 
@@ -25,7 +27,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr long kConnectLimitMs = 60'000;
+constexpr milliseconds kConnectLimit{60'000};
 constexpr milliseconds kSilenceLimit{30'000};
 constexpr milliseconds kRequestLimit{kMaxHttpRequestMs};
 constexpr int kMaxRedirects = 10;
@@ -98,6 +100,8 @@ class CHttpSession {
 public:
     MultiPtr multi; // null: closed
     std::string agent;
+    milliseconds connectLimit = kConnectLimit;
+    milliseconds silenceLimit = kSilenceLimit;
     std::vector<CHttpRequest*> driven = {}; // requests whose handles are in the multi handle
 };
 
@@ -120,6 +124,8 @@ public:
     bool Send();
     // Of the last answer; 0 when there is none.
     DWORD Status() const { return m_status; }
+    // Why there is none.
+    CURLcode Result() const { return m_result; }
     // Moves up to size received bytes; see ReadHttpBody.
     std::size_t Read(char* buffer, std::size_t size);
 
@@ -172,6 +178,7 @@ CHttpRequest::~CHttpRequest()
 bool CHttpRequest::Prepare()
 {
     CURL* easy = m_easy.get();
+    const CHttpSession& session = *m_connection->session;
     const bool isSet[] = {
         curl_easy_setopt(easy, CURLOPT_PRIVATE, this) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L) == CURLE_OK,
@@ -180,8 +187,8 @@ bool CHttpRequest::Prepare()
         curl_easy_setopt(easy, CURLOPT_HTTP09_ALLOWED, 0L) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L) == CURLE_OK,
-        curl_easy_setopt(easy, CURLOPT_USERAGENT, m_connection->session->agent.c_str()) == CURLE_OK,
-        curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, kConnectLimitMs) == CURLE_OK,
+        curl_easy_setopt(easy, CURLOPT_USERAGENT, session.agent.c_str()) == CURLE_OK,
+        curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(session.connectLimit.count())) == CURLE_OK,
         // Only the debug callback sees all bytes of an answer, chunk headers included.
         curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L) == CURLE_OK,
         curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, OnReceived) == CURLE_OK,
@@ -369,7 +376,8 @@ void CHttpRequest::DriveUntil(Clock::time_point limit)
     }
     const Clock::time_point now = Clock::now();
     // While connecting, the library has its own limit.
-    const Clock::time_point end = std::min(m_end, m_isAnswerDue ? m_silentSince + kSilenceLimit : m_end);
+    const Clock::time_point end =
+        std::min(m_end, m_isAnswerDue ? m_silentSince + m_connection->session->silenceLimit : m_end);
     if (now >= end || m_framedBytes > kMaxFramedBytes) {
         Finish(now >= end ? CURLE_OPERATION_TIMEDOUT : CURLE_FILESIZE_EXCEEDED);
         return;
@@ -471,6 +479,25 @@ BOOL QueryConnectedState(DWORD* flags)
     return isUp ? TRUE : FALSE;
 }
 
+namespace {
+
+// The Windows number of a failure before the end of the header.
+DWORD ErrorCodeOf(CURLcode result)
+{
+    switch (result) {
+    case CURLE_OPERATION_TIMEDOUT:
+        return kHttpTimedOut;
+    case CURLE_COULDNT_RESOLVE_HOST:
+        return kHttpNameNotResolved;
+    case CURLE_COULDNT_CONNECT:
+        return kHttpCannotConnect;
+    default:
+        return kHttpConnectionAborted;
+    }
+}
+
+} // namespace
+
 HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD /*context*/)
 {
     // Once for the process, without what only encrypted connections need.
@@ -483,6 +510,12 @@ HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD /*context*/)
     session->multi = std::move(multi);
     session->agent = EncodeUtf8(agent);
     return session;
+}
+
+void LimitHttpWaits(const HttpSessionPtr& session, DWORD timeoutMs)
+{
+    session->connectLimit = milliseconds(timeoutMs);
+    session->silenceLimit = milliseconds(timeoutMs);
 }
 
 void CloseHttpSession(const HttpSessionPtr& session)
@@ -515,7 +548,14 @@ HttpRequestPtr OpenHttpRequest(const HttpConnectionPtr& connection, const CStrin
     return request->Prepare() ? request : nullptr;
 }
 
-BOOL SendHttpRequest(const HttpRequestPtr& request) { return request->Send() ? TRUE : FALSE; }
+BOOL SendHttpRequest(const HttpRequestPtr& request)
+{
+    if (request->Send()) {
+        return TRUE;
+    }
+    SetLastErrorCode(ErrorCodeOf(request->Result()));
+    return FALSE;
+}
 
 BOOL QueryHttpStatusCode(const HttpRequestPtr& request, DWORD* status)
 {

@@ -17,9 +17,6 @@ using testing_support::HttpFault;
 namespace {
 
 // Source: Windows SDK, wininet.h.
-constexpr DWORD kErrorTimeout = 12002;
-constexpr DWORD kErrorCannotConnect = 12029;
-constexpr DWORD kErrorConnectionAborted = 12030;
 constexpr DWORD kErrorConnectionReset = 12031;
 constexpr DWORD kErrorInvalidServerResponse = 12152;
 constexpr DWORD kErrorRedirectFailed = 12156;
@@ -34,6 +31,7 @@ class CHttpSession {
 public:
     std::string agent = {};
     bool isOpen = true;
+    DWORD silenceLimitMs = kSilenceLimitMs;
     std::map<std::string, unsigned> keptConnections = {}; // by server and port
 };
 
@@ -103,7 +101,8 @@ bool PassTime(const CHttpRequest& request, DWORD timeMs)
 {
     const sim::MachineState& machine = sim::Machine();
     const std::int64_t arrival = machine.DeadlineAfter(timeMs);
-    const std::int64_t limit = std::min(machine.DeadlineAfter(kSilenceLimitMs), request.end);
+    const std::int64_t limit =
+        std::min(machine.DeadlineAfter(request.connection->session->silenceLimitMs), request.end);
     const std::int64_t end = std::min(arrival, limit);
     if (end > machine.scheduler.Now()) {
         sim::Machine().scheduler.Wait([] { return std::string("an HTTP answer"); }, end);
@@ -116,13 +115,13 @@ DWORD HeaderError(HttpFault fault)
 {
     switch (fault) {
     case HttpFault::kRefused:
-        return kErrorCannotConnect;
+        return kHttpCannotConnect;
     case HttpFault::kClosedEarly:
-        return kErrorConnectionAborted;
+        return kHttpConnectionAborted;
     case HttpFault::kGarbage:
         return kErrorInvalidServerResponse;
     case HttpFault::kStalled:
-        return kErrorTimeout;
+        return kHttpTimedOut;
     default:
         return ERROR_SUCCESS;
     }
@@ -132,9 +131,9 @@ DWORD BodyError(HttpFault fault)
 {
     switch (fault) {
     case HttpFault::kStalledBody:
-        return kErrorTimeout;
+        return kHttpTimedOut;
     case HttpFault::kShortBody:
-        return kErrorConnectionAborted;
+        return kHttpConnectionAborted;
     case HttpFault::kReset:
         return kErrorConnectionReset;
     default:
@@ -170,8 +169,8 @@ DWORD Exchange(CHttpRequest& request, const Destination& destination)
         machine.httpExchanges.push_back(exchange);
     }
     DWORD error = HeaderError(answer.fault);
-    if (!PassTime(request, error == kErrorTimeout ? INFINITE : answer.latencyMs)) {
-        error = kErrorTimeout;
+    if (!PassTime(request, error == kHttpTimedOut ? INFINITE : answer.latencyMs)) {
+        error = kHttpTimedOut;
     }
     if (error != ERROR_SUCCESS) {
         session.keptConnections.erase(destination.host);
@@ -224,6 +223,8 @@ HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD /*context*/)
     session->agent = EncodeUtf8(agent);
     return session;
 }
+
+void LimitHttpWaits(const HttpSessionPtr& session, DWORD timeoutMs) { session->silenceLimitMs = timeoutMs; }
 
 void CloseHttpSession(const HttpSessionPtr& session)
 {
@@ -303,8 +304,8 @@ std::size_t ReadHttpBody(const HttpRequestPtr& request, void* buffer, std::size_
     const std::size_t left = ArrivingBodySize(answer) - request->bodyRead;
     const std::size_t read = std::min({size, left, answer.dripMs == 0 ? left : 1});
     DWORD error = read == 0 ? BodyError(answer.fault) : ERROR_SUCCESS;
-    if (!PassTime(*request, error == kErrorTimeout ? INFINITE : answer.dripMs)) {
-        error = kErrorTimeout;
+    if (!PassTime(*request, error == kHttpTimedOut ? INFINITE : answer.dripMs)) {
+        error = kHttpTimedOut;
     }
     if (error != ERROR_SUCCESS) {
         request->connection->session->keptConnections.erase(request->answeredBy);

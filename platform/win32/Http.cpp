@@ -32,6 +32,12 @@ bool ReadStatus(HINTERNET request, DWORD* status)
            *status != 0;
 }
 
+// An option that the system does not take leaves its own limit in force.
+void SetLimit(HINTERNET handle, DWORD option, DWORD value)
+{
+    ::InternetSetOptionW(handle, option, &value, sizeof(value));
+}
+
 bool HasHeader(HINTERNET request, DWORD header)
 {
     DWORD size = 0;
@@ -61,6 +67,7 @@ class CHttpSession {
 public:
     CInternetHandle handle;
     DWORD context;
+    DWORD waitLimitMs = 0; // 0: the system's own limits
 };
 
 class CHttpConnection {
@@ -89,6 +96,13 @@ HttpSessionPtr OpenHttpSession(const wchar_t* agent, DWORD context)
     return handle ? std::make_shared<CHttpSession>(CHttpSession{std::move(handle), context}) : nullptr;
 }
 
+void LimitHttpWaits(const HttpSessionPtr& session, DWORD timeoutMs)
+{
+    SetLimit(session->handle.Get(), INTERNET_OPTION_CONNECT_TIMEOUT, timeoutMs);
+    SetLimit(session->handle.Get(), INTERNET_OPTION_CONNECT_RETRIES, 1);
+    session->waitLimitMs = timeoutMs;
+}
+
 void CloseHttpSession(const HttpSessionPtr& session)
 {
     if (session != nullptr) {
@@ -107,6 +121,10 @@ HttpRequestPtr OpenHttpRequest(const HttpConnectionPtr& connection, const CStrin
 {
     CInternetHandle handle(::HttpOpenRequestW(connection->handle.Get(), L"GET", object.empty() ? L"/" : object.c_str(),
                                               L"HTTP/1.1", nullptr, nullptr, kRequestFlags, context));
+    if (const DWORD limitMs = connection->session->waitLimitMs; handle && limitMs != 0) {
+        SetLimit(handle.Get(), INTERNET_OPTION_SEND_TIMEOUT, limitMs);
+        SetLimit(handle.Get(), INTERNET_OPTION_RECEIVE_TIMEOUT, limitMs);
+    }
     return handle ? std::make_shared<CHttpRequest>(CHttpRequest{connection, std::move(handle)}) : nullptr;
 }
 
