@@ -33,6 +33,21 @@ class CFormatter : public CLI::Formatter {
     }
 };
 
+// Text with line feeds in place of blanks, so that lines fit a usual terminal.
+std::string Folded(std::string text)
+{
+    constexpr std::size_t kColumns = 79;
+    for (std::size_t start = 0; text.size() - start > kColumns;) {
+        const std::size_t blank = text.rfind(' ', start + kColumns);
+        if (blank == std::string::npos || blank <= start) {
+            break; // a word that is longer stays as it is, with what follows
+        }
+        text[blank] = '\n';
+        start = blank + 1;
+    }
+    return text;
+}
+
 // The verb that was given, or the program when there is none.
 const CLI::App& Given(const CLI::App& program)
 {
@@ -100,7 +115,7 @@ CCommandLine::CCommandLine() : m_program("Shows and controls AmporaSrv and the d
 CLI::App& CCommandLine::AddVerb(const std::string& name, const std::string& summary, const std::string& details,
                                 const std::string& example, Action action)
 {
-    CLI::App& verb = *m_program.add_subcommand(name, summary + (details.empty() ? "" : "\n\n" + details));
+    CLI::App& verb = *m_program.add_subcommand(name, summary + (details.empty() ? "" : "\n\n" + Folded(details)));
     std::string footer = "Example:";
     for (std::string::size_type start = 0; start <= example.size();) {
         const auto end = std::min(example.find('\n', start), example.size());

@@ -1,4 +1,7 @@
+#include "ctl/CommandLine.h"
 #include "testing/ControlTest.h"
+
+#include <functional>
 
 namespace {
 
@@ -25,6 +28,16 @@ TEST_F(CommandLine, HelpOfTheProgramLeavesDetailsToTheVerbs)
     EXPECT_THAT(m_out, AllOf(HasSubstr("  completion "), testing::Not(HasSubstr(details))));
     EXPECT_EQ(Run({L"completion", L"--help"}), 0);
     EXPECT_THAT(m_out, HasSubstr(details));
+}
+
+TEST_F(CommandLine, DetailsOfAVerbFitATerminal)
+{
+    for (const CLI::App* const verb :
+         ctl::CCommandLine().Model().get_subcommands(std::function<bool(const CLI::App*)>())) {
+        for (const std::string& line : CLI::detail::split(verb->get_description(), '\n')) {
+            EXPECT_LE(line.size(), 79U) << verb->get_name() << ": " << line;
+        }
+    }
 }
 
 TEST_F(CommandLine, HelpOfAVerbHasAnExample)

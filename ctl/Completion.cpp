@@ -14,7 +14,7 @@ void AddCompletion(CCommandLine& program)
                                      "Linux bring it for bash, zsh and fish.",
                                      "completion bash >~/.local/share/bash-completion/completions/amporactl\n"
                                      "completion fish >~/.config/fish/completions/amporactl.fish\n"
-                                     "completion powershell >>$PROFILE",
+                                     "completion powershell | Out-String | Invoke-Expression",
                                      [shell, &program](const Console& console) {
                                          console.out << CompletionScript(program.Model(), *shell);
                                          return kExitSuccess;
