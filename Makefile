@@ -1,7 +1,7 @@
 # The commands. Each installs what it needs first, and no more; scripts/ does the work.
 .DEFAULT_GOAL := programs
-.PHONY: help programs windows install package msi setup demo live demo-windows check test test-linux test-windows test-asan \
-        test-tsan test-packages simulate fleet fuzz bench coverage format tidy clean
+.PHONY: help programs windows install package msi bundle-windows setup demo live demo-windows check test test-linux \
+        test-windows test-asan test-tsan test-packages simulate fleet fuzz bench coverage format tidy clean
 
 programs: ## build the programs for this system and say where they lie; what "make" alone does
 	@scripts/setup.sh build
@@ -27,11 +27,17 @@ msi: ## build the package for Windows alone, with the manifests of winget, in bu
 	@scripts/setup.sh windows manuals msi
 	@scripts/package-windows.sh
 
+bundle-windows: ## build the archive with which a person tries everything on a real Windows, in build/packages
+	@scripts/setup.sh build windows tests manuals msi
+	@scripts/bundle-windows.sh
+
 test-packages: ## install, use, upgrade and remove the packages: in clean Debian systems (as root), under wine
-	@scripts/setup.sh build manuals packages package-tests windows wine msi
+	@scripts/setup.sh build manuals packages package-tests windows wine tests msi
 	@scripts/package.sh
 	@scripts/test-packages.sh
 	@scripts/test-msi.sh
+	@scripts/build.sh --tests windows all
+	@packaging/windows/bundle_test.sh build/windows run
 
 help: ## show this list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16
