@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
-"""Compares what programs built against the library rely on with ampora.symbols: abi_test.py LIBRARY OBJDUMP CC
+"""Compares what programs built against the library rely on with ampora.symbols:
+abi_test.py LIBRARY STATIC_LIBRARY NM OBJDUMP CC
 
-The library exports the listed functions and nothing else, the header declares and defines what is listed and nothing
-else, the compiler gives the listed sizes, offsets and values, and docs/library.md has the results with their numbers.
+The library exports the listed functions and nothing else; the static one on Linux has no other names that could meet a
+program's; the header declares and defines what is listed and nothing else; the compiler gives the listed sizes, offsets
+and values; and docs/library.md has the results with their numbers.
 """
 import os
 import re
@@ -35,6 +37,12 @@ def exported(library, objdump):
             for section, version, name in symbols if section not in ("*UND*", "*ABS*")}
 
 
+def global_names(static_library, nm):
+    """Without those that every program may have, too: what is of the C++ library, or weak."""
+    return {name for kind, name in re.findall(r"^\w+ ([A-Z]) (\S+)$", output(nm, "-g", "--defined-only", static_library),
+                                              re.MULTILINE) if kind not in "VW"}
+
+
 def declared(header):
     """The header's own entries of the list, without numbers."""
     code = re.sub(r"/\*.*?\*/", "", header, flags=re.DOTALL).split("#ifdef __cplusplus\n}")[0]
@@ -58,11 +66,13 @@ def differences(what, found, wanted):
         f"{what}: {name} is listed, but not there" for name in sorted(wanted - found)]
 
 
-def main(library, objdump, compiler):
+def main(library, static_library, nm, objdump, compiler):
     entries = [line.split() for line in read(LIST).splitlines() if line and not line.startswith("#")]
     functions = {words[1] for words in entries if words[0] == "function"}
     names = {" ".join(words if words[0] == "function" else words[:-1]) for words in entries}
     faults = differences(os.path.basename(library), exported(library, objdump), functions)
+    if not library.endswith(".dll"):
+        faults += differences(os.path.basename(static_library), global_names(static_library, nm), functions)
     faults += differences("ampora.h", declared(read(os.path.join(HEADERS, "ampora.h"))), names)
     results = {" ".join(words[1:]) for words in entries if re.match(r"AMPORA_(OK|TIMED_OUT|ERROR_\w+)$", words[1])}
     documented = {" ".join(row) for row in re.findall(r"^\| `(AMPORA_\w+)` \| (\d+) \|", read(DOCUMENT), re.MULTILINE)}
