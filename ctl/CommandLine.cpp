@@ -18,7 +18,7 @@ namespace {
 
 // In the order of the help.
 constexpr void (*kAddVerbs[])(CCommandLine&) = {
-    AddShow, AddChart, AddUpdate, AddStart, AddExit, AddStop, AddRestart, AddConfig, AddCompletion,
+    AddShow, AddChart, AddUpdate, AddStart, AddExit, AddStop, AddRestart, AddConfig, AddCheck, AddCompletion,
 };
 
 // Lists a verb by the first line of its description; the verb's own help has the others.
@@ -153,7 +153,8 @@ int CCommandLine::ReportMisuse(const CLI::ParseError& error, const Console& cons
     const std::string name = given.get_parent() == nullptr ? "amporactl" : "amporactl " + given.get_name();
     console.err << name << ": " << Problem(given, error) << "\n"
                 << "'" << name << " --help' shows what it understands.\n";
-    return kExitUsage;
+    const auto code = m_misuseCodes.find(&given);
+    return code == m_misuseCodes.end() ? kExitUsage : code->second;
 }
 
 } // namespace ctl

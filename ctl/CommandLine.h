@@ -7,6 +7,7 @@
 #include <CLI/App.hpp>
 
 #include <functional>
+#include <map>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -58,6 +59,9 @@ public:
     CLI::App& AddVerb(const std::string& name, const std::string& summary, const std::string& details,
                       const std::string& example, Action action);
 
+    // Sets the exit code for arguments of this verb that are not understood; kExitUsage unless set.
+    void SetMisuseCode(const CLI::App& verb, int exitCode) { m_misuseCodes[&verb] = exitCode; }
+
     // Does what the arguments (without the program's name) ask for; its exit code. Throws what the verb throws, and
     // nothing when the arguments are not understood: then it tells why on console.err.
     int Run(const std::vector<CString>& arguments, const Console& console);
@@ -69,7 +73,8 @@ private:
     int ReportMisuse(const CLI::ParseError& error, const Console& console) const;
 
     CLI::App m_program;
-    Action m_action; // of the verb that the arguments name
+    std::map<const CLI::App*, int> m_misuseCodes; // of verbs that have their own
+    Action m_action;                              // of the verb that the arguments name
 };
 
 } // namespace ctl

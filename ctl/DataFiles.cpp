@@ -22,9 +22,9 @@ std::vector<std::string> WordsOf(const Table& table, catalogue::CWord Row::*word
 
 } // namespace
 
-CLI::Option& AddCompany(CLI::App& verb, Selection& selection)
+CLI::Option& AddCompany(CLI::App& verb, Selection& selection, const std::string& option)
 {
-    return *verb.add_option("company", selection.company, "The company; without it, all")
+    return *verb.add_option(option, selection.company, "The company; without it, all")
                 ->check(OneOf("company", WordsOf(catalogue::kCompanies, &catalogue::Company::key)));
 }
 

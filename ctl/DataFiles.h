@@ -18,7 +18,7 @@ struct Selection {
 
 // Add the options of a selection to a verb; what the command line gives is stored in the selection, which must live as
 // long as the verb. A word that no company or kind has is refused.
-CLI::Option& AddCompany(CLI::App& verb, Selection& selection);
+CLI::Option& AddCompany(CLI::App& verb, Selection& selection, const std::string& option = "company");
 void AddKind(CLI::App& verb, Selection& selection);
 void AddFolder(CLI::App& verb, Selection& selection);
 

@@ -6,6 +6,7 @@ namespace ctl {
 class CCommandLine;
 
 void AddChart(CCommandLine& program);
+void AddCheck(CCommandLine& program);
 void AddCompletion(CCommandLine& program);
 void AddConfig(CCommandLine& program);
 void AddExit(CCommandLine& program);

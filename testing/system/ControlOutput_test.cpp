@@ -44,6 +44,8 @@ TEST_F(SystemControlOutput, JsonIsAsTheSchemaSays)
     ExpectValid({"show", "tokyo", "--json"}, 1);
     ExpectValid({"show", "kansai", "instant", "--format", "json"}, 0);
     ExpectValid({"chart", "kyushu", "--json"}, 0);
+    ExpectValid({"check", "--json"}, 2);
+    ExpectValid({"check", "--company", "kansai", "--json"}, 0);
 }
 
 TEST_F(SystemControlOutput, JsonThatTheSchemaForbidsIsFound)
