@@ -18,16 +18,18 @@ using ::testing::Not;
 constexpr char kCommonControls[] = "name=\"Microsoft.Windows.Common-Controls\" version=\"6.0.0.0\"";
 constexpr char kUtf8[] = ">UTF-8</activeCodePage>";
 
-// A program that ships, and what its resources have to say.
+// What ships, and what its resources have to say.
 struct Program {
     const wchar_t* fileName;
     const wchar_t* internalName;
-    const char* ofItsKind;      // in the manifest of such a program
+    DWORD fileType;
+    const char* ofItsKind;      // in the manifest of such a program; null: it has no manifest
     const char* ofTheOtherKind; // not in it
 };
-constexpr Program kPrograms[] = {{L"amporasrv.exe", L"AmporaSrv", kCommonControls, kUtf8},
-                                 {L"amporactl.exe", L"amporactl", kUtf8, kCommonControls},
-                                 {L"ampora-reportd.exe", L"ampora-reportd", kUtf8, kCommonControls}};
+constexpr Program kPrograms[] = {{L"amporasrv.exe", L"AmporaSrv", VFT_APP, kCommonControls, kUtf8},
+                                 {L"amporactl.exe", L"amporactl", VFT_APP, kUtf8, kCommonControls},
+                                 {L"ampora-reportd.exe", L"ampora-reportd", VFT_APP, kUtf8, kCommonControls},
+                                 {L"ampora.dll", L"ampora", VFT_DLL, nullptr, nullptr}};
 
 // AMPORA_PROGRAM_FOLDER: where they lie; AMPORA_VERSION: the project's version.
 CString PathOf(const Program& program)
@@ -127,13 +129,17 @@ TEST_P(ProgramResources, HoldTheProjectsVersion)
     EXPECT_EQ(LOWORD(fixed.dwFileVersionLS), 0);
     EXPECT_EQ(fixed.dwProductVersionMS, fixed.dwFileVersionMS);
     EXPECT_EQ(fixed.dwProductVersionLS, fixed.dwFileVersionLS);
-    EXPECT_EQ(fixed.dwFileType, DWORD{VFT_APP});
+    EXPECT_EQ(fixed.dwFileType, GetParam().fileType);
 }
 
 TEST_P(ProgramResources, AskForNoRightsAndTheModernSystem)
 {
     const std::vector<BYTE> bytes = ResourceBytes(GetParam(), MAKEINTRESOURCEW(24), 1);
     const std::string manifest(bytes.begin(), bytes.end());
+    if (!GetParam().ofItsKind) {
+        EXPECT_EQ(manifest, "");
+        return;
+    }
     EXPECT_THAT(manifest, HasSubstr("<requestedExecutionLevel level=\"asInvoker\" uiAccess=\"false\"/>"));
     EXPECT_THAT(manifest, HasSubstr("<supportedOS Id=\"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}\"/>")); // Windows 10, 11
     EXPECT_THAT(manifest, HasSubstr(">true</longPathAware>"));
