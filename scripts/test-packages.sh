@@ -157,11 +157,9 @@ check_first_use() { # of MODE
   check_update
 }
 
-# The machine's settings: updating on, and a trace.
-enable() {
-  inside mkdir -p /etc/xdg/AmporaSrv
-  printf '%s\n' 'Windows Registry Editor Version 5.00' '[HKEY_LOCAL_MACHINE\Software\Halvex\AmporaSrv]' \
-    '"Enable"=dword:00000001' '"LogLevel"=dword:0000000b' | inside tee /etc/xdg/AmporaSrv/settings.reg >/dev/null
+enable() { # with a trace
+  inside sh -c 'amporactl config set Enable 1 && amporactl config set LogLevel 11 --machine' >"$scratch/log" 2>&1 ||
+    fail "$(cat "$scratch/log")"
 }
 
 check_upgrade() { # of MODE
