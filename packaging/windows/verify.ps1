@@ -104,7 +104,6 @@ function Test-Key([string] $key) { return Test-Path -LiteralPath ($key -replace 
 # Saves a key and removes it.
 function Save-Key([string] $key, [string] $name) {
     $file = Join-Path $results "$name.reg"
-    if (Test-Path $file) { throw "$file is there from a run that was interrupted; import it, then delete it" }
     if (Test-Key $key) {
         Assert-Success "$name-export" 'reg.exe' @('export', $key, "`"$file`"", '/y')
         Assert-Success "$name-delete" 'reg.exe' @('delete', $key, '/f')
@@ -282,7 +281,8 @@ function Test-Package {
         Assert-Equal (Get-RunValue) '' 'the value in Run'
         Assert-Equal (Test-OnPath) 0 'the number of places in PATH'
         Assert-Equal (@(Get-ChildItem $data -Filter *.dat).Count) 21 'the number of data files'
-        'only the data files are left'
+        Assert-Equal ((Get-Item 'HKLM:\Software\Halvex\AmporaSrv').GetValue('Enable')) 1 'the setting Enable'
+        'only the data files and settings are left'
     })
 }
 
@@ -292,7 +292,9 @@ function Test-Package {
 function Use-CleanMachine([scriptblock] $block) {
     $server = $null
     $aside = "$data.before-verify"
-    if (Test-Path $aside) { throw "$aside is there from a run that was interrupted; put it back first" }
+    foreach ($saved in $aside, (Join-Path $results 'machine-settings.reg'), (Join-Path $results 'user-settings.reg')) {
+        if (Test-Path $saved) { throw "$saved is there from a run that was interrupted; put back what it holds first" }
+    }
     try {
         Save-Key $settings 'machine-settings'
         Save-Key $userSettings 'user-settings'
