@@ -12,6 +12,8 @@ target_compile_definitions(ampora_options INTERFACE _GLIBCXX_ASSERTIONS)
 if(WIN32)
   # No stack-clash protection: on Windows the compiler probes each page of a large stack frame in any case.
   target_link_options(ampora_options INTERFACE -fstack-protector-strong LINKER:--dynamicbase,--high-entropy-va,--nxcompat)
+  # The same sources make the same bytes, whatever the time.
+  target_link_options(ampora_options INTERFACE LINKER:--no-insert-timestamp)
 else()
   target_compile_options(ampora_options INTERFACE -fstack-clash-protection -fcf-protection
                                                  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:POSITION_INDEPENDENT_CODE>>>:-fPIE>)
