@@ -36,52 +36,11 @@ std::optional<Hive> GivenHive(const ConfigOptions& options)
     return options.isMachine ? std::optional(Hive::kMachine) : std::nullopt;
 }
 
-CString HiveText(std::optional<Hive> hive)
-{
-    return !hive ? L"default" : *hive == Hive::kPerUser ? L"user" : L"machine";
-}
-
 CString OfHive(Hive hive) { return hive == Hive::kPerUser ? L"the user's settings" : L"the machine's settings"; }
-
-CString DefaultText(const KnownSetting& known)
-{
-    return ContentText(known.setting, {known.setting.defaultNumber,
-                                       known.setting.defaultText == nullptr ? L"" : known.setting.defaultText});
-}
 
 ContentInForce InForce(const KnownSetting& known) { return settings::FindContent(known.keyPath, known.setting); }
 
 // Output.
-
-Json JsonContent(const KnownSetting& known, const CString& text)
-{
-    return known.setting.type == Type::kText ? Json(platform::EncodeUtf8(text)) : Json(std::stoll(text));
-}
-
-Json JsonSetting(const KnownSetting& known, const ContentInForce& found)
-{
-    const settings::Setting& setting = known.setting;
-    Json json = {{"name", platform::EncodeUtf8(known.name)},
-                 {"value", JsonContent(known, ContentText(setting, found.content))},
-                 {"hive", platform::EncodeUtf8(HiveText(found.hive))},
-                 {"default", JsonContent(known, DefaultText(known))}};
-    if (setting.type == Type::kMask) {
-        json["words"] = Json::array();
-        for (const CString& word : WordsOf(setting, found.content)) {
-            json["words"].push_back(platform::EncodeUtf8(word));
-        }
-    }
-    if (setting.type != Type::kText) {
-        json["minimum"] = setting.minimum;
-        json["maximum"] = setting.maximum;
-    }
-    json["meaning"] = platform::EncodeUtf8(setting.meaning);
-    json["machineOnly"] = setting.isMachineOnly;
-    json["needsRestart"] = setting.needsRestart;
-    json["key"] = platform::EncodeUtf8(known.keyPath);
-    json["valueName"] = platform::EncodeUtf8(setting.name);
-    return json;
-}
 
 void WriteSettingsAsJson(const Console& console, const Json& all) { WriteJson(console, "config", {{"settings", all}}); }
 

@@ -120,6 +120,11 @@ CString ParseHost(const KnownSetting& known, const std::string& text)
     return host;
 }
 
+Json JsonContent(const KnownSetting& known, const CString& text)
+{
+    return known.setting.type == Type::kText ? Json(platform::EncodeUtf8(text)) : Json(std::stoll(text));
+}
+
 } // namespace
 
 std::vector<KnownSetting> KnownSettings()
@@ -192,6 +197,42 @@ Content ParseContent(const KnownSetting& known, const std::string& text)
         return {0, ParseHost(known, text)};
     }
     return {ParseNumber(known, text), {}};
+}
+
+CString HiveText(std::optional<platform::Hive> hive)
+{
+    return !hive ? L"default" : *hive == platform::Hive::kPerUser ? L"user" : L"machine";
+}
+
+CString DefaultText(const KnownSetting& known)
+{
+    return ContentText(known.setting, {known.setting.defaultNumber,
+                                       known.setting.defaultText == nullptr ? L"" : known.setting.defaultText});
+}
+
+Json JsonSetting(const KnownSetting& known, const settings::ContentInForce& found)
+{
+    const Setting& setting = known.setting;
+    Json json = {{"name", platform::EncodeUtf8(known.name)},
+                 {"value", JsonContent(known, ContentText(setting, found.content))},
+                 {"hive", platform::EncodeUtf8(HiveText(found.hive))},
+                 {"default", JsonContent(known, DefaultText(known))}};
+    if (setting.type == Type::kMask) {
+        json["words"] = Json::array();
+        for (const CString& word : WordsOf(setting, found.content)) {
+            json["words"].push_back(platform::EncodeUtf8(word));
+        }
+    }
+    if (setting.type != Type::kText) {
+        json["minimum"] = setting.minimum;
+        json["maximum"] = setting.maximum;
+    }
+    json["meaning"] = platform::EncodeUtf8(setting.meaning);
+    json["machineOnly"] = setting.isMachineOnly;
+    json["needsRestart"] = setting.needsRestart;
+    json["key"] = platform::EncodeUtf8(known.keyPath);
+    json["valueName"] = platform::EncodeUtf8(setting.name);
+    return json;
 }
 
 } // namespace ctl

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "config/SettingsTable.h"
+#include "ctl/Json.h"
 #include "format/Catalogue.h"
 
 #include <optional>
@@ -35,6 +36,14 @@ CString ContentText(const settings::Setting& setting, const settings::Content& c
 // The words of the bits that are set: "err", "war", "tra", "scope", or the last words of the reports' paths; none for
 // what is no kMask.
 std::vector<CString> WordsOf(const settings::Setting& setting, const settings::Content& content);
+
+// Where a value comes from: "user", "machine" or "default".
+CString HiveText(std::optional<platform::Hive> hive);
+
+CString DefaultText(const KnownSetting& known);
+
+// As docs/amporactl.schema.json has it.
+Json JsonSetting(const KnownSetting& known, const settings::ContentInForce& found);
 
 // Reads a sensible value: a number; on or off for a kSwitch; "all", "none" or words with commas between them for a
 // kMask; a host or host:port, as the program's HTTP client understands it, for ApiHost. Throws CFailure (misuse) with

@@ -21,4 +21,7 @@ CString IsoText(const SYSTEMTIME& time);
 // "2012-07-02 13:00 - 13:05", with the end's day when it is another one.
 CString PeriodText(const SYSTEMTIME& start, const SYSTEMTIME& end);
 
+// "45 s", "12 min", "3 h 5 min", "2 d 4 h": a length of time in its two largest units; "-12 min" for a negative one.
+CString DurationText(std::int64_t seconds);
+
 } // namespace ctl

@@ -13,6 +13,7 @@ void AddExit(CCommandLine& program);
 void AddRestart(CCommandLine& program);
 void AddShow(CCommandLine& program);
 void AddStart(CCommandLine& program);
+void AddStatus(CCommandLine& program);
 void AddStop(CCommandLine& program);
 void AddUpdate(CCommandLine& program);
 

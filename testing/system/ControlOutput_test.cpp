@@ -46,6 +46,7 @@ TEST_F(SystemControlOutput, JsonIsAsTheSchemaSays)
     ExpectValid({"chart", "kyushu", "--json"}, 0);
     ExpectValid({"check", "--json"}, 2);
     ExpectValid({"check", "--company", "kansai", "--json"}, 0);
+    ExpectValid({"status", "--json"}, 1);
 }
 
 TEST_F(SystemControlOutput, JsonThatTheSchemaForbidsIsFound)
