@@ -32,8 +32,8 @@ TEST_F(CommandLine, HelpOfTheProgramLeavesDetailsToTheVerbs)
 
 TEST_F(CommandLine, DetailsOfAVerbFitATerminal)
 {
-    for (const CLI::App* const verb :
-         ctl::CCommandLine().Model().get_subcommands(std::function<bool(const CLI::App*)>())) {
+    const ctl::CCommandLine program; // has to outlive its verbs
+    for (const CLI::App* const verb : program.Model().get_subcommands(std::function<bool(const CLI::App*)>())) {
         for (const std::string& line : CLI::detail::split(verb->get_description(), '\n')) {
             EXPECT_LE(line.size(), 79U) << verb->get_name() << ": " << line;
         }
