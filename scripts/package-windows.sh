@@ -16,16 +16,12 @@ trap 'rm -rf "$stage"' EXIT
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
 date=$(sed -n "s/^## \[$version\] - //p" CHANGELOG.md)
 [ -n "$date" ] || { echo "package-windows: CHANGELOG.md has no date for version $version" >&2; exit 1; }
-export SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(date --utc --date="$date" +%s)} # strip writes it into the programs
+export SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(date --utc --date="$date" +%s)}
 package=$packages/AmporaSrv-$version-x64.msi
 
 rm -rf "$packages/winget" "$packages"/AmporaSrv-*.msi
 mkdir -p "$packages/winget"
-# The components programs, library and development become the features programs and library.
-cmake --install "$build" --strip --component programs --prefix "$stage/programs" >/dev/null
-for component in library development; do
-  cmake --install "$build" --strip --component "$component" --prefix "$stage/library" >/dev/null
-done
+packaging/windows/stage "$build" "$stage"
 packaging/windows/make-msi "$stage" "$version" "$SOURCE_DATE_EPOCH" "$package"
 
 property() { msiinfo export "$package" Property | tr -d '\r' | sed -n "s/^$1\t//p"; }
