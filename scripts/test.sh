@@ -55,7 +55,7 @@ start_wine() {
 }
 
 configure_both() { scripts/configure.sh --tests linux && scripts/configure.sh --tests windows; }
-build_both() { scripts/build.sh --tests linux programs && scripts/build.sh --tests windows programs; }
+build_both() { scripts/build.sh --tests linux programs library && scripts/build.sh --tests windows programs library; }
 
 run_checks() {
   step "checks of the checks" scripts/test-checks
