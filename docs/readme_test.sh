@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Tries what README.md and its translations tell people to type: readme_test.sh BIN_FOLDER LIBRARY_FOLDER
 #
-# The commands of amporactl have to be known with all their options; the program in C++ has to print the figures of a
-# data file. The commands that install packages are tried by scripts/test-packages.sh.
+# The commands of amporactl have to be known with all their options; what "amporactl status" is said to say has to be in
+# its source; the program in C++ has to print the figures of a data file. The commands that install packages are tried by scripts/test-packages.sh.
 set -euo pipefail
 bin=$1 library=$2
 project=$(cd "$(dirname "$0")/.." && pwd)
@@ -39,6 +39,8 @@ sys.stdout.buffer.write(struct.pack("<4I8H", 0x10000, 1, 1, 0, 2012, 7, 1, 2, 13
 }
 
 make_data
+# Literals that are written in several pieces, as one.
+said_by_status=$(tr '\n' ' ' <"$project/ctl/StatusCauses.cpp" | sed 's/" *L"//g')
 for document in "$project"/README*.md; do
   commands=0
   while read -r line; do
@@ -49,6 +51,15 @@ for document in "$project"/README*.md; do
     commands=$((commands + 1))
   done < <(grep -E '^    [^ ]' "$document"; grep -oE '`[^`]+`' "$document" | tr -d '`')
   [ "$commands" -gt 0 ] || fail "$document: no commands found"
+
+  causes=0
+  while read -r cause; do
+    while read -r piece; do
+      [[ $said_by_status == *"$piece"* ]] || fail "$document: status does not say: $cause"
+    done < <(sed 's/ *\.\.\. */\n/g; s/\.\.\.//g' <<<"$cause")
+    causes=$((causes + 1))
+  done < <(sed -n '/^| .*`amporactl status`/,/^$/s/^|[^|]*| `\([^`]*\)` |.*/\1/p' "$document")
+  [ "$causes" -gt 5 ] || fail "$document: no reasons of missing data found"
 
   sed -n '/^```cpp$/,/^```$/{//!p}' "$document" >"$scratch/demand.cpp"
   c++ -std=c++17 -Wall -Wextra -Werror -I "$project/format/include" "$scratch/demand.cpp" -L "$library" -lampora \

@@ -26,7 +26,7 @@ take_terminal() {
   start_service_linux
   await_pass
   local draw=(env PATH="$bin:$PATH" /usr/bin/python3 -B testing/browser/terminal.py)
-  "${draw[@]}" "$pictures/terminal.svg" 100 amporactl 'amporactl show kansai supply' 'amporactl chart tokyo'
+  "${draw[@]}" "$pictures/terminal.svg" 100 amporactl 'amporactl status | head -n 9' 'amporactl chart tokyo'
   "$bin/amporactl" chart tokyo --svg "$pictures/chart.svg"
   "$bin/amporactl" exit --wait
 }
