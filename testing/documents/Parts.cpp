@@ -63,17 +63,26 @@ bool IsHelp(const CLI::App& app, const CLI::Option* option)
     return option == app.get_help_ptr() || option == app.get_version_ptr();
 }
 
+// The command line in lines of the width of a terminal, which a manual page indents by seven columns more.
 std::string UsageOf(const CLI::App& verb, const std::string& name)
 {
-    std::string usage = "    " + name;
+    constexpr std::size_t kColumns = 72;
+    std::string usage;
+    std::string line = "    " + name;
     for (const bool arePositional : {true, false}) {
         for (const CLI::Option* const option : verb.get_options()) {
-            if (option->get_positional() == arePositional && !IsHelp(verb, option)) {
-                usage += option->get_required() ? " " + NamesOf(*option) : " [" + NamesOf(*option) + "]";
+            if (option->get_positional() != arePositional || IsHelp(verb, option)) {
+                continue;
             }
+            const std::string names = option->get_required() ? NamesOf(*option) : "[" + NamesOf(*option) + "]";
+            if (line.size() + 1 + names.size() > kColumns) {
+                usage += line + "\n";
+                line = std::string(4 + name.size(), ' ');
+            }
+            line += " " + names;
         }
     }
-    return usage + "\n";
+    return usage + line + "\n";
 }
 
 std::string OptionsTable(const CLI::App& verb)
