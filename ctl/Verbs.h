@@ -16,5 +16,6 @@ void AddStart(CCommandLine& program);
 void AddStatus(CCommandLine& program);
 void AddStop(CCommandLine& program);
 void AddUpdate(CCommandLine& program);
+void AddWatch(CCommandLine& program);
 
 } // namespace ctl

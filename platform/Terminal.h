@@ -18,8 +18,10 @@ public:
 
     // Its present width in characters; 0 when standard output is no terminal.
     int Columns() const;
-    // Whether it shows the escape sequences of ECMA-48, such as those of colours, and the user has not refused colours
-    // by the environment variable NO_COLOR (https://no-color.org: set and not empty).
+    // Whether it obeys the escape sequences of ECMA-48, such as those that clear it.
+    bool TakesSequences() const { return m_takesSequences; }
+    // The same, and the user has not refused colours by the environment variable NO_COLOR (https://no-color.org: set
+    // and not empty).
     bool AllowsColour() const;
     // Whether what it shows may have characters beyond ASCII. A file or a pipe takes them all.
     bool ShowsUnicode() const;
@@ -27,6 +29,7 @@ public:
 private:
     [[maybe_unused]] unsigned m_codePage = 0; // Windows: to be put back; 0: nothing to put back
     [[maybe_unused]] DWORD m_mode = 0;        // Windows: the same
+    bool m_takesSequences = false;
     bool m_allowsColour = false;
 };
 

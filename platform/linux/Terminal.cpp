@@ -20,7 +20,8 @@ constexpr int kUsualColumns = 80; // where a terminal does not know its width
 } // namespace
 
 CTerminal::CTerminal()
-    : m_allowsColour(::isatty(STDOUT_FILENO) == 1 && Variable("NO_COLOR").empty() && Variable("TERM") != "dumb")
+    : m_takesSequences(::isatty(STDOUT_FILENO) == 1 && Variable("TERM") != "dumb"),
+      m_allowsColour(m_takesSequences && Variable("NO_COLOR").empty())
 {
 }
 

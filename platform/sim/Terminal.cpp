@@ -4,7 +4,10 @@
 
 namespace platform {
 
-CTerminal::CTerminal() : m_allowsColour(sim::Machine().terminalAllowsColour) {}
+CTerminal::CTerminal()
+    : m_takesSequences(sim::Machine().terminalColumns > 0), m_allowsColour(sim::Machine().terminalAllowsColour)
+{
+}
 
 CTerminal::~CTerminal() = default;
 

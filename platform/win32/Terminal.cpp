@@ -24,7 +24,8 @@ CTerminal::CTerminal()
     ::SetConsoleOutputCP(CP_UTF8);
     // NO_COLOR counts when it is not empty: with a buffer of no size its length comes back, the zero included.
     const bool isRefused = ::GetEnvironmentVariableW(L"NO_COLOR", nullptr, 0) > 1;
-    m_allowsColour = ::SetConsoleMode(OutputHandle(), mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) && !isRefused;
+    m_takesSequences = ::SetConsoleMode(OutputHandle(), mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+    m_allowsColour = m_takesSequences && !isRefused;
 }
 
 CTerminal::~CTerminal()
