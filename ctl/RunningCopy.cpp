@@ -24,6 +24,18 @@ void AwaitEndingCopy()
     }
 }
 
+// Whether there is neither window nor mutex before the time is up; for a copy whose process the system does not tell.
+bool AwaitNoCopy()
+{
+    for (DWORD waitedMs = 0; waitedMs < kLimitMs; waitedMs += kLookMs) {
+        if (!CopyRuns() && !platform::OpenNamedMutex(kInstanceMutexName)) {
+            return true;
+        }
+        platform::Pause(kLookMs);
+    }
+    return false;
+}
+
 // Whether the window has appeared before the program has ended or the time is up.
 bool AwaitWindow(const platform::ProgramPtr& program)
 {
@@ -43,7 +55,6 @@ bool EndCopy(bool waits)
 {
     // Before it is told: afterwards the window may be gone while the process is not.
     const platform::ProgramPtr program = waits ? platform::FindProgramOfWindow(kWindowClassName) : nullptr;
-    const DWORD error = platform::GetLastErrorCode();
     const platform::FoundWindowPtr window = platform::FindWindowOfClass(kWindowClassName);
     if (!window) {
         return false;
@@ -55,19 +66,14 @@ bool EndCopy(bool waits)
     if (!waits) {
         return true;
     }
-    if (!program) {
-        throw CFailure(
-            platform::FormatText(L"amporasrv is told to end, but its process is not known (error %u)", error));
+    DWORD waited = program ? platform::WaitForProgramEnd(program, kLimitMs) : WAIT_FAILED;
+    if (waited == WAIT_FAILED) {
+        waited = AwaitNoCopy() ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
     }
-    switch (platform::WaitForProgramEnd(program, kLimitMs)) {
-    case WAIT_OBJECT_0:
-        return true;
-    case WAIT_TIMEOUT:
+    if (waited != WAIT_OBJECT_0) {
         throw CFailure(L"amporasrv has not ended within 10 seconds");
-    default:
-        throw CFailure(platform::FormatText(L"the end of amporasrv cannot be waited for (error %u)",
-                                            platform::GetLastErrorCode()));
     }
+    return true;
 }
 
 CString FindCopyProgram()

@@ -60,9 +60,8 @@ TEST_F(Exit, TellsWhatPreventsTheEnd)
     ExpectRun({L"exit", L"--wait"}, 1, "", "amporactl: amporasrv cannot be told to end (error 5)\n");
     EXPECT_FALSE(HasEnded(process));
     m_machine.FailCall(Call::kFindProgramOfWindow, 1, ERROR_ACCESS_DENIED);
-    ExpectRun({L"exit", L"--wait"}, 1, "",
-              "amporactl: amporasrv is told to end, but its process is not known (error 5)\n");
-    m_machine.RunUntilIdle();
+    ExpectRun({L"exit", L"--wait"}, 0, "", "");
+    EXPECT_TRUE(HasEnded(process)) << "also when the system does not tell whose window it is";
     PutSlowProgram(m_machine, 11'000);
     EXPECT_EQ(Run({L"start"}), 0);
     ExpectRun({L"exit", L"--wait"}, 1, "", "amporactl: amporasrv has not ended within 10 seconds\n");
