@@ -36,7 +36,7 @@ CString FolderOf(const CString& path) { return path.substr(0, path.find_last_of(
 
 ProgramPtr FindProgramOfWindow(const wchar_t* className)
 {
-    const HWND window = ::FindWindowW(className, nullptr);
+    HWND window = ::FindWindowW(className, nullptr);
     auto program = std::make_shared<CProgram>();
     if (window == nullptr || ::GetWindowThreadProcessId(window, &program->m_id) == 0) {
         ::SetLastError(ERROR_INVALID_WINDOW_HANDLE);
@@ -72,7 +72,7 @@ DWORD WaitForProgramEnd(const ProgramPtr& program, DWORD timeoutMs)
 CString FindProgram(const wchar_t* name)
 {
     const CString self = TextFrom([](wchar_t* text, DWORD size) { return ::GetModuleFileNameW(nullptr, text, size); });
-    const CString beside = FolderOf(self) + L"\\" + name + L".exe";
+    CString beside = FolderOf(self) + L"\\" + name + L".exe";
     if (IsFile(beside)) {
         return beside;
     }
