@@ -2,6 +2,7 @@
 #include "testing/system/SystemTest.h"
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace system_test {
 namespace {
@@ -86,6 +87,28 @@ TEST_F(SystemControl, StatusTellsTheCopyItsFilesAndWhyThereAreNone)
     EXPECT_EQ(status["causes"][0]["code"], "notRunning") << status["causes"];
     EXPECT_EQ(status["causes"][1]["code"], "apiRefused");
     EXPECT_EQ(status["causes"][2]["code"], "missing");
+}
+
+// On a pseudo terminal, which script(1) makes.
+TEST(SystemLinuxControl, StatusFitsATerminalOf40Columns)
+{
+    const testing_support::CScratchFolder scratch;
+    const std::string folder = scratch.Path().string();
+    const ProcessResult result =
+        RunProcess({"script", "-qec", "stty cols 40; '" AMPORA_LINUX_CONTROL "' status --offline", "/dev/null"},
+                   {{"XDG_RUNTIME_DIR", folder},
+                    {"XDG_CONFIG_DIRS", folder},
+                    {"XDG_CONFIG_HOME", folder},
+                    {"AMPORA_LOCK_DIR", folder},
+                    {"AMPORA_COMMON_APPDATA", folder}},
+                   std::chrono::seconds(60));
+    EXPECT_EQ(result.exitCode, 1) << result.out << result.err;
+    EXPECT_THAT(result.out, HasSubstr("- amporasrv is not running: start it\r\n  with 'amporactl start'\r\n"));
+    std::istringstream lines(result.out);
+    for (std::string line; std::getline(lines, line);) {
+        const bool isPath = line.find(folder) != std::string::npos; // of one word, which stays whole
+        EXPECT_TRUE(isPath || line.size() <= 41) << line << "(a carriage return counts)";
+    }
 }
 
 } // namespace
