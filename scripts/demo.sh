@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Shows amporasrv at work against ampora-reportd: it starts and makes its pass, makes another one when amporactl asks for
-# it, and ends when a second copy tells it to: demo.sh [linux|windows]
+# it, shows its data and that all is in order, and ends when a second copy tells it to: demo.sh [linux|windows]
 #
 # Needs no settings on the machine and leaves none behind: settings, runtime, lock and data folders lie in a scratch folder
 # (Windows: settings and data in the wine prefix of this checkout, removed at the end). Only the trace is kept, in
@@ -89,7 +89,7 @@ cat <<END
 This demo builds the programs and starts, in a scratch folder with settings of its own,
   ampora-reportd  a report server that computes sample data, on a free port of this machine;
   amporasrv       the background program: it downloads the reports of five power companies and writes data files;
-  amporactl       which asks it for an update and shows the data files.
+  amporactl       which asks it for an update, shows the data files and draws a chart.
 
 END
 "build_$platform"
@@ -110,14 +110,20 @@ mark_trace
 "run_control_$platform" update || fail 'amporactl cannot ask for an update'
 show_pass
 
+say_command amporactl show
+cat "$scratch/table"
+
+say_command amporactl status
+"run_control_$platform" status || fail 'amporactl does not find everything in order'
+
+say_command amporactl 'chart tokyo'
+"run_control_$platform" chart tokyo || fail 'amporactl cannot draw a chart'
+
 say_command amporasrv /Exit
 "run_service_$platform" /Exit || fail 'the copy that tells amporasrv to end failed'
 await 'the end of amporasrv' has_ended
 wait "$service" || fail "amporasrv ended with exit code $?"
 service=
 echo '  The running copy has ended, with exit code 0.'
-
-say_command amporactl show
-cat "$scratch/table"
 
 printf '\nThe trace of all this, %d lines, is in %s.\n' "$(wc -l <"$trace")" "$trace"
