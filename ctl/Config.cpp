@@ -249,14 +249,14 @@ CLI::Validator SettingName()
 void AddConfig(CCommandLine& program)
 {
     const auto options = std::make_shared<ConfigOptions>();
-    CLI::App& verb = program.AddVerb(
-        "config", "Show and change the settings of AmporaSrv",
-        "list shows every setting with its value, where that comes from, its default and its range; get prints one "
-        "value; set stores one, unset removes it. A mask is a number or words: tokyo.SupportDataType actual,demand. "
-        "Settings are changed for the user, Enable for the machine, unless an option says otherwise.",
-        "config list\nconfig get Interval\nconfig set Interval 60\nconfig set Enable 1\n"
-        "config set tokyo.SupportDataType instant,actual\nconfig unset Interval",
-        [options](const Console& console) { return Run(*options, console); });
+    CLI::App& verb = program.AddVerb("config", "Show and change the settings of AmporaSrv",
+                                     "list shows every setting with its value, where that comes from, its default\n"
+                                     "and its range; get prints one value; set stores one, unset removes it. A mask\n"
+                                     "is a number or words: tokyo.SupportDataType actual,demand. Settings are\n"
+                                     "changed for the user, Enable for the machine, unless an option says otherwise.",
+                                     "config list\nconfig get Interval\nconfig set Interval 60\nconfig set Enable 1\n"
+                                     "config set tokyo.SupportDataType instant,actual\nconfig unset Interval",
+                                     [options](const Console& console) { return Run(*options, console); });
     verb.add_option("action", options->action, "What to do; without it, list")
         ->check(OneOf("action", {"list", "get", "set", "unset"}))
         ->default_val("list");

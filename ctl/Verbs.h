@@ -15,6 +15,7 @@ void AddShow(CCommandLine& program);
 void AddStart(CCommandLine& program);
 void AddStatus(CCommandLine& program);
 void AddStop(CCommandLine& program);
+void AddTrace(CCommandLine& program);
 void AddUpdate(CCommandLine& program);
 void AddWatch(CCommandLine& program);
 

@@ -12,7 +12,8 @@ declare -A groups=(
   [wine]='wine wine64'
   # To build test programs and benchmarks, for networks, servers and clocks of the tests' own, to check trace messages.
   [tests]='desktop-file-utils fish googletest iproute2 libbenchmark-dev libfaketime libssl-dev lowdown
-           man-db mandoc nginx openssl python3 python3-jsonschema systemd zsh'
+           man-db mandoc nginx openssl python3 python3-jsonschema systemd
+           systemd-journal-remote zsh'
   [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
   [browser]='chromium chromium-driver fonts-dejavu-core fonts-ipafont-gothic' # to look at the report server's pages
   [pictures]='python3-rich'                     # to draw a terminal for the documents

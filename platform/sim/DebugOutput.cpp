@@ -27,6 +27,7 @@ void OutputDebugText(const CString& text)
     if (machine.keepsDebugLines) {
         machine.debugLines.push_back(text);
     }
+    machine.TellTraceChannels(sim::CallingThread().processId, text);
     if (machine.observer != nullptr) {
         machine.observer->OnDebugLine(sim::CallingThread(), text);
     }

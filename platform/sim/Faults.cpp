@@ -65,6 +65,8 @@ constexpr const char* kCallNames[] = {
     "WriteFileBytes",
     "OpenFolderWatch",
     "WaitForFolderChange",
+    "OpenTraceChannel",
+    "ReadTraceText",
     "InitializeControls",
     "RegisterDialogClass",
     "CreateDialogWindow",

@@ -74,6 +74,8 @@ enum class Call {
     kWriteFileBytes, // CFileException, nothing written
     kOpenFolderWatch,
     kWaitForFolderChange,
+    kOpenTraceChannel,
+    kReadTraceText,
     kInitializeControls,
     kRegisterDialogClass,
     kCreateDialogWindow,

@@ -9,8 +9,10 @@
 #include "platform/sim/Scheduler.h"
 #include "platform/sim/Timers.h"
 #include "platform/sim/WindowTable.h"
+#include "platform/TraceChannel.h"
 
 #include <array>
+#include <deque>
 #include <map>
 #include <tuple>
 
@@ -28,6 +30,12 @@ struct SimFolderWatch {
     CString folder;
     bool changed = false;        // since it last told so
     SimThread* waiter = nullptr; // the thread that waits for a change
+};
+
+// What a channel of trace texts has to know.
+struct SimTraceChannel {
+    std::deque<TraceText> texts = {}; // not read yet
+    SimThread* waiter = nullptr;      // the thread that waits for one
 };
 
 // A process.
@@ -75,6 +83,9 @@ struct MachineState {
     // Tells the watches that a file in a folder, or a folder itself, has changed.
     void TellFolderWatches(const CString& path);
 
+    // Passes a text on to whoever follows the debugger output.
+    void TellTraceChannels(DWORD processId, const CString& text);
+
     std::int64_t utcAtStart = 0; // the UTC wall clock at virtual time 0
     int utcOffsetMinutes = 9 * 60;
     std::map<std::int64_t, int> plannedUtcOffsets = {}; // minutes, by the UTC time from which they hold
@@ -93,6 +104,7 @@ struct MachineState {
     std::map<SettingKey, SettingsValue> settings = {};
     bool keepsDebugLines = true;
     std::vector<CString> debugLines = {};
+    std::vector<std::weak_ptr<SimTraceChannel>> traceChannels = {};
     int terminalColumns = 0; // 0: standard output is no terminal
     bool terminalAllowsColour = false;
     bool terminalShowsUnicode = true;

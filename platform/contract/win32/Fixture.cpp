@@ -3,8 +3,8 @@
 
 #include "platform/contract/NativeFixture.h"
 #include "platform/Thread.h"
+#include "platform/win32/DebugListener.h"
 #include "platform/win32/Handle.h"
-#include "testing/process/win32/DebugListener.h"
 
 #include <aclapi.h>
 #include <array>
@@ -61,7 +61,7 @@ HKEY RootOf(Hive hive) { return hive == Hive::kPerUser ? HKEY_CURRENT_USER : HKE
 // Collects what this process writes to the debugger output, on a thread of its own.
 class CDebugCollector {
 public:
-    CDebugCollector() : m_listener(testing_support::CDebugListener::Open(kOpenTimeoutMs))
+    CDebugCollector() : m_listener(win32::CDebugListener::Open(kOpenTimeoutMs))
     {
         EXPECT_NE(m_listener, nullptr) << "somebody else listens to the debugger output";
         m_thread = StartThread(Collect, this);
@@ -92,7 +92,7 @@ private:
     }
     void CollectToEnd()
     {
-        testing_support::DebugMessage message;
+        win32::DebugMessage message;
         while (m_listener && m_listener->Next(kOpenTimeoutMs, &message)) {
             if (message.processId != ::GetCurrentProcessId()) {
                 continue;
@@ -104,7 +104,7 @@ private:
         }
     }
 
-    std::unique_ptr<testing_support::CDebugListener> m_listener;
+    std::unique_ptr<win32::CDebugListener> m_listener;
     ThreadPtr m_thread;
     CString m_text; // the thread's until it has ended
 };

@@ -6,7 +6,7 @@
 // Prints "ready" on a line of its own once it listens, then each text as UTF-8, flushed, with a line feed at its end.
 // What the channel does to texts: DebugListener.h. Exit code: 0, or 2 when it cannot listen.
 #include "platform/Text.h"
-#include "testing/process/win32/DebugListener.h"
+#include "platform/win32/DebugListener.h"
 
 #include <array>
 #include <cstdio>
@@ -14,9 +14,9 @@
 
 namespace {
 
+using platform::win32::CDebugListener;
 using platform::win32::CKernelHandle;
-using testing_support::CDebugListener;
-using testing_support::DebugMessage;
+using platform::win32::DebugMessage;
 
 constexpr int kCannotListen = 2;
 // How long another listener may go on.

@@ -1,8 +1,8 @@
-#include "testing/process/win32/DebugListener.h"
+#include "platform/win32/DebugListener.h"
 
 #include <gtest/gtest.h>
 
-namespace testing_support {
+namespace platform::win32 {
 namespace {
 
 constexpr DWORD kOpenTimeoutMs = 50000;
@@ -26,7 +26,7 @@ private:
         return 0;
     }
     CString m_text;
-    platform::win32::CKernelHandle m_thread;
+    CKernelHandle m_thread;
 };
 
 // The next text of this process.
@@ -87,4 +87,4 @@ TEST(DebugListener, IsAloneInItsSession)
 }
 
 } // namespace
-} // namespace testing_support
+} // namespace platform::win32

@@ -1,12 +1,10 @@
-#include "testing/process/win32/DebugListener.h"
+#include "platform/win32/DebugListener.h"
 
 #include "platform/win32/SecurityDescriptor.h"
 
 #include <algorithm>
 
-namespace testing_support {
-
-using namespace platform;
+namespace platform::win32 {
 
 namespace {
 
@@ -79,7 +77,7 @@ bool CDebugListener::TryOpen()
     if (!security || !SetNullDacl(security)) {
         return false;
     }
-    SECURITY_ATTRIBUTES attributes = win32::AttributesOf(security.get());
+    SECURITY_ATTRIBUTES attributes = AttributesOf(security.get());
     m_bufferReady.Reset(::CreateEventW(&attributes, FALSE, FALSE, L"DBWIN_BUFFER_READY"));
     if (!m_bufferReady || ::GetLastError() == ERROR_ALREADY_EXISTS) {
         return false;
@@ -97,4 +95,4 @@ bool CDebugListener::TryOpen()
     return m_view && ::SetEvent(m_bufferReady.Get());
 }
 
-} // namespace testing_support
+} // namespace platform::win32

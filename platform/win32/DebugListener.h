@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-namespace testing_support {
+namespace platform::win32 {
 
 // One text as it arrived.
 struct DebugMessage {
@@ -42,10 +42,10 @@ private:
     CDebugListener() = default;
     bool TryOpen();
 
-    platform::win32::CKernelHandle m_bufferReady;
-    platform::win32::CKernelHandle m_dataReady;
-    platform::win32::CKernelHandle m_mapping;
-    platform::win32::CMappedView m_view;
+    CKernelHandle m_bufferReady;
+    CKernelHandle m_dataReady;
+    CKernelHandle m_mapping;
+    CMappedView m_view;
 };
 
-} // namespace testing_support
+} // namespace platform::win32
