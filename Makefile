@@ -1,7 +1,7 @@
 # The commands. Each installs what it needs first, and no more; scripts/ does the work.
 .DEFAULT_GOAL := programs
 .PHONY: help programs windows install package msi bundle-windows setup demo live demo-windows check test test-linux \
-        test-windows test-asan test-tsan test-packages simulate fleet fuzz bench coverage format tidy clean
+        test-windows test-asan test-tsan test-packages test-reproducible simulate fleet fuzz bench coverage format tidy clean
 
 programs: ## build the programs for this system and say where they lie; what "make" alone does
 	@scripts/setup.sh build
@@ -38,6 +38,10 @@ test-packages: ## install, use, upgrade and remove the packages: in clean Debian
 	@scripts/test-msi.sh
 	@scripts/build.sh --tests windows all
 	@packaging/windows/bundle_test.sh build/windows run
+
+test-reproducible: ## build programs and packages twice, for both systems, and compare the bytes
+	@scripts/setup.sh build manuals packages package-tests windows msi
+	@scripts/test-reproducible.sh
 
 help: ## show this list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' $(MAKEFILE_LIST) | expand -t 16

@@ -23,7 +23,7 @@ declare -A groups=(
   [bench-http]='curl nginx wrk' # nginx to compare the report server with, wrk to load both
   [packages]='debhelper git lintian'            # to build the Debian packages and look at them
   [msi]='msitools python3 python3-yaml wixl'    # to build the package for Windows and look at it
-  [package-tests]='iproute2 mmdebstrap systemd-container' # clean systems to install the packages into
+  [package-tests]='iproute2 libfaketime mmdebstrap systemd-container' # clean systems for the packages, another year
   [coverage]='gcovr'
 )
 
