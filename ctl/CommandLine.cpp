@@ -18,8 +18,8 @@ namespace {
 
 // In the order of the help.
 constexpr void (*kAddVerbs[])(CCommandLine&) = {
-    AddStatus, AddShow,    AddChart,  AddWatch, AddUpdate, AddStart,      AddExit,
-    AddStop,   AddRestart, AddConfig, AddTrace, AddCheck,  AddCompletion,
+    AddStatus, AddShow,    AddChart,  AddWatch, AddUpdate, AddStart,
+    AddExit,   AddRestart, AddConfig, AddTrace, AddCheck,  AddCompletion,
 };
 
 // Lists a verb by the first line of its description; the verb's own help has the others.

@@ -25,10 +25,4 @@ void AddExit(CCommandLine& program)
     verb.add_flag("--wait", *waits, "Return when its process has ended");
 }
 
-void AddStop(CCommandLine& program)
-{
-    program.AddVerb("stop", "End the amporasrv of this session and wait for its end, as exit --wait does", "", "stop",
-                    [](const Console& console) { return Exit(true, console); });
-}
-
 } // namespace ctl

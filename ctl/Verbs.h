@@ -14,7 +14,6 @@ void AddRestart(CCommandLine& program);
 void AddShow(CCommandLine& program);
 void AddStart(CCommandLine& program);
 void AddStatus(CCommandLine& program);
-void AddStop(CCommandLine& program);
 void AddTrace(CCommandLine& program);
 void AddUpdate(CCommandLine& program);
 void AddWatch(CCommandLine& program);

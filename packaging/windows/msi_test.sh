@@ -44,7 +44,7 @@ expect_row Directory 'INSTALLDIR\tProgramFiles64Folder\t[^\t|]*\|AmporaSrv'
 expect_row File ".*\|amporasrv.exe\t\d+\t$version.0\t1033\t.*"
 expect_row Registry '.*\t2\tSoftware\\Microsoft\\Windows\\CurrentVersion\\Run\tAmporaSrv\t"\[dir_bin_.*\]amporasrv.exe"\t.*'
 expect_row Environment 'path\t=-\*PATH\t\[~\];\[dir_bin_.*\]\t.*'
-expect_row CustomAction 'StopRunning\t98\tSystem64Folder\t"\[AMPORACTL\]" stop\t'
+expect_row CustomAction 'StopRunning\t98\tSystem64Folder\t"\[AMPORACTL\]" exit --wait\t'
 expect_row InstallExecuteSequence 'StopRunning\tAMPORACTL AND NOT UPGRADINGPRODUCTCODE\t1390'
 expect_row InstallExecuteSequence 'InstallValidate\t\t1400'
 expect_row InstallExecuteSequence 'InstallInitialize\t\t1500'

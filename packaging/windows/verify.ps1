@@ -212,9 +212,9 @@ function Test-Run {
         Assert-Ended $script:copy
         'with exit code 0'
     })
-    [void] (Test-Step 'amporactl stop without a copy' {
-        Assert-Success 'stop' $control @('stop')
-        (Read-Output 'stop').Trim()
+    [void] (Test-Step 'amporactl exit without a copy' {
+        Assert-Success 'exit-without' $control @('exit', '--wait')
+        (Read-Output 'exit-without').Trim()
     })
 }
 
@@ -320,7 +320,7 @@ if (-not $elevated) {
     Skip-Row 'real run' 'needs administrator''s rights: Enable is a setting of the machine'
     Skip-Row 'msi' 'needs administrator''s rights: it installs for the machine'
 } elseif (@(Get-RunningCopies).Count -gt 0) {
-    Skip-Row 'real run' 'a copy of amporasrv runs already; end it with amporactl stop, in each session'
+    Skip-Row 'real run' 'a copy of amporasrv runs already; end it with amporactl exit, in each session'
     Skip-Row 'msi' 'a copy of amporasrv runs already'
 } else {
     [void] (Test-Step 'settings and data put back' {

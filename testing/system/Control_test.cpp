@@ -14,7 +14,7 @@ using testing::StartsWith;
 class SystemControl : public CSystemTest {
 protected:
     // Ends what amporactl has started.
-    ~SystemControl() override { Rig().RunControl({"stop"}); }
+    ~SystemControl() override { Rig().RunControl({"exit", "--wait"}); }
 
     // What a command prints that has to end with this code.
     std::string Control(const std::vector<std::string>& arguments, int exitCode = 0)

@@ -108,15 +108,15 @@ TEST_F(SystemLife, ExitWithADashAndAmongOtherArgumentsEndsTheCopyToo)
     }
 }
 
-TEST_F(SystemLife, StopEndsTheCopyAndHasNothingToDoAfterwards)
+TEST_F(SystemLife, ControlEndsTheCopyAndHasNothingToDoAfterwards)
 {
     const std::unique_ptr<CCopy> copy = StartOff();
-    const ProcessResult stop = Rig().RunControl({"stop"});
-    EXPECT_EQ(stop.exitCode, 0) << stop.err;
-    EXPECT_EQ(stop.out, "");
+    const ProcessResult control = Rig().RunControl({"exit", "--wait"});
+    EXPECT_EQ(control.exitCode, 0) << control.err;
+    EXPECT_EQ(control.out, "");
     EXPECT_EQ(copy->WaitForExit(kEndLimit), 0);
     EXPECT_EQ(MainLines(copy->Trace()), ProgramStart() + ProgramEnd());
-    EXPECT_EQ(Rig().RunControl({"stop"}).out, "amporasrv was not running\n");
+    EXPECT_EQ(Rig().RunControl({"exit", "--wait"}).out, "amporasrv was not running\n");
 }
 
 TEST_F(SystemLife, ExitWithoutACopyFindsNoWindowAndTakesNoMutex)
