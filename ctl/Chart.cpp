@@ -30,8 +30,8 @@ struct ChartOptions {
 // Today, as the files have it, and the exit code that their faults make.
 struct Today {
     CompanyDay day;
-    SYSTEMTIME now;
-    int exitCode;
+    SYSTEMTIME now = {};
+    int exitCode = kExitSuccess;
 };
 
 const catalogue::Company& CompanyOf(const Selection& selection)

@@ -35,6 +35,29 @@ bool WriteTo(const fs::path& path, const std::string& content)
     return !stream.fail();
 }
 
+// False on failure; then an old file is as it was.
+bool ReplaceFile(const fs::path& path, const std::string& content)
+{
+    const fs::path fresh = NewNameFor(path);
+    std::error_code error;
+    if (WriteTo(fresh, content)) {
+        fs::rename(fresh, path, error);
+        if (!error) {
+            return true;
+        }
+    }
+    fs::remove(fresh, error);
+    return false;
+}
+
+bool WriteFile(const fs::path& path, const std::string& content)
+{
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    // A device is written to: a rename would put a file in its place.
+    return fs::exists(status) && !fs::is_regular_file(status) ? WriteTo(path, content) : ReplaceFile(path, content);
+}
+
 } // namespace
 
 CLI::Option& AddOutputFile(CLI::App& verb, const std::string& option, std::string& file, const std::string& description)
@@ -50,27 +73,8 @@ void WriteOutputFile(const std::string& file, const std::string& content, const 
 {
     if (file == kStandardOutput) {
         console.out << content;
-        return;
-    }
-    const fs::path path(std::u8string(file.begin(), file.end()));
-    const CFailure failure(platform::DecodeUtf8(file) + L" cannot be written");
-    std::error_code error;
-    const fs::file_status status = fs::status(path, error);
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        if (!WriteTo(path, content)) {
-            throw failure;
-        }
-        return;
-    }
-    const fs::path fresh = NewNameFor(path);
-    bool isWritten = WriteTo(fresh, content);
-    if (isWritten) {
-        fs::rename(fresh, path, error);
-        isWritten = !error;
-    }
-    if (!isWritten) {
-        fs::remove(fresh, error);
-        throw failure;
+    } else if (!WriteFile(std::u8string(file.begin(), file.end()), content)) {
+        throw CFailure(platform::DecodeUtf8(file) + L" cannot be written");
     }
 }
 
