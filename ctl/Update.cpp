@@ -58,7 +58,14 @@ void Ask(const platform::WaitHandle& event)
     }
 }
 
-// The files that a pass is to renew. Looks at their last write only: reading one would keep amporasrv from writing it.
+// What has become of the files.
+struct Outcome {
+    std::size_t renewedCount = 0;
+    std::vector<CString> failures; // a line for each file that has not been renewed, or is faulty, and why
+};
+
+// The files that a pass is to renew: what has been written since this object was made counts as renewed. Looks at their
+// last write only, while a pass may run: reading one would keep amporasrv from writing it.
 class CAskedFiles {
 public:
     CAskedFiles()
@@ -72,33 +79,28 @@ public:
                 }
             }
         }
-        Note();
-    }
-
-    // What is written from now on counts as renewed.
-    void Note()
-    {
         for (File& file : m_files) {
             file.before = LastWrite(file);
         }
     }
+
     std::size_t Count() const { return m_files.size(); }
     std::size_t RenewedCount() const { return static_cast<std::size_t>(std::ranges::count_if(m_files, IsRenewed)); }
 
-    // One line for each that has not been renewed, or is faulty, and why. To be asked when no pass runs.
-    std::vector<CString> Failures() const
+    // Reads the files: to be asked when no pass runs.
+    Outcome Look() const
     {
-        std::vector<CString> lines;
+        Outcome outcome{RenewedCount(), {}};
         for (const File& file : m_files) {
             const CString name = CString(file.company.name.Wide()) + L" " + file.kind.name.Wide();
             if (!IsRenewed(file)) {
-                lines.push_back(name + L" has not been renewed");
+                outcome.failures.push_back(name + L" has not been renewed");
             } else if (const DataFile content = ReadDataFile(file.path, file.kind.dataType);
                        content.fault != DataFileFault::kNone) {
-                lines.push_back(name + L": " + content.reason);
+                outcome.failures.push_back(name + L": " + content.reason);
             }
         }
-        return lines;
+        return outcome;
     }
 
 private:
@@ -171,10 +173,10 @@ public:
         }
     }
 
-    // Waits until no pass runs, at most this long; whether that is so. The mutex is owned for a moment, in which
-    // between (void()) is called.
-    template <class Between>
-    bool AwaitFree(DWORD timeoutMs, Between between) const
+    // Waits until no pass runs, at most this long; whether that is so. The mutex is owned for a moment, in which look
+    // (void()) is called.
+    template <class Look>
+    bool AwaitFree(DWORD timeoutMs, Look look) const
     {
         const DWORD waited = platform::WaitForOne(m_mutex, timeoutMs, FALSE);
         if (waited == WAIT_TIMEOUT) {
@@ -183,7 +185,7 @@ public:
         if (waited == WAIT_FAILED) {
             Refuse(L"passes cannot be watched");
         }
-        between();
+        look();
         platform::ReleaseOwnedMutex(m_mutex);
         return true;
     }
@@ -192,22 +194,24 @@ public:
         return AwaitFree(0, [] {});
     }
 
-    // Waits until a pass runs or has run.
-    void AwaitBegin(const CAskedFiles& files) const
+    // Waits until a pass runs, or has run and renewed more files than these.
+    void AwaitBegin(const CAskedFiles& files, std::size_t renewedCount) const
     {
-        for (DWORD waitedMs = 0; waitedMs < kBeginMs && IsFree() && files.RenewedCount() == 0; waitedMs += kLookMs) {
+        for (DWORD waitedMs = 0; waitedMs < kBeginMs && IsFree() && files.RenewedCount() == renewedCount;
+             waitedMs += kLookMs) {
             platform::Pause(kLookMs);
         }
     }
 
-    // Waits until no pass runs. Throws CFailure when the time is up before.
-    template <class Between>
-    void AwaitEnd(CProgress& progress, Between between) const
+    // Waits until no pass runs, and looks at the files before another one can begin. Throws CFailure when the time is
+    // up before.
+    Outcome AwaitEnd(CProgress& progress, const CAskedFiles& files) const
     {
+        Outcome outcome;
         for (std::int64_t left = Left(); left > 0; left = Left()) {
             const bool isShown = progress.IsShown();
-            if (AwaitFree(isShown ? 0 : static_cast<DWORD>(left * 1000), between)) {
-                return;
+            if (AwaitFree(isShown ? 0 : static_cast<DWORD>(left * 1000), [&] { outcome = files.Look(); })) {
+                return outcome;
             }
             if (isShown) {
                 progress.Await(kProgressMs);
@@ -224,16 +228,35 @@ private:
     int m_timeoutSeconds;
 };
 
-int Report(const CAskedFiles& files, const Console& console)
+// Asks for a pass and waits until it has ended.
+Outcome AskAndWait(const platform::WaitHandle& event, const CPassWatch& watch, const CAskedFiles& files,
+                   const Console& console)
 {
-    if (files.RenewedCount() == 0) {
+    CProgress progress(console, files);
+    const bool passRuns = !watch.IsFree();
+    Ask(event);
+    if (!passRuns) {
+        watch.AwaitBegin(files, 0);
+    }
+    Outcome outcome = watch.AwaitEnd(progress, files);
+    if (passRuns && !outcome.failures.empty()) {
+        // It had written some files before it was asked. The pass that follows may have ended, too: amporasrv begins it
+        // at once, and need not leave the mutex to others between the two.
+        watch.AwaitBegin(files, outcome.renewedCount);
+        outcome = watch.AwaitEnd(progress, files);
+    }
+    return outcome;
+}
+
+int Report(const Outcome& outcome, const Console& console)
+{
+    if (outcome.renewedCount == 0) {
         throw CFailure(L"no file has been renewed; 'amporactl status' tells why");
     }
-    const std::vector<CString> failures = files.Failures();
-    for (const CString& line : failures) {
+    for (const CString& line : outcome.failures) {
         console.err << platform::EncodeUtf8(L"amporactl: " + line + L"\n");
     }
-    return failures.empty() ? kExitSuccess : kExitFailure;
+    return outcome.failures.empty() ? kExitSuccess : kExitFailure;
 }
 
 int UpdateAndWait(const UpdateOptions& options, const Console& console)
@@ -244,22 +267,11 @@ int UpdateAndWait(const UpdateOptions& options, const Console& console)
     }
     const platform::WaitHandle event = OpenUpdateEvent();
     const CPassWatch watch(options);
-    CAskedFiles files;
+    const CAskedFiles files;
     if (files.Count() == 0) {
         throw CFailure(L"the settings switch all companies or kinds off");
     }
-    {
-        CProgress progress(console, files);
-        const bool isFirst = watch.IsFree();
-        Ask(event);
-        if (!isFirst) {
-            // The pass that was running is not the one that was asked for; that follows.
-            watch.AwaitEnd(progress, [&files] { files.Note(); });
-        }
-        watch.AwaitBegin(files);
-        watch.AwaitEnd(progress, [] {});
-    }
-    return Report(files, console);
+    return Report(AskAndWait(event, watch, files, console), console);
 }
 
 int Update(const UpdateOptions& options, const Console& console)

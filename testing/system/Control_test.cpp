@@ -64,6 +64,17 @@ TEST_F(SystemControl, UpdateWaitsUntilAllFilesAreRenewed)
     EndCopy(*copy);
 }
 
+TEST_F(SystemControl, UpdateDuringThePassAtTheStartIsFollowedByItsOwn)
+{
+    // Symptom: "no file has been renewed", for both passes had ended before amporactl got the mutex between them.
+    Rig().PutSettings(BaseSettings(Port(), kMessages));
+    for (int i = 0; i < 5; ++i) {
+        Control({"start"});
+        EXPECT_EQ(Control({"update", "--wait"}), "");
+        Control({"exit", "--wait"});
+    }
+}
+
 TEST_F(SystemControl, StatusTellsTheCopyItsFilesAndWhyThereAreNone)
 {
     SetAnswerForAll([](const Request&) { return testing_support::HttpAnswer{.status = 503}; });
