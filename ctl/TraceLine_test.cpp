@@ -11,13 +11,13 @@ class TraceLineTest : public testing_support::CMachineTest {};
 
 TEST_F(TraceLineTest, TakesApartWhatTheTraceLogWrites)
 {
-    OutputTraceLine(L"WAR", L"CFoo::Bar", L"a : b");
+    OutputTraceLine(L"WAR", L"Test::Bar", L"a : b");
     CString text = m_machine.DebugLines().front();
     text.pop_back();
     const auto line = ParseTraceLine(text);
     ASSERT_TRUE(line);
     EXPECT_EQ(line->tag, L"WAR");
-    EXPECT_EQ(line->function, L"CFoo::Bar");
+    EXPECT_EQ(line->function, L"Test::Bar");
     EXPECT_EQ(line->message, L"a : b");
     EXPECT_EQ(ParseTraceLine(L"[TRA] 2012/07/02 13:00:00.000 -2(7) F : ")->processId, 0xFFFFFFFEU);
     EXPECT_EQ(ParseTraceLine(L"[TRA] 2012/07/02 13:00:00.000 -2(7) F : ")->message, L"");

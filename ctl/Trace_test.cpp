@@ -17,12 +17,13 @@ protected:
     {
         m_machine.PutDword(Hive::kPerUser, kMain, L"LogLevel", 27);
         m_machine.StartProcess(1, [] {
-            OutputTraceLine(L"ERR", L"CAmporaUpdater::Update", L"e");
-            OutputTraceLine(L"WAR", L"CAmporaUpdater::Update", L"w");
+            OutputTraceLine(L"ERR", L"Test::Updater::Update", L"e");
+            OutputTraceLine(L"WAR", L"Test::Updater::Update", L"w");
             platform::OutputDebugText(L"a text of another program\n");
-            platform::OutputDebugText(L"[ERR] 2012/07/02 13:00:00.000 1(2) F : with the number of another process\n");
-            OutputTraceLine(L"TRA", L"CAmporaUpdaterOther::Start", L"Enter");
-            OutputTraceLine(L"TRA", L"CXMLParser::Load", L"t");
+            platform::OutputDebugText(
+                L"[ERR] 2012/07/02 13:00:00.000 1(2) Test::F : with the number of another process\n");
+            OutputTraceLine(L"TRA", L"Test::UpdaterOther::Start", L"Enter");
+            OutputTraceLine(L"TRA", L"Test::Parser::Load", L"t");
             return 0;
         });
         m_machine.FailCall(Call::kReadTraceText, 7, ERROR_INVALID_HANDLE);
@@ -47,10 +48,10 @@ protected:
 TEST_F(Trace, ShowsTheLinesOfAmporasrvAndNothingElse)
 {
     Follow({});
-    EXPECT_EQ(Lines(), "[ERR] CAmporaUpdater::Update : e\n"
-                       "[WAR] CAmporaUpdater::Update : w\n"
-                       "[TRA] CAmporaUpdaterOther::Start : Enter\n"
-                       "[TRA] CXMLParser::Load : t\n");
+    EXPECT_EQ(Lines(), "[ERR] Test::Updater::Update : e\n"
+                       "[WAR] Test::Updater::Update : w\n"
+                       "[TRA] Test::UpdaterOther::Start : Enter\n"
+                       "[TRA] Test::Parser::Load : t\n");
     EXPECT_THAT(m_out, testing::StartsWith("[ERR] 2012/07/02 13:00:00.000 "));
 }
 
@@ -60,12 +61,12 @@ TEST_F(Trace, ShowsTheWantedLevelsAndFunctionsOnly)
         std::vector<CString> arguments;
         std::string lines;
     } cases[] = {
-        {{L"--level", L"err"}, "[ERR] CAmporaUpdater::Update : e\n"},
-        {{L"--level", L"err,war"}, "[ERR] CAmporaUpdater::Update : e\n[WAR] CAmporaUpdater::Update : w\n"},
-        {{L"--function", L"camporaupdater::UPDATE", L"--level=war"}, "[WAR] CAmporaUpdater::Update : w\n"},
-        {{L"--function", L"CAmporaUpdater"}, "[ERR] CAmporaUpdater::Update : e\n[WAR] CAmporaUpdater::Update : w\n"},
-        {{L"--function", L"CXMLParser::Load"}, "[TRA] CXMLParser::Load : t\n"},
-        {{L"--function", L"Load"}, ""},
+        {{L"--level", L"err"}, "[ERR] Test::Updater::Update : e\n"},
+        {{L"--level", L"err,war"}, "[ERR] Test::Updater::Update : e\n[WAR] Test::Updater::Update : w\n"},
+        {{L"--function", L"test::updater::UPDATE", L"--level=war"}, "[WAR] Test::Updater::Update : w\n"},
+        {{L"--function", L"Test::Updater"}, "[ERR] Test::Updater::Update : e\n[WAR] Test::Updater::Update : w\n"},
+        {{L"--function", L"Test::Parser::Load"}, "[TRA] Test::Parser::Load : t\n"},
+        {{L"--function", L"Parser::Load"}, ""},
     };
     for (const auto& [arguments, lines] : cases) {
         Follow(arguments);
@@ -120,8 +121,8 @@ TEST_F(Trace, EndsWhenItsReaderHasGone)
 {
     m_machine.PutDword(Hive::kPerUser, kMain, L"LogLevel", 27);
     m_machine.StartProcess(1, [] {
-        OutputTraceLine(L"ERR", L"F", L"1");
-        OutputTraceLine(L"ERR", L"F", L"2");
+        OutputTraceLine(L"ERR", L"Test::F", L"1");
+        OutputTraceLine(L"ERR", L"Test::F", L"2");
         return 0;
     });
     // A stream that takes nothing.
