@@ -10,6 +10,7 @@ using testing::HasSubstr;
 using testing_support::CScratchFolder;
 
 constexpr std::chrono::seconds kValidatorLimit{60};
+constexpr std::chrono::seconds kOutputLimit{30};
 
 class SystemControlOutput : public CSystemTest {
 protected:
@@ -82,6 +83,22 @@ TEST_F(SystemControlOutput, LineEndsAreTheSameOnBothSystems)
                 testing::MatchesRegex("company,[a-z_,]*,written\r\n"
                                       "tokyo,demand,2,2012-07-02T14:00:00,2012-07-02T15:00:00,[^\r\n]*\r\n"));
     EXPECT_THAT(Rig().RunControl({"show", "--json"}).out, testing::Not(HasSubstr("\r")));
+}
+
+TEST_F(SystemControlOutput, WatchShowsTheFilesAgainWhenOneIsWritten)
+{
+    RunPass(OnlySetting("tokyo", 16));
+    const auto watch = Rig().StartControl({"watch"});
+    const auto expectLine = [&](const std::string& start) {
+        EXPECT_EQ(watch->ReadLine(kOutputLimit).value_or("no line").substr(0, start.size()), start) << watch->Err();
+    };
+    expectLine("COMPANY  KIND         RECORDS  ");
+    expectLine("Tokyo    peak demand        2  ");
+    RunPass(OnlySetting("chubu", 16));
+    expectLine("");
+    expectLine("COMPANY  KIND         RECORDS  ");
+    expectLine("Tokyo    peak demand        2  ");
+    expectLine("Chubu    peak demand        2  ");
 }
 
 } // namespace

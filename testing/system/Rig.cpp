@@ -216,6 +216,7 @@ bool CRig::Do(const std::string& command)
 
 struct CWindowsRig::Impl {
     fs::path Built(const char* path) const { return fs::path(build) / path; }
+    std::vector<std::string> Control() const { return {AMPORA_WINE, "run", Built("bin/amporactl.exe").string()}; }
 
     std::string build = Variable("AMPORA_WINDOWS_BUILD");
     testing_support::CScratchFolder scratch;
@@ -272,11 +273,15 @@ std::unique_ptr<CCopy> CWindowsRig::Start(const std::vector<std::string>& argume
 
 ProcessResult CWindowsRig::RunControl(const std::vector<std::string>& arguments)
 {
-    const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Built("bin/amporactl.exe").string()};
-    ProcessResult result = RunProcess(Joined(command, arguments), Variables(), kCommandLimit);
+    ProcessResult result = RunProcess(Joined(m_impl->Control(), arguments), Variables(), kCommandLimit);
     // Only of standard error: standard output leaves the program as it is.
     std::erase(result.err, '\r');
     return result;
+}
+
+std::unique_ptr<CBackgroundProcess> CWindowsRig::StartControl(const std::vector<std::string>& arguments)
+{
+    return std::make_unique<CBackgroundProcess>(Joined(m_impl->Control(), arguments), Variables());
 }
 
 fs::path CWindowsRig::CommonFolder() const { return m_impl->commonFolder; }
@@ -346,6 +351,11 @@ std::unique_ptr<CCopy> CLinuxRig::Start(const std::vector<std::string>& argument
 ProcessResult CLinuxRig::RunControl(const std::vector<std::string>& arguments)
 {
     return RunProcess(Joined({AMPORA_LINUX_CONTROL}, arguments), ProgramEnvironment(), kCommandLimit);
+}
+
+std::unique_ptr<CBackgroundProcess> CLinuxRig::StartControl(const std::vector<std::string>& arguments)
+{
+    return std::make_unique<CBackgroundProcess>(Joined({AMPORA_LINUX_CONTROL}, arguments), ProgramEnvironment());
 }
 
 std::unique_ptr<testing_support::CPeer> CLinuxRig::MakePeer() const

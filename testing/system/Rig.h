@@ -78,6 +78,8 @@ public:
 
     // Runs amporactl to its end.
     virtual ProcessResult RunControl(const std::vector<std::string>& arguments) = 0;
+    // Starts amporactl, for a verb that does not end by itself. It must go before the rig.
+    virtual std::unique_ptr<CBackgroundProcess> StartControl(const std::vector<std::string>& arguments) = 0;
 
     // The common application-data folder; it exists.
     virtual std::filesystem::path CommonFolder() const = 0;
@@ -117,6 +119,7 @@ public:
     void PutSettings(const std::string& text) override;
     std::unique_ptr<CCopy> Start(const std::vector<std::string>& arguments = {}) override;
     ProcessResult RunControl(const std::vector<std::string>& arguments) override;
+    std::unique_ptr<CBackgroundProcess> StartControl(const std::vector<std::string>& arguments) override;
     std::filesystem::path CommonFolder() const override;
 
     // Lets another process show the window of a copy that this rig has started, in each way that there is. What it says
@@ -143,6 +146,7 @@ public:
     void PutSettings(const std::string& text) override;
     std::unique_ptr<CCopy> Start(const std::vector<std::string>& arguments = {}) override;
     ProcessResult RunControl(const std::vector<std::string>& arguments) override;
+    std::unique_ptr<CBackgroundProcess> StartControl(const std::vector<std::string>& arguments) override;
     std::filesystem::path CommonFolder() const override;
 
     // Lets amporasrv use another common application-data folder.

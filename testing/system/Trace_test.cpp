@@ -1,8 +1,6 @@
 // The trace lines of the real amporasrv, as amporactl follows them.
 #include "testing/system/SystemTest.h"
 
-#include <cstdlib>
-
 namespace system_test {
 namespace {
 
@@ -17,20 +15,18 @@ protected:
     // Nobody else may listen to the debugger output, so the copy is one of amporactl, not of the rig.
     void FollowOnWindows()
     {
-        const std::string program = std::string(std::getenv("AMPORA_WINDOWS_BUILD")) + "/bin/amporactl.exe";
         EXPECT_EQ(Rig().RunControl({"start"}).exitCode, 0);
-        CBackgroundProcess trace({AMPORA_WINE, "run", program, "trace", "--function", "CAmporaUpdater", "--level=tra"},
-                                 {});
+        const auto trace = Rig().StartControl({"trace", "--function", "CAmporaUpdater", "--level=tra"});
         // Nothing tells when it listens; an update makes lines.
         EXPECT_TRUE(WaitUntil(
-            [&] { return Rig().RunControl({"update"}).exitCode == 0 && trace.Out().find('\n') != std::string::npos; },
+            [&] { return Rig().RunControl({"update"}).exitCode == 0 && trace->Out().find('\n') != std::string::npos; },
             kLimit));
         const ProcessResult second = Rig().RunControl({"trace"});
         EXPECT_EQ(second.exitCode, 1);
         EXPECT_EQ(second.err, "amporactl: another program shows the debugger output already; end it first\n");
         EXPECT_EQ(Rig().RunControl({"exit", "--wait"}).exitCode, 0);
-        const std::optional<std::string> line = trace.ReadLine(kLimit);
-        ASSERT_TRUE(line) << trace.Err();
+        const std::optional<std::string> line = trace->ReadLine(kLimit);
+        ASSERT_TRUE(line) << trace->Err();
         const auto parsed = testing_support::ParseTraceLine(*line);
         ASSERT_TRUE(parsed) << *line;
         EXPECT_EQ(parsed->trace.level, "TRA");
