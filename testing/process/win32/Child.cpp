@@ -128,10 +128,17 @@ struct CChild::Impl {
         CString line = CommandLine(command);
         CString variables = EnvironmentBlock(environment);
         PROCESS_INFORMATION information = {};
-        Check(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE,
-                               CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT | EXTENDED_STARTUPINFO_PRESENT,
-                               variables.data(), nullptr, &startup.StartupInfo, &information),
-              command.front());
+        const auto start = [&] {
+            return ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE,
+                                    CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT | EXTENDED_STARTUPINFO_PRESENT,
+                                    variables.data(), nullptr, &startup.StartupInfo, &information);
+        };
+        BOOL isStarted = start();
+        // wine has refused a start with this error on a busy machine, and nothing ran then.
+        for (int tries = 2; !isStarted && ::GetLastError() == ERROR_INTERNAL_ERROR && tries > 0; --tries) {
+            isStarted = start();
+        }
+        Check(isStarted, command.front());
         process.Reset(information.hProcess);
         processId = information.dwProcessId;
         const CKernelHandle thread(information.hThread);
