@@ -12,8 +12,9 @@ namespace ctl {
 
 namespace {
 
-// A pass writes its files one after the other: after a change, what is shown waits for this much quiet.
-constexpr DWORD kQuietMs = 200;
+// A pass writes its files one after the other, and cannot write one that is being read: after a change, what is shown
+// waits for this much quiet.
+constexpr DWORD kQuietMs = 1000;
 constexpr int kMostWaits = 10; // but not longer than so often
 constexpr const char* kClear = "\x1b[H\x1b[2J";
 

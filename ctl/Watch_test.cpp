@@ -25,7 +25,7 @@ protected:
     void Change(std::uint64_t value)
     {
         Put(kTokyo, kInstantUsage, FileOf(kInstantUsage, {FiveMinutes(value, 12, 0)}));
-        m_machine.RunFor(1000);
+        m_machine.RunFor(1500);
     }
     // Lets it fail to write at the next change, and so end.
     int End()
@@ -80,10 +80,10 @@ TEST_F(Watch, ShowsThatOfAPassOnce)
     Written();
     for (const DWORD dataType : {kInstantUsage, kActualUsage, kPeakDemand}) {
         Put(kTokyo, dataType, FileOf(dataType, {}));
-        m_machine.RunFor(150);
+        m_machine.RunFor(750);
     }
     EXPECT_EQ(Written(), "");
-    m_machine.RunFor(100);
+    m_machine.RunFor(500);
     const std::string table = Written();
     EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 1 + 1 + 3);
     EXPECT_EQ(End(), 1);
@@ -97,12 +97,12 @@ TEST_F(Watch, WaitsForFilesAndForTheirFolder)
     Change(1);
     EXPECT_THAT(Written(), HasSubstr("Tokyo    instant usage"));
     m_machine.RemoveFile(DataFolder());
-    m_machine.RunFor(1000);
+    m_machine.RunFor(1500);
     EXPECT_EQ(Written(), "\n" + nothing);
     Change(2);
     EXPECT_THAT(Written(), HasSubstr("Tokyo    instant usage"));
     Put(kTokyo, kInstantUsage, {1});
-    m_machine.RunFor(1000);
+    m_machine.RunFor(1500);
     EXPECT_THAT(Written(), EndsWith("it has 1 bytes, less than a header (32 bytes)\n"));
     EXPECT_EQ(End(), 1);
 }
