@@ -17,11 +17,6 @@ constexpr int kMaxAgeMinutes = 366 * 24 * 60;
 
 auto DayOf(const SYSTEMTIME& time) { return std::make_tuple(time.wYear, time.wMonth, time.wDay); }
 
-auto OrderOf(const SYSTEMTIME& time)
-{
-    return std::tuple_cat(DayOf(time), std::make_tuple(time.wHour, time.wMinute, time.wSecond, time.wMilliseconds));
-}
-
 } // namespace
 
 void AddMaxAge(CLI::App& verb, int& minutes)
@@ -112,8 +107,8 @@ const _AmporaOneData* PresentRecord(const KnownFile& known, const SYSTEMTIME& no
     const _AmporaOneData* present = nullptr;
     for (const _AmporaOneData& record : known.content.records) {
         const bool hasCome =
-            known.kind.isTrimmed ? OrderOf(record.stStart) <= OrderOf(now) : DayOf(record.stStart) <= DayOf(now);
-        if (hasCome && (present == nullptr || OrderOf(present->stStart) < OrderOf(record.stStart))) {
+            known.kind.isTrimmed ? !StartsEarlier({0, now, now}, record) : DayOf(record.stStart) <= DayOf(now);
+        if (hasCome && (present == nullptr || StartsEarlier(*present, record))) {
             present = &record;
         }
     }
