@@ -1,7 +1,7 @@
 # The commands. Each installs what it needs first, and no more; scripts/ does the work.
 .DEFAULT_GOAL := programs
 .PHONY: help programs windows install package msi bundle-windows setup demo live demo-windows check test test-linux \
-        test-windows test-asan test-tsan test-packages test-reproducible simulate fleet fuzz bench coverage format tidy clean
+        test-windows test-asan test-tsan test-packages test-reproducible simulate fleet attack fuzz bench coverage format tidy clean
 
 programs: ## build the programs for this system and say where they lie; what "make" alone does
 	@scripts/setup.sh build
@@ -92,6 +92,10 @@ simulate: ## run the whole program for DAYS (30) simulated days under SEEDS (200
 fleet: ## compute the load of MACHINES (1000000) machines under SEED (1), for docs/fleet.md
 	@scripts/setup.sh build tests
 	@MACHINES=$(MACHINES) SEED=$(SEED) scripts/fleet.sh
+
+attack: ## attack the programs in every way, or in those named in PARTS, and write the figures into docs/testing.md
+	@scripts/setup.sh build windows wine tests bus checks fuzz coverage
+	@scripts/attack.sh $(PARTS)
 
 fuzz: ## run each fuzzer for FUZZ_SECONDS (default 30)
 	@scripts/setup.sh build fuzz

@@ -6,11 +6,5 @@ cd "$(dirname "$0")/.."
 scripts/build.sh --tests linux ampora_fleet
 mkdir -p build/fleet
 build/linux/tests/ampora_fleet --machines "${MACHINES:-1000000}" --seed "${SEED:-1}" --csv build/fleet >build/fleet/figures.md
-awk -v figures=build/fleet/figures.md '
-  /^<!-- figures: end -->/ { inside = 0; ends++ }
-  !inside { print }
-  /^<!-- figures: begin/ { inside = 1; begins++; print ""; while ((getline line < figures) > 0) print line; print "" }
-  END { if (begins != 1 || ends != 1) exit 1 }
-' docs/fleet.md >build/fleet/fleet.md || { echo "fleet: docs/fleet.md lacks the lines that the figures go between" >&2; exit 1; }
-cat build/fleet/fleet.md >docs/fleet.md
+scripts/renew-figures docs/fleet.md figures <build/fleet/figures.md
 echo "docs/fleet.md has the figures of $(wc -l <build/fleet/figures.md) lines; build/fleet has those of each minute."
