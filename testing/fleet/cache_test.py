@@ -24,6 +24,9 @@ import threading
 import time
 import unittest
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "process"))
+from place import make_place, targets_of_a_pass
+
 LIMIT = 30  # seconds that anything may take
 CONFIGURATION = pathlib.Path(__file__).resolve().parents[2] / "docs" / "fleet-nginx.conf"
 PROGRAMS = None  # what the command line says
@@ -33,17 +36,6 @@ REPORT = "/usage/tokyo/instant?date=2012-07-02&output=xml"
 TODAY = {"Cache-Control": "max-age=60, stale-while-revalidate=60, stale-if-error=600", "ETag": '"first"'}
 MISSING = {"Cache-Control": "no-store"}
 LONG_AFTER = 3600
-
-
-# Company, kinds that a machine asks for.
-COMPANIES = {"tokyo": "iaesd", "tohoku": "iaesd", "kansai": "iaesd", "chubu": "asd", "kyushu": "isd"}
-KINDS = {"i": "usage/{}/instant", "a": "usage/{}/actual", "e": "usage/{}/estimated", "s": "peak/{}/supply",
-         "d": "peak/{}/demand"}
-
-
-def targets_of_a_pass(days):
-    return [f"/{KINDS[kind].format(company)}?date={day}&output=xml"
-            for company, kinds in COMPANIES.items() for kind in kinds for day in days]
 
 
 def wait_until(condition):
@@ -171,17 +163,7 @@ class Machine:
 
     def __init__(self, port):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="ampora-machine-"))
-        for name in ("user", "machine/AmporaSrv", "run", "lock", "data"):
-            (self.folder / name).mkdir(parents=True)
-        (self.folder / "run").chmod(0o700)
-        (self.folder / "machine/AmporaSrv/settings.reg").write_text(
-            "Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv]\n"
-            f'"Enable"=dword:00000001\n"LogLevel"=dword:00000008\n"ApiHost"="127.0.0.1:{port}"\n')
-        self.environment = {name: value for name, value in os.environ.items() if not name.lower().endswith("_proxy")}
-        self.environment.update(
-            XDG_CONFIG_HOME=str(self.folder / "user"), XDG_CONFIG_DIRS=str(self.folder / "machine"),
-            XDG_RUNTIME_DIR=str(self.folder / "run"), AMPORA_LOCK_DIR=str(self.folder / "lock"),
-            AMPORA_COMMON_APPDATA=str(self.folder / "data"), AMPORA_CONNECTED_STATE="2")
+        self.environment = make_place(self.folder, port, log_level=8)
         self.trace = open(self.folder / "trace", "w+", encoding="utf-8")
         self.process = subprocess.Popen([PROGRAMS.amporasrv], env=self.environment, stderr=self.trace)
         wait_until(lambda: self.passes() == 1)
