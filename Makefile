@@ -66,11 +66,11 @@ check: ## layout, layers, repository rules, static analysis, and the checks of t
 	@scripts/test.sh checks
 
 test: ## build and run every test, for Linux and, under wine, for Windows
-	@scripts/setup.sh build windows wine tests bus browser msi
+	@scripts/setup.sh build windows wine tests bus browser msi bench
 	@scripts/test.sh linux windows
 
 test-linux: ## build and run the tests for Linux
-	@scripts/setup.sh build tests bus browser
+	@scripts/setup.sh build tests bus browser bench
 	@scripts/test.sh linux
 
 test-windows: ## build the tests for Windows and run them under wine
@@ -101,8 +101,8 @@ fuzz: ## run each fuzzer for FUZZ_SECONDS (default 30)
 	@scripts/setup.sh build fuzz
 	@scripts/fuzz.sh
 
-bench: ## run the benchmarks
-	@scripts/setup.sh build tests
+bench: ## measure the programs against alternatives and write the figures into docs/performance.md, in some minutes
+	@scripts/setup.sh build windows tests bench bench-http
 	@scripts/bench.sh
 
 coverage: ## line and branch coverage of the Linux tests

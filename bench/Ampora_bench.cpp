@@ -1,4 +1,5 @@
 // Measures what a pass does for each report. On the native platform, without the network.
+#include "config/TraceLog.h"
 #include "data/GSXMLAnalyzer.h"
 #include "fetch/AmporaHttpClient.h"
 #include "fetch/AmporaPowerCompanies.h"
@@ -10,6 +11,7 @@
 #include "testing/ScratchFolder.h"
 
 #include <benchmark/benchmark.h>
+#include <libxml/parser.h>
 
 namespace {
 
@@ -24,8 +26,19 @@ std::string InstantReport(std::int64_t usages)
         catalogue::kInstantUsage, testing_support::UsagesOfDay("2012-07-02", static_cast<int>(usages), kStepSeconds));
 }
 
+// Reports of some 2 KB to 2 MB, and one that is almost as long as the limit.
+void AddReportSizes(benchmark::internal::Benchmark* benchmark)
+{
+    constexpr int kLongestUsages = 118000;
+    for (const int usages : {24, kDayUsages, 2880, 28800, kLongestUsages}) {
+        benchmark->Arg(usages);
+    }
+    benchmark->Unit(benchmark::kMicrosecond);
+}
+
 void AnalyzeReport(benchmark::State& state)
 {
+    g_dwLogLevel = 0;
     platform::EnterApartment();
     {
         const std::string report = InstantReport(state.range(0));
@@ -34,7 +47,8 @@ void AnalyzeReport(benchmark::State& state)
         analyzer.Initialize();
         while (state.KeepRunning()) {
             const auto records = static_cast<CAmporaAnalyzer&>(analyzer).AnalyzeData(text);
-            if (!records || records->Records().size() != static_cast<std::size_t>(state.range(0))) {
+            if (report.size() > kMaxBodyBytes || !records ||
+                records->Records().size() != static_cast<std::size_t>(state.range(0))) {
                 state.SkipWithError("not every usage became a record");
             }
         }
@@ -43,7 +57,36 @@ void AnalyzeReport(benchmark::State& state)
     }
     platform::LeaveApartment();
 }
-BENCHMARK(AnalyzeReport)->Arg(kDayUsages)->Arg(kHugeUsages)->Unit(benchmark::kMicrosecond);
+BENCHMARK(AnalyzeReport)->Apply(AddReportSizes);
+
+// The least that an analysis of the same text can do.
+void BareParse(benchmark::State& state)
+{
+    const std::string report = InstantReport(state.range(0));
+    while (state.KeepRunning()) {
+        xmlDoc* const document = xmlReadMemory(report.data(), static_cast<int>(report.size()), "", nullptr, 0);
+        if (document == nullptr) {
+            state.SkipWithError("the report was not parsed");
+        }
+        xmlFreeDoc(document);
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(report.size()));
+}
+BENCHMARK(BareParse)->Apply(AddReportSizes);
+
+void SwitchedOffTraceLine(benchmark::State& state)
+{
+    constexpr int kBatch = 1000;
+    g_dwLogLevel = 0;
+    const CTraceLog log(L"CAmporaUpdater::ThreadProc");
+    while (state.KeepRunningBatch(kBatch)) {
+        for (int minutes = 0; minutes < kBatch; ++minutes) {
+            log.Tra(L"Set Interval:%dmin", minutes);
+            benchmark::ClobberMemory(); // so that each line looks at the level
+        }
+    }
+}
+BENCHMARK(SwitchedOffTraceLine);
 
 void WriteDataFile(benchmark::State& state)
 {

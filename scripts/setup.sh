@@ -20,6 +20,7 @@ declare -A groups=(
   [format]='clang-format git'
   [checks]='clang-format clang-tidy git python3'
   [fuzz]='clang libclang-rt-14-dev'
+  [bench]='binutils curl libfaketime libxml2-utils python3 python3-requests strace' # what amporasrv is measured with and against
   [bench-http]='curl nginx wrk' # nginx to compare the report server with, wrk to load both
   [packages]='debhelper git lintian'            # to build the Debian packages and look at them
   [msi]='msitools python3 python3-yaml wixl'    # to build the package for Windows and look at it
