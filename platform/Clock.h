@@ -3,6 +3,9 @@
 // Three scales: calendar time (SYSTEMTIME, local wall clock unless said otherwise), FILETIME (100-nanosecond units
 // since 1601-01-01 00:00:00) and time values (seconds since 1970-01-01 00:00:00 UTC, signed 64-bit). The wall clock may
 // jump in either direction; nothing here is monotonic. All functions may be called from any thread.
+//
+// On Linux a change of the machine's zone is noticed when the clock is read, by LocalToUtcFileTime too; the other
+// conversions use the zone that was noticed last.
 #pragma once
 
 #include "platform/Types.h"

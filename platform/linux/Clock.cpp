@@ -3,9 +3,7 @@
 #include "platform/LastError.h"
 #include "platform/portable/FileTime.h"
 
-#include <cstring>
 #include <ctime>
-#include <mutex>
 
 namespace platform {
 
@@ -14,22 +12,23 @@ namespace {
 // 3000-12-31 23:59:59 UTC, the last time value that converts.
 constexpr std::int64_t kLastTime = 32'535'215'999;
 
+// A conversion alone would not notice that the machine's zone has been changed: the C library looks at it again only
+// when it is told to, which costs a system call.
 timespec ReadWallClock()
 {
+    tzset();
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
     return now;
 }
 
-// Keeps a conversion to the zone that was looked up for it. (The C library has a lock inside each single call.)
-std::mutex g_zone;
+bool BreakDown(std::time_t time, std::tm* local) { return localtime_r(&time, local) != nullptr; }
 
-bool BreakDown(std::time_t time, std::tm* local)
+// The difference from UTC that is in force at a time.
+std::time_t OffsetAt(std::time_t time)
 {
-    const std::scoped_lock lock(g_zone);
-    // localtime_r alone would not notice that the machine's zone has been changed.
-    tzset();
-    return localtime_r(&time, local) != nullptr;
+    std::tm local = {};
+    return BreakDown(time, &local) ? local.tm_gmtoff : 0;
 }
 
 SYSTEMTIME CalendarOf(const std::tm& local, int milliseconds)
@@ -113,9 +112,13 @@ std::int64_t LocalCalendarToTime(const SYSTEMTIME& local)
     parts.tm_hour = local.wHour;
     parts.tm_min = local.wMinute;
     parts.tm_sec = local.wSecond;
-    parts.tm_isdst = -1;
-    const std::scoped_lock lock(g_zone);
-    const std::time_t time = std::mktime(&parts);
+    // mktime would look at the zone again at each call.
+    const std::time_t asUtc = timegm(&parts);
+    constexpr std::time_t kDaySeconds = 86400;
+    const std::time_t before = asUtc - OffsetAt(asUtc - kDaySeconds);
+    const std::time_t after = asUtc - OffsetAt(asUtc + kDaySeconds);
+    // They differ where the difference from UTC changes within a day. A time that does not exist is moved on.
+    const std::time_t time = asUtc - OffsetAt(before) != before && asUtc - OffsetAt(after) == after ? after : before;
     return time >= 0 && time <= kLastTime ? time : -1;
 }
 

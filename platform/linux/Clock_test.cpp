@@ -24,12 +24,16 @@ protected:
         m_session.reset();
         tzset();
     }
-    void SetZone(const char* zone) { m_session->SetVariable("TZ", zone); }
+    void SetZone(const char* zone)
+    {
+        m_session->SetVariable("TZ", zone);
+        ReadTime(); // notices it
+    }
 
     std::unique_ptr<testing_support::CScratchSession> m_session = std::make_unique<testing_support::CScratchSession>();
 };
 
-TEST_F(LinuxClock, AChangeOfZoneIsSeenByTheNextCall)
+TEST_F(LinuxClock, AChangeOfZoneIsSeenOnceTheClockIsRead)
 {
     SYSTEMTIME local = {};
     SetZone(kJapan);
@@ -50,6 +54,9 @@ TEST_F(LinuxClock, DaylightSavingIsLeftToTheSystem)
     // 02:30 does not exist on the day when it begins; the hour is moved on or back, never refused.
     const std::int64_t skipped = LocalCalendarToTime(Calendar(2012, 3, 11, 2, 30));
     EXPECT_THAT(skipped, testing::AnyOf(1331447400, 1331451000));
+    // 01:30 comes twice on the day when it ends.
+    const std::int64_t repeated = LocalCalendarToTime(Calendar(2012, 11, 4, 1, 30));
+    EXPECT_THAT(repeated, testing::AnyOf(1352007000, 1352010600));
 }
 
 TEST_F(LinuxClock, TheEarliestLocalTimeIsTheEpochInUtc)
