@@ -20,7 +20,7 @@ struct SettingsValue {
     std::vector<BYTE> data; // raw bytes, numbers little-endian, text UTF-16LE
 };
 
-// Opens the key for reading, reads one value and closes the key. Nothing is cached: a change is seen by the next call.
+// Opens the key for reading, reads one value and closes the key. A change is seen by the next call.
 // keyPath: below the root, with backslashes; valueName: must not be null. Both compare without case.
 // TRUE with *value filled; FALSE, with *value emptied, when key or value is missing or cannot be read. Any thread.
 BOOL QuerySettingsValue(Hive hive, const CString& keyPath, const wchar_t* valueName, SettingsValue* value);

@@ -1,7 +1,8 @@
 #include "platform/linux/Environment.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <sstream>
+#include <string_view>
 
 namespace platform::linux {
 
@@ -35,9 +36,11 @@ std::string FolderFromEnvironment(const char* name, const std::string& fallback)
 std::vector<std::string> FoldersFromEnvironment(const char* name, const std::string& fallback)
 {
     std::vector<std::string> folders;
-    std::istringstream list(ValueOf(name, fallback));
-    for (std::string folder; std::getline(list, folder, ':');) {
-        folders.push_back(AbsolutePath(folder));
+    const std::string list = ValueOf(name, fallback);
+    for (std::string_view rest = list; !rest.empty();) {
+        const std::string_view folder = rest.substr(0, rest.find(':'));
+        folders.push_back(AbsolutePath(std::string(folder)));
+        rest.remove_prefix(std::min(folder.size() + 1, rest.size()));
     }
     return folders;
 }

@@ -26,11 +26,11 @@ protected:
     {
         return "[HKEY_LOCAL_MACHINE\\Software\\Test]\n\"N\"=dword:" + std::to_string(number) + "\n";
     }
-    // The value "N" below the hive's key "Software\Test", -1 for none.
-    static int Number(Hive hive)
+    // The value "N" below the hive's key "Software\Test", or another one; -1 for none.
+    static int Number(Hive hive, const CString& key = L"Software\\Test", const wchar_t* name = L"N")
     {
         SettingsValue value;
-        return QuerySettingsValue(hive, L"Software\\Test", L"N", &value) ? value.data.at(0) : -1;
+        return QuerySettingsValue(hive, key, name, &value) ? value.data.at(0) : -1;
     }
 
     testing_support::CScratchSession m_session;
@@ -96,6 +96,21 @@ TEST_F(LinuxSettings, AFileMayBeASymbolicLink)
     Write(m_session.Folder() / "elsewhere.reg", UserFile(8));
     std::filesystem::create_symlink(m_session.Folder() / "elsewhere.reg", m_session.UserSettings());
     EXPECT_EQ(Number(Hive::kPerUser), 8);
+}
+
+TEST_F(LinuxSettings, AFileWhoseContentIsKeptGivesWayToAnother)
+{
+    // Old enough to be kept, as no file that a test writes is.
+    std::filesystem::create_symlink(AMPORA_SOURCE_DIR "/fuzz/seeds/settings/values.reg", m_session.MachineSettings());
+    const CString key = L"Software\\Halvex\\AmporaSrv";
+    EXPECT_EQ(Number(Hive::kMachine, key, L"Enable"), 1);
+    EXPECT_EQ(Number(Hive::kMachine, key, L"enable"), 1);
+    EXPECT_EQ(Number(Hive::kMachine, key, L"Missing"), -1);
+    std::filesystem::remove(m_session.MachineSettings());
+    Write(m_session.MachineSettings(), "[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv]\n\"Enable\"=dword:2\n");
+    EXPECT_EQ(Number(Hive::kMachine, key, L"Enable"), 2);
+    std::filesystem::remove(m_session.MachineSettings());
+    EXPECT_EQ(Number(Hive::kMachine, key, L"Enable"), -1);
 }
 
 TEST_F(LinuxSettings, WhatIsNoRegularFileCountsAsMissing)
