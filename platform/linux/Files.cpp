@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <limits>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -60,23 +61,23 @@ CFileDescriptor OpenOrMakeFile(const std::string& path, bool forAll)
     return CFileDescriptor();
 }
 
-// Whether an open file has another hard link, which may be a file that must not be overwritten.
-bool HasSecondLink(const CFileDescriptor& file)
+// Refuses everything but a regular file, one with more hard links than these, and one that others use. The error code.
+DWORD LockRegularFile(const CFileDescriptor& file, nlink_t maxLinks, int operation)
 {
     struct stat status = {};
-    return ::fstat(file.Get(), &status) != 0 || status.st_nlink > 1;
-}
-
-// Refuses everything but a regular file and one that others use. The error code.
-DWORD LockRegularFile(const CFileDescriptor& file, int operation)
-{
-    if (!linux::IsRegularFile(file)) {
+    if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink > maxLinks) {
         return ERROR_ACCESS_DENIED;
     }
     if (::flock(file.Get(), operation | LOCK_NB) != 0) {
         return errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : linux::ErrorCodeOf(errno);
     }
     return ERROR_SUCCESS;
+}
+
+bool IsFolder(const std::string& path)
+{
+    struct stat status = {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 // The code for a file or folder that could not be made: what is missing then is the folder around it.
@@ -88,9 +89,7 @@ BOOL GetCommonAppDataFolder(CString* folder)
 {
     folder->clear();
     const std::string path = linux::FolderFromEnvironment("AMPORA_COMMON_APPDATA", "/var/lib");
-    struct stat status = {};
-    if ((::mkdir(path.c_str(), 0755) != 0 && errno != EEXIST) || ::stat(path.c_str(), &status) != 0 ||
-        !S_ISDIR(status.st_mode)) {
+    if (!IsFolder(path) && ::mkdir(path.c_str(), 0755) != 0 && !IsFolder(path)) {
         return FALSE;
     }
     *folder = DecodeUtf8(path);
@@ -140,7 +139,8 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
         SetLastErrorCode(CodeOfMaking(errno));
         return nullptr;
     }
-    DWORD code = HasSecondLink(file) ? ERROR_ACCESS_DENIED : LockRegularFile(file, LOCK_EX);
+    // Another hard link may be a file that must not be overwritten.
+    DWORD code = LockRegularFile(file, 1, LOCK_EX);
     // Only with the lock, for a reader may be in the middle of the old content.
     if (code == ERROR_SUCCESS && ::ftruncate(file.Get(), 0) != 0) {
         code = linux::ErrorCodeOf(errno);
@@ -178,7 +178,7 @@ DWORD ReadWholeFile(const CString& path, std::size_t maxBytes, std::vector<BYTE>
         const int error = errno;
         return error == ENOENT && !PathExists(linux::FolderOf(path)) ? ERROR_PATH_NOT_FOUND : linux::ErrorCodeOf(error);
     }
-    DWORD code = LockRegularFile(file, LOCK_SH);
+    DWORD code = LockRegularFile(file, std::numeric_limits<nlink_t>::max(), LOCK_SH);
     if (code == ERROR_SUCCESS) {
         code = linux::ReadBytes(file, maxBytes, bytes);
     }

@@ -3,6 +3,7 @@
 #include "platform/LastError.h"
 #include "platform/linux/ErrorCode.h"
 #include "platform/linux/Waiting.h"
+#include "platform/linux/WriteSignals.h"
 
 #include <atomic>
 #include <cerrno>
@@ -31,6 +32,7 @@ std::atomic<int> g_runningThreads = 0; // of StartThread
 
 void Run(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 {
+    linux::CWriteSignals::BlockForThread();
     thread->m_state.MakeCurrent();
     entry(argument);
     // Whoever sees the thread ended also finds the mutexes abandoned that it still owned.

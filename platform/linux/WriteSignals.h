@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <optional>
 #include <pthread.h>
 
 namespace platform::linux {
@@ -16,29 +17,58 @@ class CWriteSignals {
 public:
     CWriteSignals()
     {
-        sigemptyset(&m_signals);
-        sigaddset(&m_signals, SIGPIPE);
-        sigaddset(&m_signals, SIGXFSZ);
-        sigset_t blocked = m_signals;
-        sigaddset(&blocked, SIGTTOU);
-        pthread_sigmask(SIG_BLOCK, &blocked, &m_before);
+        if (!s_areBlockedForThread) {
+            m_before = Block();
+        }
     }
     ~CWriteSignals()
     {
-        const timespec atOnce = {};
-        while (m_isRaised && (sigtimedwait(&m_signals, nullptr, &atOnce) >= 0 || errno == EINTR)) {
+        if (!m_before) {
+            return;
         }
-        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+        const sigset_t raised = Raised();
+        const timespec atOnce = {};
+        while (m_isRaised && (sigtimedwait(&raised, nullptr, &atOnce) >= 0 || errno == EINTR)) {
+        }
+        pthread_sigmask(SIG_SETMASK, &*m_before, nullptr);
     }
     CWriteSignals(const CWriteSignals&) = delete;
     CWriteSignals& operator=(const CWriteSignals&) = delete;
+
+    // Blocks the signals until the calling thread ends, so that its objects of this class need no system calls.
+    static void BlockForThread()
+    {
+        Block();
+        s_areBlockedForThread = true;
+    }
 
     // To be called with the errno of each failed write; takes back the signal that came with it.
     void Note(int error) { m_isRaised = m_isRaised || error == EPIPE || error == EFBIG; }
 
 private:
-    sigset_t m_signals = {};
-    sigset_t m_before = {};
+    // The signals that come with a failed write.
+    static sigset_t Raised()
+    {
+        sigset_t signals = {};
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGPIPE);
+        sigaddset(&signals, SIGXFSZ);
+        return signals;
+    }
+
+    // What was blocked before.
+    static sigset_t Block()
+    {
+        sigset_t signals = Raised();
+        sigaddset(&signals, SIGTTOU);
+        sigset_t before = {};
+        pthread_sigmask(SIG_BLOCK, &signals, &before);
+        return before;
+    }
+
+    static inline thread_local bool s_areBlockedForThread = false;
+
+    std::optional<sigset_t> m_before = {}; // none: they are blocked anyway
     bool m_isRaised = false;
 };
 
