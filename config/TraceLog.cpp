@@ -15,19 +15,9 @@ void CTraceLog::Write(const wchar_t* tag, const wchar_t* format,
     }
 }
 
-void CTraceScope::Enter() const noexcept
-{
-    if ((g_dwLogLevel & kTraceScope) != 0) {
-        Tra(L"Enter");
-    }
-}
+void CTraceScope::Enter() const noexcept { Tra(L"Enter"); }
 
-void CTraceScope::Leave() const noexcept
-{
-    if ((g_dwLogLevel & kTraceScope) != 0) {
-        Tra(L"Leave");
-    }
-}
+void CTraceScope::Leave() const noexcept { Tra(L"Leave"); }
 
 void OutputTraceLine(const wchar_t* tag, const wchar_t* function, const CString& message) noexcept
 {

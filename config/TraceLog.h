@@ -62,12 +62,23 @@ private:
 class CTraceScope : public CTraceLog {
 public:
     // pszFunction: as for CTraceLog.
-    explicit CTraceScope(const wchar_t* pszFunction) noexcept : CTraceLog(pszFunction) { Enter(); }
-    ~CTraceScope() { Leave(); }
+    explicit CTraceScope(const wchar_t* pszFunction) noexcept : CTraceLog(pszFunction)
+    {
+        if (IsScopeTraced()) {
+            Enter();
+        }
+    }
+    ~CTraceScope()
+    {
+        if (IsScopeTraced()) {
+            Leave();
+        }
+    }
     CTraceScope(const CTraceScope&) = delete;
     CTraceScope& operator=(const CTraceScope&) = delete;
 
 private:
+    static bool IsScopeTraced() { return (g_dwLogLevel & kTraceScope) != 0; }
     void Enter() const noexcept;
     void Leave() const noexcept;
 };
