@@ -146,10 +146,13 @@ class Service:
     def processor_time(self):
         return time.clock_gettime(~self.run.pid << 3 | 2)  # clock_getcpuclockid
 
+    def threads(self):
+        """What the system says of each."""
+        return [(task / "status").read_text() for task in pathlib.Path(f"/proc/{self.run.pid}/task").iterdir()]
+
     def switches(self):
         """How often its threads have gone to sleep or lost the processor."""
-        return {task.name: sum(int(count) for count in re.findall(r"ctxt_switches:\s+(\d+)", (task / "status").read_text()))
-                for task in pathlib.Path(f"/proc/{self.run.pid}/task").iterdir()}
+        return sum(int(number) for text in self.threads() for number in re.findall(r"ctxt_switches:\s+(\d+)", text))
 
     def rest(self):
         """Waits until it does nothing."""
@@ -158,13 +161,14 @@ class Service:
         def is_still():
             time.sleep(0.01)
             seen[:] = [*seen[-1:], self.switches()]
-            return seen[0] == seen[1]
+            return seen[0] == seen[1] and all("State:\tS" in text for text in self.threads())
 
         wait_until(is_still, "amporasrv to rest")
 
     def private_kib(self):
+        """What it has written. Its private clean pages are those of files that happen to be used by nobody else."""
         text = pathlib.Path(f"/proc/{self.run.pid}/smaps_rollup").read_text()
-        return sum(int(size) for size in re.findall(r"Private_(?:Clean|Dirty):\s+(\d+)", text))
+        return int(re.search(r"Private_Dirty:\s+(\d+)", text)[1])
 
     def records(self):
         """Of each file. The number of all changes by one or two of a kind while a measurement lasts."""
@@ -336,7 +340,7 @@ def idle(service):
     service.rest()
     before = service.switches()
     time.sleep(OPTIONS.idle)
-    return sum(service.switches().values()) - sum(before.values()), service.private_kib()
+    return service.switches() - before, service.private_kib()
 
 
 def growth(service):
@@ -493,10 +497,10 @@ def main():
     global OPTIONS
     OPTIONS = parser.parse_args()
     table = Table()
-    begin = time.monotonic()
+    begin, load = time.monotonic(), os.getloadavg()[0]
     with contextlib.ExitStack() as stack:
         records, calls = measure(stack, table)
-    print(f"Measured on {machine()}. {OPTIONS.rounds} rounds of {OPTIONS.passes} passes of {REQUESTS} requests, "
+    print(f"Measured on {machine()}, under a load of {load:.1f} at the start. {OPTIONS.rounds} rounds of {OPTIONS.passes} passes of {REQUESTS} requests, "
           f"{FILES} files and {records} records; {time.monotonic() - begin:.0f} s in all.\n")
     print("\n".join(table.lines))
     if OPTIONS.most_calls is not None and calls > OPTIONS.most_calls:
