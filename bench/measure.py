@@ -117,6 +117,9 @@ class Service:
         if libc.inotify_add_watch(self.watch, os.fsencode(last), 8) < 0:  # IN_CLOSE_WRITE
             raise OSError(ctypes.get_errno(), "cannot watch a data file")
         stack.callback(os.close, self.watch)
+        # Settings of the last seconds are read at each use, which is not what a program does all day.
+        changed = (folder / "machine/AmporaSrv/settings.reg").stat().st_ctime
+        wait_until(lambda: time.time() > changed + 4, "the settings to be old")
 
     def spawn(self, *wrapper):
         self.run = Run([*wrapper, OPTIONS.programs / "amporasrv"], self.environment)
@@ -500,8 +503,8 @@ def main():
     begin, load = time.monotonic(), os.getloadavg()[0]
     with contextlib.ExitStack() as stack:
         records, calls = measure(stack, table)
-    print(f"Measured on {machine()}, under a load of {load:.1f} at the start. {OPTIONS.rounds} rounds of {OPTIONS.passes} passes of {REQUESTS} requests, "
-          f"{FILES} files and {records} records; {time.monotonic() - begin:.0f} s in all.\n")
+    print(f"Measured on {machine()}, under a load of {load:.1f} at the start. {OPTIONS.rounds} rounds of {OPTIONS.passes} "
+          f"passes of {REQUESTS} requests, {FILES} files and {records} records; {time.monotonic() - begin:.0f} s in all.\n")
     print("\n".join(table.lines))
     if OPTIONS.most_calls is not None and calls > OPTIONS.most_calls:
         sys.exit(f"a pass makes {calls:.0f} system calls, more than {OPTIONS.most_calls}")
