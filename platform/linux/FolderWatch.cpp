@@ -146,8 +146,8 @@ DWORD WaitForFolderChange(const FolderWatchPtr& watch, DWORD timeoutMs)
         if (deadline && std::chrono::steady_clock::now() >= *deadline) {
             return WAIT_TIMEOUT;
         }
-        std::vector<pollfd> queue = {{watch->Queue(), POLLIN, 0}};
-        if (!linux::Poll(queue, deadline)) {
+        pollfd queue = {watch->Queue(), POLLIN, 0};
+        if (!linux::Poll({&queue, 1}, deadline)) {
             return WAIT_FAILED;
         }
     }

@@ -33,8 +33,8 @@ bool IsUnsettled(CLoginMonitor& monitor)
 std::vector<LoginNotice> PollOnce(CLoginMonitor& monitor)
 {
     Deadline deadline = DeadlineAfter(kLongMs);
-    std::vector<pollfd> bus = {monitor.Watch(&deadline)};
-    EXPECT_TRUE(Poll(bus, deadline));
+    pollfd bus = monitor.Watch(&deadline);
+    EXPECT_TRUE(Poll({&bus, 1}, deadline));
     return monitor.Process();
 }
 

@@ -15,7 +15,7 @@ Deadline DeadlineAfter(DWORD timeoutMs)
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
 }
 
-bool Poll(std::vector<pollfd>& descriptors, const Deadline& deadline)
+bool Poll(std::span<pollfd> descriptors, const Deadline& deadline)
 {
     timespec rest = {};
     if (deadline) {

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <optional>
 #include <poll.h>
-#include <vector>
+#include <span>
 
 namespace platform::linux {
 
@@ -17,7 +17,7 @@ using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 Deadline DeadlineAfter(DWORD timeoutMs);
 
 // Sleeps until a descriptor is readable, the deadline has come or a signal was handled. False, with the last error set,
-// on failure.
-bool Poll(std::vector<pollfd>& descriptors, const Deadline& deadline);
+// on failure. Needs no memory.
+bool Poll(std::span<pollfd> descriptors, const Deadline& deadline);
 
 } // namespace platform::linux

@@ -232,12 +232,12 @@ DWORD WaitForProgramEnd(const ProgramPtr& program, DWORD timeoutMs)
         return WAIT_FAILED;
     }
     const linux::Deadline deadline = linux::DeadlineAfter(timeoutMs);
-    std::vector<pollfd> descriptors = {{program->m_descriptor.Get(), POLLIN, 0}};
+    pollfd ended = {program->m_descriptor.Get(), POLLIN, 0};
     for (;;) {
-        if (!linux::Poll(descriptors, deadline)) {
+        if (!linux::Poll({&ended, 1}, deadline)) {
             return WAIT_FAILED;
         }
-        if (descriptors[0].revents != 0) {
+        if (ended.revents != 0) {
             return WAIT_OBJECT_0;
         }
         if (deadline && std::chrono::steady_clock::now() >= *deadline) {

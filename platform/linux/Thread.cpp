@@ -82,7 +82,7 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
         return WAIT_FAILED;
     }
     const linux::Deadline deadline = linux::DeadlineAfter(timeoutMs);
-    std::vector<pollfd> ended = {{thread->m_ended.Get(), POLLIN, 0}};
+    pollfd ended = {thread->m_ended.Get(), POLLIN, 0};
     for (;;) {
         if (thread->m_hasEnded) {
             return WAIT_OBJECT_0;
@@ -90,7 +90,7 @@ DWORD WaitForThread(const ThreadPtr& thread, DWORD timeoutMs)
         if (deadline && std::chrono::steady_clock::now() >= *deadline) {
             return WAIT_TIMEOUT;
         }
-        if (!linux::Poll(ended, deadline)) {
+        if (!linux::Poll({&ended, 1}, deadline)) {
             return WAIT_FAILED;
         }
     }

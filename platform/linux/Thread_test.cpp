@@ -1,5 +1,7 @@
 #include "platform/Thread.h"
 
+#include "testing/FailingMemory.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <gmock/gmock.h>
@@ -75,6 +77,16 @@ TEST_F(LinuxEndProcessDeathTest, AThreadThatHangsIsNotWaitedForAndSeesNothingDes
             EndProcess(5);
         },
         ExitedWithCode(5), AllOf(HasSubstr("last words"), Not(HasSubstr("destroyed"))));
+}
+
+TEST(LinuxThread, AWaitForItsEndNeedsNoMemory)
+{
+    // Symptom: a program that was told to end when it had run out of memory ended by an exception in a destructor.
+    const ThreadPtr thread = StartThread(Return, nullptr);
+    const testing_support::CFailingMemory failing(1);
+    const DWORD result = WaitForThread(thread, INFINITE);
+    EXPECT_EQ(result, WAIT_OBJECT_0);
+    EXPECT_FALSE(failing.HasFailed());
 }
 
 } // namespace

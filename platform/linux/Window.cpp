@@ -10,6 +10,7 @@
 #include "platform/linux/UserMessage.h"
 #include "platform/Text.h"
 
+#include <array>
 #include <cerrno>
 #include <mutex>
 #include <optional>
@@ -160,9 +161,9 @@ bool CWindow::Sleep()
     if (m_exitCode) {
         deadline = std::chrono::steady_clock::time_point();
     }
-    std::vector<pollfd> channels = {{m_channels->socket.Descriptor(), POLLIN, 0},
-                                    {m_channels->signals.Descriptor(), POLLIN, 0},
-                                    m_channels->login.Watch(&deadline)};
+    std::array<pollfd, 3> channels = {{{m_channels->socket.Descriptor(), POLLIN, 0},
+                                       {m_channels->signals.Descriptor(), POLLIN, 0},
+                                       m_channels->login.Watch(&deadline)}};
     return linux::Poll(channels, deadline);
 }
 
