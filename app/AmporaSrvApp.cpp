@@ -28,7 +28,13 @@ bool TellRunningCopyToQuit(const CTraceLog& log)
 
 } // namespace
 
-CAmporaSrvApp::CAmporaSrvApp() noexcept { g_dwLogLevel = CConfigUtil::GetLogLevel(); }
+CAmporaSrvApp::CAmporaSrvApp() noexcept
+{
+    try {
+        g_dwLogLevel = CConfigUtil::GetLogLevel();
+    } catch (...) { // NOLINT(bugprone-empty-catch): there is no memory; the program runs without a log
+    }
+}
 
 BOOL CAmporaSrvApp::InitInstance()
 {

@@ -1,5 +1,6 @@
 #include "app/AmporaSrvApp.h"
 
+#include "testing/FailingMemory.h"
 #include "testing/ProgramTest.h"
 
 namespace {
@@ -51,6 +52,19 @@ TEST_F(AmporaSrvApp, StartAndExitAreTracedInOrder)
     EXPECT_THAT(m_machine.ExitCodeOf(second), Optional(0));
     EXPECT_EQ(m_machine.ElapsedMs(), 0);
     ExpectNothingLeft();
+}
+
+TEST_F(AmporaSrvApp, RunningOutOfMemoryAtTheLogLevelCostsTheLogOnly)
+{
+    // Symptom: a start that ran out of memory at its first setting ended as a crash does.
+    bool hasFailed = true;
+    unsigned nth = 0;
+    while (hasFailed) {
+        const testing_support::CFailingMemory failing(++nth);
+        const CAmporaSrvApp app;
+        hasFailed = failing.HasFailed();
+    }
+    EXPECT_GT(nth, 1U);
 }
 
 TEST_F(AmporaSrvApp, ExitIsAlsoWrittenWithADash)
