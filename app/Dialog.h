@@ -39,9 +39,9 @@ protected:
 
 private:
     struct Message {
-        UINT number = 0;
-        WPARAM wParam = 0;
-        LPARAM lParam = 0;
+        UINT number;
+        WPARAM wParam;
+        LPARAM lParam;
     };
     LRESULT ReceiveMessage(platform::CWindow& window, UINT message, WPARAM wParam, LPARAM lParam) override;
 
@@ -49,5 +49,5 @@ private:
     const wchar_t* const m_className;
     platform::WindowPtr m_ownWindow;       // null until it is created
     platform::CWindow* m_window = nullptr; // set by the first message
-    Message m_message;                     // the current one
+    Message m_message{};                   // the current one
 };
