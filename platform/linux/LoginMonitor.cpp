@@ -120,8 +120,7 @@ pollfd CLoginMonitor::Watch(Deadline* deadline)
     const int events = ::sd_bus_get_events(m_bus.get());
     const int descriptor = ::sd_bus_get_fd(m_bus.get());
     if (events < 0 || descriptor < 0 || ::sd_bus_get_timeout(m_bus.get(), &dueUs) < 0) {
-        m_bus.reset();
-        return {-1, 0, 0};
+        return {-1, 0, 0}; // Process will let it go
     }
     if (dueUs != UINT64_MAX) {
         const std::chrono::steady_clock::time_point due{std::chrono::microseconds(dueUs)};
