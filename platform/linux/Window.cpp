@@ -12,7 +12,6 @@
 
 #include <array>
 #include <cerrno>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <sys/signalfd.h>
@@ -193,27 +192,10 @@ public:
 
 namespace {
 
-class CClassNames {
-public:
-    void Add(const CString& name)
-    {
-        const std::lock_guard lock(m_mutex);
-        m_names.insert(name);
-    }
-    bool Has(const CString& name)
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_names.contains(name);
-    }
-
-private:
-    std::mutex m_mutex;
-    std::set<CString> m_names;
-};
-
-CClassNames& ClassNames()
+// Those that are registered.
+std::set<CString>& ClassNames()
 {
-    static CClassNames names;
+    static std::set<CString> names;
     return names;
 }
 
@@ -249,13 +231,13 @@ BOOL InitializeControls(DWORD) { return TRUE; }
 
 BOOL RegisterDialogClass(const wchar_t* className)
 {
-    ClassNames().Add(className);
+    ClassNames().insert(className);
     return TRUE;
 }
 
 WindowPtr CreateDialogWindow(WORD, const wchar_t* className, CMessageReceiver& receiver)
 {
-    if (!ClassNames().Has(className)) {
+    if (!ClassNames().contains(className)) {
         return FailToCreate(className, ERROR_CANNOT_FIND_WND_CLASS, "its class is not registered");
     }
     auto window = std::make_shared<CWindow>(receiver);
