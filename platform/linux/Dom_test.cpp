@@ -1,5 +1,6 @@
 #include "platform/contract/DomFixture.h"
 #include "platform/Dom.h"
+#include "testing/ScratchFolder.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -99,6 +100,21 @@ TEST_F(LinuxDom, RunningOutOfMemoryInTheParserIsAFailure)
         ASSERT_EQ(m_status, E_OUTOFMEMORY) << nth;
         ASSERT_EQ(Root(), nullptr) << nth;
     }
+}
+
+TEST_F(LinuxDom, NothingThatAFilesDocumentTypeDeclaresIsRead)
+{
+    std::string xml = "<!DOCTYPE r [";
+    for (unsigned i = 0; i < 200; ++i) {
+        xml += "<!ENTITY e" + std::to_string(i) + " 'text'>";
+    }
+    const testing_support::CScratchFolder folder;
+    const CString path = folder.Write("report.xml", xml + "]><r/>").wstring();
+    bool loaded = true;
+    const CShortMemory memory(100); // reading them takes several allocations each
+    EXPECT_EQ(LoadDomFile(m_document, path, &loaded), S_FALSE);
+    EXPECT_FALSE(loaded);
+    EXPECT_FALSE(memory.HasRunOut());
 }
 
 TEST_F(LinuxDom, MemoryOfALargeDocumentGoesBackToTheSystem)

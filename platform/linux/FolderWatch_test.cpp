@@ -1,5 +1,6 @@
 #include "platform/FolderWatch.h"
 
+#include "platform/LastError.h"
 #include "platform/Text.h"
 #include "testing/ScratchFolder.h"
 
@@ -55,6 +56,19 @@ TEST(LinuxFolderWatch, FarMoreChangesThanTheSystemKeepsAreOne)
     EXPECT_GE(told, 1U);
     scratch.Write("file", "content");
     EXPECT_EQ(WaitForFolderChange(watch, 0), WAIT_OBJECT_0);
+}
+
+TEST(LinuxFolderWatch, FailsWhenTheFolderAroundItHasGone)
+{
+    const testing_support::CScratchFolder scratch;
+    const std::filesystem::path around = scratch.Path() / "around";
+    std::filesystem::create_directories(around / "folder");
+    const FolderWatchPtr watch = OpenFolderWatch(DecodeUtf8((around / "folder").string()));
+    ASSERT_NE(watch, nullptr);
+    std::filesystem::remove_all(around);
+    SetLastErrorCode(ERROR_SUCCESS);
+    EXPECT_EQ(WaitForFolderChange(watch, 0), WAIT_FAILED);
+    EXPECT_EQ(GetLastErrorCode(), ERROR_FILE_NOT_FOUND);
 }
 
 } // namespace
