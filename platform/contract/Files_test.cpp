@@ -2,6 +2,7 @@
 
 #include "platform/contract/ContractTest.h"
 #include "platform/LastError.h"
+#include "testing/FailingMemory.h"
 
 #include <string>
 
@@ -196,6 +197,24 @@ TEST_F(FilesContract, ReadersShareAFile)
     HoldFileOpen(m_path);
     ExpectContent(m_path, "shared");
     LetGoOfFile(m_path);
+}
+
+// A file was empty after the program had run out of memory just when it opened it.
+TEST_F(FilesContract, OpenForReplaceWithoutMemoryLeavesTheFileAsItWas)
+{
+    Write(m_path, "old");
+    OutputFilePtr file;
+    for (unsigned nth = 1; file == nullptr; ++nth) {
+        ExpectContent(m_path, "old");
+        const testing_support::CFailingMemory memory(nth);
+        try {
+            file = Open(m_path);
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(memory.HasFailed());
+        }
+    }
+    file.reset();
+    ExpectContent(m_path, "");
 }
 
 TEST_F(FilesContract, OpenForReplaceFailsWithoutItsFolder)

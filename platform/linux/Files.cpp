@@ -23,8 +23,6 @@ const wchar_t* const kPathSeparator = L"/";
 
 class COutputFile {
 public:
-    explicit COutputFile(linux::CFileDescriptor descriptor) : m_descriptor(std::move(descriptor)) {}
-
     linux::CFileDescriptor m_descriptor;
 };
 
@@ -134,7 +132,9 @@ BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
 
 OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* security)
 {
-    CFileDescriptor file = OpenOrMakeFile(NativePath(path), linux::IsOpenToAll(security));
+    auto output = std::make_shared<COutputFile>(); // before anything is changed, since memory may run out here
+    CFileDescriptor& file = output->m_descriptor;
+    file = OpenOrMakeFile(NativePath(path), linux::IsOpenToAll(security));
     if (!file) {
         SetLastErrorCode(CodeOfMaking(errno));
         return nullptr;
@@ -149,7 +149,7 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
         SetLastErrorCode(code);
         return nullptr;
     }
-    return std::make_shared<COutputFile>(std::move(file));
+    return output;
 }
 
 void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t size)

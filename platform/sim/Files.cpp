@@ -51,8 +51,14 @@ const wchar_t* const kPathSeparator = kSeparator;
 
 class COutputFile {
 public:
-    COutputFile(CString path, std::shared_ptr<DiskEntry> entry) : m_path(std::move(path)), m_entry(std::move(entry))
+    explicit COutputFile(CString path) : m_path(std::move(path)) {}
+    // The file is open, and empty, from now on.
+    void Open(std::shared_ptr<DiskEntry> entry)
     {
+        m_entry = std::move(entry);
+        m_entry->file.bytes.clear();
+        m_entry->file.writes.clear();
+        m_entry->lastWrite = sim::Machine().UtcNow();
         m_entry->isOpen = true;
         if (sim::CObserver* observer = sim::Machine().observer) {
             observer->OnFileOpened(sim::CallingThread(), m_path);
@@ -60,6 +66,9 @@ public:
     }
     ~COutputFile()
     {
+        if (m_entry == nullptr) {
+            return;
+        }
         m_entry->isOpen = false;
         if (sim::CObserver* observer = sim::Machine().observer) {
             observer->OnFileClosed(sim::CallingThread(), m_path, m_entry->file);
@@ -131,6 +140,7 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
     if (sim::FailsByFault(Call::kOpenForReplace)) {
         return nullptr;
     }
+    auto output = std::make_shared<COutputFile>(path); // before anything is changed, since memory may run out here
     std::shared_ptr<DiskEntry> entry = EntryAt(path);
     const DWORD error = OpenError(path, entry.get());
     if (error != ERROR_SUCCESS) {
@@ -140,10 +150,8 @@ OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* sec
     if (entry == nullptr) {
         entry = AddEntry(path, {.nullDacl = security->hasNullDacl});
     }
-    entry->file.bytes.clear();
-    entry->file.writes.clear();
-    entry->lastWrite = sim::Machine().UtcNow();
-    return std::make_shared<COutputFile>(path, std::move(entry));
+    output->Open(std::move(entry));
+    return output;
 }
 
 void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t size)

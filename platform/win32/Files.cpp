@@ -14,10 +14,6 @@ const wchar_t* const kPathSeparator = L"\\";
 
 class COutputFile {
 public:
-    explicit COutputFile(win32::CFileHandle&& handle) : m_handle(std::move(handle)) {}
-    HANDLE Handle() const { return m_handle.Get(); }
-
-private:
     win32::CFileHandle m_handle;
 };
 
@@ -52,10 +48,11 @@ BOOL MakeFolder(const CString& path, const CSecurityDescriptor* security)
 
 OutputFilePtr OpenForReplace(const CString& path, const CSecurityDescriptor* security)
 {
+    auto output = std::make_shared<COutputFile>(); // before anything is changed, since memory may run out here
     SECURITY_ATTRIBUTES attributes = win32::AttributesOf(security);
-    win32::CFileHandle handle(
+    output->m_handle = win32::CFileHandle(
         ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, &attributes, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    return handle ? std::make_shared<COutputFile>(std::move(handle)) : nullptr;
+    return output->m_handle ? output : nullptr;
 }
 
 void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t size)
@@ -64,7 +61,7 @@ void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t si
         throw CFileException(ERROR_INVALID_PARAMETER);
     }
     DWORD written = 0;
-    if (!::WriteFile(file->Handle(), bytes, static_cast<DWORD>(size), &written, nullptr)) {
+    if (!::WriteFile(file->m_handle.Get(), bytes, static_cast<DWORD>(size), &written, nullptr)) {
         throw CFileException(::GetLastError());
     }
     if (written != size) {
