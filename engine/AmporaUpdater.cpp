@@ -11,6 +11,7 @@
 #include "fetch/NullDacl.h"
 #include "format/Catalogue.h"
 #include "platform/Clock.h"
+#include "platform/Pause.h"
 
 namespace {
 
@@ -230,7 +231,9 @@ CAmporaUpdater::Turn CAmporaUpdater::WaitForTurn(const NamedObjects& objects) co
         }
         if (result == WAIT_FAILED && !IsExitSet()) {
             // A wait that keeps failing must not spin. The pulse of a Stop ends this pause and is used up by it.
-            platform::WaitForOne(objects.event, kFailedWaitPauseMs, TRUE);
+            if (platform::WaitForOne(objects.event, kFailedWaitPauseMs, TRUE) == WAIT_FAILED) {
+                platform::Pause(kFailedWaitPauseMs);
+            }
         }
         if (IsExitSet()) {
             turn.exit = true;

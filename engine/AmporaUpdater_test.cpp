@@ -307,6 +307,22 @@ TEST_F(UpdaterMutex, FailedWaitIsRepeatedAfterAPause)
     EXPECT_EQ(m_machine.ElapsedMs(), 2000);
 }
 
+TEST_F(UpdaterMutex, APauseThatFailsTooTakesItsTime)
+{
+    // Symptom: a program none of whose waits succeeded took a whole processor.
+    constexpr unsigned kMostCalls = 1000; // so that this test ends in any case
+    m_machine.SetFaultPlan([this](Call call) {
+        const bool isWait = call == Call::kWaitForAny || call == Call::kWaitForOne;
+        return isWait && m_machine.CallCount(call) <= kMostCalls ? std::optional<DWORD>(6) : std::nullopt;
+    });
+    ASSERT_TRUE(m_running.Start());
+    m_machine.RunFor(2500);
+    EXPECT_EQ(m_machine.CallCount(Call::kWaitForAny), 3U);
+    m_machine.ClearFaults();
+    m_machine.RunFor(500);
+    EXPECT_THAT(m_running.results, ElementsAre(TRUE));
+}
+
 TEST_F(UpdaterMutex, ExitDuringThePauseEndsThePass)
 {
     // Symptom: the worker used up Stop's signal in its pause and went on waiting for the other copy's pass.
