@@ -29,22 +29,13 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "testing/process"))
-from place import make_place, targets_of_a_pass
+from programs import LIMIT, Reportd, make_place, targets_of_a_pass, wait_until
 
-LIMIT = 60  # seconds that anything may take
 FILES = 21
 REQUESTS = 42  # of a pass, two days of each
 NUMBERS = {"instant": 1, "actual": 2, "estimated": 4, "supply": 8, "demand": 16}
 PAGE_KIB = 4
 OPTIONS = None  # what the command line says
-
-
-def wait_until(condition, what):
-    end = time.monotonic() + LIMIT
-    while not condition():
-        if time.monotonic() > end:
-            raise TimeoutError(f"timed out waiting for {what}")
-        time.sleep(0.002)
 
 
 @contextlib.contextmanager
@@ -83,21 +74,6 @@ class Run:
             os.waitpid(self.pid, 0)
 
 
-class Reportd:
-    def __init__(self, stack):
-        clock = {"LD_PRELOAD": OPTIONS.faketime, "FAKETIME": "+2d", "DONT_FAKE_MONOTONIC": "1"}
-        with on_processor(0):
-            self.process = subprocess.Popen([OPTIONS.programs / "ampora-reportd", "--source", "sample", "--port", "0"],
-                                            stdout=subprocess.PIPE, text=True, env={**os.environ, **clock})
-        stack.callback(self.close)
-        self.port = int(re.fullmatch(r".* on http://127\.0\.0\.1:(\d+)\n", self.process.stdout.readline())[1])
-
-    def close(self):
-        self.process.kill()
-        self.process.wait()
-        self.process.stdout.close()
-
-
 class Service:
     """amporasrv with a place of its own. Starts as often as it is told to."""
 
@@ -110,7 +86,7 @@ class Service:
         stack.callback(lambda: self.run.kill())
         self.spawn()
         last = self.data / "kyushu_00000010.dat"  # a pass writes it last
-        wait_until(last.exists, "the first pass")
+        wait_until(last.exists)
         self.rest()
         libc = ctypes.CDLL(None, use_errno=True)
         self.watch = libc.inotify_init1(os.O_CLOEXEC)
@@ -119,7 +95,7 @@ class Service:
         stack.callback(os.close, self.watch)
         # Settings of the last seconds are read at each use, which is not what a program does all day.
         changed = (folder / "machine/AmporaSrv/settings.reg").stat().st_ctime
-        wait_until(lambda: time.time() > changed + 4, "the settings to be old")
+        wait_until(lambda: time.time() > changed + 4)
 
     def spawn(self, *wrapper):
         self.run = Run([*wrapper, OPTIONS.programs / "amporasrv"], self.environment)
@@ -166,7 +142,7 @@ class Service:
             seen[:] = [*seen[-1:], self.switches()]
             return seen[0] == seen[1] and all("State:\tS" in text for text in self.threads())
 
-        wait_until(is_still, "amporasrv to rest")
+        wait_until(is_still)
 
     def private_kib(self):
         """What it has written. Its private clean pages are those of files that happen to be used by nobody else."""
@@ -285,7 +261,7 @@ def system_calls(service, folder):
         service.rest()
         service.make_pass()
     service.end()
-    wait_until(lambda: log.read_bytes().endswith(b"+++\n"), "the end of strace's log")
+    wait_until(lambda: log.read_bytes().endswith(b"+++\n"))
     # From one answer to the event to a later one. A call that another thread interrupts has two lines.
     calls = [line for line in log.read_text(errors="replace").splitlines() if re.match(r"\d+ +\w+\(", line)]
     begins = [at for at, line in enumerate(calls) if re.search(r'read\(\d+<[^>]*AmporaSrvUpdateEvent>, "', line)]
@@ -456,7 +432,11 @@ def measure(stack, table):
     folders = {name: folder / name for name in ("curl", "requests", "floor")}
     for path in folders.values():
         path.mkdir()
-    port = Reportd(stack).port
+    clock = {"LD_PRELOAD": str(OPTIONS.faketime), "FAKETIME": "+2d", "DONT_FAKE_MONOTONIC": "1"}
+    with on_processor(0):
+        reportd = Reportd(OPTIONS.programs / "ampora-reportd", {**os.environ, **clock})
+    stack.callback(reportd.kill)
+    port = reportd.port
     service = Service(stack, folder / "service", port)
     verify(service, port, folders)
     put_comparison(table, compare(service, port, folders))

@@ -25,9 +25,9 @@ import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "process"))
-from place import make_place, targets_of_a_pass
+import programs
+from programs import LIMIT, make_place, targets_of_a_pass, wait_until
 
-LIMIT = 30  # seconds that anything may take
 CONFIGURATION = pathlib.Path(__file__).resolve().parents[2] / "docs" / "fleet-nginx.conf"
 PROGRAMS = None  # what the command line says
 
@@ -36,14 +36,6 @@ REPORT = "/usage/tokyo/instant?date=2012-07-02&output=xml"
 TODAY = {"Cache-Control": "max-age=60, stale-while-revalidate=60, stale-if-error=600", "ETag": '"first"'}
 MISSING = {"Cache-Control": "no-store"}
 LONG_AFTER = 3600
-
-
-def wait_until(condition):
-    end = time.monotonic() + LIMIT
-    while not condition():
-        if time.monotonic() > end:
-            raise TimeoutError("it did not happen in time")
-        time.sleep(0.01)
 
 
 class Answer:
@@ -124,18 +116,9 @@ def report(body=b"<power_report/>", headers=None):
     return handle
 
 
-class Reportd:
-    """ampora-reportd with sample data."""
-
+class Reportd(programs.Reportd):
     def __init__(self):
-        self.process = subprocess.Popen([PROGRAMS.reportd, "--source", "sample", "--port", "0"], stdout=subprocess.PIPE, text=True)
-        ready = self.process.stdout.readline()
-        self.port = int(re.fullmatch(r".* on http://127\.0\.0\.1:(\d+)\n", ready)[1])
-
-    def kill(self):
-        self.process.kill()
-        self.process.wait()
-        self.process.stdout.close()
+        super().__init__(PROGRAMS.reportd)
 
     def forward(self, target, headers):
         known = headers.get("If-None-Match")
