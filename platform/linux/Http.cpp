@@ -281,6 +281,14 @@ bool CHttpRequest::Send()
             return false;
         }
         m_url = std::move(*target);
+        // A used handle keeps a pointer into the header of its last answer beyond that header's life (libcurl 7.88).
+        Finish(CURLE_OK);
+        m_easy.reset(curl_easy_duphandle(m_easy.get()));
+        if (!m_easy) {
+            m_status = 0;
+            m_result = CURLE_OUT_OF_MEMORY;
+            return false;
+        }
     }
     return false;
 }

@@ -138,6 +138,17 @@ TEST_F(LinuxHttp, FollowsRedirectionsToHttpOnly)
     }
 }
 
+TEST_F(LinuxHttp, HeaderThatBeginsFoldedAfterARedirectionIsNoAnswer)
+{
+    // Symptom: the line was joined to the last one of the redirection's header, whose memory had been freed.
+    m_server.emplace([](const HttpExchange& exchange) {
+        return exchange.target == "/next" ? HttpAnswer{.headers = {{" folded", "x"}}}
+                                          : HttpAnswer{.status = 302, .headers = {{"Location", "/next"}}};
+    });
+    EXPECT_EQ(Get(L"/next"), "(no answer)");
+    EXPECT_EQ(Get(), "(no answer)");
+}
+
 TEST_F(LinuxHttp, AsksAgainWhenAKeptConnectionTurnsOutToBeClosed)
 {
     m_server.emplace([](const HttpExchange& exchange) {
