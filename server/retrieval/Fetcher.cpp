@@ -255,6 +255,11 @@ struct CFetcher::Impl {
     // One answer, a redirect perhaps.
     FetchAnswer FetchOne(const std::string& url, milliseconds limit)
     {
+        // A used handle keeps a pointer into the header of its last answer beyond that header's life (libcurl 7.88).
+        easy.reset(curl_easy_duphandle(easy.get()));
+        if (easy == nullptr) {
+            throw std::bad_alloc();
+        }
         Arrival arrival{.handle = easy.get(), .bodyLimitBytes = limits.bodyBytes};
         char reason[CURL_ERROR_SIZE] = "";
         SetOption(easy.get(), CURLOPT_URL, url.c_str());

@@ -182,6 +182,18 @@ TEST_F(Fetcher, ABrokenAnswerIsBroken)
     }
 }
 
+TEST_F(Fetcher, AHeaderThatBeginsFoldedIsBroken)
+{
+    // Symptom: the line was joined to the last one of the answer before, whose memory had been freed.
+    EXPECT_EQ(GetOf({.headers = {{"ETag", "\"x\""}}}).failure, "");
+    EXPECT_NE(GetOf({.headers = {{" folded", "x"}}}).failure, "");
+    m_server.emplace([](const HttpExchange& exchange) {
+        return exchange.target == "/next" ? HttpAnswer{.headers = {{" folded", "x"}}}
+                                          : HttpAnswer{.status = 302, .headers = {{"Location", "/next"}}};
+    });
+    EXPECT_NE(Get().failure, "");
+}
+
 TEST_F(Fetcher, SilenceIsTimeout)
 {
     CFetcher hasty(FetchLimits{.total = milliseconds(300)});
