@@ -1,17 +1,10 @@
 // Settings files of ampora-reportd as an administrator may have written them.
+#include "fuzz/Require.h"
 #include "server/live/LiveSettings.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace {
-
-void Require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 bool IsPrintable(unsigned char character) { return character >= 0x20 && character != 0x7F; }
 

@@ -1,17 +1,10 @@
 // Files of the companies as they or somebody in between may have made them.
+#include "fuzz/Require.h"
 #include "server/published/PublishedFile.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace {
-
-void Require(bool isTrue)
-{
-    if (!isTrue) {
-        std::abort();
-    }
-}
 
 // What every file that is accepted keeps to, whatever it holds.
 void CheckFile(const reportd::PublishedFile& file)

@@ -1,10 +1,10 @@
 // Requests as anybody may send them to the report server.
+#include "fuzz/Require.h"
 #include "server/RequestParser.h"
 #include "server/SampleSource.h"
 #include "testing/Answering.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace {
 
@@ -12,13 +12,6 @@ using namespace std::chrono_literals;
 
 // 2012-07-02 13:00: there is data before and after the days that the seeds ask for.
 constexpr reportd::LocalTime kNow = std::chrono::local_days{2012y / 7 / 2} + 13h;
-
-void Require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 // Header lines, each with its end and without any other control character.
 void CheckFields(std::string_view fields)
