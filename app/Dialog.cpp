@@ -22,7 +22,6 @@ std::optional<int> CDialog::DoModal()
     }
     const int result = platform::RunMessageLoop(*m_ownWindow);
     platform::DestroyDialogWindow(*m_ownWindow);
-    m_ownWindow.reset();
     return result;
 }
 
