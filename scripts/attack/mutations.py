@@ -95,8 +95,9 @@ class Source:
             self.add("constant", token.start, token.end, CONSTANTS[token.text])
         elif integer:
             digits = integer.group(1).replace("'", "")
-            value = int(digits, 16 if digits[1:2] in ("x", "X") else 10) + 1
-            self.add("constant", token.start, token.end, f"{value}{integer.group(2)}")
+            is_octal = digits[0] == "0" and digits.isdigit()
+            value = (int(digits, 8) if is_octal else int(digits, 0)) + 1
+            self.add("constant", token.start, token.end, (f"0{value:o}" if is_octal else str(value)) + integer.group(2))
 
     def parts_of(self, index, separator):
         """Start and end of each part of what stands between the bracket at the index and its partner."""
