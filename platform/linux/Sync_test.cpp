@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <set>
@@ -25,6 +26,7 @@ namespace platform::linux {
 namespace {
 
 using testing_support::Await;
+using testing_support::Blocks;
 using testing_support::CFailingMemory;
 using testing_support::CPeer;
 using testing_support::CScratchSession;
@@ -133,6 +135,20 @@ TEST_F(LinuxSync, AWaitForAMutexOfAnotherThreadSleepsThroughWithoutHelp)
     EXPECT_LE(switches, kFewSwitches);
     EXPECT_TRUE(helpers.empty());
     EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
+TEST_F(LinuxSync, TheThreadThatAwaitsALockHandlesNoSignalsOfTheProcess)
+{
+    ASSERT_TRUE(m_peer.Do("acquire Mutex"));
+    const WaitHandle mutex = MakeMutex();
+    const std::set<std::string> tasks = Tasks();
+    EXPECT_EQ(WaitForOne(mutex, 5, FALSE), WAIT_TIMEOUT);
+    const std::set<std::string> helpers = TasksSince(tasks);
+    ASSERT_EQ(helpers.size(), 1U);
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGCHLD, SIGUSR1}) {
+        EXPECT_TRUE(Blocks(*helpers.begin(), signal)) << signal;
+    }
+    testing_support::Await([&] { return !Blocks(*helpers.begin(), SIGURG); }); // which ends its wait
 }
 
 TEST_F(LinuxSync, OneThreadAwaitsTheLockForAllWaits)

@@ -24,17 +24,29 @@ inline bool IsPolling(const std::string& task)
     return call == SYS_ppoll;
 }
 
+// What a task's status says in a field, such as "SigBlk:"; empty when the task is gone.
+inline std::string StatusOf(const std::string& task, const std::string& field)
+{
+    std::ifstream status("/proc/self/task/" + task + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(field)) {
+            return line.substr(field.size());
+        }
+    }
+    return {};
+}
+
 // How often a task has gone to sleep.
 inline long VoluntarySwitches(const std::string& task)
 {
-    std::ifstream status("/proc/self/task/" + task + "/status");
-    const std::string wanted = "voluntary_ctxt_switches:";
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(wanted)) {
-            return std::stol(line.substr(wanted.size()));
-        }
-    }
-    return -1;
+    const std::string count = StatusOf(task, "voluntary_ctxt_switches:");
+    return count.empty() ? -1 : std::stol(count);
+}
+
+// Whether a signal of the process cannot reach the task.
+inline bool Blocks(const std::string& task, int signal)
+{
+    return (std::stoull(StatusOf(task, "SigBlk:"), nullptr, 16) >> (signal - 1) & 1) != 0;
 }
 
 // Lets time pass until a condition holds, at most 20 seconds, which only a failing test reaches.
