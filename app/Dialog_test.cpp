@@ -22,6 +22,7 @@ public:
     TestDialog() : CDialog(kTemplate, kClass) {}
 
     std::vector<UINT> messages;
+    std::vector<LRESULT> results; // of those whose handling did not fail
     std::function<void(UINT)> handle = [](UINT) {};
 
 protected:
@@ -29,7 +30,8 @@ protected:
     {
         messages.push_back(message);
         handle(message);
-        return CDialog::WindowProc(message, wParam, lParam);
+        results.push_back(CDialog::WindowProc(message, wParam, lParam));
+        return results.back();
     }
 };
 
@@ -70,6 +72,7 @@ TEST_F(Dialog, CloseEndsTheModalDialog)
     };
     EXPECT_EQ(m_dialog.DoModal(), 0);
     EXPECT_THAT(m_dialog.messages, ElementsAre(WM_INITDIALOG, WM_CLOSE, WM_DESTROY));
+    EXPECT_THAT(m_dialog.results, ElementsAre(TRUE, 0, 0));
 }
 
 TEST_F(Dialog, ModalDialogWithoutWindowFails)
