@@ -58,6 +58,18 @@ TEST(LinuxFolderWatch, FarMoreChangesThanTheSystemKeepsAreOne)
     EXPECT_EQ(WaitForFolderChange(watch, 0), WAIT_OBJECT_0);
 }
 
+TEST(LinuxFolderWatch, EventSourceIsReadableWhenTheFolderIsMovedIntoItsPlace)
+{
+    const testing_support::CScratchFolder scratch;
+    std::filesystem::create_directory(scratch.Path() / "other");
+    const FolderWatchPtr watch = OpenFolderWatch(DecodeUtf8((scratch.Path() / "folder").string()));
+    ASSERT_NE(watch, nullptr);
+    EXPECT_FALSE(IsReadable(watch));
+    std::filesystem::rename(scratch.Path() / "other", scratch.Path() / "folder");
+    EXPECT_TRUE(IsReadable(watch));
+    EXPECT_EQ(WaitForFolderChange(watch, 0), WAIT_OBJECT_0);
+}
+
 TEST(LinuxFolderWatch, FailsWhenTheFolderAroundItHasGone)
 {
     const testing_support::CScratchFolder scratch;
