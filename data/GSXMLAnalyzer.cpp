@@ -167,7 +167,7 @@ BOOL CGSXMLAnalyzer::GetAttribue(const DomAttributeMapPtr& attributes, CString s
 {
     const CTraceScope scope(L"CGSXMLAnalyzer::GetAttribue");
     CString text;
-    if (!CXMLParser::GetAttribue(attributes, strName, text)) {
+    if (!CXMLParser::GetAttribue(attributes, std::move(strName), text)) {
         scope.Err(L"Node Value Get Fail.");
         return FALSE;
     }

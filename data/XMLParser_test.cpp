@@ -461,7 +461,8 @@ TEST_F(XMLParser, RunningOutOfMemoryWhileReadingIsAFailure)
         const std::string failed = std::string("CXMLParser::") + reading.operation + ": " + reading.failMessage;
         if (reading.call == Call::kGetDomLength) {
             EXPECT_THAT(lines, IsEmpty());
-        } else if (reading.call == Call::kGetDomItem) { // one of the systems needs no memory for it
+        } else if (reading.call == Call::kGetDomItem || reading.call == Call::kGetDomAttributes) {
+            // One of the systems needs no memory for it.
             EXPECT_THAT(lines, testing::IsSubsetOf({failed}));
         } else {
             EXPECT_THAT(lines, ElementsAre(failed)) << reading;
@@ -509,7 +510,7 @@ TEST_F(XMLParser, RunningOutOfMemoryWhileLoadingIsAStatusOrAFailure)
         }
     }
     EXPECT_GE(thrown, 1); // the document's; on Linux the text's as well
-    EXPECT_THAT(lines, ElementsAre("XML Document Element get fail.(0x08X)"));
+    EXPECT_THAT(lines, testing::IsSubsetOf({"XML Document Element get fail.(0x08X)"})); // not on Linux
 }
 
 } // namespace

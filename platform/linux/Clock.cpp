@@ -112,13 +112,15 @@ std::int64_t LocalCalendarToTime(const SYSTEMTIME& local)
     parts.tm_hour = local.wHour;
     parts.tm_min = local.wMinute;
     parts.tm_sec = local.wSecond;
-    // mktime would look at the zone again at each call.
+    // mktime would look at the zone again at each call. The difference from UTC a day before holds, or, when it changes
+    // within a day, that of a day after. A time that does not exist is moved on.
     const std::time_t asUtc = timegm(&parts);
     constexpr std::time_t kDaySeconds = 86400;
-    const std::time_t before = asUtc - OffsetAt(asUtc - kDaySeconds);
-    const std::time_t after = asUtc - OffsetAt(asUtc + kDaySeconds);
-    // They differ where the difference from UTC changes within a day. A time that does not exist is moved on.
-    const std::time_t time = asUtc - OffsetAt(before) != before && asUtc - OffsetAt(after) == after ? after : before;
+    std::time_t time = asUtc - OffsetAt(asUtc - kDaySeconds);
+    if (asUtc - OffsetAt(time) != time) {
+        const std::time_t after = asUtc - OffsetAt(asUtc + kDaySeconds);
+        time = asUtc - OffsetAt(after) == after ? after : time;
+    }
     return time >= 0 && time <= kLastTime ? time : -1;
 }
 

@@ -24,7 +24,6 @@
 
 namespace platform {
 
-// Every handle shares the tree and so keeps it alive.
 using XmlTree = std::shared_ptr<xmlDoc>;
 
 class CDomDocument {
@@ -32,31 +31,27 @@ public:
     XmlTree tree; // null: nothing loaded
 };
 
-class CDomElement {
-public:
-    XmlTree tree;
-    const xmlNode* node;
-};
-
-class CDomNode {
-public:
-    XmlTree tree;
-    const xmlNode* node; // an attribute too: the two structures begin alike
-};
-
 class CDomNodeList {
 public:
-    XmlTree tree;
-    std::vector<const xmlNode*> nodes;
-};
-
-class CDomAttributeMap {
-public:
-    XmlTree tree;
-    const xmlNode* element;
+    std::vector<xmlNode*> nodes;
+    std::shared_ptr<void> tree;
 };
 
 namespace {
+
+// A handle of a node (an attribute too: the two structures begin alike), an element or an element's attributes is the
+// address of libxml2's own node, and shares the tree, so that making one takes no memory.
+template <class Handle>
+std::shared_ptr<Handle> HandleOf(const std::shared_ptr<void>& tree, xmlNode* node)
+{
+    return {tree, reinterpret_cast<Handle*>(node)};
+}
+
+template <class Handle>
+xmlNode* NodeOf(const std::shared_ptr<Handle>& handle)
+{
+    return reinterpret_cast<xmlNode*>(handle.get());
+}
 
 struct FreeParser {
     void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
@@ -70,7 +65,13 @@ std::string_view View(const xmlChar* text)
 
 constexpr std::string_view kWhiteSpace = " \t\r\n";
 
-bool IsBlank(std::string_view text) { return text.find_first_not_of(kWhiteSpace) == std::string_view::npos; }
+bool IsBlank(const xmlChar* text)
+{
+    while (*text == ' ' || *text == '\t' || *text == '\r' || *text == '\n') {
+        ++text;
+    }
+    return *text == '\0';
+}
 
 // xml:space of this element; inherited: that of the element around it, which counts when this one has none.
 bool PreservesSpace(const xmlNode* element, bool inherited)
@@ -90,7 +91,7 @@ bool PreservesSpace(const xmlNode* element)
 // MSXML does not list text of white space alone. The nodes stay in the tree, because they still separate words.
 bool IsDropped(const xmlNode* node, bool preserve)
 {
-    return !preserve && node->type == XML_TEXT_NODE && IsBlank(View(node->content));
+    return !preserve && node->type == XML_TEXT_NODE && (node->content == nullptr || IsBlank(node->content));
 }
 
 // Collects what the library reports on the calling thread as long as this lives. (Without a handler, reports may reach
@@ -219,6 +220,23 @@ bool IsCharacter(wchar_t unit)
     return character < 0xD800 || (character > 0xDFFF && character <= 0x10FFFF);
 }
 
+// Looks at whole blocks first, which the compiler turns into a few instructions.
+bool AreCharacters(std::wstring_view text)
+{
+    constexpr std::size_t kBlock = 16;
+    for (; text.size() >= kBlock; text.remove_prefix(kBlock)) {
+        const wchar_t* const units = text.data();
+        bool isSuspect = false;
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            isSuspect |= static_cast<char32_t>(units[i]) >= 0xD800;
+        }
+        if (isSuspect && !std::all_of(units, units + kBlock, IsCharacter)) {
+            return false;
+        }
+    }
+    return std::all_of(text.begin(), text.end(), IsCharacter);
+}
+
 std::string_view Trim(std::string_view text)
 {
     const std::size_t first = text.find_first_not_of(kWhiteSpace);
@@ -279,18 +297,21 @@ private:
     bool m_isSpaceDue = false; // before the next piece
 };
 
-HRESULT ListChildren(const XmlTree& tree, const xmlNode* parent, DomNodeListPtr* list)
+template <class Handle>
+HRESULT ListChildren(const std::shared_ptr<Handle>& parent, DomNodeListPtr* list)
 {
-    auto result = std::make_shared<CDomNodeList>();
-    result->tree = tree;
-    const bool preserve = PreservesSpace(parent);
-    for (const xmlNode* child = parent->children; child != nullptr; child = child->next) {
-        if (!IsDropped(child, preserve)) {
-            result->nodes.push_back(child);
+    return portable::StatusOf(list, [&] {
+        auto result = std::make_shared<CDomNodeList>();
+        result->tree = parent;
+        const bool preserve = PreservesSpace(NodeOf(parent));
+        for (xmlNode* child = NodeOf(parent)->children; child != nullptr; child = child->next) {
+            if (!IsDropped(child, preserve)) {
+                result->nodes.push_back(child);
+            }
         }
-    }
-    *list = std::move(result);
-    return S_OK;
+        *list = std::move(result);
+        return S_OK;
+    });
 }
 
 std::string QualifiedName(const xmlNode* node)
@@ -349,12 +370,20 @@ CString Text(const xmlNode* node)
     return DecodeUtf8(node->type == XML_TEXT_NODE ? Trim(Content(node)) : Content(node));
 }
 
-// An element's attribute of this qualified name, or null.
-const xmlNode* FindAttribute(const xmlNode* element, std::string_view name)
+bool HasQualifiedName(const xmlNode* node, std::string_view name)
 {
-    for (const xmlAttr* each = element->properties; each != nullptr; each = each->next) {
-        const auto* attribute = reinterpret_cast<const xmlNode*>(each);
-        if (QualifiedName(attribute) == name) {
+    if (node->ns == nullptr || node->ns->prefix == nullptr) {
+        return View(node->name) == name;
+    }
+    return QualifiedName(node) == name;
+}
+
+// An element's attribute of this qualified name, or null.
+xmlNode* FindAttribute(const xmlNode* element, std::string_view name)
+{
+    for (xmlAttr* each = element->properties; each != nullptr; each = each->next) {
+        auto* const attribute = reinterpret_cast<xmlNode*>(each);
+        if (HasQualifiedName(attribute, name)) {
             return attribute;
         }
     }
@@ -377,7 +406,7 @@ HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded)
     *loaded = false;
     const std::wstring_view part = DocumentPart(xml);
     // Encoding would replace what is no character.
-    if (!portable::IsWithinLimits(part) || !std::all_of(part.begin(), part.end(), IsCharacter)) {
+    if (!portable::IsWithinLimits(part) || !AreCharacters(part)) {
         return S_FALSE;
     }
     std::string bytes = EncodeUtf8(part);
@@ -403,22 +432,13 @@ HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* ele
     if (!document->tree) {
         return E_FAIL;
     }
-    return portable::StatusOf(element, [&] {
-        *element =
-            std::make_shared<CDomElement>(CDomElement{document->tree, xmlDocGetRootElement(document->tree.get())});
-        return S_OK;
-    });
+    *element = HandleOf<CDomElement>(document->tree, xmlDocGetRootElement(document->tree.get()));
+    return S_OK;
 }
 
-HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list)
-{
-    return portable::StatusOf(list, [&] { return ListChildren(node->tree, node->node, list); });
-}
+HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list) { return ListChildren(node, list); }
 
-HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list)
-{
-    return portable::StatusOf(list, [&] { return ListChildren(element->tree, element->node, list); });
-}
+HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list) { return ListChildren(element, list); }
 
 HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
 {
@@ -426,10 +446,8 @@ HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
     if (index < 0 || static_cast<std::size_t>(index) >= list->nodes.size()) {
         return S_FALSE;
     }
-    return portable::StatusOf(node, [&] {
-        *node = std::make_shared<CDomNode>(CDomNode{list->tree, list->nodes[static_cast<std::size_t>(index)]});
-        return S_OK;
-    });
+    *node = HandleOf<CDomNode>(list->tree, list->nodes[static_cast<std::size_t>(index)]);
+    return S_OK;
 }
 
 HRESULT GetDomLength(const DomNodeListPtr& list, LONG* length)
@@ -441,19 +459,17 @@ HRESULT GetDomLength(const DomNodeListPtr& list, LONG* length)
 HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
 {
     attributes->reset();
-    if (node->node->type != XML_ELEMENT_NODE) {
+    if (NodeOf(node)->type != XML_ELEMENT_NODE) {
         return S_FALSE;
     }
-    return portable::StatusOf(attributes, [&] {
-        *attributes = std::make_shared<CDomAttributeMap>(CDomAttributeMap{node->tree, node->node});
-        return S_OK;
-    });
+    *attributes = HandleOf<CDomAttributeMap>(node, NodeOf(node));
+    return S_OK;
 }
 
 HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
 {
     return portable::StatusOf(name, [&] {
-        *name = DecodeUtf8(NodeName(node->node));
+        *name = DecodeUtf8(NodeName(NodeOf(node)));
         return S_OK;
     });
 }
@@ -461,7 +477,7 @@ HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
 HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
 {
     return portable::StatusOf(name, [&] {
-        *name = DecodeUtf8(QualifiedName(element->node));
+        *name = DecodeUtf8(QualifiedName(NodeOf(element)));
         return S_OK;
     });
 }
@@ -469,7 +485,7 @@ HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
 HRESULT GetDomText(const DomNodePtr& node, CString* text)
 {
     return portable::StatusOf(text, [&] {
-        *text = Text(node->node);
+        *text = Text(NodeOf(node));
         return S_OK;
     });
 }
@@ -478,23 +494,23 @@ HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& nam
 {
     attribute->reset();
     return portable::StatusOf(attribute, [&] {
-        const xmlNode* found = FindAttribute(attributes->element, EncodeUtf8(name));
+        xmlNode* const found = FindAttribute(NodeOf(attributes), EncodeUtf8(name));
         if (found == nullptr) {
             return S_FALSE;
         }
-        *attribute = std::make_shared<CDomNode>(CDomNode{attributes->tree, found});
+        *attribute = HandleOf<CDomNode>(attributes, found);
         return S_OK;
     });
 }
 
 HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
 {
-    if (node->node->type == XML_ELEMENT_NODE) {
+    if (NodeOf(node)->type == XML_ELEMENT_NODE) {
         value->clear();
         return S_FALSE;
     }
     return portable::StatusOf(value, [&] {
-        *value = DecodeUtf8(Content(node->node));
+        *value = DecodeUtf8(Content(NodeOf(node)));
         return S_OK;
     });
 }

@@ -34,6 +34,28 @@ void AppendUtf8(std::string& bytes, char32_t character)
     }
 }
 
+// Most text is ASCII. It is converted in blocks of this length, which the compiler turns into a few instructions.
+constexpr std::size_t kBlock = 16;
+
+// Appends the ASCII characters from position on, as far as they fill blocks, and moves position behind them.
+template <class To, class From>
+void AppendAsciiBlocks(std::basic_string<To>& text, std::basic_string_view<From> from, std::size_t& position)
+{
+    for (; from.size() - position >= kBlock; position += kBlock) {
+        const From* const units = from.data() + position;
+        To block[kBlock];
+        std::make_unsigned_t<From> all = 0;
+        for (std::size_t i = 0; i < kBlock; ++i) {
+            block[i] = static_cast<To>(units[i]);
+            all |= static_cast<std::make_unsigned_t<From>>(units[i]);
+        }
+        if (all >= 0x80) {
+            return;
+        }
+        text.append(block, kBlock);
+    }
+}
+
 // What a lead byte promises: the number of trailing bytes and the range of the first of them, which rules out overlong
 // forms, surrogates and values above U+10FFFF (Unicode Standard, table 3-7).
 struct Lead {
@@ -118,7 +140,7 @@ std::wstring DecodeUtf8(std::string_view bytes)
 {
     std::wstring text;
     text.reserve(bytes.size());
-    for (std::size_t position = 0; position < bytes.size();) {
+    for (std::size_t position = 0; AppendAsciiBlocks(text, bytes, position), position < bytes.size();) {
         const auto byte = static_cast<unsigned char>(bytes[position]);
         if (byte < 0x80) {
             text.push_back(static_cast<wchar_t>(byte));
@@ -134,7 +156,7 @@ std::string EncodeUtf8(std::wstring_view text)
 {
     std::string bytes;
     bytes.reserve(text.size());
-    for (std::size_t position = 0; position < text.size();) {
+    for (std::size_t position = 0; AppendAsciiBlocks(bytes, text, position), position < text.size();) {
         AppendUtf8(bytes, WideCharacterAt(text, position));
     }
     return bytes;
@@ -142,7 +164,10 @@ std::string EncodeUtf8(std::wstring_view text)
 
 bool IsWhiteSpace(wchar_t character)
 {
-    constexpr std::wstring_view kWhiteSpace = L"\t\n\v\f\r \x85\xA0\x1680\x2000\x2001\x2002\x2003\x2004\x2005\x2006"
+    if (character < 0x80) {
+        return character == L' ' || (character >= L'\t' && character <= L'\r');
+    }
+    constexpr std::wstring_view kWhiteSpace = L"\x85\xA0\x1680\x2000\x2001\x2002\x2003\x2004\x2005\x2006"
                                               L"\x2007\x2008\x2009\x200A\x2028\x2029\x202F\x205F\x3000";
     return kWhiteSpace.find(character) != std::wstring_view::npos;
 }

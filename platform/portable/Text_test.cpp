@@ -216,6 +216,18 @@ TEST(EncodeUtf8, ValuesThatAreNoCharacterBecomeReplacements)
 }
 #endif
 
+TEST(Utf8, OtherCharactersMayStandAnywhereInLongAscii)
+{
+    for (std::size_t position = 0; position < 40; ++position) {
+        const std::string before(position, 'a');
+        const std::string after(40 - position, 'b');
+        const CString text = CString(position, L'a') + L'\x3042' + CString(40 - position, L'b');
+        EXPECT_EQ(EncodeUtf8(text), before + "\xE3\x81\x82" + after);
+        EXPECT_EQ(DecodeUtf8(before + "\xE3\x81\x82" + after), text);
+        EXPECT_EQ(DecodeUtf8(before + "\xFF" + after).at(position), 0xFFFD);
+    }
+}
+
 TEST(Utf8, EveryCharacterSurvivesTheRoundTrip)
 {
     std::wstring text;
