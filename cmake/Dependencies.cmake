@@ -2,17 +2,12 @@
 # them without looking into the native compiler's include folder.
 set(header_links "${CMAKE_BINARY_DIR}/headers")
 file(MAKE_DIRECTORY "${header_links}")
-foreach(library CLI boost fmt nlohmann)
+foreach(library CLI boost nlohmann)
   if(NOT EXISTS "/usr/include/${library}")
     message(FATAL_ERROR "The ${library} headers are missing: run scripts/setup.sh")
   endif()
   file(CREATE_LINK "/usr/include/${library}" "${header_links}/${library}" SYMBOLIC)
 endforeach()
-
-# Wide formatted text (platform/Text.h).
-add_library(ampora_fmt INTERFACE)
-target_include_directories(ampora_fmt SYSTEM INTERFACE "${header_links}")
-target_compile_definitions(ampora_fmt INTERFACE FMT_HEADER_ONLY)
 
 # HTTP over sockets, header-only: the report server and the tests' server.
 add_library(ampora_beast INTERFACE)

@@ -45,9 +45,10 @@ private:
 // As FormatText, with the arguments gathered by the caller.
 std::wstring FormatTextV(std::wstring_view format, std::span<const TextArgument> arguments);
 
-// Formats text of any length. format: printf style; %s takes wide text (pointer, not null, or std::wstring) on every
-// system, numbers take their own width (no length modifiers). Arguments beyond those that the format names are ignored.
-// Throws std::bad_alloc, or std::runtime_error when format and arguments do not fit.
+// Formats text of any length. format: printf style, of %s, %d, %u, %x, %X and %%, with a width and "0" before it; %s
+// takes wide text (pointer, not null, or std::wstring) on every system, numbers take their own size (no length
+// modifiers). Arguments beyond those that the format names are ignored. Throws std::bad_alloc, or std::runtime_error
+// when format and arguments do not fit.
 template <class... Arguments>
 std::wstring FormatText(std::wstring_view format, const Arguments&... arguments)
 {

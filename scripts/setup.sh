@@ -5,9 +5,9 @@ set -euo pipefail
 
 # README.md gives each dependency's reason.
 declare -A groups=(
-  [build]='cmake g++ libarchive-dev libboost1.81-dev libcli11-dev libcurl4-openssl-dev libfmt-dev libicu-dev libsqlite3-dev
+  [build]='cmake g++ libarchive-dev libboost1.81-dev libcli11-dev libcurl4-openssl-dev libicu-dev libsqlite3-dev
            libsystemd-dev libtomlplusplus-dev libxml2-dev make ninja-build nlohmann-json3-dev pkg-config'
-  [windows]='cmake g++-mingw-w64-x86-64-posix libboost1.81-dev libcli11-dev libfmt-dev make ninja-build nlohmann-json3-dev'
+  [windows]='cmake g++-mingw-w64-x86-64-posix libboost1.81-dev libcli11-dev make ninja-build nlohmann-json3-dev'
   [manuals]='lowdown python3' # to make the manual pages; the programs are built without
   [wine]='wine wine64'
   # To build test programs and benchmarks, for networks, servers and clocks of the tests' own, to check trace messages.

@@ -1,7 +1,9 @@
 #include "platform/Text.h"
 
-#include <fmt/args.h>
-#include <fmt/printf.h>
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
 
 namespace platform {
 
@@ -125,15 +127,91 @@ char32_t WideCharacterAt(std::wstring_view text, std::size_t& position)
     return kReplacement;
 }
 
+// A conversion of a format: %[0][width]type.
+struct Conversion {
+    bool isZeroPadded = false;
+    std::size_t width = 0;
+    wchar_t type = 0;
+};
+
+// Reads the conversion behind a percent sign and moves position behind it.
+Conversion ReadConversion(std::wstring_view format, std::size_t& position)
+{
+    Conversion conversion;
+    const auto next = [&] { return position < format.size() ? format[position] : L'\0'; };
+    if (next() == L'0') {
+        conversion.isZeroPadded = true;
+        ++position;
+    }
+    for (; next() >= L'0' && next() <= L'9'; ++position) {
+        conversion.width = conversion.width * 10 + static_cast<std::size_t>(next() - L'0');
+    }
+    conversion.type = next();
+    if (conversion.type == L'\0' || std::wstring_view(L"sduxX%").find(conversion.type) == std::wstring_view::npos) {
+        throw std::runtime_error("unknown conversion in a format");
+    }
+    ++position;
+    return conversion;
+}
+
+void AppendNumber(std::wstring& text, const Conversion& conversion, unsigned long long magnitude, bool isNegative)
+{
+    const std::wstring_view symbols = conversion.type == L'x' ? L"0123456789abcdef" : L"0123456789ABCDEF";
+    const unsigned base = conversion.type == L'd' || conversion.type == L'u' ? 10 : 16;
+    std::wstring digits; // the last one first
+    do {
+        digits.push_back(symbols[magnitude % base]);
+        magnitude /= base;
+    } while (magnitude != 0);
+    const std::size_t length = digits.size() + (isNegative ? 1 : 0);
+    const std::size_t padding = conversion.width > length ? conversion.width - length : 0;
+    text.append(conversion.isZeroPadded ? 0 : padding, L' ');
+    text.append(isNegative ? 1 : 0, L'-');
+    text.append(conversion.isZeroPadded ? padding : 0, L'0');
+    text.append(digits.rbegin(), digits.rend());
+}
+
+// Appends an argument. The bits of a number count as signed for %d and as unsigned for the others, as in C.
+template <class Value>
+void AppendArgument(std::wstring& text, const Conversion& conversion, Value value)
+{
+    constexpr bool kIsText = std::is_same_v<Value, std::wstring_view>;
+    if (kIsText != (conversion.type == L's')) {
+        throw std::runtime_error("a format and its arguments do not fit");
+    }
+    if constexpr (kIsText) {
+        text.append(conversion.width > value.size() ? conversion.width - value.size() : 0, L' ').append(value);
+    } else {
+        using Bits = std::make_unsigned_t<Value>;
+        const auto bits = static_cast<Bits>(value);
+        const bool isNegative = conversion.type == L'd' && static_cast<std::make_signed_t<Value>>(value) < 0;
+        AppendNumber(text, conversion, isNegative ? static_cast<Bits>(0 - bits) : bits, isNegative);
+    }
+}
+
 } // namespace
 
 std::wstring FormatTextV(std::wstring_view format, std::span<const TextArgument> arguments)
 {
-    fmt::dynamic_format_arg_store<fmt::wprintf_context> store;
-    for (const TextArgument& argument : arguments) {
-        std::visit([&store](const auto& value) { store.push_back(value); }, argument.Get());
+    std::wstring text;
+    std::size_t used = 0;
+    for (std::size_t position = 0; position < format.size();) {
+        const std::size_t percent = std::min(format.find(L'%', position), format.size());
+        text.append(format, position, percent - position);
+        position = percent + 1;
+        if (percent == format.size()) {
+            break;
+        }
+        const Conversion conversion = ReadConversion(format, position);
+        if (conversion.type == L'%') {
+            text.push_back(L'%');
+        } else if (used == arguments.size()) {
+            throw std::runtime_error("a format has too few arguments");
+        } else {
+            std::visit([&](const auto& value) { AppendArgument(text, conversion, value); }, arguments[used++].Get());
+        }
     }
-    return fmt::vsprintf(format, fmt::basic_format_args<fmt::wprintf_context>(store));
+    return text;
 }
 
 std::wstring DecodeUtf8(std::string_view bytes)
