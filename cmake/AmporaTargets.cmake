@@ -47,6 +47,16 @@ function(ampora_layer name)
                                        "$<LINK_ONLY:$<TARGET_PROPERTY:AMPORA_PLATFORM>>")
 endfunction()
 
+# ampora_compile_small(TARGET...): compiles libraries for size. For those whose speed does not count, since they spend
+# their time in the system: all that amporasrv consists of, but what reads reports and converts text. Not for
+# Windows, where most of a program is the C++ library.
+function(ampora_compile_small)
+  foreach(target ${ARGN})
+    target_compile_options(${target} PRIVATE "$<$<CONFIG:Release>:-Os;-ffunction-sections>")
+    target_link_options(${target} INTERFACE "$<$<CONFIG:Release>:LINKER:--gc-sections>")
+  endforeach()
+endfunction()
+
 # ampora_program(NAME SOURCES ... [LINK ...]): a program on the native platform.
 function(ampora_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
