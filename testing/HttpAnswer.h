@@ -3,7 +3,9 @@
 
 #include "platform/Types.h"
 
+#include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +25,19 @@ enum class HttpFault {
     kLongBody,    // header with half of the length, then the whole body, the connection goes on; not with chunks
 };
 
+// Bytes of a script.
+struct HttpBytes {
+    std::string bytes;
+    std::size_t times = 1;            // sent so often, one after the other
+    std::chrono::milliseconds wait{}; // before each time
+};
+
+// An answer as the very bytes on the wire, whatever they are.
+struct HttpScript {
+    std::vector<HttpBytes> steps = {};
+    enum class End { kClose, kReset, kHalfClose, kGoOn } end = End::kClose; // of the connection; half: only ours
+};
+
 struct HttpAnswer {
     DWORD status = 200;
     std::string body = {};
@@ -34,6 +49,7 @@ struct HttpAnswer {
     std::string trailers = {}; // lines after the last chunk, with their ends (real servers only)
     bool endless = false; // in chunks, the body again and again until the client ends the connection; without a fault
                           // only (real servers only)
+    std::optional<HttpScript> script = {}; // in place of all of the above (real servers only)
 };
 
 struct HttpExchange {

@@ -25,6 +25,7 @@ namespace testing_support {
 
 namespace asio = boost::asio;
 using asio::ip::tcp;
+using std::chrono::milliseconds;
 
 std::string FieldOf(const HttpExchange& exchange, const std::string& name)
 {
@@ -119,9 +120,12 @@ asio::awaitable<void> Send(tcp::socket& socket, const std::string& bytes)
     co_await asio::async_write(socket, asio::buffer(bytes), asio::use_awaitable);
 }
 
-asio::awaitable<void> Wait(DWORD timeMs)
+asio::awaitable<void> Wait(milliseconds time)
 {
-    asio::steady_timer timer(co_await asio::this_coro::executor, std::chrono::milliseconds(timeMs));
+    if (time == milliseconds::zero()) {
+        co_return;
+    }
+    asio::steady_timer timer(co_await asio::this_coro::executor, time);
     co_await timer.async_wait(asio::use_awaitable);
 }
 
@@ -137,7 +141,7 @@ asio::awaitable<void> SendWhole(tcp::socket& socket, const std::string& header, 
         co_await Send(socket, SizeLine(answer.body.size()) + answer.body + "\r\n");
     }
     for (const char byte : body) {
-        co_await Wait(answer.dripMs);
+        co_await Wait(milliseconds(answer.dripMs));
         co_await Send(socket, std::string(1, byte));
     }
 }
@@ -147,9 +151,42 @@ bool Stalls(const HttpAnswer& answer)
     return answer.fault == HttpFault::kStalled || answer.fault == HttpFault::kStalledBody;
 }
 
+void ResetAtEnd(tcp::socket& socket) { socket.set_option(asio::socket_base::linger(true, 0)); }
+
+// Reads until the connection ends: then it throws.
+asio::awaitable<void> Ignore(tcp::socket& socket)
+{
+    for (;;) {
+        std::array<char, 256> ignored = {};
+        co_await socket.async_read_some(asio::buffer(ignored), asio::use_awaitable);
+    }
+}
+
+// Whether the connection can serve another request.
+asio::awaitable<bool> Play(tcp::socket& socket, const HttpScript& script)
+{
+    socket.set_option(tcp::no_delay(true));
+    for (const HttpBytes& step : script.steps) {
+        for (std::size_t time = 0; time < step.times; ++time) {
+            co_await Wait(step.wait);
+            co_await Send(socket, step.bytes);
+        }
+    }
+    if (script.end == HttpScript::End::kReset) {
+        ResetAtEnd(socket);
+    } else if (script.end == HttpScript::End::kHalfClose) {
+        socket.shutdown(tcp::socket::shutdown_send);
+        co_await Ignore(socket);
+    }
+    co_return script.end == HttpScript::End::kGoOn;
+}
+
 // Gives the answer, as far as it goes. Whether the connection can serve another request.
 asio::awaitable<bool> Give(tcp::socket& socket, const HttpAnswer& answer, const std::string& prelude)
 {
+    if (answer.script) {
+        co_return co_await Play(socket, *answer.script);
+    }
     const std::string header = prelude + HeaderOf(answer);
     switch (answer.fault) {
     case HttpFault::kNone:
@@ -169,7 +206,7 @@ asio::awaitable<bool> Give(tcp::socket& socket, const HttpAnswer& answer, const 
         co_return false;
     case HttpFault::kReset:
         co_await Send(socket, header + HalfBodyOf(answer));
-        socket.set_option(asio::socket_base::linger(true, 0));
+        ResetAtEnd(socket);
         co_return false;
     }
     co_return false;
@@ -185,7 +222,9 @@ struct CLoopbackServer::Impl {
         const unsigned number = CountConnection();
         try {
             std::string received;
-            while (co_await ServeOne(socket, received, number)) {
+            bool goesOn = co_await Play(socket, TakeGreeting());
+            while (goesOn) {
+                goesOn = co_await ServeOne(socket, received, number);
             }
         } catch (const boost::system::system_error&) {
             // The client has ended the connection, or EndStalled has.
@@ -204,7 +243,7 @@ struct CLoopbackServer::Impl {
         received.erase(0, size);
         const std::string bytesBefore = Record(exchange);
         const HttpAnswer answer = handler(exchange);
-        co_await Wait(answer.latencyMs);
+        co_await Wait(milliseconds(answer.latencyMs));
         const bool goesOn = co_await Give(socket, answer, bytesBefore);
         if (Stalls(answer)) {
             co_await Stall(socket);
@@ -216,10 +255,7 @@ struct CLoopbackServer::Impl {
     asio::awaitable<void> Stall(tcp::socket& socket)
     {
         NoteStall(socket);
-        for (;;) {
-            std::array<char, 256> ignored = {};
-            co_await socket.async_read_some(asio::buffer(ignored), asio::use_awaitable);
-        }
+        co_await Ignore(socket);
     }
 
     void NoteStall(tcp::socket& socket)
@@ -251,6 +287,16 @@ struct CLoopbackServer::Impl {
         return ++connections;
     }
 
+    HttpScript TakeGreeting()
+    {
+        const std::lock_guard lock(mutex);
+        if (greetings == 0) {
+            return {.end = HttpScript::End::kGoOn};
+        }
+        --greetings;
+        return greeting;
+    }
+
     // The bytes to send before the answer's header.
     std::string Record(const HttpExchange& exchange)
     {
@@ -263,6 +309,8 @@ struct CLoopbackServer::Impl {
 
     std::mutex mutex; // guards what follows
     std::string prelude = {};
+    HttpScript greeting = {};
+    unsigned greetings = 0; // connections that are still to get it
     std::vector<HttpExchange> exchanges = {};
     unsigned connections = 0;
     unsigned openConnections = 0;
@@ -283,6 +331,13 @@ void CLoopbackServer::SetPrelude(std::string bytes)
 {
     const std::lock_guard lock(m_impl->mutex);
     m_impl->prelude = std::move(bytes);
+}
+
+void CLoopbackServer::SetGreeting(HttpScript script, unsigned connections)
+{
+    const std::lock_guard lock(m_impl->mutex);
+    m_impl->greeting = std::move(script);
+    m_impl->greetings = connections;
 }
 
 bool CLoopbackServer::EndStalled(std::chrono::seconds limit) { return m_impl->EndStalled(limit); }

@@ -32,6 +32,10 @@ public:
     // Bytes to send before the header of every answer from the next request on; by default none.
     void SetPrelude(std::string bytes);
 
+    // What the next connections, so many of them, get when they are accepted, before any request; after a script that
+    // goes on they are served.
+    void SetGreeting(HttpScript script, unsigned connections);
+
     // Ends every connection that a fault stalls now, after waiting for one at most this long. False when there is none.
     bool EndStalled(std::chrono::seconds limit);
 

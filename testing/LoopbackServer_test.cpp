@@ -99,6 +99,41 @@ TEST(LoopbackServer, SendsPreludeBeforeTheHeader)
     EXPECT_THAT(client.ReadTo("yes"), StartsWith("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 Status\r\n"));
 }
 
+TEST(LoopbackServer, PlaysAScriptByteForByte)
+{
+    using std::chrono::milliseconds;
+    boost::system::error_code end;
+    EXPECT_EQ(AskOnce({.script = HttpScript{{{"a"}, {std::string("\0b", 2), 3}, {"c", 1, milliseconds(1)}}}}, &end),
+              std::string("a\0b\0b\0bc", 8));
+    EXPECT_EQ(end, asio::error::eof);
+    EXPECT_EQ(AskOnce({.script = HttpScript{{{"half"}}, HttpScript::End::kHalfClose}}, &end), "half");
+    EXPECT_EQ(end, asio::error::eof);
+}
+
+TEST(LoopbackServer, ServesAConnectionAgainAfterAScriptThatGoesOn)
+{
+    const CLoopbackServer server(Always({.script = HttpScript{{{"yes"}}, HttpScript::End::kGoOn}}));
+    CRawClient client(server.Port());
+    for (int request = 0; request < 2; ++request) {
+        client.Ask("/");
+        EXPECT_EQ(client.ReadTo("yes"), "yes");
+    }
+}
+
+TEST(LoopbackServer, GreetsAsManyConnectionsAsItIsTold)
+{
+    CLoopbackServer server(Always({.body = "yes"}));
+    server.SetGreeting({{{"go away"}}}, 2);
+    for (int greeted = 0; greeted < 2; ++greeted) {
+        boost::system::error_code end;
+        EXPECT_EQ(CRawClient(server.Port()).ReadAll(&end), "go away");
+        EXPECT_EQ(end, asio::error::eof);
+    }
+    CRawClient client(server.Port());
+    client.Ask("/");
+    EXPECT_THAT(client.ReadTo("yes"), StartsWith("HTTP/1.1 200 "));
+}
+
 TEST(LoopbackServer, ClosesEarlyWithoutAByte)
 {
     for (const HttpFault fault : {HttpFault::kClosedEarly, HttpFault::kRefused}) {
