@@ -3,8 +3,9 @@
 // A session and what was opened from it belong to one thread at a time. Connections are kept alive within a session and
 // used again. Proxies as the system has them set (Linux: from the environment). The system's own limits apply. On Linux
 // they are 60 s to connect, 30 s without a byte, at most 10 redirects and to http only; 256 KiB of header in an answer,
-// together with the answers that announce it and with its trailers; 64 MiB of body including its chunk headers; and
-// no transfer coding but chunked. A transfer that exceeds one of them fails. The caller limits the body itself.
+// together with the answers that announce it and with its trailers; 64 MiB of body including its chunk headers; 20,000
+// waits for bytes in a request; and no transfer coding but chunked. A transfer that exceeds one of them fails. The
+// caller limits the body itself.
 #pragma once
 
 #include "platform/CodeException.h"

@@ -37,6 +37,9 @@ constexpr long kSwitchingProtocols = 101;
 // Of one answer's body including its chunk headers, which may be of any length. The longest body that is taken, in
 // chunks of one byte, has 48 MiB.
 constexpr std::size_t kMaxFramedBytes = std::size_t{64} * 1024 * 1024;
+// How often a request may wait for bytes. A server that sends byte by byte wakes the client up for each of them; the
+// longest body that is taken comes in 16,000 of the smallest packets that networks use.
+constexpr int kMaxWaits = 20'000;
 // What an unread body may cost to keep its connection; a new connection is cheaper than more.
 constexpr std::size_t kDrainLimitBytes = 65536;
 constexpr milliseconds kDrainLimit{200};
@@ -155,6 +158,7 @@ private:
     std::size_t m_headerBytes = 0;                 // of the current answer
     std::size_t m_framedBytes = 0;                 // of its body, chunk headers included
     std::optional<std::size_t> m_discardable = {}; // while draining: bytes that may still come
+    int m_waits = 0;                               // for bytes, redirections included
     bool m_isDriven = false;
     bool m_isAnswerDue = false; // connected: the silence counts
     CURLcode m_result = CURLE_OK;
@@ -386,13 +390,14 @@ void CHttpRequest::DriveUntil(Clock::time_point limit)
     // While connecting, the library has its own limit.
     const Clock::time_point end =
         std::min(m_end, m_isAnswerDue ? m_silentSince + m_connection->session->silenceLimit : m_end);
-    if (now >= end || m_framedBytes > kMaxFramedBytes) {
+    if (now >= end || m_framedBytes > kMaxFramedBytes || m_waits > kMaxWaits) {
         Finish(now >= end ? CURLE_OPERATION_TIMEDOUT : CURLE_FILESIZE_EXCEEDED);
         return;
     }
     if (m_received.size() != before || m_status != statusBefore) {
         return;
     }
+    ++m_waits;
     const Clock::time_point wakeUp = std::min(limit, end);
     const auto wait = std::chrono::ceil<milliseconds>(std::max(wakeUp - now, Clock::duration::zero()));
     curl_multi_poll(multi, nullptr, 0, static_cast<int>(wait.count()), nullptr);

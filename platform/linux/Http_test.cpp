@@ -258,6 +258,17 @@ TEST_F(LinuxHttp, FramesOfChunksHaveALimit)
     EXPECT_EQ(Get(), "(broken)");
 }
 
+TEST_F(LinuxHttp, BodyInTooManyPacketsBreaks)
+{
+    // Symptom: 8 MiB in chunks of one byte, each in a packet of its own, took 7 s of processor time.
+    constexpr std::size_t kSize = 5'000'000;
+    m_server.emplace([](const HttpExchange&) {
+        const std::string header = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kSize) + "\r\n\r\n";
+        return HttpAnswer{.script = {{{{header}, {"x", kSize}}}}};
+    });
+    EXPECT_EQ(Get(), "(broken)");
+}
+
 TEST_F(LinuxHttp, BodyThatDripsForMinutesBreaks)
 {
     // Symptom: a server that sent a byte now and then held up the passes of all sessions for days.
