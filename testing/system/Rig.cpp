@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -67,6 +68,47 @@ bool AllSleep(int processId)
     return true;
 }
 
+// The value in kB of a line of a process's status.
+double StatusOf(int processId, const std::string& name)
+{
+    std::ifstream file("/proc/" + std::to_string(processId) + "/status");
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with(name)) {
+            return std::stod(line.substr(name.size()));
+        }
+    }
+    return 0;
+}
+
+CopyUsage UsageOf(int processId)
+{
+    constexpr double kTicksPerSecond = 100;
+    constexpr double kKilobytesPerMegabyte = 1024;
+    std::ifstream file("/proc/" + std::to_string(processId) + "/stat");
+    file.ignore(std::numeric_limits<std::streamsize>::max(), ')');
+    std::string skipped;
+    for (int field = 3; field < 14; ++field) {
+        file >> skipped;
+    }
+    double user = 0;
+    double system = 0;
+    file >> user >> system;
+    return {(user + system) / kTicksPerSecond, StatusOf(processId, "VmHWM:") / kKilobytesPerMegabyte};
+}
+
+// The process in which wine runs a program of this prefix. -1 when there is none.
+int FindWineProcess(const std::string& program, const fs::path& prefix)
+{
+    const std::string variable = "WINEPREFIX=" + prefix.string() + '\0';
+    for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
+        if (testing_support::FileBytes(entry.path() / "comm") == program + "\n" &&
+            testing_support::FileBytes(entry.path() / "environ").find(variable) != std::string::npos) {
+            return std::stoi(entry.path().filename());
+        }
+    }
+    return -1;
+}
+
 class CLinuxCopy : public CCopy {
 public:
     CLinuxCopy(const std::vector<std::string>& command, const EnvironmentChanges& environment)
@@ -82,6 +124,7 @@ public:
         m_process.Signal(SIGKILL);
         m_process.WaitForExit(kKillLimit);
     }
+    CopyUsage Usage() const override { return UsageOf(m_process.ProcessId()); }
     void WaitForRest() override
     {
         WaitUntil([this] { return AllSleep(m_process.ProcessId()); }, kCommandLimit);
@@ -104,8 +147,8 @@ std::string After(const std::string& text, const std::string& word)
 class CWindowsCopy : public CCopy {
 public:
     CWindowsCopy(const std::vector<std::string>& command, const EnvironmentChanges& environment,
-                 std::shared_ptr<const CBackgroundProcess> listener)
-        : m_keeper(command, environment, kCommandLimit), m_listener(std::move(listener)),
+                 std::shared_ptr<const CBackgroundProcess> listener, fs::path prefix)
+        : m_keeper(command, environment, kCommandLimit), m_listener(std::move(listener)), m_prefix(std::move(prefix)),
           m_processId(static_cast<unsigned>(std::stoul(After(m_keeper.Out(), "started "))))
     {
     }
@@ -150,6 +193,7 @@ public:
         m_keeper.Write("terminate\n");
         m_keeper.WaitForExit(kKillLimit);
     }
+    CopyUsage Usage() const override { return UsageOf(FindWineProcess("amporasrv.exe", m_prefix)); }
     void WaitForRest() override
     {
         constexpr milliseconds kPause{100};
@@ -164,6 +208,7 @@ public:
 private:
     CBackgroundProcess m_keeper;
     std::shared_ptr<const CBackgroundProcess> m_listener;
+    fs::path m_prefix;
     unsigned m_processId;
 };
 
@@ -220,14 +265,14 @@ struct CWindowsRig::Impl {
 
     std::string build = Variable("AMPORA_WINDOWS_BUILD");
     testing_support::CScratchFolder scratch;
-    fs::path commonFolder;
+    fs::path prefix;
     std::shared_ptr<CBackgroundProcess> listener; // once a copy has been started
 };
 
 CWindowsRig::CWindowsRig() : m_impl(std::make_unique<Impl>())
 {
     const ProcessResult path = RunProcess({AMPORA_WINE, "path"}, {}, kCommandLimit);
-    m_impl->commonFolder = fs::path(path.out.substr(0, path.out.find('\n'))) / "drive_c" / "ProgramData";
+    m_impl->prefix = path.out.substr(0, path.out.find('\n'));
     Empty();
 }
 
@@ -268,7 +313,7 @@ std::unique_ptr<CCopy> CWindowsRig::Start(const std::vector<std::string>& argume
     }
     const std::vector<std::string> command = {AMPORA_WINE, "run", m_impl->Built("tests/procctl.exe").string(), "--",
                                               "Z:" + m_impl->Built("bin/amporasrv.exe").string()};
-    return std::make_unique<CWindowsCopy>(Joined(command, arguments), Variables(), m_impl->listener);
+    return std::make_unique<CWindowsCopy>(Joined(command, arguments), Variables(), m_impl->listener, m_impl->prefix);
 }
 
 ProcessResult CWindowsRig::RunControl(const std::vector<std::string>& arguments)
@@ -284,7 +329,7 @@ std::unique_ptr<CBackgroundProcess> CWindowsRig::StartControl(const std::vector<
     return std::make_unique<CBackgroundProcess>(Joined(m_impl->Control(), arguments), Variables());
 }
 
-fs::path CWindowsRig::CommonFolder() const { return m_impl->commonFolder; }
+fs::path CWindowsRig::CommonFolder() const { return m_impl->prefix / "drive_c" / "ProgramData"; }
 
 std::string CWindowsRig::ShowWindow(CCopy& copy) { return dynamic_cast<CWindowsCopy&>(copy).ShowWindow(); }
 

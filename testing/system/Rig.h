@@ -30,6 +30,11 @@ struct CopyOutput {
     std::vector<StampedLine> lines; // the same, taken apart; without what is no trace line
     int brokenLines = 0;            // how many those are
 };
+// What a copy has taken of this machine so far; under wine, its process with the parts of wine that are in it.
+struct CopyUsage {
+    double processorSeconds = 0;
+    double peakMegabytes = 0;
+};
 // How often a line was written.
 int CountLines(const CopyOutput& pass, const testing_support::TraceLine& line);
 
@@ -49,6 +54,7 @@ public:
     virtual std::optional<int> WaitForExit(std::chrono::milliseconds limit) = 0;
     // Ends it as a crash does, and waits until it has gone.
     virtual void Kill() = 0;
+    virtual CopyUsage Usage() const = 0;
     // Waits until its threads are at rest in their waits, as far as that can be told from outside.
     virtual void WaitForRest() = 0;
 

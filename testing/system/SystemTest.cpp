@@ -155,10 +155,8 @@ CopyOutput CSystemTest::RunPass(const std::string& moreSettings, unsigned logLev
     return EndCopy(*copy);
 }
 
-CopyOutput CSystemTest::RunSilentPass(const std::string& moreSettings, unsigned logLevel)
+void CSystemTest::AwaitSilentPass(std::size_t requestsBefore)
 {
-    const std::size_t requestsBefore = Exchanges().size();
-    const std::unique_ptr<CCopy> copy = StartCopy(moreSettings, logLevel);
     // A pass holds the mutex from before its first request to its end.
     const auto isOver = [&] {
         return Exchanges().size() > requestsBefore && m_rig->Do("acquire Global\\AmporaSrvUpdateMutex");
@@ -166,6 +164,13 @@ CopyOutput CSystemTest::RunSilentPass(const std::string& moreSettings, unsigned 
     EXPECT_TRUE(WaitUntil(isOver, kPassLimit));
     EXPECT_TRUE(m_rig->Do("release Global\\AmporaSrvUpdateMutex"));
     NoteEndOfPass();
+}
+
+CopyOutput CSystemTest::RunSilentPass(const std::string& moreSettings, unsigned logLevel)
+{
+    const std::size_t requestsBefore = Exchanges().size();
+    const std::unique_ptr<CCopy> copy = StartCopy(moreSettings, logLevel);
+    AwaitSilentPass(requestsBefore);
     return EndCopy(*copy);
 }
 

@@ -52,6 +52,9 @@ protected:
     // Waits until a copy has begun to wait for its next update so often; its threads are at rest then. A failure of the
     // test when it does not.
     void AwaitArmed(CCopy& copy, int count = 1);
+    // The same where the trace log does not tell when the pass is over. requestsBefore: how many requests there were
+    // when it had not begun; it has to make one.
+    void AwaitSilentPass(std::size_t requestsBefore);
     // Ends a copy by another one with "/Exit" and gives all that it has traced. A failure of the test when it does not
     // end in time.
     static CopyOutput EndCopy(CRig& rig, CCopy& copy);
@@ -97,6 +100,7 @@ protected:
     void ExpectOthersHealthy(const std::string& company, unsigned dataType) const;
 
     CRig& Rig() { return *m_rig; }
+    testing_support::CLoopbackServer& Server() { return *m_server; }
     const CHealthyReports& Healthy() const { return m_healthy; }
 
 private:
