@@ -103,6 +103,20 @@ protected:
     HttpSessionPtr m_session = OpenHttpSession(L"Test", 1);
 };
 
+TEST_F(LinuxHttp, AWaitForALateAnswerSleepsThrough)
+{
+    m_server.emplace([](const HttpExchange&) { return HttpAnswer{.body = "late", .latencyMs = 300}; });
+    const auto timesAsleep = [] {
+        rusage usage = {};
+        ::getrusage(RUSAGE_THREAD, &usage);
+        return usage.ru_nvcsw;
+    };
+    const long before = timesAsleep();
+    EXPECT_EQ(Get(), "late");
+    EXPECT_GE(timesAsleep() - before, 1) << "it works all the time";
+    EXPECT_LE(timesAsleep() - before, 20) << "it wakes up again and again";
+}
+
 TEST_F(LinuxHttp, EscapesWhatCannotStandInARequestLine)
 {
     m_server.emplace([](const HttpExchange&) { return HttpAnswer{}; });
