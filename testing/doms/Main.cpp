@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr const char* kTraitNames[] = {"encoding", "prefix", "cdata"};
+constexpr const char* kTraitNames[] = {"encoding", "prefix", "cdata", "lineend"};
 static_assert(std::size(kTraitNames) == static_cast<std::size_t>(doms::Trait::kCount));
 
 std::string g_lines; // what the analyzer traced

@@ -380,14 +380,17 @@ std::string WithoutPrefixes(std::string text)
 std::string Without(Trait trait, const std::string& text)
 {
     static const std::regex kEncoding("(<\\?xml[^>]*?)\\s+encoding\\s*=\\s*(\"[^\"]*\"|'[^']*')");
+    static const std::regex kLineEnd("[\\r\\n]|&#(10|13|x[AaDd]);");
     static const std::regex kJoin("\\]\\]><!\\[CDATA\\[");
     switch (trait) {
     case Trait::kEncoding:
         return std::regex_replace(text, kEncoding, "$1", std::regex_constants::format_first_only);
     case Trait::kPrefix:
         return WithoutPrefixes(text);
-    default:
+    case Trait::kCdata:
         return std::regex_replace(text, kJoin, "");
+    default:
+        return std::regex_replace(text, kLineEnd, " ");
     }
 }
 

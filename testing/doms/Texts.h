@@ -16,10 +16,12 @@ enum class Trait {
     kEncoding, // the XML declaration names an encoding
     kPrefix,   // names with a colon
     kCdata,    // one CDATA section right after another
+    kLineEnd,  // line ends, written as references too
     kCount,
 };
 
-// The text without that trait, otherwise as it is: no encoding named, '_' for the colons, sections joined.
+// The text without that trait, otherwise as it is: no encoding named, '_' for the colons, sections joined, a
+// space for each line end.
 std::string Without(Trait trait, const std::string& text);
 
 } // namespace doms
