@@ -101,8 +101,6 @@ CString SiteKey(int siteNumber);
 struct Content {
     LONG number = 0; // of a kMask: its bits; 0 for a text
     CString text;    // empty for a number
-
-    bool operator==(const Content&) const = default;
 };
 
 // What one hive has to say about a setting in this key. Empty when it says nothing: the value is missing, unreadable,
