@@ -55,6 +55,17 @@ DomElementPtr LoadGuarded(LoadCall load, const CTraceLog& log, const wchar_t* fa
     }
 }
 
+// Whether there is a node and it has this name.
+template <class NodePtr>
+bool HasName(CXMLParser& parser, const NodePtr& node, const wchar_t* name)
+{
+    if (!node) {
+        return false;
+    }
+    const CString tagName = parser.GetTagName(node);
+    return tagName == name;
+}
+
 } // namespace
 
 struct CGSXMLAnalyzer::PeakTexts {
@@ -112,7 +123,7 @@ BOOL CGSXMLAnalyzer::AnalyzePeakDemandTag(const DomNodePtr& node, CAmporaDataCol
 std::unique_ptr<CAmporaDataCollection> CGSXMLAnalyzer::AnalyzeData(const DomElementPtr& element)
 {
     const CTraceScope scope(kAnalyzeData);
-    if (!element || GetTagName(element) != kRootTag) {
+    if (!HasName(*this, element, kRootTag)) {
         scope.Err(kOtherName);
         return nullptr;
     }
@@ -140,7 +151,7 @@ BOOL CGSXMLAnalyzer::AnalyzeUsageTag(const DomNodePtr& node, SYSTEMTIME& start, 
                                      ULONGLONG& value)
 {
     const CTraceScope scope(L"CGSXMLAnalyzer::AnalyzeUsageTag");
-    if (!node || GetTagName(node) != kInstant.item.Wide()) {
+    if (!HasName(*this, node, kInstant.item.Wide())) {
         scope.Err(kOtherName);
         return FALSE;
     }
@@ -186,7 +197,7 @@ BOOL CGSXMLAnalyzer::AnalyzeUsages(const wchar_t* function, const DomNodePtr& no
                                    const wchar_t* tagName, const wchar_t* otherName)
 {
     const CTraceScope scope(function);
-    if (!node || GetTagName(node) != tagName) {
+    if (!HasName(*this, node, tagName)) {
         scope.Err(otherName);
         return FALSE;
     }
@@ -220,7 +231,7 @@ BOOL CGSXMLAnalyzer::AnalyzePeak(const wchar_t* function, const DomNodePtr& node
         scope.Err(message);
         return FALSE;
     };
-    if (!node || GetTagName(node) != texts.tagName) {
+    if (!HasName(*this, node, texts.tagName)) {
         return fail(kOtherName);
     }
     if (collection == nullptr) {
