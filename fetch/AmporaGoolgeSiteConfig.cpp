@@ -12,6 +12,9 @@
 
 namespace {
 
+// Of the host, the category, the company, the kind and the day.
+constexpr wchar_t kReportUrl[] = L"http://%s/%s/%s/%s?date=%04d-%02d-%02d&output=xml";
+
 // The answer of a source that has no data for the day.
 constexpr DWORD kStatusNoData = 503;
 
@@ -74,8 +77,9 @@ CString CAmporaGoolgeSiteConfig::GetURL(CString companyKey, DWORD dataType, SYST
     if (kind == nullptr) {
         return {};
     }
-    return platform::FormatText(L"http://%s/%s/%s/%s?date=%04d-%02d-%02d&output=xml", CConfigUtil::GetApiHost(),
-                                kind->category.Wide(), companyKey, kind->word.Wide(), day.wYear, day.wMonth, day.wDay);
+    CString url = platform::FormatText(kReportUrl, CConfigUtil::GetApiHost(), kind->category.Wide(), companyKey,
+                                       kind->word.Wide(), day.wYear, day.wMonth, day.wDay);
+    return url;
 }
 
 void CAmporaGoolgeSiteConfig::OutData(CString filePath, DWORD dataType, const CAmporaDataCollection* collection,
