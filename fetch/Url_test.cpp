@@ -102,14 +102,21 @@ TEST(SplitUrl, RefusesAnotherSchemeOrNone)
 
 TEST(SplitUrl, RefusesWhiteSpaceAndControlCharactersAnywhere)
 {
-    for (const wchar_t* text : {L" ", L"\t", L"\r", L"\n", L"\x01", L"\x1F", L"\x7F", L"\x85", L"\xA0", L"\x2003",
-                                L"\x2028", L"\x3000", L"\xFEFF"}) {
+    for (const wchar_t* text :
+         {L" ", L"\t", L"\r", L"\n", L"\x01", L"\x1F", L"\x7F", L"\x85", L"\xA0", L"\x1680", L"\x2000", L"\x2003",
+          L"\x200F", L"\x2028", L"\x202F", L"\x205F", L"\x3000", L"\xFEFF"}) {
         ExpectRefused(text + CString(L"http://host/x"));
         ExpectRefused(CString(L"http://ho") + text + L"st/x");
         ExpectRefused(CString(L"http://host/x") + text + L"y");
         ExpectRefused(CString(L"http://host/x") + text);
     }
     ExpectRefused(CString(L"http://host/x\0y", 15));
+}
+
+TEST(SplitUrl, TakesTheCharactersBesideBlanks)
+{
+    const CString object = L"/!~\xA1\x167F\x1681\x1FFF\x2010\x2027\x2030\x205E\x2060\x2FFF\x3001\xFEFE\xFF00";
+    ExpectParts(L"http://host" + object, kServiceHttp, L"host", 80, object);
 }
 
 } // namespace
