@@ -188,6 +188,23 @@ TEST_F(AmporaThread, EachRunHasItsOwnExitFlag)
     thread.Stop(100);
 }
 
+TEST_F(AmporaThread, AThreadSeesTheFlagOfAnotherObject)
+{
+    WorkThread other(WorkUntilExit);
+    Start(other);
+    std::vector<bool> exitSeen;
+    WorkThread thread([&](WorkThread&) {
+        exitSeen.push_back(other.IsExitSet());
+        other.SetExit();
+        exitSeen.push_back(other.IsExitSet());
+    });
+    Start(thread);
+    EXPECT_THAT(exitSeen, ElementsAre(false, true));
+    EXPECT_FALSE(thread.IsExitSet());
+    thread.Stop(100);
+    other.Stop(100);
+}
+
 TEST_F(AmporaThread, ARunKeepsASharedObjectAlive)
 {
     auto thread = std::make_shared<WorkThread>([](WorkThread& self) {

@@ -2,6 +2,7 @@
 
 #include "testing/UpdaterTest.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,17 @@ protected:
     }
 
     void SetClock(WORD hour, WORD minute = 0) { m_machine.SetLocalClock({2012, 7, 1, 2, hour, minute, 0, 0}); }
+
+    // From now on, the worker's exit flag is set during each such call.
+    void ExitDuring(Call call)
+    {
+        m_machine.SetFaultPlan([this, call](Call made) -> std::optional<DWORD> {
+            if (made == call) {
+                m_updater.SetExit();
+            }
+            return std::nullopt;
+        });
+    }
 
     // The lines of the schedule since the last call: those of the thread's procedure and of the timer.
     std::vector<TraceLine> ScheduleLines()
@@ -405,6 +417,22 @@ TEST_F(UpdaterSchedule, AnExitSeenWhenTheTimerIsDueEndsTheWorker)
     m_machine.RunFor(30 * kMinuteMs);
     EXPECT_EQ(ScheduleLines(), Lines({{Thread("Update Timer Over"), Thread("Exit Signal.")}, kTimerClosed}));
     EXPECT_EQ(Requests(), kRequestsOfAPass);
+}
+
+TEST_F(UpdaterSchedule, AnExitWhileTheTimerIsMadeEndsTheWorker)
+{
+    ExitDuring(Call::kMakeTimer);
+    StartEnabled();
+    EXPECT_EQ(ScheduleLines(), Lines({{Thread("Update Flag ON"), Thread("Updated")}, kTimerCreated, kTimerClosed}));
+}
+
+TEST_F(UpdaterSchedule, AnExitDuringTheLookupOfTheMasterSwitchEndsTheWorker)
+{
+    Start();
+    ScheduleLines();
+    ExitDuring(Call::kQuerySettingsValue);
+    m_machine.RunFor(30 * kMinuteMs);
+    EXPECT_EQ(ScheduleLines(), Lines({{Thread("Update Timer Over"), Thread("Update Flag OFF")}, kTimerClosed}));
 }
 
 TEST_F(UpdaterSchedule, AWorkerThatMissesItsStopEndsWithIt)
