@@ -87,8 +87,6 @@ int32_t ResultOf(DataFileFault fault)
         return AMPORA_ERROR_MISSING;
     case DataFileFault::kHeldByWriter:
         return AMPORA_ERROR_HELD;
-    case DataFileFault::kUnreadable:
-        return AMPORA_ERROR_UNREADABLE;
     case DataFileFault::kTooShort:
         return AMPORA_ERROR_SHORT;
     case DataFileFault::kForeignVersion:
@@ -99,6 +97,8 @@ int32_t ResultOf(DataFileFault fault)
         return AMPORA_ERROR_RESERVED;
     case DataFileFault::kTorn:
         return AMPORA_ERROR_TORN;
+    case DataFileFault::kUnreadable:
+        break;
     }
     return AMPORA_ERROR_UNREADABLE;
 }
@@ -227,8 +227,10 @@ int32_t ampora_path(const char* folder, int32_t company, uint32_t kind, char* bu
             return result;
         }
         const CString place = FolderOf(folder);
-        return place.empty() ? static_cast<int32_t>(AMPORA_ERROR_FOLDER)
-                             : CopyText(DataFileIn(place, company, kind), buffer, size, needed);
+        if (place.empty()) {
+            return AMPORA_ERROR_FOLDER;
+        }
+        return CopyText(DataFileIn(place, company, kind), buffer, size, needed);
     });
 }
 

@@ -6,8 +6,10 @@
 #include "platform/sim/Machine.h"
 #include "platform/Text.h"
 #include "platform/Thread.h"
+#include "testing/FailingMemory.h"
 #include "testing/GoldenDataFile.h"
 
+#include <array>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <type_traits>
@@ -289,6 +291,7 @@ TEST_F(Library, WatchTellsOfItsFailures)
         int32_t result;
     } folders[] = {
         {missing.c_str(), 0, AMPORA_ERROR_FOLDER},
+        {nullptr, ERROR_FILE_NOT_FOUND, AMPORA_ERROR_FOLDER},
         {nullptr, ERROR_ACCESS_DENIED, AMPORA_ERROR_WATCH},
     };
     for (const auto& [folder, error, result] : folders) {
@@ -303,6 +306,51 @@ TEST_F(Library, WatchTellsOfItsFailures)
     const WatchPtr watch = OpenWatch();
     m_machine.FailCall(Call::kWaitForFolderChange, 1, ERROR_ACCESS_DENIED);
     EXPECT_EQ(ampora_watch_wait(watch.get(), 0), AMPORA_ERROR_WATCH);
+}
+
+// Lets the allocations of a function fail one by one, and looks at what it gives then.
+template <class Function>
+void ExpectMemoryErrors(Function function)
+{
+    for (unsigned nth = 1; nth < 100; ++nth) {
+        int32_t result = AMPORA_OK;
+        bool hasFailed = false;
+        {
+            const testing_support::CFailingMemory memory(nth);
+            result = function();
+            hasFailed = memory.HasFailed();
+        }
+        if (!hasFailed) {
+            EXPECT_GT(nth, 1U) << "it allocates nothing";
+            return;
+        }
+        EXPECT_EQ(result, AMPORA_ERROR_MEMORY) << "allocation " << nth;
+    }
+    ADD_FAILURE() << "no end of allocations";
+}
+
+TEST_F(Library, RunningOutOfMemoryIsAnError)
+{
+    std::array<char, 1000> buffer{};
+    ExpectMemoryErrors([&] { return ampora_default_folder(buffer.data(), buffer.size(), nullptr); });
+    ExpectMemoryErrors([&] {
+        return ampora_path("folder", AMPORA_COMPANY_TOKYO, AMPORA_KIND_ACTUAL_USAGE, buffer.data(), buffer.size(),
+                           nullptr);
+    });
+    ExpectMemoryErrors([] {
+        ampora_file* file = nullptr;
+        const int32_t result = ampora_read(nullptr, AMPORA_COMPANY_TOKYO, AMPORA_KIND_ACTUAL_USAGE, &file);
+        EXPECT_EQ(file != nullptr, result == AMPORA_OK);
+        ampora_file_free(file);
+        return result;
+    });
+    ExpectMemoryErrors([] {
+        ampora_watch* watch = nullptr;
+        const int32_t result = ampora_watch_open(nullptr, &watch);
+        EXPECT_EQ(watch != nullptr, result == AMPORA_OK);
+        ampora_watch_free(watch);
+        return result;
+    });
 }
 
 TEST_F(Library, CxxObjectsHoldWhatTheyRead)
@@ -322,6 +370,15 @@ TEST_F(Library, CxxObjectsHoldWhatTheyRead)
     PutGolden({}, kGoldenDataFile.size());
     EXPECT_TRUE(watch.wait_for(std::chrono::hours(1'000'000)));
     EXPECT_EQ(watch.event(), -1) << "the simulated machine has none";
+}
+
+TEST_F(Library, ACxxFileWithoutRecordsIsAnEmptyRange)
+{
+    PutGolden({8, 0}, 32);
+    const ampora::file file(AMPORA_COMPANY_TOKYO, AMPORA_KIND_ACTUAL_USAGE);
+    EXPECT_EQ(file.begin(), nullptr);
+    EXPECT_EQ(file.end(), nullptr);
+    EXPECT_EQ(file.newest(), nullptr);
 }
 
 TEST_F(Library, CxxErrorsHaveCodeAndText)
