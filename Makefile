@@ -94,7 +94,7 @@ fleet: ## compute the load of MACHINES (1000000) machines under SEED (1), for do
 	@MACHINES=$(MACHINES) SEED=$(SEED) scripts/fleet.sh
 
 attack: ## attack the programs in every way, or in those named in PARTS, and write the figures into docs/testing.md
-	@scripts/setup.sh build windows wine tests bus checks fuzz coverage
+	@scripts/setup.sh build windows wine tests bus checks fuzz
 	@scripts/attack.sh $(PARTS)
 
 fuzz: ## run each fuzzer for FUZZ_SECONDS (default 30)
