@@ -67,6 +67,22 @@ TEST_F(AmporaSrvApp, RunningOutOfMemoryAtTheLogLevelCostsTheLogOnly)
     EXPECT_GT(nth, 1U);
 }
 
+TEST_F(AmporaSrvApp, RunningOutOfMemoryAtItsArgumentsEndsWithOne)
+{
+    // Symptom: a start that ran out of memory at its arguments ended as a crash does.
+    for (const bool hasMemory : {false, true}) {
+        const auto run = [hasMemory] {
+            CAmporaSrvApp app;
+            const testing_support::CFailingMemory failing(hasMemory ? 1'000'000 : 1);
+            return app.Run(0, nullptr);
+        };
+        const DWORD process = m_machine.StartProcess(1, run, {L"/Exit"});
+        m_machine.RunUntilIdle();
+        EXPECT_THAT(m_machine.ExitCodeOf(process), Optional(hasMemory ? 0 : 1));
+        EXPECT_EQ(CountTrace("TRA", kInitName, "Exit Mode"), hasMemory ? 1 : 0);
+    }
+}
+
 TEST_F(AmporaSrvApp, ExitIsAlsoWrittenWithADash)
 {
     const DWORD process = Start();

@@ -1,5 +1,7 @@
 #include "app/WinApp.h"
 
+#include "platform/Arguments.h"
+
 int CWinApp::Run(const std::vector<CString>& arguments) noexcept
 {
     try {
@@ -9,6 +11,15 @@ int CWinApp::Run(const std::vector<CString>& arguments) noexcept
         SetExitCode(1);
     }
     return ExitInstance();
+}
+
+int CWinApp::Run(int argc, const char* const* argv) noexcept
+{
+    try {
+        return Run(platform::ProgramArguments(argc, argv));
+    } catch (...) {
+        return 1;
+    }
 }
 
 BOOL CWinApp::InitInstance() { return TRUE; }

@@ -16,6 +16,9 @@ public:
     // Runs the program from its start to its end; returns its exit code. arguments: of the command line, without the
     // program's name. An exception of InitInstance makes the exit code 1.
     int Run(const std::vector<CString>& arguments) noexcept;
+    // The same with this process's arguments. argc, argv: what main got. Also 1 when there is no memory for them;
+    // nothing has run then.
+    int Run(int argc, const char* const* argv) noexcept;
 
     // The program's work. The result is ignored: there is no message loop to run after it.
     virtual BOOL InitInstance();
