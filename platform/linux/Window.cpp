@@ -8,6 +8,7 @@
 #include "platform/linux/SessionFolder.h"
 #include "platform/linux/SignalBlock.h"
 #include "platform/linux/UserMessage.h"
+#include "platform/Pause.h"
 #include "platform/Text.h"
 
 #include <array>
@@ -21,6 +22,9 @@
 namespace platform {
 
 namespace {
+
+// A wait that keeps failing must not spin.
+constexpr DWORD kFailedWaitPauseMs = 1000;
 
 // The signals that ask a program to end. A hangup that it was started to ignore (nohup) stays ignored; a descriptor
 // would get it all the same.
@@ -97,7 +101,7 @@ public:
 
 private:
     void Give(UINT message, WPARAM wParam, LPARAM lParam) { m_receiver.ReceiveMessage(*this, message, wParam, lParam); }
-    bool Sleep();
+    void Sleep();
     void GiveLoginNotices();
     void GivePosted(const linux::PostedMessage& posted);
 
@@ -132,7 +136,8 @@ void CWindow::Destroy()
 
 int CWindow::RunLoop()
 {
-    while (m_channels && Sleep()) {
+    while (m_channels) {
+        Sleep();
         if (m_channels->signals.Take()) {
             m_exitCode = 0;
             break;
@@ -153,8 +158,8 @@ int CWindow::RunLoop()
     return std::exchange(m_exitCode, std::nullopt).value_or(0);
 }
 
-// Until something is due, which is at once when the loop is to end. False on failure.
-bool CWindow::Sleep()
+// Until something is due, which is at once when the loop is to end.
+void CWindow::Sleep()
 {
     linux::Deadline deadline;
     if (m_exitCode) {
@@ -163,7 +168,9 @@ bool CWindow::Sleep()
     std::array<pollfd, 3> channels = {{{m_channels->socket.Descriptor(), POLLIN, 0},
                                        {m_channels->signals.Descriptor(), POLLIN, 0},
                                        m_channels->login.Watch(&deadline)}};
-    return linux::Poll(channels, deadline);
+    if (!linux::Poll(channels, deadline)) {
+        Pause(kFailedWaitPauseMs); // then whatever has come is found without the wait
+    }
 }
 
 void CWindow::GiveLoginNotices()

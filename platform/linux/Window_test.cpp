@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <mutex>
+#include <optional>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -66,6 +67,23 @@ testing::AssertionResult BlocksEndSignals(bool expected)
     }
     return testing::AssertionSuccess();
 }
+
+// As long as it lives, the process gets no more descriptors.
+class CNoDescriptors {
+public:
+    CNoDescriptors()
+    {
+        EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &m_before), 0);
+        const rlimit none = {0, m_before.rlim_max};
+        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+    ~CNoDescriptors() { EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &m_before), 0); }
+    CNoDescriptors(const CNoDescriptors&) = delete;
+    CNoDescriptors& operator=(const CNoDescriptors&) = delete;
+
+private:
+    rlimit m_before = {};
+};
 
 // Collects the messages of a window.
 class CRecorder : public CMessageReceiver {
@@ -309,19 +327,24 @@ TEST_F(LinuxWindow, ANameThatCannotBeAFilesIsRefused)
 TEST_F(LinuxWindow, IsRefusedWithoutDescriptorsAndKeepsNoSignals)
 {
     testing::internal::CaptureStderr();
-    rlimit before = {};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit none = before;
-    none.rlim_cur = 0;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    std::optional<CNoDescriptors> none(std::in_place);
     const WindowPtr window = Make();
     const DWORD code = GetLastErrorCode();
-    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    none.reset();
     constexpr DWORD kTooManyOpenFiles = 4;
     EXPECT_EQ(window, nullptr);
     EXPECT_EQ(code, kTooManyOpenFiles);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(": Too many open files\n"));
     EXPECT_TRUE(BlocksEndSignals(false));
+}
+
+TEST_F(LinuxWindow, AWaitForMessagesThatFailsDoesNotEndTheLoop)
+{
+    // Symptom: a program whose wait for messages failed once ended, with success and without a reason.
+    const WindowPtr window = Make();
+    ASSERT_TRUE(PostToWindow(FindWindowOfClass(kClass), WM_QUIT, 7, 0));
+    const CNoDescriptors none; // refuses a wait for any
+    EXPECT_EQ(RunMessageLoop(*window), 7);
 }
 
 TEST_F(LinuxWindow, WithoutRuntimeFolderItLiesInThePrivateFallback)
