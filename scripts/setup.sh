@@ -12,7 +12,7 @@ declare -A groups=(
   [wine]='wine wine64'
   # To build test programs and benchmarks, for networks, servers and clocks of the tests' own, to check trace messages.
   [tests]='desktop-file-utils fish googletest iproute2 libbenchmark-dev libfaketime libssl-dev lowdown
-           man-db mandoc nginx openssl python3 python3-jsonschema systemd
+           man-db mandoc nginx openssl python3 python3-jsonschema strace systemd
            systemd-journal-remote zsh'
   [bus]='dbus-daemon python3-dbusmock'          # to run the tests of the Linux programs
   [browser]='chromium chromium-driver fonts-dejavu-core fonts-ipafont-gothic' # to look at the report server's pages
