@@ -1,6 +1,7 @@
 #include "platform/Sync.h"
 
 #include "platform/contract/linux/RefusedCall.h"
+#include "platform/contract/linux/ResourceLimit.h"
 #include "platform/contract/linux/ScratchSession.h"
 #include "platform/contract/linux/TaskWatch.h"
 #include "platform/LastError.h"
@@ -18,7 +19,6 @@
 #include <gmock/gmock.h>
 #include <set>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 
@@ -29,6 +29,7 @@ using testing_support::Await;
 using testing_support::Blocks;
 using testing_support::CFailingMemory;
 using testing_support::CPeer;
+using testing_support::CResourceLimit;
 using testing_support::CScratchSession;
 using testing_support::IsPolling;
 using testing_support::OwnTask;
@@ -362,24 +363,6 @@ TEST_F(LinuxSync, AnEventWorksAcrossProcessesInBothDirections)
     EXPECT_EQ(WaitForOne(event, 0, FALSE), WAIT_TIMEOUT);
 }
 
-// Makes every new descriptor fail as long as it lives.
-class CNoMoreFiles {
-public:
-    CNoMoreFiles()
-    {
-        EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &m_before), 0);
-        rlimit none = m_before;
-        none.rlim_cur = 0;
-        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    }
-    ~CNoMoreFiles() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
-    CNoMoreFiles(const CNoMoreFiles&) = delete;
-    CNoMoreFiles& operator=(const CNoMoreFiles&) = delete;
-
-private:
-    rlimit m_before = {};
-};
-
 ThreadPtr StartIdleThread()
 {
     return StartThread([](void*) -> DWORD { return 0; }, nullptr);
@@ -394,7 +377,7 @@ void FailWithoutDescriptors(const WaitHandle& event)
         EXPECT_EQ(GetLastErrorCode(), kTooManyOpenFiles);
         SetLastErrorCode(0);
     };
-    const CNoMoreFiles none;
+    const CResourceLimit none(RLIMIT_NOFILE, 0);
     expectFailure(CreateNamedMutex(L"Mutex", FALSE, nullptr) == nullptr);
     expectFailure(CreateNamedEvent(L"Other", nullptr) == nullptr);
     expectFailure(MakeTimer() == nullptr);
@@ -449,15 +432,10 @@ TEST_F(LinuxSync, AWaitThatTheSystemRefusesFailsWithItsCode)
 TEST_F(LinuxSync, AMutexWorksWhereNoFileMayBeWritten)
 {
     // Symptom: with a file size limit of 0 the first mutex ended the program.
-    rlimit before = {};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
-    rlimit none = before;
-    none.rlim_cur = 0;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &none), 0);
+    const CResourceLimit none(RLIMIT_FSIZE, 0);
     const WaitHandle mutex = CreateNamedMutex(L"Mutex", TRUE, nullptr);
     EXPECT_EQ(WaitForOne(MakeMutex(), 0, FALSE), WAIT_TIMEOUT);
     EXPECT_TRUE(ReleaseOwnedMutex(mutex));
-    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
 }
 
 TEST_F(LinuxSync, AMutexThatMemoryIsMissingForLeavesNothingBehind)

@@ -1,5 +1,6 @@
 #include "platform/Window.h"
 
+#include "platform/contract/linux/ResourceLimit.h"
 #include "platform/contract/linux/ScratchSession.h"
 #include "platform/contract/linux/TaskWatch.h"
 #include "platform/LastError.h"
@@ -17,7 +18,6 @@
 #include <mutex>
 #include <optional>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -28,6 +28,7 @@ namespace {
 
 using testing_support::CLoginBus;
 using testing_support::CPeer;
+using testing_support::CResourceLimit;
 using testing_support::CScratchSession;
 using testing_support::IsPolling;
 using testing_support::OwnTask;
@@ -67,23 +68,6 @@ testing::AssertionResult BlocksEndSignals(bool expected)
     }
     return testing::AssertionSuccess();
 }
-
-// As long as it lives, the process gets no more descriptors.
-class CNoDescriptors {
-public:
-    CNoDescriptors()
-    {
-        EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &m_before), 0);
-        const rlimit none = {0, m_before.rlim_max};
-        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    }
-    ~CNoDescriptors() { EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &m_before), 0); }
-    CNoDescriptors(const CNoDescriptors&) = delete;
-    CNoDescriptors& operator=(const CNoDescriptors&) = delete;
-
-private:
-    rlimit m_before = {};
-};
 
 // Collects the messages of a window.
 class CRecorder : public CMessageReceiver {
@@ -327,7 +311,7 @@ TEST_F(LinuxWindow, ANameThatCannotBeAFilesIsRefused)
 TEST_F(LinuxWindow, IsRefusedWithoutDescriptorsAndKeepsNoSignals)
 {
     testing::internal::CaptureStderr();
-    std::optional<CNoDescriptors> none(std::in_place);
+    std::optional<CResourceLimit> none(std::in_place, RLIMIT_NOFILE, 0);
     const WindowPtr window = Make();
     const DWORD code = GetLastErrorCode();
     none.reset();
@@ -343,7 +327,7 @@ TEST_F(LinuxWindow, AWaitForMessagesThatFailsDoesNotEndTheLoop)
     // Symptom: a program whose wait for messages failed once ended, with success and without a reason.
     const WindowPtr window = Make();
     ASSERT_TRUE(PostToWindow(FindWindowOfClass(kClass), WM_QUIT, 7, 0));
-    const CNoDescriptors none; // refuses a wait for any
+    const CResourceLimit none(RLIMIT_NOFILE, 0); // refuses a wait for any
     EXPECT_EQ(RunMessageLoop(*window), 7);
 }
 
