@@ -125,7 +125,7 @@ std::optional<bool> CMutex::Make(bool initialOwner, CThreadState& thread)
         SetLastErrorFrom(errno);
         return std::nullopt;
     }
-    return taken == WAIT_OBJECT_0;
+    return taken != WAIT_TIMEOUT; // also when an old mark is still there and the mutex seems abandoned
 }
 
 DWORD CMutex::TryTake(CThreadState& thread)

@@ -438,6 +438,17 @@ TEST_F(LinuxSync, AMutexWorksWhereNoFileMayBeWritten)
     EXPECT_TRUE(ReleaseOwnedMutex(mutex));
 }
 
+TEST_F(LinuxSync, AnOldMarkThatCannotBeWrittenOverDoesNotMakeANewMutexAnOldOne)
+{
+    // Symptom: after a copy had ended, the next one took itself for a second copy when its lock file could not be
+    // written.
+    CreateNamedMutex(L"Mutex", TRUE, nullptr).reset(); // leaves the mark of an owner
+    const CResourceLimit none(RLIMIT_FSIZE, 0);
+    const WaitHandle mutex = CreateNamedMutex(L"Mutex", TRUE, nullptr);
+    EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS);
+    EXPECT_TRUE(ReleaseOwnedMutex(mutex));
+}
+
 TEST_F(LinuxSync, AMutexThatMemoryIsMissingForLeavesNothingBehind)
 {
     bool isMade = false;
