@@ -26,7 +26,7 @@ bool IsProcessOfUnit(DWORD processId, const std::string& unitName)
         return false;
     }
     const std::string name = found;
-    std::free(found); // NOLINT(cppcoreguidelines-no-malloc): libsystemd hands over memory of malloc
+    std::free(found); // libsystemd hands over memory of malloc
     return name == unitName;
 }
 
