@@ -407,10 +407,14 @@ std::string Now() { return DateTimeOf(std::time(nullptr)); }
 // As many of these children of an element as a report may have bytes and marks ('<' and '=').
 Answer Filled(const std::string& element, const std::string& child)
 {
-    constexpr std::size_t kMarks = 499'000;
-    const auto marks = std::count_if(child.begin(), child.end(), [](char each) { return each == '<' || each == '='; });
-    const std::size_t times = std::min(kMarks / static_cast<std::size_t>(marks), (kLongest - 1000) / child.size());
-    const std::string children = Repeated(child, times);
+    constexpr std::ptrdiff_t kMarks = 499'000;
+    const auto isMark = [](char each) { return each == '<' || each == '='; };
+    const std::ptrdiff_t marksOfChild = std::count_if(child.begin(), child.end(), isMark);
+    std::string children;
+    for (std::ptrdiff_t marks = marksOfChild; marks <= kMarks && children.size() + child.size() < kLongest - 1000;
+         marks += marksOfChild) {
+        children += child;
+    }
     return Document(Report(element.empty() ? children : testing_support::ElementXml(element, children)));
 }
 
@@ -610,7 +614,8 @@ std::vector<Behaviour> Chosen(bool isFew, bool isForWine)
                             " RedirectToItself SecondAnswerAtOnce Utf16 Year3001 NulInValueEveryOtherTime ";
     const std::string forWine =
         " Refused ClosedAtAccept ClosedAfterRequest ResetAfterRequest ClosedInStatusLine ClosedInBody"
-        " Status401 EntityBomb Utf16 LoginPage Year3001 ";
+        " ResetInBody NotHttp NoReason Status204WithBody Status401 Status503WithBody LengthOf63Bits NoLength EntityBomb"
+        " Utf16 LoginPage Year3001 ";
     const auto lists = [](const std::string& names, const Behaviour& behaviour) {
         return names.find(" " + behaviour.name + " ") != std::string::npos;
     };
