@@ -27,6 +27,7 @@ void CCriticalSection::Enter()
     if (m_impl->owner == nullptr) {
         m_impl->owner = &self;
     } else if (m_impl->owner != &self) {
+        const sim::CMachineMemory memory;
         m_impl->waiting.push_back(&self);
         sim::Machine().scheduler.Wait(
             [this] {

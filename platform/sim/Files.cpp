@@ -69,6 +69,7 @@ public:
         if (m_entry == nullptr) {
             return;
         }
+        const sim::CMachineMemory memory;
         m_entry->isOpen = false;
         if (sim::CObserver* observer = sim::Machine().observer) {
             observer->OnFileClosed(sim::CallingThread(), m_path, m_entry->file);
@@ -159,6 +160,7 @@ void WriteFileBytes(const OutputFilePtr& file, const void* bytes, std::size_t si
     if (const auto code = sim::Machine().faults.Take(Call::kWriteFileBytes)) {
         throw CFileException(*code);
     }
+    const sim::CMachineMemory memory;
     std::size_t& freeBytes = sim::Machine().freeBytes;
     const std::size_t fitting = std::min(size, freeBytes);
     freeBytes -= fitting;

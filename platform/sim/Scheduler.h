@@ -59,6 +59,22 @@ struct SimThread {
     std::thread systemThread = {}; // none: the thread that made the machine
 };
 
+// While it lives, the memory that the calling thread takes is the machine's: a test that lets the program run out of
+// memory spares it. For what no program sees fail, such as a wait or the end of a thread. Objects may nest.
+class CMachineMemory {
+public:
+    CMachineMemory() { ++t_depth; }
+    ~CMachineMemory() { --t_depth; }
+    CMachineMemory(const CMachineMemory&) = delete;
+    CMachineMemory& operator=(const CMachineMemory&) = delete;
+
+    // Whether the calling thread has one.
+    static bool IsInUse() { return t_depth > 0; }
+
+private:
+    static inline thread_local int t_depth = 0;
+};
+
 // Lets exactly one thread run: the one that holds the baton. It gives the baton up only in Wait, WaitForIdle and at its
 // end. What the machine consists of is therefore touched by one thread at a time and needs no lock of its own; handing
 // the baton over orders memory between the threads.
@@ -105,7 +121,11 @@ public:
     void Wake(SimThread& thread, DWORD result);
 
     // The threads that wait, the one that has waited longest first. A copy: the caller may wake them.
-    std::vector<SimThread*> Waiting() const { return m_waiting; }
+    std::vector<SimThread*> Waiting() const
+    {
+        const CMachineMemory memory;
+        return m_waiting;
+    }
 
 private:
     void ReserveThreads(std::size_t count);

@@ -45,21 +45,32 @@ sim::KernelObject* ObjectOf(const WaitHandle& handle, bool isMutex)
     return handle->Object().get();
 }
 
-DWORD WaitForObjects(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertable)
+// A wait for these objects; empty, with last error 6, when one of them is null.
+std::optional<sim::ObjectWait> MakeWait(std::span<const WaitHandle> objects, bool alertable)
 {
-    sim::MachineState& machine = sim::Machine();
+    const sim::CMachineMemory memory;
     sim::ObjectWait wait{{}, &sim::CScheduler::Self().context, alertable};
     for (const WaitHandle& object : objects) {
         if (object == nullptr) {
             SetLastErrorCode(ERROR_INVALID_HANDLE);
-            return WAIT_FAILED;
+            return std::nullopt;
         }
         wait.objects.push_back(object->Object());
+    }
+    return wait;
+}
+
+DWORD WaitForObjects(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertable)
+{
+    sim::MachineState& machine = sim::Machine();
+    const std::optional<sim::ObjectWait> wait = MakeWait(objects, alertable);
+    if (!wait) {
+        return WAIT_FAILED;
     }
     if (alertable && std::exchange(sim::CScheduler::Self().isInterrupted, false)) {
         return WAIT_IO_COMPLETION;
     }
-    DWORD result = machine.objects.TryTake(wait);
+    DWORD result = machine.objects.TryTake(*wait);
     if (result != WAIT_TIMEOUT) {
         return result;
     }
@@ -69,7 +80,7 @@ DWORD WaitForObjects(std::span<const WaitHandle> objects, DWORD timeoutMs, bool 
     if (timeoutMs == 0) {
         return WAIT_TIMEOUT;
     }
-    result = machine.objects.Wait(wait, machine.DeadlineAfter(timeoutMs));
+    result = machine.objects.Wait(*wait, machine.DeadlineAfter(timeoutMs));
     if (result == WAIT_IO_COMPLETION) {
         machine.timers.RunDueRoutines();
     }

@@ -92,6 +92,7 @@ std::shared_ptr<SimThread> MachineState::StartThread(const ProcessIdentity& proc
 
 void MachineState::EndThread(const SimThread& thread)
 {
+    const CMachineMemory memory;
     timers.DisarmAllOf(thread);
     objects.AbandonAllOf(thread.context);
     if (observer != nullptr) {

@@ -98,6 +98,7 @@ unsigned CTimers::ArmedCount() const
 // The timers that still have a handle, in the order in which they fall due.
 std::vector<TimerPtr> CTimers::All() const
 {
+    const CMachineMemory memory;
     std::vector<TimerPtr> timers;
     for (const auto& known : m_timers) {
         if (TimerPtr timer = known.lock()) {

@@ -26,6 +26,7 @@ void CWindowTable::Add(const WindowPtr& window)
 
 std::vector<WindowPtr> CWindowTable::All() const
 {
+    const CMachineMemory memory;
     std::vector<WindowPtr> windows;
     for (const auto& known : m_windows) {
         WindowPtr window = known.lock();
@@ -56,6 +57,7 @@ void CWindowTable::DestroyAllOf(const SimThread& thread)
 
 void CWindowTable::Post(CWindow& window, const CWindow::Message& message)
 {
+    const CMachineMemory memory;
     window.queue.push_back(message);
     if (window.thread->messageWait == &window) {
         window.thread->messageWait = nullptr;
