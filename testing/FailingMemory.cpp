@@ -1,5 +1,6 @@
 #include "testing/FailingMemory.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -7,6 +8,7 @@ namespace {
 
 thread_local unsigned g_allocationsLeft = 0; // until the failing one; 0: none fails
 thread_local bool g_hasFailed = false;
+std::atomic<testing_support::CFailingMemory::Chooser> g_fails = nullptr;
 
 } // namespace
 
@@ -18,7 +20,13 @@ CFailingMemory::CFailingMemory(unsigned nth)
     g_hasFailed = false;
 }
 
-CFailingMemory::~CFailingMemory() { g_allocationsLeft = 0; }
+CFailingMemory::CFailingMemory(Chooser fails) { g_fails = fails; }
+
+CFailingMemory::~CFailingMemory()
+{
+    g_allocationsLeft = 0;
+    g_fails = nullptr;
+}
 
 bool CFailingMemory::HasFailed() const { return g_hasFailed; }
 
@@ -29,6 +37,9 @@ void* operator new(std::size_t size)
 {
     if (g_allocationsLeft != 0 && --g_allocationsLeft == 0) {
         g_hasFailed = true;
+        throw std::bad_alloc();
+    }
+    if (const auto fails = g_fails.load(); fails != nullptr && fails()) {
         throw std::bad_alloc();
     }
     if (void* memory = std::malloc(size == 0 ? 1 : size)) {
