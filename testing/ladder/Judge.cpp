@@ -59,7 +59,9 @@ Content ContentOf(const Bytes& file)
         std::memcpy(&content.header, file.data(), kHeaderSize);
         content.records.resize((file.size() - kHeaderSize) / sizeof(_AmporaOneData));
         const std::size_t size = content.records.size() * sizeof(_AmporaOneData);
-        std::memcpy(content.records.data(), file.data() + kHeaderSize, size);
+        if (size > 0) { // without records there is no place to copy to
+            std::memcpy(content.records.data(), file.data() + kHeaderSize, size);
+        }
         content.rest -= kHeaderSize + size;
     }
     return content;
