@@ -55,7 +55,7 @@ void CheckInterval(const Input& input, LONG minutes)
 void CheckBaseTime(const Input& input, LONG minutes)
 {
     const auto now = static_cast<std::int64_t>(input.now % kLastTime);
-    const LONG fixedClock = input.fixedClock % 8 == 0 ? static_cast<LONG>(input.fixedClock) : input.fixedClock % 24;
+    const auto fixedClock = static_cast<LONG>(input.fixedClock % 8 == 0 ? input.fixedClock : input.fixedClock % 24);
     const SYSTEMTIME local = CalendarFromTime(now);
     if (!IsBeforeBaseTime(local.wHour, fixedClock)) {
         Require(local.wHour >= fixedClock);

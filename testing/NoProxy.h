@@ -9,7 +9,7 @@ namespace testing_support {
 inline void UseNoProxy()
 {
     for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
-        ::unsetenv(name);
+        ::unsetenv(name); // NOLINT(concurrency-mt-unsafe): there are no other threads yet
     }
 }
 

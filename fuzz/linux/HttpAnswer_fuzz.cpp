@@ -85,7 +85,7 @@ public:
 private:
     std::string NextAnswer()
     {
-        const std::string answer(m_answers.substr(0, m_answers.find(kNextAnswer)));
+        std::string answer(m_answers.substr(0, m_answers.find(kNextAnswer)));
         m_answers.remove_prefix(std::min(answer.size() + 1, m_answers.size()));
         return answer;
     }
@@ -136,6 +136,7 @@ void Fetch(CAmporaHttpClient& client, std::string_view answer)
 } // namespace
 
 // In the place of the system's own, for the HTTP library.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the system's names are reserved for it
 
 extern "C" int connect(int socket, const sockaddr*, socklen_t) { return CServer::Current().Accept(socket); }
 
@@ -157,11 +158,13 @@ extern "C" int poll(pollfd* descriptors, nfds_t count, int timeoutMs)
 
 extern "C" int getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**) { return EAI_NONAME; }
 
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t size)
 {
     static const bool prepared = [] {
         testing_support::UseNoProxy();
-        ::setenv("AMPORA_CONNECTED_STATE", "2", 1);
+        ::setenv("AMPORA_CONNECTED_STATE", "2", 1); // NOLINT(concurrency-mt-unsafe): there are no other threads yet
         platform::EnterApartment();
         return true;
     }();
