@@ -14,7 +14,7 @@
 // When standard input closes the program is terminated, too. Exit code: 0, or 2 when the program cannot be started.
 #include "platform/Arguments.h"
 #include "platform/Text.h"
-#include "testing/process/Process.h"
+#include "testing/process/Child.h"
 
 #include <cstdio>
 #include <iostream>
@@ -24,7 +24,7 @@
 
 namespace {
 
-using testing_support::CBackgroundProcess;
+using testing_support::CChild;
 
 constexpr DWORD kShownAtOnceMs = 200; // for what is shown without waiting for it
 
@@ -48,7 +48,7 @@ std::string Show(const CString& className)
     return visible ? "visible 1" : "visible 0";
 }
 
-void ObeyInput(CBackgroundProcess& process)
+void ObeyInput(CChild& process)
 {
     for (std::string line; std::getline(std::cin, line);) {
         if (!line.empty() && line.back() == '\r') {
@@ -66,13 +66,19 @@ void ObeyInput(CBackgroundProcess& process)
     process.Kill();
 }
 
-// Does not return: the input may stay open.
+// Does not return: the input may stay open, and so may the program's output, which wine has kept open after its end.
 [[noreturn]] void Run(const std::vector<std::string>& command)
 {
-    CBackgroundProcess process(command, {});
+    CChild process(command, {});
     const std::string id = std::to_string(process.ProcessId());
     Answer("started " + id);
     std::thread(ObeyInput, std::ref(process)).detach();
+    for (const std::size_t stream : {0U, 1U}) {
+        std::thread([&process, stream] {
+            while (!process.ReadSome(stream).empty()) {
+            }
+        }).detach();
+    }
     std::optional<int> exitCode;
     while (!exitCode) {
         exitCode = process.WaitForExit(std::chrono::hours(1));
