@@ -256,10 +256,11 @@ struct CFetcher::Impl {
     FetchAnswer FetchOne(const std::string& url, milliseconds limit)
     {
         // A used handle keeps a pointer into the header of its last answer beyond that header's life (libcurl 7.88).
-        easy.reset(curl_easy_duphandle(easy.get()));
-        if (easy == nullptr) {
-            throw std::bad_alloc();
+        CURL* const fresh = curl_easy_duphandle(easy.get());
+        if (fresh == nullptr) {
+            throw std::bad_alloc(); // the used one stays for the next request to be made of
         }
+        easy.reset(fresh);
         Arrival arrival{.handle = easy.get(), .bodyLimitBytes = limits.bodyBytes};
         char reason[CURL_ERROR_SIZE] = "";
         SetOption(easy.get(), CURLOPT_URL, url.c_str());
