@@ -45,7 +45,7 @@ HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* l
 // The root element. A failure, never success with null, when nothing is loaded.
 HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* element);
 
-// The children in document order, fixed at this call.
+// The children in document order, fixed at this call. Not for attributes.
 HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list);
 HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list);
 

@@ -234,6 +234,12 @@ TEST_F(Dom, PassesOverWhatComesBeforeTheDocument)
     EXPECT_FALSE(Loads(L"<r/>\xFEFF"));
 }
 
+TEST_F(Dom, CharactersAboveTheSurrogatesAreText)
+{
+    const CString kana(40, L'\xFF71');
+    EXPECT_EQ(TextOf(kana), EncodeUtf8(kana));
+}
+
 TEST_F(Dom, TextEndsAtTheFirstZeroCharacter)
 {
     EXPECT_TRUE(Loads(CString(L"<r/>\0", 5)));

@@ -1,22 +1,17 @@
-// The document object model on libxml2, made to behave as MSXML does. libxml2 has limits of its own (256 levels, 10 MB
-// of text in one node); this file adds which names are refused, which text is dropped, how it is trimmed, what may
-// stand before and after the document.
+// The document object model on libxml2's parser, made to behave as MSXML does: which names are refused, which text is
+// dropped, how it is trimmed, what may stand before and after the document.
 #include "platform/Dom.h"
 
+#include "platform/linux/DomTree.h"
 #include "platform/portable/DocumentLimits.h"
 #include "platform/portable/StatusOf.h"
 #include "platform/Text.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <libxml/parser.h>
-#include <libxml/parserInternals.h>
-#include <libxml/tree.h>
-#include <malloc.h>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -24,180 +19,22 @@
 
 namespace platform {
 
-using XmlTree = std::shared_ptr<xmlDoc>;
-
 class CDomDocument {
 public:
-    XmlTree tree; // null: nothing loaded
+    std::shared_ptr<linux::CDomTree> tree; // null: nothing loaded
 };
 
 class CDomNodeList {
 public:
-    std::vector<xmlNode*> nodes;
+    std::vector<CDomNode*> nodes;
     std::shared_ptr<void> tree;
 };
 
 namespace {
 
-// A handle of a node (an attribute too: the two structures begin alike), an element or an element's attributes is the
-// address of libxml2's own node, and shares the tree, so that making one takes no memory.
-template <class Handle>
-std::shared_ptr<Handle> HandleOf(const std::shared_ptr<void>& tree, xmlNode* node)
-{
-    return {tree, reinterpret_cast<Handle*>(node)};
-}
-
-template <class Handle>
-xmlNode* NodeOf(const std::shared_ptr<Handle>& handle)
-{
-    return reinterpret_cast<xmlNode*>(handle.get());
-}
-
-struct FreeParser {
-    void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
-};
-using ParserPtr = std::unique_ptr<xmlParserCtxt, FreeParser>;
-
-std::string_view View(const xmlChar* text)
-{
-    return text == nullptr ? std::string_view() : std::string_view(reinterpret_cast<const char*>(text));
-}
+using Kind = CDomNode::Kind;
 
 constexpr std::string_view kWhiteSpace = " \t\r\n";
-
-bool IsBlank(const xmlChar* text)
-{
-    while (*text == ' ' || *text == '\t' || *text == '\r' || *text == '\n') {
-        ++text;
-    }
-    return *text == '\0';
-}
-
-// xml:space of this element; inherited: that of the element around it, which counts when this one has none.
-bool PreservesSpace(const xmlNode* element, bool inherited)
-{
-    const xmlAttr* attribute = xmlHasNsProp(element, BAD_CAST "space", XML_XML_NAMESPACE);
-    const std::string_view value =
-        attribute != nullptr && attribute->children != nullptr ? View(attribute->children->content) : "";
-    return value == "preserve" || (value != "default" && inherited);
-}
-
-// Whether white space counts inside this element: xml:space of the nearest element that has it.
-bool PreservesSpace(const xmlNode* element)
-{
-    return element->type == XML_ELEMENT_NODE && PreservesSpace(element, PreservesSpace(element->parent));
-}
-
-// MSXML does not list text of white space alone. The nodes stay in the tree, because they still separate words.
-bool IsDropped(const xmlNode* node, bool preserve)
-{
-    return !preserve && node->type == XML_TEXT_NODE && (node->content == nullptr || IsBlank(node->content));
-}
-
-// Collects what the library reports on the calling thread as long as this lives. (Without a handler, reports may reach
-// standard error whatever the options of the parser.)
-class CParserReports {
-public:
-    CParserReports() : m_handler(xmlStructuredError), m_context(xmlStructuredErrorContext)
-    {
-        xmlSetStructuredErrorFunc(
-            this, [](void* reports, xmlError* error) { static_cast<CParserReports*>(reports)->Take(*error); });
-    }
-    ~CParserReports() { xmlSetStructuredErrorFunc(m_context, m_handler); }
-    CParserReports(const CParserReports&) = delete;
-    CParserReports& operator=(const CParserReports&) = delete;
-
-    bool IsOutOfMemory() const { return m_isOutOfMemory; }
-    // Whether the document is not well-formed. An undeclared prefix counts, an unusual namespace name does not.
-    bool IsRefused() const { return m_isRefused; }
-
-private:
-    void Take(const xmlError& error)
-    {
-        const bool isBadName = error.domain == XML_FROM_NAMESPACE && error.code >= XML_NS_ERR_XML_NAMESPACE;
-        m_isRefused = m_isRefused || error.level == XML_ERR_FATAL || isBadName;
-        m_isOutOfMemory = m_isOutOfMemory || error.code == XML_ERR_NO_MEMORY;
-    }
-
-    xmlStructuredErrorFunc m_handler;
-    void* m_context;
-    bool m_isRefused = false;
-    bool m_isOutOfMemory = false;
-};
-
-// The bytes that a parser has not read yet.
-struct ParserInput {
-    std::string_view rest;
-    const CParserReports& reports;
-    xmlParserCtxt* parser;
-};
-
-// Gives the parser its next bytes. None after an error, because it would go on and report each further one, and none
-// when there are too many names, because its hash table of names does not grow.
-int ReadInput(void* context, char* buffer, int size)
-{
-    constexpr int kMostNames = 10'000;
-    auto* input = static_cast<ParserInput*>(context);
-    if (input->reports.IsRefused() || xmlDictSize(input->parser->dict) > kMostNames) {
-        input->parser->wellFormed = 0;
-        return 0;
-    }
-    const std::size_t count = input->rest.copy(buffer, static_cast<std::size_t>(size));
-    input->rest.remove_prefix(count);
-    return static_cast<int>(count);
-}
-
-// Ends the parse before anything that the document type declares is read.
-void RefuseDocumentType(void* context, const xmlChar*, const xmlChar*, const xmlChar*)
-{
-    auto* parser = static_cast<xmlParserCtxt*>(context);
-    parser->wellFormed = 0; // stopping alone counts as the document's end
-    xmlStopParser(parser);
-}
-
-// The library would join adjacent sections.
-void AddCdataSection(void* context, const xmlChar* text, int size)
-{
-    const auto* parser = static_cast<xmlParserCtxt*>(context);
-    xmlAddChild(parser->node, xmlNewCDataBlock(parser->myDoc, text, size));
-}
-
-// Returns freed memory to the system after a large document; the C library would keep it.
-void ReturnMemoryOf(std::size_t documentBytes)
-{
-    constexpr std::size_t kLargeBytes = std::size_t{256} * 1024;
-    if (documentBytes > kLargeBytes) {
-        malloc_trim(0);
-    }
-}
-
-// Parses bytes into tree, which stays null when they are no well-formed document. options: added to the common ones.
-HRESULT Parse(std::string bytes, int options, XmlTree* tree)
-{
-    const CParserReports reports;
-    ParserPtr parser(xmlNewParserCtxt());
-    if (!parser) {
-        return E_OUTOFMEMORY;
-    }
-    parser->sax->internalSubset = RefuseDocumentType;
-    parser->sax->cdataBlock = AddCdataSection;
-    ParserInput input{bytes, reports, parser.get()};
-    options |= XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_COMPACT;
-    xmlDoc* result = xmlCtxtReadIO(parser.get(), ReadInput, nullptr, &input, nullptr, nullptr, options);
-    XmlTree owner(result, [size = bytes.size()](xmlDoc* freed) {
-        xmlFreeDoc(freed);
-        ReturnMemoryOf(size);
-    });
-    parser.reset();
-    std::string().swap(bytes); // an assignment would keep its memory
-    if (reports.IsOutOfMemory()) {
-        return E_OUTOFMEMORY;
-    }
-    if (result != nullptr && !reports.IsRefused()) {
-        *tree = std::move(owner);
-    }
-    return *tree ? S_OK : S_FALSE;
-}
 
 // The part of a wide text that MSXML looks at: up to the first zero character, without white space and a byte order
 // mark before the document. (The parser ignores one more mark on both systems.)
@@ -252,22 +89,30 @@ class CTextCollector {
 public:
     // Adds the content of an element. Whether it is white space that is not listed, and nothing else. Depth is bounded
     // by the parser's own limit.
-    bool AddContent(const xmlNode* element, bool preserve)
+    bool AddContent(const CDomElement& element)
     {
         const std::size_t start = m_text.size();
-        bool isGap = false;
-        for (const xmlNode* child = element->children; child != nullptr; child = child->next) {
-            const bool isDropped = IsDropped(child, preserve);
-            if (isDropped || (child->type == XML_ELEMENT_NODE && AddContent(child, PreservesSpace(child, preserve)))) {
-                isGap = true;
-                m_isSpaceDue = m_isSpaceDue || m_text.size() > start;
-            } else if (child->type == XML_TEXT_NODE) {
-                Add(View(child->content), Trim(View(child->content)));
-            } else if (child->type == XML_CDATA_SECTION_NODE) {
-                Add(View(child->content), View(child->content));
+        bool hasGap = false;
+        const auto addGap = [&] {
+            hasGap = true;
+            m_isSpaceDue = m_isSpaceDue || m_text.size() > start;
+        };
+        for (const CDomNode* child = element.firstChild; child != nullptr; child = child->next) {
+            if (child->followsGap) {
+                addGap();
+            }
+            if (child->kind == Kind::kElement && AddContent(static_cast<const CDomElement&>(*child))) {
+                addGap();
+            } else if (child->kind == Kind::kText) {
+                Add(child->text, Trim(child->text));
+            } else if (child->kind == Kind::kCdataSection) {
+                Add(child->text, child->text);
             }
         }
-        return isGap && m_text.size() == start;
+        if (element.endsInGap) {
+            addGap();
+        }
+        return hasGap && m_text.size() == start;
     }
 
     std::string_view Whole() const { return m_text; }
@@ -297,44 +142,33 @@ private:
     bool m_isSpaceDue = false; // before the next piece
 };
 
-template <class Handle>
-HRESULT ListChildren(const std::shared_ptr<Handle>& parent, DomNodeListPtr* list)
+HRESULT ListChildren(const CDomNode& parent, const std::shared_ptr<void>& tree, DomNodeListPtr* list)
 {
     return portable::StatusOf(list, [&] {
         auto result = std::make_shared<CDomNodeList>();
-        result->tree = parent;
-        const bool preserve = PreservesSpace(NodeOf(parent));
-        for (xmlNode* child = NodeOf(parent)->children; child != nullptr; child = child->next) {
-            if (!IsDropped(child, preserve)) {
-                result->nodes.push_back(child);
-            }
+        result->tree = tree;
+        if (parent.kind == Kind::kElement) {
+            result->nodes.reserve(static_cast<const CDomElement&>(parent).childCount);
+        }
+        for (CDomNode* child = parent.firstChild; child != nullptr; child = child->next) {
+            result->nodes.push_back(child);
         }
         *list = std::move(result);
         return S_OK;
     });
 }
 
-std::string QualifiedName(const xmlNode* node)
+std::string_view NodeName(const CDomNode& node)
 {
-    std::string name;
-    const bool mayHavePrefix = node->type == XML_ELEMENT_NODE || node->type == XML_ATTRIBUTE_NODE;
-    if (mayHavePrefix && node->ns != nullptr && node->ns->prefix != nullptr) {
-        name.append(View(node->ns->prefix)).append(":");
-    }
-    return name.append(View(node->name));
-}
-
-std::string NodeName(const xmlNode* node)
-{
-    switch (node->type) {
-    case XML_TEXT_NODE:
+    switch (node.kind) {
+    case Kind::kText:
         return "#text";
-    case XML_CDATA_SECTION_NODE:
+    case Kind::kCdataSection:
         return "#cdata-section";
-    case XML_COMMENT_NODE:
+    case Kind::kComment:
         return "#comment";
     default:
-        return QualifiedName(node);
+        return node.name;
     }
 }
 
@@ -350,44 +184,11 @@ std::optional<std::string> ReadFile(const CString& path)
     return file.eof() && !file.bad() ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
-// The value of a node that is no element.
-std::string_view Content(const xmlNode* node)
+std::string TextOf(const CDomElement& element)
 {
-    if (node->type == XML_ATTRIBUTE_NODE) {
-        return node->children == nullptr ? std::string_view() : View(node->children->content);
-    }
-    return View(node->content);
-}
-
-CString Text(const xmlNode* node)
-{
-    if (node->type == XML_ELEMENT_NODE) {
-        CTextCollector text;
-        const bool preserve = PreservesSpace(node);
-        text.AddContent(node, preserve);
-        return DecodeUtf8(preserve ? text.Whole() : text.Trimmed());
-    }
-    return DecodeUtf8(node->type == XML_TEXT_NODE ? Trim(Content(node)) : Content(node));
-}
-
-bool HasQualifiedName(const xmlNode* node, std::string_view name)
-{
-    if (node->ns == nullptr || node->ns->prefix == nullptr) {
-        return View(node->name) == name;
-    }
-    return QualifiedName(node) == name;
-}
-
-// An element's attribute of this qualified name, or null.
-xmlNode* FindAttribute(const xmlNode* element, std::string_view name)
-{
-    for (xmlAttr* each = element->properties; each != nullptr; each = each->next) {
-        auto* const attribute = reinterpret_cast<xmlNode*>(each);
-        if (HasQualifiedName(attribute, name)) {
-            return attribute;
-        }
-    }
-    return nullptr;
+    CTextCollector text;
+    text.AddContent(element);
+    return std::string(element.preservesSpace ? text.Whole() : text.Trimmed());
 }
 
 } // namespace
@@ -411,8 +212,7 @@ HRESULT LoadDomText(const DomDocumentPtr& document, CString xml, bool* loaded)
     }
     std::string bytes = EncodeUtf8(part);
     CString().swap(xml); // an assignment would keep its memory
-    ReturnMemoryOf(bytes.size());
-    const HRESULT status = Parse(std::move(bytes), XML_PARSE_IGNORE_ENC, &document->tree);
+    const HRESULT status = linux::CDomTree::Parse(std::move(bytes), true, &document->tree);
     *loaded = document->tree != nullptr;
     return status;
 }
@@ -421,7 +221,7 @@ HRESULT LoadDomFile(const DomDocumentPtr& document, const CString& path, bool* l
 {
     document->tree = nullptr;
     std::optional<std::string> bytes = ReadFile(path);
-    const HRESULT status = bytes ? Parse(std::move(*bytes), 0, &document->tree) : S_FALSE;
+    const HRESULT status = bytes ? linux::CDomTree::Parse(std::move(*bytes), false, &document->tree) : S_FALSE;
     *loaded = document->tree != nullptr;
     return status;
 }
@@ -432,13 +232,16 @@ HRESULT GetDomDocumentElement(const DomDocumentPtr& document, DomElementPtr* ele
     if (!document->tree) {
         return E_FAIL;
     }
-    *element = HandleOf<CDomElement>(document->tree, xmlDocGetRootElement(document->tree.get()));
+    *element = {document->tree, document->tree->Root()};
     return S_OK;
 }
 
-HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list) { return ListChildren(node, list); }
+HRESULT GetDomChildNodes(const DomNodePtr& node, DomNodeListPtr* list) { return ListChildren(*node, node, list); }
 
-HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list) { return ListChildren(element, list); }
+HRESULT GetDomChildNodes(const DomElementPtr& element, DomNodeListPtr* list)
+{
+    return ListChildren(*element, element, list);
+}
 
 HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
 {
@@ -446,7 +249,7 @@ HRESULT GetDomItem(const DomNodeListPtr& list, LONG index, DomNodePtr* node)
     if (index < 0 || static_cast<std::size_t>(index) >= list->nodes.size()) {
         return S_FALSE;
     }
-    *node = HandleOf<CDomNode>(list->tree, list->nodes[static_cast<std::size_t>(index)]);
+    *node = {list->tree, list->nodes[static_cast<std::size_t>(index)]};
     return S_OK;
 }
 
@@ -459,33 +262,31 @@ HRESULT GetDomLength(const DomNodeListPtr& list, LONG* length)
 HRESULT GetDomAttributes(const DomNodePtr& node, DomAttributeMapPtr* attributes)
 {
     attributes->reset();
-    if (NodeOf(node)->type != XML_ELEMENT_NODE) {
+    if (node->kind != Kind::kElement) {
         return S_FALSE;
     }
-    *attributes = HandleOf<CDomAttributeMap>(node, NodeOf(node));
+    *attributes = {node, &static_cast<CDomElement*>(node.get())->attributes};
     return S_OK;
 }
 
 HRESULT GetDomNodeName(const DomNodePtr& node, CString* name)
 {
     return portable::StatusOf(name, [&] {
-        *name = DecodeUtf8(NodeName(NodeOf(node)));
+        *name = DecodeUtf8(NodeName(*node));
         return S_OK;
     });
 }
 
-HRESULT GetDomTagName(const DomElementPtr& element, CString* name)
-{
-    return portable::StatusOf(name, [&] {
-        *name = DecodeUtf8(QualifiedName(NodeOf(element)));
-        return S_OK;
-    });
-}
+HRESULT GetDomTagName(const DomElementPtr& element, CString* name) { return GetDomNodeName(element, name); }
 
 HRESULT GetDomText(const DomNodePtr& node, CString* text)
 {
     return portable::StatusOf(text, [&] {
-        *text = Text(NodeOf(node));
+        if (node->kind == Kind::kElement) {
+            *text = DecodeUtf8(TextOf(static_cast<const CDomElement&>(*node)));
+        } else {
+            *text = DecodeUtf8(node->kind == Kind::kText ? Trim(node->text) : node->text);
+        }
         return S_OK;
     });
 }
@@ -494,23 +295,27 @@ HRESULT GetDomNamedItem(const DomAttributeMapPtr& attributes, const CString& nam
 {
     attribute->reset();
     return portable::StatusOf(attribute, [&] {
-        xmlNode* const found = FindAttribute(NodeOf(attributes), EncodeUtf8(name));
-        if (found == nullptr) {
+        const std::string wanted = EncodeUtf8(name);
+        CDomNode* each = attributes->first;
+        while (each != nullptr && each->name != wanted) {
+            each = each->next;
+        }
+        if (each == nullptr) {
             return S_FALSE;
         }
-        *attribute = HandleOf<CDomNode>(attributes, found);
+        *attribute = {attributes, each};
         return S_OK;
     });
 }
 
 HRESULT GetDomNodeValue(const DomNodePtr& node, CString* value)
 {
-    if (NodeOf(node)->type == XML_ELEMENT_NODE) {
+    if (node->kind == Kind::kElement) {
         value->clear();
         return S_FALSE;
     }
     return portable::StatusOf(value, [&] {
-        *value = DecodeUtf8(Content(NodeOf(node)));
+        *value = DecodeUtf8(node->text);
         return S_OK;
     });
 }

@@ -7,8 +7,8 @@ namespace platform::portable {
 
 // Whether a document may be parsed. Refused are
 // - a document type: no report has one, and what one declares may stand for any amount of text;
-// - more than 500,000 '<' and '=' altogether: a document has at most twice as many nodes, and a node takes some 128
-//   bytes. A report has four for each usage;
+// - more than 500,000 '<' and '=' altogether: a document has at most twice as many nodes. A report has four for each
+//   usage;
 // - more than 256 '=' between two '<': parsers compare each attribute of an element with all others;
 // - more than 100 "xmlns": parsers look through all declarations for each name.
 // Each counts wherever it occurs, in comments too. Nothing else is checked: text that is not well-formed may pass. The

@@ -1,0 +1,81 @@
+// XML text as a tree of nodes, made by libxml2's parser. The nodes are this program's own, a few words each in one
+// block of memory: libxml2's would be twice as large and one allocation each, which took more time than the parse.
+#pragma once
+
+#include "platform/Dom.h"
+
+#include <cstdint>
+#include <libxml/tree.h>
+#include <memory>
+#include <memory_resource>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// A node as the document has it. Nodes and all that they refer to belong to their tree and never change.
+class CDomNode {
+public:
+    enum class Kind : std::uint8_t { kElement, kAttribute, kText, kCdataSection, kComment, kInstruction };
+
+    Kind kind = Kind::kText;
+    bool followsGap = false;    // white space alone that is no node of its own stands before it
+    const char* name = nullptr; // qualified, of an element or attribute; an instruction's target; null for others
+    std::string_view text = {}; // the content, in UTF-8; empty for an element
+    CDomNode* firstChild = nullptr;
+    CDomNode* next = nullptr; // the next child, or attribute, of the same element; null: it is the last
+};
+
+// Without those that declare namespaces.
+class CDomAttributeMap {
+public:
+    CDomNode* first = nullptr;
+};
+
+// A node of Kind::kElement is one of these.
+class CDomElement : public CDomNode {
+public:
+    CDomAttributeMap attributes = {};
+    std::uint32_t childCount = 0;
+    bool preservesSpace = false; // white space alone makes nodes inside: xml:space of the nearest element that has it
+    bool endsInGap = false;      // such white space that makes none follows the last child
+};
+
+namespace linux {
+
+// A document's nodes. One thread at a time.
+class CDomTree {
+public:
+    // Parses a document. Text beside the root, and which of libxml2's limits hold (256 levels, 10,000 different names),
+    // are in the .cpp. bytes: the document; freed when it is read. ignoresDeclaration: the bytes are UTF-8, whatever
+    // encoding they declare. *tree: null when there is a document type, or no well-formed document; then the result is
+    // S_FALSE, or E_OUTOFMEMORY. May throw std::bad_alloc.
+    static HRESULT Parse(std::string bytes, bool ignoresDeclaration, std::shared_ptr<CDomTree>* tree);
+
+    // documentBytes: how long the document is.
+    explicit CDomTree(std::size_t documentBytes) : m_documentBytes(documentBytes) {}
+    ~CDomTree();
+    CDomTree(const CDomTree&) = delete;
+    CDomTree& operator=(const CDomTree&) = delete;
+
+    // The tree's own. Never null once it is parsed.
+    CDomElement* Root() const { return m_root; }
+
+private:
+    friend class CDomTreeBuilder;
+
+    struct FreeNames {
+        void operator()(xmlDict* names) const { xmlDictFree(names); }
+    };
+
+    std::size_t m_documentBytes;
+    std::unique_ptr<xmlDict, FreeNames> m_names = {};
+    std::pmr::monotonic_buffer_resource m_memory = {};
+    CDomElement* m_root = nullptr;
+};
+
+// Returns freed memory to the system after a large document of so many bytes; the C library would keep it.
+void ReturnMemoryOf(std::size_t documentBytes);
+
+} // namespace linux
+} // namespace platform
