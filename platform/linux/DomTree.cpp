@@ -2,7 +2,6 @@
 
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
-#include <malloc.h>
 #include <new>
 #include <utility>
 #include <vector>
@@ -298,7 +297,7 @@ std::string_view CDomTreeBuilder::Keep(std::string_view text)
 HRESULT CDomTree::Parse(std::string bytes, bool ignoresDeclaration, std::shared_ptr<CDomTree>* tree)
 {
     const CParserReports reports;
-    const auto result = std::make_shared<CDomTree>(bytes.size());
+    const auto result = std::make_shared<CDomTree>();
     ParserPtr parser(xmlNewParserCtxt());
     if (!parser) {
         return E_OUTOFMEMORY;
@@ -320,20 +319,6 @@ HRESULT CDomTree::Parse(std::string bytes, bool ignoresDeclaration, std::shared_
     }
     *tree = result;
     return S_OK;
-}
-
-CDomTree::~CDomTree()
-{
-    m_memory.release();
-    ReturnMemoryOf(m_documentBytes);
-}
-
-void ReturnMemoryOf(std::size_t documentBytes)
-{
-    constexpr std::size_t kLargeBytes = std::size_t{256} * 1024;
-    if (documentBytes > kLargeBytes) {
-        malloc_trim(0);
-    }
 }
 
 } // namespace platform::linux

@@ -52,9 +52,7 @@ public:
     // S_FALSE, or E_OUTOFMEMORY. May throw std::bad_alloc.
     static HRESULT Parse(std::string bytes, bool ignoresDeclaration, std::shared_ptr<CDomTree>* tree);
 
-    // documentBytes: how long the document is.
-    explicit CDomTree(std::size_t documentBytes) : m_documentBytes(documentBytes) {}
-    ~CDomTree();
+    CDomTree() = default;
     CDomTree(const CDomTree&) = delete;
     CDomTree& operator=(const CDomTree&) = delete;
 
@@ -68,14 +66,10 @@ private:
         void operator()(xmlDict* names) const { xmlDictFree(names); }
     };
 
-    std::size_t m_documentBytes;
     std::unique_ptr<xmlDict, FreeNames> m_names = {};
     std::pmr::monotonic_buffer_resource m_memory = {};
     CDomElement* m_root = nullptr;
 };
-
-// Returns freed memory to the system after a large document of so many bytes; the C library would keep it.
-void ReturnMemoryOf(std::size_t documentBytes);
 
 } // namespace linux
 } // namespace platform

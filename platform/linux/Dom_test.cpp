@@ -5,10 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <libxml/xmlmemory.h>
-#include <unistd.h>
 
 namespace platform {
 namespace {
@@ -47,13 +45,6 @@ CString DifferentNames(unsigned count)
 }
 
 double ProcessorSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
-
-std::size_t ResidentBytes()
-{
-    std::size_t pages = 0;
-    std::ifstream("/proc/self/statm").ignore(100, ' ') >> pages;
-    return pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-}
 
 unsigned g_allocationsLeft = 0; // of the parser, until the failing ones; 0: none fails
 
@@ -115,17 +106,6 @@ TEST_F(LinuxDom, NothingThatAFilesDocumentTypeDeclaresIsRead)
     EXPECT_EQ(LoadDomFile(m_document, path, &loaded), S_FALSE);
     EXPECT_FALSE(loaded);
     EXPECT_FALSE(memory.HasRunOut());
-}
-
-TEST_F(LinuxDom, MemoryOfALargeDocumentGoesBackToTheSystem)
-{
-    // Symptom: after one hostile report the idle program kept 340 MB.
-    const CString xml = L"<r>" + Repeated(L"<a/>", 490'000) + L"</r>";
-    const std::size_t before = ResidentBytes();
-    ASSERT_TRUE(Loads(xml));
-    EXPECT_GT(ResidentBytes(), before + 30'000'000);
-    m_document.reset();
-    EXPECT_LT(ResidentBytes(), before + 10'000'000);
 }
 
 TEST_F(LinuxDom, LimitsDifferentNames)

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <malloc.h>
 #include <new>
 
 namespace platform {
@@ -93,6 +94,9 @@ DWORD Sleep(std::span<const WaitHandle> objects, DWORD timeoutMs, bool alertable
         return WAIT_FAILED;
     }
     const Deadline deadline = DeadlineAfter(timeoutMs);
+    if (!deadline) {
+        ::malloc_trim(0); // a sleep of any length: what the work before it has freed goes back to the system
+    }
     Wait wait{thread};
     const CEntries entries(objects, wait, alertable);
     for (;;) {

@@ -16,11 +16,14 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <set>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
+#include <vector>
 
 namespace platform::linux {
 namespace {
@@ -76,6 +79,13 @@ protected:
     CScratchSession m_session;
     CPeer m_peer;
 };
+
+std::size_t ResidentBytes()
+{
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm").ignore(100, ' ') >> pages;
+    return pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
 
 std::set<std::string> Tasks()
 {
@@ -329,6 +339,26 @@ TEST_F(LinuxSync, EverySettingReleasesAThreadThatWaits)
     for (std::thread& thread : threads) {
         thread.join();
     }
+}
+
+TEST_F(LinuxSync, AWaitWithoutLimitReturnsFreedMemoryToTheSystemFirst)
+{
+    // Symptom: after one hostile report the idle program kept 340 MB.
+    constexpr std::size_t kBlocks = 1000;
+    std::vector<std::vector<char>> blocks(kBlocks);
+    for (std::vector<char>& block : blocks) {
+        block.resize(std::size_t{32} * 1024);
+    }
+    const std::vector<char> atTheEnd(1024); // so that the C library cannot return the blocks when they are freed
+    blocks.clear();
+    const std::size_t before = ResidentBytes();
+
+    const WaitHandle event = MakeEvent();
+    std::thread waiting([&event] { EXPECT_EQ(WaitForOne(event, INFINITE, FALSE), WAIT_OBJECT_0); });
+    Await([before] { return ResidentBytes() < before - 25'000'000; });
+    EXPECT_TRUE(SetNamedEvent(event));
+    waiting.join();
+    EXPECT_EQ(atTheEnd.size(), 1024U);
 }
 
 TEST_F(LinuxSync, AFullFileIsASetEvent)
