@@ -109,6 +109,10 @@ CTarget::CTarget() : m_server([this](const testing_support::HttpExchange& exchan
     m_rig.PutSettings("[HKEY_LOCAL_MACHINE\\Software\\Halvex\\AmporaSrv]\n\"Enable\"=dword:00000001\n"
                       "\"LogLevel\"=dword:00000003\n\"ApiHost\"=\"127.0.0.1:" +
                       std::to_string(m_server.Port()) + "\"\n");
+    // Settings of the last two seconds are read again at each use, which would make the first runs longer than the
+    // others.
+    const std::time_t written = std::time(nullptr);
+    WaitUntil([written] { return std::time(nullptr) > written + 2; }, kPassLimit);
 }
 
 testing_support::HttpAnswer CTarget::Answer(const std::string& target)
