@@ -25,16 +25,10 @@ struct CheckOptions {
     std::string metricsFile;
 };
 
-struct CheckedFile {
-    const KnownFile& known;
-    Freshness freshness;
-    std::optional<std::int64_t> ageSeconds; // of a file without a fault that tells when it was written
-};
-
 struct Result {
     bool isUpdateEnabled = false;
     FreshnessRule rule;
-    std::vector<CheckedFile> files; // that the settings want
+    std::vector<JudgedFile> files; // that the settings want
     std::optional<std::int64_t> oldestSeconds;
     State state = State::kUnknown;
     CString summary; // what there is to say, without the state's word
@@ -59,11 +53,11 @@ std::size_t CountOf(const Result& result, State state)
 {
     return static_cast<std::size_t>(
         std::count_if(result.files.begin(), result.files.end(),
-                      [state](const CheckedFile& file) { return StateOf(file.freshness) == state; }));
+                      [state](const JudgedFile& file) { return StateOf(file.freshness) == state; }));
 }
 
 // "tokyo instant old"
-CString ComplaintOf(const CheckedFile& file)
+CString ComplaintOf(const JudgedFile& file)
 {
     return platform::FormatText(L"%s %s %s", file.known.company.key.Wide(), file.known.kind.word.Wide(),
                                 FreshnessWord(file.freshness));
@@ -75,7 +69,7 @@ CString ComplaintsOf(const Result& result, State state)
     constexpr std::size_t kMostNames = 3;
     CString text;
     std::size_t count = 0;
-    for (const CheckedFile& file : result.files) {
+    for (const JudgedFile& file : result.files) {
         if (StateOf(file.freshness) == state && ++count <= kMostNames) {
             text += (count == 1 ? L"" : L", ") + ComplaintOf(file);
         }
@@ -107,7 +101,7 @@ void Judge(Result& result)
         result.summary = L"the settings want none of these files";
     } else {
         result.state = State::kOk;
-        for (const CheckedFile& file : result.files) {
+        for (const JudgedFile& file : result.files) {
             result.state = std::max(result.state, StateOf(file.freshness));
             result.oldestSeconds = std::max(result.oldestSeconds, file.ageSeconds);
         }
@@ -115,15 +109,13 @@ void Judge(Result& result)
     }
 }
 
-Result Examine(const std::vector<KnownFile>& files, int maxAgeMinutes)
+Result Examine(std::vector<KnownFile> files, int maxAgeMinutes)
 {
     Result result{CConfigUtil::IsUpdateEnable(), RuleOfNow(maxAgeMinutes), {}, {}, State::kUnknown, {}};
-    for (const KnownFile& known : files) {
-        const Freshness freshness = FreshnessOf(known, result.rule);
-        if (freshness != Freshness::kUnwanted) {
-            const bool hasContent = known.content.fault == DataFileFault::kNone;
-            result.files.push_back(
-                {known, freshness, hasContent ? AgeSeconds(known.content, result.rule) : std::nullopt});
+    for (KnownFile& known : files) {
+        JudgedFile file = JudgeFile(std::move(known), result.rule);
+        if (file.freshness != Freshness::kUnwanted) {
+            result.files.push_back(std::move(file));
         }
     }
     Judge(result);
@@ -160,7 +152,7 @@ Json JsonAge(const std::optional<std::int64_t>& seconds) { return seconds ? Json
 void WriteResult(const Result& result, const Console& console)
 {
     Json files = Json::array();
-    for (const CheckedFile& file : result.files) {
+    for (const JudgedFile& file : result.files) {
         const DataFile& content = file.known.content;
         files.push_back(
             {{"company", file.known.company.key.Narrow()},
@@ -185,7 +177,7 @@ void PutGauge(std::string& text, const std::string& name, const std::string& hel
               ValueOf valueOf)
 {
     text += "# HELP " + name + " " + help + "\n# TYPE " + name + " gauge\n";
-    for (const CheckedFile& file : result.files) {
+    for (const JudgedFile& file : result.files) {
         if (const std::optional<std::int64_t> value = valueOf(file)) {
             text += name + "{company=\"" + std::string(file.known.company.key.Narrow()) + "\",kind=\"" +
                     std::string(file.known.kind.word.Narrow()) + "\"} " + std::to_string(*value) + "\n";
@@ -207,21 +199,20 @@ std::string MetricsOf(const Result& result)
     PutSingle(text, "ampora_data_file_max_age_seconds", "Greatest age of a fresh data file.",
               result.rule.maxAgeSeconds);
     PutGauge(text, "ampora_data_file_age_seconds", "Time since the data file was written.", result,
-             [](const CheckedFile& file) { return file.ageSeconds; });
+             [](const JudgedFile& file) { return file.ageSeconds; });
     PutGauge(text, "ampora_data_file_fresh", "Whether the data file is fresh (1) or old, missing or damaged (0).",
-             result, [](const CheckedFile& file) { return Value(StateOf(file.freshness) == State::kOk ? 1 : 0); });
+             result, [](const JudgedFile& file) { return Value(StateOf(file.freshness) == State::kOk ? 1 : 0); });
     PutGauge(text, "ampora_data_file_sound", "Whether the data file is there and whole (1) or not (0).", result,
-             [](const CheckedFile& file) { return Value(StateOf(file.freshness) == State::kCritical ? 0 : 1); });
+             [](const JudgedFile& file) { return Value(StateOf(file.freshness) == State::kCritical ? 0 : 1); });
     PutGauge(text, "ampora_data_file_records", "Number of records in the data file.", result,
-             [](const CheckedFile& file) { return Value(file.known.content.records.size()); });
+             [](const JudgedFile& file) { return Value(file.known.content.records.size()); });
     return text;
 }
 
 int Check(const CheckOptions& options, const Console& console)
 {
     try {
-        const std::vector<KnownFile> files = ReadDataFiles(options.selection);
-        const Result result = Examine(files, options.maxAgeMinutes);
+        const Result result = Examine(ReadDataFiles(options.selection), options.maxAgeMinutes);
         if (!options.metricsFile.empty()) {
             WriteOutputFile(options.metricsFile, MetricsOf(result), console);
         } else if (options.isJson) {

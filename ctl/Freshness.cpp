@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <tuple>
+#include <utility>
 
 namespace ctl {
 
@@ -16,6 +17,37 @@ constexpr std::int64_t kClockToleranceSeconds = kMinuteSeconds;
 constexpr int kMaxAgeMinutes = 366 * 24 * 60;
 
 auto DayOf(const SYSTEMTIME& time) { return std::make_tuple(time.wYear, time.wMonth, time.wDay); }
+
+// None when the file does not tell when it was written.
+std::optional<std::int64_t> AgeSeconds(const DataFile& file, const FreshnessRule& rule)
+{
+    FILETIME valid{};
+    if (!platform::CalendarToFileTime(&file.header.writeTime, &valid)) {
+        return std::nullopt;
+    }
+    const std::int64_t written = platform::LocalCalendarToTime(file.header.writeTime);
+    return written == -1 ? std::nullopt : std::optional(rule.now - written);
+}
+
+Freshness FreshnessOf(const KnownFile& known, std::optional<std::int64_t> age, const FreshnessRule& rule)
+{
+    if (!IsWanted(known.company, known.kind)) {
+        return Freshness::kUnwanted;
+    }
+    if (known.content.fault != DataFileFault::kNone) {
+        return known.content.fault == DataFileFault::kMissing ? Freshness::kMissing : Freshness::kFaulty;
+    }
+    if (!age) {
+        return Freshness::kUndated;
+    }
+    if (*age < -kClockToleranceSeconds) {
+        return Freshness::kFuture;
+    }
+    if (*age > rule.maxAgeSeconds) {
+        return Freshness::kOld;
+    }
+    return known.content.records.empty() ? Freshness::kEmpty : Freshness::kFresh;
+}
 
 } // namespace
 
@@ -48,35 +80,12 @@ bool IsWanted(const catalogue::Company& company, const catalogue::Kind& kind)
            (CConfigUtil::GetSupportDataType(company.siteNumber, company.defaultMask) & kind.dataType) != 0;
 }
 
-std::optional<std::int64_t> AgeSeconds(const DataFile& file, const FreshnessRule& rule)
+JudgedFile JudgeFile(KnownFile known, const FreshnessRule& rule)
 {
-    FILETIME valid{};
-    if (!platform::CalendarToFileTime(&file.header.writeTime, &valid)) {
-        return std::nullopt;
-    }
-    const std::int64_t written = platform::LocalCalendarToTime(file.header.writeTime);
-    return written == -1 ? std::nullopt : std::optional(rule.now - written);
-}
-
-Freshness FreshnessOf(const KnownFile& known, const FreshnessRule& rule)
-{
-    if (!IsWanted(known.company, known.kind)) {
-        return Freshness::kUnwanted;
-    }
-    if (known.content.fault != DataFileFault::kNone) {
-        return known.content.fault == DataFileFault::kMissing ? Freshness::kMissing : Freshness::kFaulty;
-    }
-    const std::optional<std::int64_t> age = AgeSeconds(known.content, rule);
-    if (!age) {
-        return Freshness::kUndated;
-    }
-    if (*age < -kClockToleranceSeconds) {
-        return Freshness::kFuture;
-    }
-    if (*age > rule.maxAgeSeconds) {
-        return Freshness::kOld;
-    }
-    return known.content.records.empty() ? Freshness::kEmpty : Freshness::kFresh;
+    const bool isSound = known.content.fault == DataFileFault::kNone;
+    const std::optional<std::int64_t> age = isSound ? AgeSeconds(known.content, rule) : std::nullopt;
+    const Freshness freshness = FreshnessOf(known, age, rule);
+    return {std::move(known), freshness, age};
 }
 
 const wchar_t* FreshnessWord(Freshness freshness)

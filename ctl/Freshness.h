@@ -37,13 +37,17 @@ FreshnessRule RuleOfNow(int minutes);
 // Whether the settings want the company's reports of this kind.
 bool IsWanted(const catalogue::Company& company, const catalogue::Kind& kind);
 
-// Seconds from the time of writing of a file without a fault to now, negative for one in the future; none when the file
-// does not tell it.
-std::optional<std::int64_t> AgeSeconds(const DataFile& file, const FreshnessRule& rule);
+// A data file and how it stands.
+struct JudgedFile {
+    KnownFile known;
+    Freshness freshness = Freshness::kMissing;
+    // Since the file was written, negative for a time in the future; of a file without a fault that tells its time.
+    std::optional<std::int64_t> ageSeconds;
+};
 
-Freshness FreshnessOf(const KnownFile& known, const FreshnessRule& rule);
+JudgedFile JudgeFile(KnownFile known, const FreshnessRule& rule);
 
-// The same as one word for people and for JSON: "off", "missing", "faulty", "undated", "future", "old", "empty",
+// A freshness as one word for people and for JSON: "off", "missing", "faulty", "undated", "future", "old", "empty",
 // "fresh".
 const wchar_t* FreshnessWord(Freshness freshness);
 

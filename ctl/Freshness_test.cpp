@@ -22,8 +22,7 @@ protected:
     }
     static CString WordNow(int minutes = 0)
     {
-        const KnownFile known = Read(kActualUsage);
-        return FreshnessWord(FreshnessOf(known, RuleOfNow(minutes)));
+        return FreshnessWord(JudgeFile(Read(kActualUsage), RuleOfNow(minutes)).freshness);
     }
 };
 

@@ -60,10 +60,7 @@ void LookAtFiles(const StatusOptions& options, StatusFacts& facts)
     const FreshnessRule rule = RuleOfNow(options.maxAgeMinutes);
     facts.maxAgeSeconds = rule.maxAgeSeconds;
     for (KnownFile& known : files) {
-        const Freshness freshness = FreshnessOf(known, rule);
-        const bool isSound = known.content.fault == DataFileFault::kNone;
-        std::optional<std::int64_t> age = isSound ? AgeSeconds(known.content, rule) : std::nullopt;
-        facts.files.push_back({std::move(known), freshness, age});
+        facts.files.push_back(JudgeFile(std::move(known), rule));
     }
 }
 

@@ -10,13 +10,6 @@
 
 namespace ctl {
 
-// A data file and how it stands.
-struct JudgedFile {
-    KnownFile known;
-    Freshness freshness = Freshness::kMissing;
-    std::optional<std::int64_t> ageSeconds; // of a file without a fault that tells its time
-};
-
 // What one look at the machine has shown.
 struct StatusFacts {
     bool runs = false;      // a copy of amporasrv
