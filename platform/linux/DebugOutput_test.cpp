@@ -1,8 +1,10 @@
 #include "platform/DebugOutput.h"
 
+#include "platform/contract/linux/RefusedCall.h"
 #include "platform/linux/FileDescriptor.h"
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -10,7 +12,9 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/fsuid.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <thread>
@@ -194,7 +198,11 @@ TEST(LinuxDebugOutput, ALineAfterOneThatWasCutBeginsAnew)
     const Stream pipe = MakePipe();
     ASSERT_EQ(::fcntl(pipe.writer.Get(), F_SETPIPE_SZ, 4096), 4096);
     const CErrorRedirection redirection(pipe.writer.Get());
+    OutputDebugText(L"read\n");
+    EXPECT_EQ(ReadAll(pipe.reader), "read\n");
+    const auto begin = std::chrono::steady_clock::now();
     OutputDebugText(std::wstring(5000, L'x') + L"\n");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100)) << "the reader had no time";
     EXPECT_EQ(ReadAll(pipe.reader), std::string(4096, 'x'));
     OutputDebugText(L"next\n");
     OutputDebugText(L"last\n");
@@ -248,6 +256,20 @@ TEST(LinuxDebugOutput, AReaderThatHasGoneDoesNotEndTheProgram)
     sigset_t blocked;
     ASSERT_EQ(::pthread_sigmask(SIG_BLOCK, nullptr, &blocked), 0);
     EXPECT_EQ(sigismember(&blocked, SIGPIPE), 0);
+}
+
+TEST(LinuxDebugOutput, AWriteThatWritesNothingIsNotRepeated)
+{
+    const CFileDescriptor file(::memfd_create("stderr", MFD_CLOEXEC));
+    const CErrorRedirection redirection(file.Get());
+    std::thread([] {
+        testing_support::RefuseCall(SYS_write, 0); // succeeds with 0
+        errno = EINTR;                             // of a call before
+        OutputDebugText(L"lost\n");
+    }).join();
+    OutputDebugText(L"heard\n");
+    std::array<char, 16> bytes;
+    EXPECT_EQ(::pread(file.Get(), bytes.data(), bytes.size(), 0), 6);
 }
 
 TEST(LinuxDebugOutput, AClosedStandardErrorLosesTheText)

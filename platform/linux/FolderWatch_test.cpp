@@ -70,6 +70,17 @@ TEST(LinuxFolderWatch, EventSourceIsReadableWhenTheFolderIsMovedIntoItsPlace)
     EXPECT_EQ(WaitForFolderChange(watch, 0), WAIT_OBJECT_0);
 }
 
+TEST(LinuxFolderWatch, AFolderThatWasMovedAwayIsNotWatchedAnyMore)
+{
+    const testing_support::CScratchFolder scratch;
+    std::filesystem::create_directory(scratch.Path() / "folder");
+    const FolderWatchPtr watch = OpenFolderWatch(DecodeUtf8((scratch.Path() / "folder").string()));
+    std::filesystem::rename(scratch.Path() / "folder", scratch.Path() / "other");
+    EXPECT_EQ(WaitForFolderChange(watch, 0), WAIT_OBJECT_0);
+    scratch.Write("other/file", "content");
+    EXPECT_FALSE(IsReadable(watch));
+}
+
 TEST(LinuxFolderWatch, FailsWhenTheFolderAroundItHasGone)
 {
     const testing_support::CScratchFolder scratch;

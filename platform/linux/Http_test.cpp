@@ -323,6 +323,16 @@ TEST_F(LinuxHttp, RequestsOfOneSessionMayBeReadInTurns)
     EXPECT_EQ(BodyOf(first), "/first");
 }
 
+TEST_F(LinuxHttp, RequestMayBeSentAgain)
+{
+    m_server.emplace([](const HttpExchange& exchange) { return HttpAnswer{.body = exchange.target}; });
+    const HttpRequestPtr request = Open();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(SendHttpRequest(request));
+        EXPECT_EQ(BodyOf(request), "/path");
+    }
+}
+
 TEST_F(LinuxHttp, ClosedSessionEndsItsTransfers)
 {
     m_server.emplace(

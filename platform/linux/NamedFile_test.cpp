@@ -1,5 +1,6 @@
 #include "platform/linux/NamedFile.h"
 
+#include "platform/contract/linux/RefusedCall.h"
 #include "platform/contract/linux/ScratchSession.h"
 #include "platform/LastError.h"
 #include "platform/linux/SessionFolder.h"
@@ -11,6 +12,8 @@
 #include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <thread>
 
 namespace platform::linux {
 namespace {
@@ -135,9 +138,20 @@ TEST_F(NamedFile, ALockOnTheFirstByteIsNotWaitedForWithoutLimit)
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
-    lock.l_len = 1;
+    lock.l_start = 1;
+    ASSERT_EQ(::fcntl(file.Get(), F_OFD_SETLK, &lock), 0);
+    EXPECT_NE(MakeMutex(L"Mutex"), nullptr) << "only the first byte counts";
+    lock.l_start = 0;
     ASSERT_EQ(::fcntl(file.Get(), F_OFD_SETLK, &lock), 0);
     EXPECT_EQ(CodeOfFailure(MakeMutex(L"Mutex")), 1460U);
+}
+
+TEST_F(NamedFile, ALockIsHeldByAnotherAlsoWhereTheFileSystemSaysAccessDenied)
+{
+    std::thread([] {
+        testing_support::RefuseCall(SYS_fcntl, EACCES, F_OFD_SETLK);
+        EXPECT_EQ(CodeOfFailure(MakeMutex(L"Mutex")), 1460U);
+    }).join();
 }
 
 TEST_F(NamedFile, ALockOfTheFileAloneDoesNotMakeAMutexExist)

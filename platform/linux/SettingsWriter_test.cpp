@@ -1,5 +1,6 @@
 #include "platform/SettingsWriter.h"
 
+#include "platform/contract/linux/RefusedCall.h"
 #include "platform/contract/linux/ScratchSession.h"
 #include "platform/LastError.h"
 #include "platform/linux/FileReplacement.h"
@@ -12,6 +13,7 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 
 namespace platform {
@@ -159,6 +161,15 @@ TEST_F(LinuxSettingsWriter, WhatIsNoFileOfSettingsIsRefused)
     fs::remove_all(m_session.Folder() / "user");
     Write(m_session.Folder() / "user", "a file in the place of the folder");
     EXPECT_EQ(Failure(), ERROR_ALREADY_EXISTS);
+}
+
+TEST_F(LinuxSettingsWriter, AFileInPlaceOfTheFolderIsNotLocked)
+{
+    Write(m_session.Folder() / "file", "content");
+    std::thread([this] {
+        testing_support::RefuseCall(SYS_newfstatat, ENOENT); // as if it came only after the look at the path
+        EXPECT_EQ(linux::CFileReplacement().Begin(m_session.Folder() / "file/settings.reg"), ENOTDIR);
+    }).join();
 }
 
 TEST_F(LinuxSettingsWriter, AFolderThatAnotherProcessLocksIsWaitedForBriefly)

@@ -1,5 +1,6 @@
 #include "platform/Window.h"
 
+#include "platform/contract/linux/RefusedCall.h"
 #include "platform/contract/linux/ResourceLimit.h"
 #include "platform/contract/linux/ScratchSession.h"
 #include "platform/contract/linux/TaskWatch.h"
@@ -21,6 +22,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 #include <vector>
 
 namespace platform::linux {
@@ -244,6 +246,17 @@ TEST_F(LinuxWindow, ItsProgramIsFoundAmongThoseOfOtherSessions)
     EXPECT_EQ(ProcessIdentifierOf(FindProgramOfWindow(kClass)), ProcessIdentifierOf(program));
     m_peer.Kill();
     EXPECT_EQ(WaitForProgramEnd(program, INFINITE), WAIT_OBJECT_0);
+}
+
+TEST_F(LinuxWindow, ItsProgramIsNotFoundWhereTheSystemShowsNoProcesses)
+{
+    const WindowPtr window = Make();
+    std::thread([] {
+        testing_support::RefuseCall(SYS_getdents64, EACCES);
+        SetLastErrorCode(ERROR_SUCCESS);
+        EXPECT_EQ(FindProgramOfWindow(kClass), nullptr);
+        EXPECT_EQ(GetLastErrorCode(), ERROR_ACCESS_DENIED);
+    }).join();
 }
 
 TEST_F(LinuxWindow, IsRefusedWhileAnotherProcessHasOne)
