@@ -8,6 +8,7 @@
 #include <array>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -73,7 +74,7 @@ BOOL Receive(const platform::HttpRequestPtr& request, CString& body, DWORD& stat
         return TRUE;
     }
     const std::string bytes = ReadBody(request);
-    body += CAmporaHttpClient::ConvertFromUtf8(bytes.c_str(), bytes.size() + 1);
+    body = std::move(body) + CAmporaHttpClient::ConvertFromUtf8(bytes.c_str(), bytes.size() + 1);
     return TRUE;
 }
 

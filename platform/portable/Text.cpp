@@ -36,26 +36,32 @@ void AppendUtf8(std::string& bytes, char32_t character)
     }
 }
 
-// Most text is ASCII. It is converted in blocks of this length, which the compiler turns into a few instructions.
-constexpr std::size_t kBlock = 16;
-
-// Appends the ASCII characters from position on, as far as they fill blocks, and moves position behind them.
-template <class To, class From>
+// Appends the ASCII characters from position on, as far as they fill blocks of this length, and moves position behind
+// them. The compiler turns a block into a few instructions.
+template <std::size_t Length, class To, class From>
 void AppendAsciiBlocks(std::basic_string<To>& text, std::basic_string_view<From> from, std::size_t& position)
 {
-    for (; from.size() - position >= kBlock; position += kBlock) {
+    for (; from.size() - position >= Length; position += Length) {
         const From* const units = from.data() + position;
-        To block[kBlock];
+        To block[Length];
         std::make_unsigned_t<From> all = 0;
-        for (std::size_t i = 0; i < kBlock; ++i) {
+        for (std::size_t i = 0; i < Length; ++i) {
             block[i] = static_cast<To>(units[i]);
             all |= static_cast<std::make_unsigned_t<From>>(units[i]);
         }
         if (all >= 0x80) {
             return;
         }
-        text.append(block, kBlock);
+        text.append(block, Length);
     }
+}
+
+// Most text is ASCII: reports in long pieces, their values in short ones.
+template <class To, class From>
+void AppendAscii(std::basic_string<To>& text, std::basic_string_view<From> from, std::size_t& position)
+{
+    AppendAsciiBlocks<64>(text, from, position);
+    AppendAsciiBlocks<16>(text, from, position);
 }
 
 // What a lead byte promises: the number of trailing bytes and the range of the first of them, which rules out overlong
@@ -218,7 +224,7 @@ std::wstring DecodeUtf8(std::string_view bytes)
 {
     std::wstring text;
     text.reserve(bytes.size());
-    for (std::size_t position = 0; AppendAsciiBlocks(text, bytes, position), position < bytes.size();) {
+    for (std::size_t position = 0; AppendAscii(text, bytes, position), position < bytes.size();) {
         const auto byte = static_cast<unsigned char>(bytes[position]);
         if (byte < 0x80) {
             text.push_back(static_cast<wchar_t>(byte));
@@ -234,7 +240,7 @@ std::string EncodeUtf8(std::wstring_view text)
 {
     std::string bytes;
     bytes.reserve(text.size());
-    for (std::size_t position = 0; AppendAsciiBlocks(bytes, text, position), position < text.size();) {
+    for (std::size_t position = 0; AppendAscii(bytes, text, position), position < text.size();) {
         AppendUtf8(bytes, WideCharacterAt(text, position));
     }
     return bytes;
