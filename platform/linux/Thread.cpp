@@ -44,6 +44,15 @@ void Run(const ThreadPtr& thread, ThreadEntry entry, void* argument)
     ::eventfd_write(thread->m_ended.Get(), 1);
 }
 
+// Threads would have a heap each. They hardly ever allocate at the same time, and what one frees serves the other. Free
+// memory up to a limit stays until a wait returns it (Sync.cpp), or it would come and go with each report.
+bool ShareHeap()
+{
+    constexpr int kKeptBytes = 1024 * 1024;
+    return ::mallopt(M_ARENA_MAX, 1) != 0 && ::mallopt(M_TRIM_THRESHOLD, kKeptBytes) != 0 &&
+           ::mallopt(M_MMAP_THRESHOLD, kKeptBytes) != 0;
+}
+
 void Launch(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 {
     ++g_runningThreads;
@@ -59,9 +68,8 @@ void Launch(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 
 ThreadPtr StartThread(ThreadEntry entry, void* argument)
 {
-    // Threads would have a heap each. They hardly ever allocate at the same time, and what one frees serves the other.
-    static const int oneHeap = ::mallopt(M_ARENA_MAX, 1);
-    static_cast<void>(oneHeap);
+    static const bool isHeapShared = ShareHeap();
+    static_cast<void>(isHeapShared);
     int error = 0;
     try {
         auto thread = std::make_shared<CThread>();
