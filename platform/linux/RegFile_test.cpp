@@ -98,6 +98,7 @@ TEST(RegFile, BytesHaveTheTypeInParentheses)
 {
     EXPECT_EQ(Find(kHead + "\"N\"=hex:01,ff,A0\n", L"N").type, REG_BINARY);
     EXPECT_THAT(Find(kHead + "\"N\"=hex:01,ff,A0\n", L"N").data, ElementsAre(1, 0xFF, 0xA0));
+    EXPECT_THAT(Find(kHead + "\"N\"=hex: 01 ,\t02\n", L"N").data, ElementsAre(1, 2));
     for (const auto& [digits, type] : {std::pair{"0", 0U},
                                        {"2", 2U},
                                        {"4", 4U},

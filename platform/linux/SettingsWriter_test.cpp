@@ -104,6 +104,19 @@ TEST_F(LinuxSettingsWriter, KeepsOwnerAndMode)
     EXPECT_EQ(status.st_mode & 07777, 0640U);
     EXPECT_EQ(status.st_uid, isRoot ? 65534 : ::geteuid());
     EXPECT_EQ(status.st_gid, isRoot ? 65533 : ::getegid());
+    std::thread([owner = status.st_uid] {
+        testing_support::RefuseCall(SYS_fchown, EPERM, owner); // to whoever may not give files away
+        EXPECT_TRUE(Store(Hive::kPerUser, L"M"));
+    }).join();
+    ASSERT_EQ(::stat(m_session.UserSettings().c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, ::geteuid());
+    EXPECT_EQ(status.st_gid, isRoot ? 65533 : ::getegid());
+    std::thread([] {
+        testing_support::RefuseCall(SYS_fchown, EPERM);
+        EXPECT_TRUE(Store(Hive::kPerUser, L"O"));
+        testing_support::RefuseCall(SYS_fchown, EIO);
+        EXPECT_FALSE(Store(Hive::kPerUser, L"P"));
+    }).join();
 }
 
 TEST_F(LinuxSettingsWriter, FollowsASymbolicLink)
