@@ -510,11 +510,14 @@ TEST_F(LinuxSync, AWaitWithoutMemoryFailsAndLeavesTheObjectAsItWas)
 {
     // Symptom: a wait that ran out of memory threw, and could leave the mutex owned by a thread that did not know.
     const WaitHandle mutex = MakeMutex();
-    const WaitHandle event = MakeEvent();
-    for (const auto& [object, expected] : {std::pair(mutex, WAIT_OBJECT_0), std::pair(event, WAIT_TIMEOUT)}) {
+    const WaitHandle held = MakeMutex(L"Held");
+    const CFileDescriptor lock = LockFile("Held");
+    for (const auto& [object, expected] :
+         {std::pair(mutex, WAIT_OBJECT_0), {MakeEvent(), WAIT_TIMEOUT}, {held, WAIT_TIMEOUT}}) {
         std::thread([&] {
             DWORD result = WAIT_FAILED;
             for (unsigned nth = 1; result == WAIT_FAILED; ++nth) {
+                SetLastErrorCode(ERROR_SUCCESS);
                 const CFailingMemory memory(nth);
                 result = WaitForOne(object, 1, FALSE);
                 EXPECT_EQ(result == WAIT_FAILED, memory.HasFailed());
