@@ -6,6 +6,7 @@
 #include "platform/contract/linux/TaskWatch.h"
 #include "platform/LastError.h"
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/Waiting.h"
 #include "platform/Thread.h"
 #include "platform/Timer.h"
 #include "testing/FailingMemory.h"
@@ -34,6 +35,7 @@ using testing_support::CFailingMemory;
 using testing_support::CPeer;
 using testing_support::CResourceLimit;
 using testing_support::CScratchSession;
+using testing_support::IsInCall;
 using testing_support::IsPolling;
 using testing_support::OwnTask;
 using testing_support::RefuseCall;
@@ -182,7 +184,16 @@ TEST_F(LinuxSync, ALockThatComesWhenNobodyWaitsIsGivenBack)
     const WaitHandle mutex = MakeMutex();
     const std::set<std::string> tasks = Tasks();
     EXPECT_EQ(WaitForOne(mutex, 5, FALSE), WAIT_TIMEOUT);
-    ASSERT_TRUE(m_peer.Do("release Mutex"));
+    {
+        const std::lock_guard held(g_dispatcher);
+        ASSERT_TRUE(m_peer.Do("release Mutex"));
+        std::set<std::string> helpers;
+        Await([&] {
+            helpers = TasksSince(tasks);
+            return helpers.empty() || IsInCall(*helpers.begin(), SYS_futex);
+        });
+        EXPECT_FALSE(helpers.empty()) << "it waits for the dispatcher";
+    }
     Await([&tasks] { return TasksSince(tasks).empty(); });
     EXPECT_TRUE(LockFile("Mutex"));
     EXPECT_EQ(WaitForOne(mutex, 0, FALSE), WAIT_OBJECT_0) << "it was not abandoned either";

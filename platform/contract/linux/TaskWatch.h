@@ -16,13 +16,16 @@ namespace testing_support {
 // The name of the calling thread's task.
 inline std::string OwnTask() { return std::to_string(platform::CurrentThreadIdentifier()); }
 
-// Whether a task sleeps in the system call of a wait.
-inline bool IsPolling(const std::string& task)
+// Whether a task sleeps in this system call.
+inline bool IsInCall(const std::string& task, long wanted)
 {
     long call = -1;
     std::ifstream("/proc/self/task/" + task + "/syscall") >> call;
-    return call == SYS_ppoll;
+    return call == wanted;
 }
+
+// Whether a task sleeps in the system call of a wait.
+inline bool IsPolling(const std::string& task) { return IsInCall(task, SYS_ppoll); }
 
 // What a task's status says in a field, such as "SigBlk:"; empty when the task is gone.
 inline std::string StatusOf(const std::string& task, const std::string& field)
