@@ -45,13 +45,15 @@ void Run(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 }
 
 // Threads would have a heap each. They hardly ever allocate at the same time, and what one frees serves the other. Free
-// memory up to a limit stays until a wait returns it (Sync.cpp), or it would come and go with each report.
-bool ShareHeap()
-{
-    constexpr int kKeptBytes = 1024 * 1024;
-    return ::mallopt(M_ARENA_MAX, 1) != 0 && ::mallopt(M_TRIM_THRESHOLD, kKeptBytes) != 0 &&
-           ::mallopt(M_MMAP_THRESHOLD, kKeptBytes) != 0;
-}
+// memory up to a limit stays until a wait returns it (Sync.cpp), or it would come and go with each report. Set before
+// there are threads.
+constexpr int kKeptHeapBytes = 1024 * 1024;
+// NOLINTNEXTLINE(concurrency-mt-unsafe)
+[[maybe_unused]] const bool g_isHeapShared = ::mallopt(M_ARENA_MAX, 1) != 0;
+// NOLINTNEXTLINE(concurrency-mt-unsafe)
+[[maybe_unused]] const bool g_keepsHeap = ::mallopt(M_TRIM_THRESHOLD, kKeptHeapBytes) != 0;
+// NOLINTNEXTLINE(concurrency-mt-unsafe)
+[[maybe_unused]] const bool g_keepsBlocks = ::mallopt(M_MMAP_THRESHOLD, kKeptHeapBytes) != 0;
 
 void Launch(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 {
@@ -68,8 +70,6 @@ void Launch(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 
 ThreadPtr StartThread(ThreadEntry entry, void* argument)
 {
-    static const bool isHeapShared = ShareHeap();
-    static_cast<void>(isHeapShared);
     int error = 0;
     try {
         auto thread = std::make_shared<CThread>();

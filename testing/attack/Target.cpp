@@ -143,7 +143,7 @@ void CTarget::BeginPass()
         m_old[DataFileName(company, dataType)] = Bytes(company, dataType);
     });
     const std::scoped_lock lock(m_mutex);
-    m_reports = CHealthyReports(m_begin + 60 * (++m_passes % kMinutesOfPasses));
+    m_reports = CHealthyReports(m_begin + std::time_t{60} * (++m_passes % kMinutesOfPasses));
     m_dates.clear();
     m_requests = 0;
 }
