@@ -5,8 +5,10 @@
 #include "platform/portable/FileTime.h"
 #include "testing/Calendar.h"
 
+#include <cstdlib>
 #include <ctime>
 #include <gmock/gmock.h>
+#include <tuple>
 
 namespace platform {
 namespace {
@@ -57,6 +59,27 @@ TEST_F(LinuxClock, DaylightSavingIsLeftToTheSystem)
     // 01:30 comes twice on the day when it ends.
     const std::int64_t repeated = LocalCalendarToTime(Calendar(2012, 11, 4, 1, 30));
     EXPECT_THAT(repeated, testing::AnyOf(1352007000, 1352010600));
+}
+
+TEST_F(LinuxClock, EachTimeOfAYearIsWhatTheCLibraryMakesOfIt)
+{
+    constexpr std::int64_t kYearBegin = 1325376000; // 2012-01-01 00:00:00 UTC
+    constexpr std::int64_t kStepSeconds = 1801;
+    SetZone(kNewYork);
+    for (std::int64_t time = kYearBegin; time < kYearBegin + 366 * 86400; time += kStepSeconds) {
+        const std::time_t now = time;
+        std::tm expected = {};
+        ::localtime_r(&now, &expected);
+        SYSTEMTIME local = {};
+        ASSERT_TRUE(TimeToLocalCalendar(time, &local));
+        ASSERT_EQ(std::tuple(local.wMonth, local.wDay, local.wHour, local.wMinute, local.wSecond, local.wDayOfWeek),
+                  std::tuple(expected.tm_mon + 1, expected.tm_mday, expected.tm_hour, expected.tm_min, expected.tm_sec,
+                             expected.tm_wday))
+            << time;
+        const bool comesTwice = local.wMonth == 11 && local.wDay == 4 && local.wHour == 1;
+        const std::int64_t error = LocalCalendarToTime(local) - time;
+        ASSERT_TRUE(error == 0 || (comesTwice && std::abs(error) == 3600)) << time;
+    }
 }
 
 TEST_F(LinuxClock, TheEarliestLocalTimeIsTheEpochInUtc)
