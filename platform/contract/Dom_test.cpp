@@ -253,6 +253,9 @@ TEST_F(Dom, RejectsLoneSurrogates)
     for (const wchar_t unit : {wchar_t(0xD800), wchar_t(0xDBFF), wchar_t(0xDC00), wchar_t(0xDFFF)}) {
         EXPECT_FALSE(Loads(CString(L"<r>") + unit + L"</r>"));
     }
+    for (std::size_t length = 0; length < 40; ++length) {
+        EXPECT_FALSE(Loads(L"<r>" + CString(length, L'x') + wchar_t(0xD800) + CString(40, L'x') + L"</r>"));
+    }
     EXPECT_EQ(Text(LoadOne(L"<r>\U0001F600</r>")), "\xF0\x9F\x98\x80");
 }
 
