@@ -124,9 +124,7 @@ function(ampora_register_cases name timeout left_out)
     add_test(NAME ${name} COMMAND ${name} "--gtest_filter=-${left_out}")
     set_tests_properties(${name} PROPERTIES TIMEOUT 300 FAIL_REGULAR_EXPRESSION "Running 0 tests")
   else()
-    # Programs that were built for sanitizers or coverage take longer than the default to list their tests.
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 TEST_PREFIX "${name}."
-      TEST_FILTER "-${left_out}"
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX "${name}." TEST_FILTER "-${left_out}"
       PROPERTIES TIMEOUT ${timeout})
   endif()
 endfunction()

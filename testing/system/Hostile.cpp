@@ -92,6 +92,12 @@ Answer Bytes(const std::string& bytes, End end = End::kClose) { return Play({{by
 Answer Flood(const std::string& first, const std::string& again) { return Play({{first}, {again, kEndless}}); }
 // Nothing follows these bytes, and after a while the connection ends.
 Answer Silence(const std::string& bytes) { return Play({{bytes}, {"", 1, kSilence}}); }
+// Made when it is asked for: every run of the test program makes this list, and some answers are long.
+template <class Make>
+Answer Late(Make make)
+{
+    return [make](const std::string& report) { return make()(report); };
+}
 Answer Document(const std::string& xml) { return Bytes(Whole(xml), End::kGoOn); }
 // Makes of the healthy report what is sent.
 Answer With(const std::function<std::string(const std::string&)>& make, End end = End::kClose)
@@ -317,12 +323,12 @@ Rows Bodies()
 Rows Sizes()
 {
     const std::string gzip("\x1F\x8B\x08\x00\x00\x00\x00\x00\x02\x03\xEC\xC1\x01\x01\x00\x00", 16);
-    const std::string longest = "<power_report>" + std::string(kLongest - 29, 'x') + "</power_report>";
+    const auto longest = [] { return "<power_report>" + std::string(kLongest - 29, 'x') + "</power_report>"; };
     return {
-        {"LongestBody", Document(longest), kEmptied},
+        {"LongestBody", Late([=] { return Document(longest()); }), kEmptied},
         {"LongestBodyInChunks", Play({{Head(kChunked)}, {Repeated(Chunk("x"), 1024), kLongest / 1024}, {kLastChunk}}),
          kNoDocument},
-        {"TooLongBody", Document(longest + "\n"), kBroken},
+        {"TooLongBody", Late([=] { return Document(longest() + "\n"); }), kBroken},
         {"TooLongInChunks", Play({{Head(kChunked)}, {Chunk("x"), kLongest + 1}, {kLastChunk}}), kBroken},
         {"GzipBody", With([=](const std::string&) { return Head("Content-Encoding: gzip\r\n" + Length(gzip)) + gzip; }),
          kNoDocument},
@@ -330,13 +336,15 @@ Rows Sizes()
              return Head("Content-Encoding: br, gzip, deflate\r\n" + Length(gzip)) + gzip;
          }),
          kNoDocument},
-        {"LongestOfNul", Document(std::string(kLongest, '\0')), kNoBody},
-        {"LongestOfSpaces", Document(std::string(kLongest, ' ')), kNoDocument},
-        {"LongestOfLess", Document(std::string(kLongest, '<')), kNoDocument},
-        {"LongestOfAmpersands", Document("<power_report>" + std::string(kLongest - 20, '&')), kNoDocument},
-        {"LongestOfInvalidBytes", Document(std::string(kLongest, '\xFF')), kNoDocument},
-        {"LongestOfCutCharacters", Document(Repeated("\xE3\x81", kLongest / 2)), kNoDocument},
-        {"LongestOfLongCharacters", Document(Repeated("\xF0\x9F\x98\x80", kLongest / 4)), kNoDocument},
+        {"LongestOfNul", Late([=] { return Document(std::string(kLongest, '\0')); }), kNoBody},
+        {"LongestOfSpaces", Late([=] { return Document(std::string(kLongest, ' ')); }), kNoDocument},
+        {"LongestOfLess", Late([=] { return Document(std::string(kLongest, '<')); }), kNoDocument},
+        {"LongestOfAmpersands", Late([=] { return Document("<power_report>" + std::string(kLongest - 20, '&')); }),
+         kNoDocument},
+        {"LongestOfInvalidBytes", Late([=] { return Document(std::string(kLongest, '\xFF')); }), kNoDocument},
+        {"LongestOfCutCharacters", Late([=] { return Document(Repeated("\xE3\x81", kLongest / 2)); }), kNoDocument},
+        {"LongestOfLongCharacters", Late([=] { return Document(Repeated("\xF0\x9F\x98\x80", kLongest / 4)); }),
+         kNoDocument},
     };
 }
 
@@ -407,15 +415,17 @@ std::string Now() { return DateTimeOf(std::time(nullptr)); }
 // As many of these children of an element as a report may have bytes and marks ('<' and '=').
 Answer Filled(const std::string& element, const std::string& child)
 {
-    constexpr std::ptrdiff_t kMarks = 499'000;
-    const auto isMark = [](char each) { return each == '<' || each == '='; };
-    const std::ptrdiff_t marksOfChild = std::count_if(child.begin(), child.end(), isMark);
-    std::string children;
-    for (std::ptrdiff_t marks = marksOfChild; marks <= kMarks && children.size() + child.size() < kLongest - 1000;
-         marks += marksOfChild) {
-        children += child;
-    }
-    return Document(Report(element.empty() ? children : testing_support::ElementXml(element, children)));
+    return Late([=] {
+        constexpr std::ptrdiff_t kMarks = 499'000;
+        const auto isMark = [](char each) { return each == '<' || each == '='; };
+        const std::ptrdiff_t marksOfChild = std::count_if(child.begin(), child.end(), isMark);
+        std::string children;
+        for (std::ptrdiff_t marks = marksOfChild; marks <= kMarks && children.size() + child.size() < kLongest - 1000;
+             marks += marksOfChild) {
+            children += child;
+        }
+        return Document(Report(element.empty() ? children : testing_support::ElementXml(element, children)));
+    });
 }
 
 Answer Usage(const std::string& datetime, const std::string& duration, const std::string& value)
@@ -465,11 +475,14 @@ Rows Documents()
          kNoDocument},
         {"NulBehindDocument", With([](const std::string& report) { return Whole(report + '\0' + report); }), kTaken},
         {"TwoReports", With([](const std::string& report) { return Whole(report + report); }), kNoDocument},
-        {"Deep", Document(Repeated("<power_report>", 100'000) + Repeated("</power_report>", 100'000)), kNoDocument},
-        {"DeepAndOpen", Document(Repeated("<power_report>", 499'000)), kNoDocument},
+        {"Deep",
+         Late([=] { return Document(Repeated("<power_report>", 100'000) + Repeated("</power_report>", 100'000)); }),
+         kNoDocument},
+        {"DeepAndOpen", Late([=] { return Document(Repeated("<power_report>", 499'000)); }), kNoDocument},
         {"DeepButTaken", Document(Report(Repeated("<x>", 200) + Repeated("</x>", 200))), kUnknownTag},
-        {"ManyAttributes", Document("<power_report" + Attributes(100'000) + "/>"), kNoDocument},
-        {"ManyNames", Document("<power_report>" + Names(12'000) + "</power_report>"), kNoDocument},
+        {"ManyAttributes", Late([=] { return Document("<power_report" + Attributes(100'000) + "/>"); }), kNoDocument},
+        {"ManyNames", Late([=] { return Document("<power_report>" + Names(12'000) + "</power_report>"); }),
+         kNoDocument},
         {"ManyNamespaces", Document("<power_report" + Repeated(" xmlns:x='y'", 101) + "/>"), kNoDocument},
         {"OtherRoot", Document("<POWER_REPORT/>"), kNoReport},
         {"PrefixedRoot", Document("<x:power_report xmlns:x='y'/>"), kNoReport},
@@ -499,20 +512,28 @@ Rows LargeDocuments()
         silent("MostInstructions", Filled("instant_usage", "<?x?>"), kEmptied),
         silent("MostSections", Filled("instant_usage", "<![CDATA[]]>"), kEmptied),
         silent("MostAttributes", Filled("instant_usage", "<usage" + Attributes(255) + "/>"), kEmptied),
-        silent("MostTextsOfOneUsage",
-               Document(Report("<instant_usage><usage datetime='" + Now() + "' duration='1'>" +
-                               Repeated("1<x/>", 498'000) + "</usage></instant_usage>")),
+        silent("MostTextsOfOneUsage", Late([=] {
+                   return Document(Report("<instant_usage><usage datetime='" + Now() + "' duration='1'>" +
+                                          Repeated("1<x/>", 498'000) + "</usage></instant_usage>"));
+               }),
                kPair),
-        {"TooManyElements", Document(Report(Repeated("<x/>", kLongest / 4 - 250))), kNoDocument},
-        silent("MostReferences", Document(bare + Repeated("&#49;", kLongest / 5 - 10) + "</power_report>"), kEmptied),
-        silent("LongText", Usage(Now(), "1", std::string(kLongest - 1000, '9')), kPair),
-        silent("LongSpace", Usage(Now(), "1", std::string(kLongest - 1000, ' ')), kPair),
-        silent("LongDate", Usage(std::string(kLongest - 1000, '9'), "1", "1"), kEmptied),
-        silent("LongDuration", Usage(Now(), std::string(kLongest - 1000, '9'), "1"), kPair),
-        silent("LongName", Document(Report("<" + std::string(kLongest - 1000, 'x') + "/>")), kNoDocument),
-        silent("LongComment", Document(Report("<!--" + std::string(kLongest - 1000, 'x') + "-->")), kEmptied),
-        silent("LongSection", Document(Report("<![CDATA[" + std::string(kLongest - 1000, ']') + "]]>")), kEmptied),
-        {"LongUnknownTags", Document(Report(Repeated("<" + std::string(40'000, 'x') + "/>", 200))), kEmptied},
+        {"TooManyElements", Late([=] { return Document(Report(Repeated("<x/>", kLongest / 4 - 250))); }), kNoDocument},
+        silent("MostReferences",
+               Late([=] { return Document(bare + Repeated("&#49;", kLongest / 5 - 10) + "</power_report>"); }),
+               kEmptied),
+        silent("LongText", Late([=] { return Usage(Now(), "1", std::string(kLongest - 1000, '9')); }), kPair),
+        silent("LongSpace", Late([=] { return Usage(Now(), "1", std::string(kLongest - 1000, ' ')); }), kPair),
+        silent("LongDate", Late([=] { return Usage(std::string(kLongest - 1000, '9'), "1", "1"); }), kEmptied),
+        silent("LongDuration", Late([=] { return Usage(Now(), std::string(kLongest - 1000, '9'), "1"); }), kPair),
+        silent("LongName", Late([=] { return Document(Report("<" + std::string(kLongest - 1000, 'x') + "/>")); }),
+               kNoDocument),
+        silent("LongComment",
+               Late([=] { return Document(Report("<!--" + std::string(kLongest - 1000, 'x') + "-->")); }), kEmptied),
+        silent("LongSection",
+               Late([=] { return Document(Report("<![CDATA[" + std::string(kLongest - 1000, ']') + "]]>")); }),
+               kEmptied),
+        {"LongUnknownTags",
+         Late([=] { return Document(Report(Repeated("<" + std::string(40'000, 'x') + "/>", 200))); }), kEmptied},
     };
 }
 
