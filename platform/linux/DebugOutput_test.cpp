@@ -268,7 +268,7 @@ TEST(LinuxDebugOutput, AWriteThatWritesNothingIsNotRepeated)
         OutputDebugText(L"lost\n");
     }).join();
     OutputDebugText(L"heard\n");
-    std::array<char, 16> bytes;
+    std::array<char, 16> bytes = {};
     EXPECT_EQ(::pread(file.Get(), bytes.data(), bytes.size(), 0), 6);
 }
 
