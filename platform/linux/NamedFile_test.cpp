@@ -126,8 +126,11 @@ TEST_F(NamedFile, ANameIsOneFileName)
 
 TEST_F(NamedFile, AMissingLockFolderFails)
 {
-    m_session.SetVariable("AMPORA_LOCK_DIR", (m_session.Folder() / "missing").c_str());
-    EXPECT_EQ(CodeOfFailure(MakeMutex(L"Global\\Mutex")), ERROR_PATH_NOT_FOUND);
+    ASSERT_EQ(::mkfifo((m_session.Folder() / "fifo").c_str(), 0600), 0); // which would be waited for
+    for (const char* name : {"missing", "fifo"}) {
+        m_session.SetVariable("AMPORA_LOCK_DIR", (m_session.Folder() / name).c_str());
+        EXPECT_EQ(CodeOfFailure(MakeMutex(L"Global\\Mutex")), ERROR_PATH_NOT_FOUND) << name;
+    }
 }
 
 TEST_F(NamedFile, ALockOnTheFirstByteIsNotWaitedForWithoutLimit)
