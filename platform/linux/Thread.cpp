@@ -48,11 +48,11 @@ void Run(const ThreadPtr& thread, ThreadEntry entry, void* argument)
 // memory up to a limit stays until a wait returns it (Sync.cpp), or it would come and go with each report. Set before
 // there are threads.
 constexpr int kKeptHeapBytes = 1024 * 1024;
-// NOLINTNEXTLINE(concurrency-mt-unsafe)
+// NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
 [[maybe_unused]] const bool g_isHeapShared = ::mallopt(M_ARENA_MAX, 1) != 0;
-// NOLINTNEXTLINE(concurrency-mt-unsafe)
+// NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
 [[maybe_unused]] const bool g_keepsHeap = ::mallopt(M_TRIM_THRESHOLD, kKeptHeapBytes) != 0;
-// NOLINTNEXTLINE(concurrency-mt-unsafe)
+// NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
 [[maybe_unused]] const bool g_keepsBlocks = ::mallopt(M_MMAP_THRESHOLD, kKeptHeapBytes) != 0;
 
 void Launch(const ThreadPtr& thread, ThreadEntry entry, void* argument)
