@@ -62,6 +62,7 @@ protected:
 
 TEST_F(JournalReader, ReadsWhatTheUnitWritesFromNowOn)
 {
+    Add("oldest");
     Add("old");
     AwaitEntries();
     CJournalReader reader = Open();

@@ -195,8 +195,9 @@ TEST(EncodeUtf8, LoneSurrogatesBecomeReplacements)
 {
     const auto high = static_cast<wchar_t>(0xD83D);
     const auto low = static_cast<wchar_t>(0xDD0C);
-    EXPECT_EQ(EncodeUtf8(std::wstring{high}), kReplacementUtf8);
-    EXPECT_EQ(EncodeUtf8(std::wstring{low}), kReplacementUtf8);
+    for (const unsigned surrogate : {0xD800, 0xDBFF, 0xDC00, 0xDFFF}) {
+        EXPECT_EQ(EncodeUtf8(std::wstring{static_cast<wchar_t>(surrogate)}), kReplacementUtf8);
+    }
     EXPECT_EQ(EncodeUtf8(std::wstring{high, L'a'}), std::string(kReplacementUtf8) + "a");
     EXPECT_EQ(EncodeUtf8(std::wstring{low, high}), std::string(kReplacementUtf8) + kReplacementUtf8);
 }
