@@ -138,6 +138,22 @@ TEST_F(LinuxHttp, FollowsTenRedirectionsAndNoMore)
     EXPECT_THAT(m_server->Exchanges(), SizeIs(11));
 }
 
+TEST_F(LinuxHttp, FollowsTheStatusesOfARedirection)
+{
+    DWORD status = 300;
+    m_server.emplace([&status](const HttpExchange& exchange) {
+        return exchange.target == "/next" ? HttpAnswer{.body = "next"}
+                                          : HttpAnswer{.status = status, .headers = {{"Location", "/next"}}};
+    });
+    std::vector<DWORD> followed;
+    for (; status < 310; ++status) {
+        if (Get() == "next") {
+            followed.push_back(status);
+        }
+    }
+    EXPECT_THAT(followed, testing::ElementsAre(301, 302, 303, 307, 308));
+}
+
 TEST_F(LinuxHttp, FollowsRedirectionsToHttpOnly)
 {
     std::string location;
