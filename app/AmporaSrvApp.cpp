@@ -49,7 +49,6 @@ BOOL CAmporaSrvApp::InitInstance()
         return FALSE;
     }
     platform::InitializeControls(kControlKinds);
-    CWinApp::InitInstance();
     if (ClaimSession(scope)) {
         platform::ReportUnusableFolders(DataFolder(), kUpdateMutexName);
         RunDialog(scope);

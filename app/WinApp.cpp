@@ -22,6 +22,4 @@ int CWinApp::Run(int argc, const char* const* argv) noexcept
     }
 }
 
-BOOL CWinApp::InitInstance() { return TRUE; }
-
 int CWinApp::ExitInstance() { return m_exitCode; }

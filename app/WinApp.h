@@ -21,7 +21,7 @@ public:
     int Run(int argc, const char* const* argv) noexcept;
 
     // The program's work. The result is ignored: there is no message loop to run after it.
-    virtual BOOL InitInstance();
+    virtual BOOL InitInstance() = 0;
     // Runs after InitInstance, also after an exception; must not throw. Returns the program's exit code.
     virtual int ExitInstance();
 
