@@ -5,11 +5,13 @@
 #include "platform/Text.h"
 #include "testing/ScratchFolder.h"
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 
 namespace platform {
 namespace {
@@ -174,6 +176,25 @@ TEST_F(LinuxFiles, TheCommonFolderComesFromTheEnvironment)
     EXPECT_EQ(query((m_folder / "one" / "two").c_str()), L"") << "one level only";
     Write(m_folder / "file", "");
     EXPECT_EQ(query((m_folder / "file").c_str()), L"") << "no folder";
+}
+
+TEST_F(LinuxFiles, TheCommonFolderMayBeMadeByTwoAtTheSameTime)
+{
+    m_session.SetVariable("AMPORA_COMMON_APPDATA", (m_folder / "new").c_str());
+    for (int i = 0; i < 50; ++i) { // one of the first few is enough on two processors
+        std::atomic<int> absent = 2;
+        const auto make = [&absent] {
+            CString folder;
+            for (--absent; absent > 0;) {
+                std::this_thread::yield();
+            }
+            EXPECT_TRUE(GetCommonAppDataFolder(&folder));
+        };
+        std::thread other(make);
+        make();
+        other.join();
+        fs::remove(m_folder / "new");
+    }
 }
 
 } // namespace
