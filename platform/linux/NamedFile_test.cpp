@@ -80,6 +80,15 @@ TEST_F(NamedFile, StaleFilesAreUsedAgain)
     EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS);
 }
 
+TEST_F(NamedFile, AnEventThatAnotherProcessHasExists)
+{
+    MakeEvent(L"Event");
+    const CFileDescriptor file(::open((m_session.SessionFolder() / "Event").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_TRUE(ShareExistence(file));
+    EXPECT_NE(MakeEvent(L"Event"), nullptr);
+    EXPECT_EQ(GetLastErrorCode(), ERROR_ALREADY_EXISTS);
+}
+
 TEST_F(NamedFile, ASymbolicLinkIsNeverFollowed)
 {
     const fs::path victim = m_session.Folder() / "victim";

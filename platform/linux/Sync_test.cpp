@@ -517,6 +517,16 @@ TEST_F(LinuxSync, AnEventThatCannotBeLookedAtIsNotMade)
     EXPECT_EQ(GetLastErrorCode(), ERROR_SUCCESS);
 }
 
+TEST_F(LinuxSync, AnEventThatCannotBeWrittenToIsNotSet)
+{
+    const WaitHandle event = MakeEvent();
+    std::thread([&event] {
+        RefuseCall(SYS_write, ENOMEM);
+        EXPECT_FALSE(SetNamedEvent(event));
+        EXPECT_EQ(GetLastErrorCode(), ERROR_OUTOFMEMORY);
+    }).join();
+}
+
 TEST_F(LinuxSync, AWaitWithoutMemoryFailsAndLeavesTheObjectAsItWas)
 {
     // Symptom: a wait that ran out of memory threw, and could leave the mutex owned by a thread that did not know.
