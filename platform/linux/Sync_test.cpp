@@ -550,6 +550,26 @@ TEST_F(LinuxSync, AWaitWithoutMemoryFailsAndLeavesTheObjectAsItWas)
     }
 }
 
+TEST_F(LinuxSync, TheRoutineOfATimerMayDisarmAnotherThatIsDue)
+{
+    struct Timers {
+        std::array<TimerPtr, 2> timers = {MakeTimer(), MakeTimer()};
+        int runs = 0;
+    };
+    Timers both;
+    const auto routine = [](void* argument, DWORD, DWORD) {
+        auto* const all = static_cast<Timers*>(argument);
+        ++all->runs;
+        EXPECT_TRUE(DisarmTimer(all->timers[0]));
+        EXPECT_TRUE(DisarmTimer(all->timers[1]));
+    };
+    const LARGE_INTEGER atOnce = {.QuadPart = -1};
+    EXPECT_TRUE(ArmTimer(both.timers[0], &atOnce, routine, &both));
+    EXPECT_TRUE(ArmTimer(both.timers[1], &atOnce, routine, &both));
+    EXPECT_EQ(WaitForOne(MakeEvent(), kLongMs, TRUE), WAIT_IO_COMPLETION);
+    EXPECT_EQ(both.runs, 1);
+}
+
 TEST(LinuxTimer, ExtremeDueTimesAreAccepted)
 {
     const CScratchSession session;
