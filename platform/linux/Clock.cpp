@@ -57,8 +57,8 @@ std::int64_t ConvertToLocalSeconds(std::int64_t time)
 
 constexpr std::int64_t kDaySeconds = 86400;
 
-// What a day of UTC adds to its times. Reports have hundreds of times of few days, and the C library takes as long for
-// each of them as all else that becomes of it.
+// What a day of UTC adds to its times. Reports have hundreds of times of few days: asking the C library for each of
+// them took a sixth of an analysis.
 struct ZoneDay {
     unsigned zoneLooks; // how often the zone had been looked at
     std::int64_t day;

@@ -46,17 +46,17 @@ namespace linux {
 // A document's nodes. One thread at a time.
 class CDomTree {
 public:
-    // Parses a document. Text beside the root, and which of libxml2's limits hold (256 levels, 10,000 different names),
-    // are in the .cpp. bytes: the document; freed when it is read. ignoresDeclaration: the bytes are UTF-8, whatever
-    // encoding they declare. *tree: null when there is a document type, or no well-formed document; then the result is
-    // S_FALSE, or E_OUTOFMEMORY. May throw std::bad_alloc.
+    // Parses a document. bytes: UTF-8 when ignoresDeclaration is set, otherwise encoded as they declare. *tree: set
+    // with S_OK; left as it is with S_FALSE, for what is no well-formed document or has a document type, an undeclared
+    // prefix, more than 256 levels, some 10,000 different names or a text of more than 10,000,000 bytes, and with
+    // E_OUTOFMEMORY. May throw std::bad_alloc.
     static HRESULT Parse(std::string bytes, bool ignoresDeclaration, std::shared_ptr<CDomTree>* tree);
 
     CDomTree() = default;
     CDomTree(const CDomTree&) = delete;
     CDomTree& operator=(const CDomTree&) = delete;
 
-    // The tree's own. Never null once it is parsed.
+    // Belongs to the tree. Never null in a tree that Parse gives.
     CDomElement* Root() const { return m_root; }
 
 private:
