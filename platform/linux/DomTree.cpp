@@ -305,9 +305,9 @@ HRESULT CDomTree::Parse(std::string bytes, bool ignoresDeclaration, std::shared_
     xmlDictReference(parser->dict);
     result->m_names.reset(parser->dict);
     CDomTreeBuilder builder(parser.get(), reports, bytes, result.get());
-    // References to what XML itself declares are replaced; there are no others without a document type.
-    const int options = XML_PARSE_NOENT | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING |
-                        (ignoresDeclaration ? XML_PARSE_IGNORE_ENC : 0);
+    // References to what XML itself declares are replaced. There are no others without a document type, nor is anything
+    // fetched.
+    const int options = XML_PARSE_NOENT | (ignoresDeclaration ? XML_PARSE_IGNORE_ENC : 0);
     xmlCtxtReadIO(parser.get(), CDomTreeBuilder::ReadInput, nullptr, &builder, nullptr, nullptr, options);
     const bool isWellFormed = parser->wellFormed != 0 && !reports.IsRefused();
     parser.reset();
