@@ -766,11 +766,13 @@ TEST_P(GSXMLAnalyzerPeakTag, HasTheValueZeroWhenItsTextCannotBeRead)
 // depth elements inside each other, around nothing.
 std::string Nested(int depth)
 {
-    std::string nested;
+    std::string starts;
+    std::string ends;
     for (int i = 0; i < depth; ++i) {
-        nested.insert(0, "<n>").append("</n>");
+        starts += "<n>";
+        ends += "</n>";
     }
-    return nested;
+    return starts + ends;
 }
 
 TEST_F(GSXMLAnalyzer, NestedElementsAreOneUnknownChild)
