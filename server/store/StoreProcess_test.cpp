@@ -120,7 +120,8 @@ TEST_F(StoreProcess, LosesNoCommittedPollWhenItIsKilled)
         // A different moment of the next poll each time.
         std::this_thread::sleep_for(std::chrono::microseconds(kill * 61 % 5000));
         writer.Kill();
-        while (const std::optional<std::string> line = writer.ReadLine(std::chrono::milliseconds(0))) {
+        // To the end of what it wrote, which may still be on its way.
+        while (const std::optional<std::string> line = writer.ReadLine(kLimit)) {
             ASSERT_EQ(*line, std::to_string(++expected));
         }
         EXPECT_EQ(writer.Err(), "");
