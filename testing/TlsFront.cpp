@@ -65,13 +65,13 @@ void MakeCertificates(const std::string& folder)
 
 // The two sides of one client's connection.
 struct Link {
-    Link(tcp::socket socket, asio::ssl::context& context, asio::io_context& io)
-        : encrypted(std::move(socket), context), plain(io)
+    Link(tcp::socket socket, asio::ssl::context& context)
+        : plain(socket.get_executor()), encrypted(std::move(socket), context)
     {
     }
 
-    asio::ssl::stream<tcp::socket> encrypted;
     tcp::socket plain;
+    asio::ssl::stream<tcp::socket> encrypted;
 };
 
 template <class From, class To>
@@ -109,14 +109,14 @@ struct CTlsFront::Impl {
 
     asio::awaitable<void> Serve(tcp::socket socket)
     {
-        const auto link = std::make_shared<Link>(std::move(socket), context, acceptor->Context());
+        const auto link = std::make_shared<Link>(std::move(socket), context);
         try {
             co_await link->encrypted.async_handshake(asio::ssl::stream_base::server, asio::use_awaitable);
             co_await link->plain.async_connect({asio::ip::address_v4::loopback(), plainPort}, asio::use_awaitable);
         } catch (const boost::system::system_error&) {
             co_return; // the client does not trust the certificate, or nobody serves
         }
-        asio::co_spawn(acceptor->Context(), Pump(link, link->plain, link->encrypted), asio::detached);
+        asio::co_spawn(link->plain.get_executor(), Pump(link, link->plain, link->encrypted), asio::detached);
         co_await Pump(link, link->encrypted, link->plain);
     }
 
