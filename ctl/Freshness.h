@@ -45,6 +45,7 @@ struct JudgedFile {
     std::optional<std::int64_t> ageSeconds;
 };
 
+// How the file stands by the rule. known: as it has been read.
 JudgedFile JudgeFile(KnownFile known, const FreshnessRule& rule);
 
 // A freshness as one word for people and for JSON: "off", "missing", "faulty", "undated", "future", "old", "empty",

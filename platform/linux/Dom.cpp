@@ -148,10 +148,11 @@ HRESULT ListChildren(const CDomNode& parent, const std::shared_ptr<void>& tree, 
         auto result = std::make_shared<CDomNodeList>();
         result->tree = tree;
         if (parent.kind == Kind::kElement) {
-            result->nodes.reserve(static_cast<const CDomElement&>(parent).childCount);
-        }
-        for (CDomNode* child = parent.firstChild; child != nullptr; child = child->next) {
-            result->nodes.push_back(child);
+            const auto& element = static_cast<const CDomElement&>(parent);
+            result->nodes.reserve(element.childCount);
+            for (CDomNode* child = element.firstChild; child != nullptr; child = child->next) {
+                result->nodes.push_back(child);
+            }
         }
         *list = std::move(result);
         return S_OK;

@@ -22,8 +22,7 @@ public:
     bool followsGap = false;    // white space alone that is no node of its own stands before it
     const char* name = nullptr; // qualified, of an element or attribute; an instruction's target; null for others
     std::string_view text = {}; // the content, in UTF-8; empty for an element
-    CDomNode* firstChild = nullptr;
-    CDomNode* next = nullptr; // the next child, or attribute, of the same element; null: it is the last
+    CDomNode* next = nullptr;   // the next child, or attribute, of the same element; null: it is the last
 };
 
 // Without those that declare namespaces.
@@ -36,6 +35,7 @@ public:
 class CDomElement : public CDomNode {
 public:
     CDomAttributeMap attributes = {};
+    CDomNode* firstChild = nullptr;
     std::uint32_t childCount = 0;
     bool preservesSpace = false; // white space alone makes nodes inside: xml:space of the nearest element that has it
     bool endsInGap = false;      // such white space that makes none follows the last child

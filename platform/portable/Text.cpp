@@ -60,8 +60,11 @@ void AppendAsciiBlocks(std::basic_string<To>& text, std::basic_string_view<From>
 template <class To, class From>
 void AppendAscii(std::basic_string<To>& text, std::basic_string_view<From> from, std::size_t& position)
 {
-    AppendAsciiBlocks<64>(text, from, position);
-    AppendAsciiBlocks<16>(text, from, position);
+    // Not at each character of another text.
+    if (position < from.size() && static_cast<std::make_unsigned_t<From>>(from[position]) < 0x80) {
+        AppendAsciiBlocks<64>(text, from, position);
+        AppendAsciiBlocks<16>(text, from, position);
+    }
 }
 
 // What a lead byte promises: the number of trailing bytes and the range of the first of them, which rules out overlong
